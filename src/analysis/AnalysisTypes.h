@@ -1,0 +1,89 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+// Plain data in and out of the analysis. Nothing here knows about files,
+// settings texts or windows.
+namespace mervasto {
+
+constexpr int kAnaChannels = 4;      // Ch1..Ch4, index 0..3
+constexpr int kResultChannels = 6;   // rows of the result table (0..5, 0..3 used)
+constexpr int kKinds = 7;            // measured kinds 0..6
+constexpr int32_t kCycleLimitMax = 500000;
+
+// The channel types, by list index of the type list.
+enum SignalType : int {
+    kTypePwPercent = 0,  // "P.W.(%)"
+    kTypePeriod = 1,     // "Period"
+    kTypeDuty = 2,       // "Duty"
+    kTypeAmple = 3,      // "Ample"
+    kTypePw = 4,         // "P.W."
+    kTypeFreq = 5,       // "Freq."
+    kTypeRms = 6,        // "rms"
+    kTypeMax = 7,        // "Max"
+    kTypeMin = 8,        // "Min"
+    kTypeGate = 9,       // "Gate" (Ch4 only)
+};
+constexpr std::array<const char*, 10> kSignalTypeText = {
+    "P.W.(%)", "Period", "Duty", "Ample", "P.W.", "Freq.", "rms", "Max", "Min", "Gate"};
+
+// Statistics and levels of one channel and one measured kind.
+struct ChannelResult {
+    double Min = 0;
+    double Max = 0;
+    double Mean = 0;
+    double Sigma = 0;
+    int32_t Counts = 0;
+    int16_t Go = 0;       // verdict of the count against LL/UL (-1 = "Go")
+    int16_t Valid = 0;    // -1 when the statistics hold a measurement
+    float HighLevel = 0;  // V
+    float LowLevel = 0;   // V
+    float Level = 0;      // V, decision level
+    int32_t AnaStart = 0;
+    int32_t AnaEnd = 0;
+    int32_t GateStart = 0;
+    int32_t GateEnd = 0;
+    // Limits of the comparator.
+    int32_t LL = 0;
+    int32_t UL = 0;
+    float ValueLimit1 = 0;
+    float ValueLimit2 = 0;
+};
+
+// channel + 6 x kind addressing, as the comparator and the result file use it.
+struct ChannelResultTable {
+    std::array<ChannelResult, kResultChannels * kKinds> cell{};
+    ChannelResult& at(int channel, int kind) { return cell[static_cast<size_t>(channel + kResultChannels * kind)]; }
+    const ChannelResult& at(int channel, int kind) const {
+        return cell[static_cast<size_t>(channel + kResultChannels * kind)];
+    }
+};
+
+// One cycle (or pulse) of one channel. Times in samples, volts in volts.
+struct CycleRecord {
+    double Ample = 0;
+    double Duty = 0;
+    int32_t MidEdge = 0;
+    double PulseWidth = 0;
+    double Period = 0;
+    double Freq = 0;
+    double Rms = 0;
+    double MaxValue = 0;
+    double MinValue = 0;
+};
+
+// Cycle records per channel, index = cycle number.
+struct CycleTable {
+    std::array<std::vector<CycleRecord>, kAnaChannels> channel;
+};
+
+struct AnalysisMessage {
+    std::string title;
+    std::string text;
+};
+
+}  // namespace mervasto

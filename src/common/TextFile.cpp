@@ -1,0 +1,214 @@
+#include "common/TextFile.h"
+
+#include "common/RuntimeError.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace mervasto {
+
+namespace {
+constexpr size_t kReadChunk = 1 << 20;
+
+std::FILE* openFile(std::string_view fileName, const char* mode) {
+#ifdef _WIN32
+    std::wstring wmode(mode, mode + std::strlen(mode));
+    return _wfopen(PathFromText(fileName).c_str(), wmode.c_str());
+#else
+    return std::fopen(PathFromText(fileName).c_str(), mode);
+#endif
+}
+}  // namespace
+
+std::filesystem::path PathFromText(std::string_view utf8) {
+    return std::filesystem::path(std::u8string(reinterpret_cast<const char8_t*>(utf8.data()), utf8.size()));
+}
+
+std::string TextFromPath(const std::filesystem::path& path) {
+    std::u8string s = path.u8string();
+    return std::string(reinterpret_cast<const char*>(s.data()), s.size());
+}
+
+bool FileExists(std::string_view fileName) {
+    if (fileName.empty()) return false;
+    std::error_code ec;
+    if (std::filesystem::is_directory(PathFromText(fileName), ec)) return false;
+    std::FILE* f = openFile(fileName, "rb");
+    if (!f) return false;
+    std::fclose(f);
+    return true;
+}
+
+#ifdef _WIN32
+static std::string convert(std::string_view in, UINT from, UINT to) {
+    if (in.empty()) return {};
+    int wn = MultiByteToWideChar(from, 0, in.data(), static_cast<int>(in.size()), nullptr, 0);
+    std::wstring w(static_cast<size_t>(wn), L'\0');
+    MultiByteToWideChar(from, 0, in.data(), static_cast<int>(in.size()), w.data(), wn);
+    int n = WideCharToMultiByte(to, 0, w.data(), wn, nullptr, 0, nullptr, nullptr);
+    std::string out(static_cast<size_t>(n), '\0');
+    WideCharToMultiByte(to, 0, w.data(), wn, out.data(), n, nullptr, nullptr);
+    return out;
+}
+std::string ToNarrow(std::string_view utf8) { return convert(utf8, CP_UTF8, CP_ACP); }
+std::string FromNarrow(std::string_view narrow) { return convert(narrow, CP_ACP, CP_UTF8); }
+#else
+std::string ToNarrow(std::string_view utf8) { return std::string(utf8); }
+std::string FromNarrow(std::string_view narrow) { return std::string(narrow); }
+#endif
+
+TextLineReader::~TextLineReader() { close(); }
+
+void TextLineReader::open(std::string_view fileName) {
+    close();
+    file_ = openFile(fileName, "rb");
+    if (!file_) throw RuntimeError(ErrorCode::FileNotFound, "File not found: " + std::string(fileName));
+    buffer_.resize(kReadChunk);
+    pos_ = end_ = 0;
+    eof_ = false;
+    pendingLf_ = false;
+}
+
+void TextLineReader::close() {
+    if (file_) std::fclose(file_);
+    file_ = nullptr;
+}
+
+bool TextLineReader::fill() {
+    if (eof_ || !file_) return false;
+    if (pos_ > 0) {
+        std::memmove(buffer_.data(), buffer_.data() + pos_, end_ - pos_);
+        end_ -= pos_;
+        pos_ = 0;
+    }
+    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a very long line
+    size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
+    if (got == 0) {
+        if (std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
+        eof_ = true;
+        return false;
+    }
+    end_ += got;
+    return true;
+}
+
+bool TextLineReader::next(std::string& line) {
+    if (!file_) return false;
+    size_t scanFrom = pos_;
+    while (true) {
+        if (pendingLf_ && pos_ < end_) {
+            if (buffer_[pos_] == '\n') ++pos_;
+            pendingLf_ = false;
+            scanFrom = pos_;
+        }
+        const char* base = buffer_.data();
+        const void* hit = nullptr;
+        size_t i = scanFrom;
+        for (; i < end_; ++i) {
+            char c = base[i];
+            if (c == '\n' || c == '\r') { hit = base + i; break; }
+        }
+        if (hit) {
+#ifdef _WIN32
+            line = FromNarrow(std::string_view(base + pos_, i - pos_));
+#else
+            line.assign(base + pos_, i - pos_);
+#endif
+            if (base[i] == '\r') {
+                if (i + 1 < end_) {
+                    pos_ = (base[i + 1] == '\n') ? i + 2 : i + 1;
+                } else {
+                    pos_ = i + 1;
+                    pendingLf_ = true;
+                }
+            } else {
+                pos_ = i + 1;
+            }
+            return true;
+        }
+        size_t consumed = i - pos_;
+        if (!fill()) {
+            if (pendingLf_) pendingLf_ = false;
+            if (pos_ < end_) {
+#ifdef _WIN32
+                line = FromNarrow(std::string_view(buffer_.data() + pos_, end_ - pos_));
+#else
+                line.assign(buffer_.data() + pos_, end_ - pos_);
+#endif
+                pos_ = end_;
+                return true;
+            }
+            return false;
+        }
+        scanFrom = pos_ + consumed;
+    }
+}
+
+TextFileWriter::~TextFileWriter() { close(); }
+
+bool TextFileWriter::open(std::string_view fileName, Mode mode) {
+    close();
+    file_ = openFile(fileName, mode == Mode::Append ? "ab" : "wb");
+    ok_ = file_ != nullptr;
+    return ok_;
+}
+
+void TextFileWriter::writeLine(std::string_view text) {
+    write(text);
+    writeRaw("\r\n");
+}
+
+void TextFileWriter::write(std::string_view text) {
+#ifdef _WIN32
+    writeRaw(ToNarrow(text));
+#else
+    writeRaw(text);
+#endif
+}
+
+void TextFileWriter::writeRaw(std::string_view bytes) {
+    if (!file_) { ok_ = false; return; }
+    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) ok_ = false;
+}
+
+bool TextFileWriter::flush() {
+    if (!file_) return false;
+    if (std::fflush(file_) != 0) ok_ = false;
+    return ok_;
+}
+
+bool TextFileWriter::close() {
+    if (file_) {
+        if (std::fclose(file_) != 0) ok_ = false;
+        file_ = nullptr;
+    }
+    return ok_;
+}
+
+bool WriteFileReplacing(std::string_view fileName, std::string_view bytes) {
+    std::string temp = std::string(fileName) + ".tmp";
+    {
+        TextFileWriter w;
+        if (!w.open(temp, TextFileWriter::Mode::Truncate)) return false;
+        w.writeRaw(bytes);
+        if (!w.close()) {
+            std::error_code ec;
+            std::filesystem::remove(PathFromText(temp), ec);
+            return false;
+        }
+    }
+    std::error_code ec;
+    std::filesystem::rename(PathFromText(temp), PathFromText(fileName), ec);
+    if (ec) {
+        std::filesystem::remove(PathFromText(temp), ec);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace mervasto
