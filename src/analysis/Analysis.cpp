@@ -1,0 +1,167 @@
+#include "analysis/Analysis.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <exception>
+#include <thread>
+
+#include "analysis/EdgeScan.h"
+#include "analysis/GateWindow.h"
+#include "analysis/Smoothing.h"
+
+namespace mervasto {
+
+std::string SignalCheckText(int ch) {
+    return std::string(kSignalCheckTextHead) + std::to_string(ch + 1) + kSignalCheckTextTail;
+}
+
+namespace {
+
+struct Run {
+    const AnalysisInput& in;
+    const AnalysisParams& par;
+    AnalysisResults& res;
+    int32_t n;
+    bool withMessages;
+    std::vector<AnalysisMessage> gateMessages;
+    std::array<std::vector<AnalysisMessage>, kAnaChannels> channelMessages;
+
+    bool inUse(int ch) const {
+        const ChannelParams& cp = par.channel[static_cast<size_t>(ch)];
+        if (cp.DispOff) return false;
+        return par.entry == AnalysisEntry::AnalysisCommon || cp.channelStateOn;
+    }
+
+    // A channel of a two-channel record has no scale and no samples.
+    bool recorded(int ch) const {
+        const float vdiv = in.VoltsPerDiv[static_cast<size_t>(ch)];
+        return vdiv > 0 && std::isfinite(vdiv) && in.volts[static_cast<size_t>(ch)].size() >= static_cast<size_t>(n) &&
+               in.raw[static_cast<size_t>(ch)].size() >= static_cast<size_t>(n);
+    }
+
+    void clearChannel(int ch) {
+        ClearChannelResult(res.table, ch);
+        res.cycles.channel[static_cast<size_t>(ch)].clear();
+    }
+
+    void gate(AnalysisWorkspace::Lane& lane) {
+        ChannelResult& w = res.table.at(3, 0);
+        const float vdiv = in.VoltsPerDiv[3];
+        const GateLevels g = GetGateLevels(in.raw[3], n, vdiv, in.Offset[3], par.levelMethod, lane.histogram);
+        if (!par.MemoryInput && (!g.ok || vdiv / 3.0f >= g.HighLevel - g.LowLevel)) {
+            if (withMessages) gateMessages.push_back({kGateSignalTitle, kGateSignalText});
+            res.note[3] = kNoteGateLevelsClose;
+            return;  // the whole record stays the gate
+        }
+        const float h = (g.HighLevel - g.centre) * par.Histerisis / 100.0f;
+        FindGateRange(in.volts[3].first(static_cast<size_t>(n)), g.centre, h, 0, n - 1, w.GateStart, w.GateEnd);
+    }
+
+    void channel(int ch, AnalysisWorkspace::Lane& lane) {
+        const size_t c = static_cast<size_t>(ch);
+        const ChannelParams& cp = par.channel[c];
+        const ChannelResult& w = res.table.at(3, 0);
+        ChannelResult& r0 = res.table.at(ch, 0);
+        const float vdiv = in.VoltsPerDiv[c];
+
+        const SignalLevels keep{r0.HighLevel, r0.LowLevel, r0.Level, true};
+        const SignalLevels lv = GetSignalLevels(in.raw[c], w.AnaStart, w.AnaEnd, vdiv, in.Offset[c], par.PLevel,
+                                                par.levelMethod, lane.histogram, keep);
+        r0.HighLevel = lv.HighLevel;
+        r0.LowLevel = lv.LowLevel;
+        r0.Level = lv.Level;
+        if (!lv.ok && withMessages) channelMessages[c].push_back({kSignalCheckTitle, SignalCheckText(ch)});
+
+        if (!par.MemoryInput && lv.ok && vdiv / 3.0f > std::fabs(lv.HighLevel - lv.LowLevel)) {
+            clearChannel(ch);
+            res.note[c] = kNoteLevelsClose;
+            return;
+        }
+
+        const int32_t len = w.AnaEnd - w.AnaStart + 1;
+        if (lane.smoothed.size() < static_cast<size_t>(len)) lane.smoothed.resize(static_cast<size_t>(len));
+        const std::span<float> smoothed(lane.smoothed.data(), static_cast<size_t>(len));
+        SmoothSamples(in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, smoothed);
+
+        ScanSettings s;
+        s.signalType = cp.SignalType;
+        s.PPCheck = cp.PPCheck;
+        s.DutyCheck = cp.DutyCheck;
+        s.Histerisis = par.Histerisis;
+        s.MaxCycles = par.MaxCycles;
+        s.halfSmooth = HalfSmooth(par.SmoothingNo);
+        s.SampleSec = in.SampleSec;
+        s.VRate = cp.VRate;
+        s.OmitRangeEffect = par.OmitRangeEffect;
+        s.rejectFlag = par.rejectFlag;
+        s.rejectStart = par.rejectStart;
+        s.rejectEnd = par.rejectEnd;
+        ExtractCycles(ch, smoothed, w.AnaStart, s, res.table, res.cycles.channel[c]);
+    }
+};
+
+}  // namespace
+
+AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results) {
+    Run run{input, params, results, std::max<int32_t>(input.WaveLength, 0),
+            params.entry != AnalysisEntry::CommAnaProcess, {}, {}};
+    const int32_t n = run.n;
+    AnalysisWorkspace& ws = results.workspace;
+    if (ws.lanes.empty()) ws.lanes.resize(1);
+    for (auto& note : results.note) note.clear();
+
+    ChannelResult& w = results.table.at(3, 0);
+    w.GateStart = 0;
+    w.GateEnd = n - 1;
+    if (run.inUse(3) && params.channel[3].SignalType == kTypeGate && run.recorded(3) && n > 0) run.gate(ws.lanes[0]);
+
+    const SampleRange win = ApplyLimitPoints(w.GateStart, w.GateEnd, n, params.LimitPoints);
+    w.AnaStart = win.start;
+    w.AnaEnd = win.end;
+
+    std::vector<int> jobs;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const int32_t type = params.channel[static_cast<size_t>(ch)].SignalType;
+        if (!run.inUse(ch)) {
+            run.clearChannel(ch);
+        } else if (ch == 3 && type == kTypeGate) {
+            // The gate keeps its statistics; it has no levels of its own.
+            ChannelResult& r0 = results.table.at(3, 0);
+            r0.HighLevel = r0.LowLevel = r0.Level = 0;
+        } else if (type < 0 || type > kTypeMin || !run.recorded(ch) || win.end < win.start) {
+            run.clearChannel(ch);
+        } else {
+            jobs.push_back(ch);
+        }
+    }
+
+    // Channels are independent: each worker takes the next channel and uses
+    // its own scratch, so the results do not depend on the number of workers.
+    int workers = params.threads > 0 ? params.threads : static_cast<int>(std::thread::hardware_concurrency());
+    workers = std::clamp(workers, 1, std::max<int>(1, static_cast<int>(jobs.size())));
+    if (ws.lanes.size() < static_cast<size_t>(workers)) ws.lanes.resize(static_cast<size_t>(workers));
+    std::atomic<size_t> next{0};
+    std::vector<std::exception_ptr> failures(static_cast<size_t>(workers));
+    auto work = [&](int lane) {
+        try {
+            for (size_t j = next++; j < jobs.size(); j = next++) run.channel(jobs[j], ws.lanes[static_cast<size_t>(lane)]);
+        } catch (...) {
+            failures[static_cast<size_t>(lane)] = std::current_exception();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 1; t < workers; ++t) threads.emplace_back(work, t);
+    work(0);
+    for (auto& t : threads) t.join();
+    for (auto& f : failures)
+        if (f) std::rethrow_exception(f);
+
+    AnalysisOutcome outcome;
+    outcome.messages = std::move(run.gateMessages);
+    for (auto& m : run.channelMessages)
+        for (auto& msg : m) outcome.messages.push_back(std::move(msg));
+    return outcome;
+}
+
+}  // namespace mervasto

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "analysis/AnalysisTypes.h"
+#include "analysis/Levels.h"
+
+// One analysis run over the four channels of a record: which channels are
+// analysed, their levels, the gate and margin window, and the cycle scan.
+namespace mervasto {
+
+// Texts of the signal checks, as shown to the user.
+inline constexpr const char* kGateSignalTitle = "Gate Signal";
+inline constexpr const char* kGateSignalText = "Overflowed or Underflowed or Smaller Ch4 Signal. Check ch4 !";
+inline constexpr const char* kSignalCheckTitle = "Signal Check";
+// Full text: kSignalCheckTextHead + channel number + kSignalCheckTextTail.
+inline constexpr const char* kSignalCheckTextHead = "Overflowed or Underflowed or Smaller Ch";
+inline constexpr const char* kSignalCheckTextTail = " Signal. Check Signal !";
+inline constexpr const char* kCompletedAnalysis = "Completed Analysis.";
+// Why a channel has no results although it is switched on.
+inline constexpr const char* kNoteLevelsClose = "levels closer than 1/3 div";
+inline constexpr const char* kNoteGateLevelsClose = "gate levels closer than 1/3 div";
+
+// The record as the analysis sees it. volts[ch] and raw[ch] must hold at
+// least WaveLength samples, otherwise the channel gives no results.
+struct AnalysisInput {
+    std::array<std::span<const float>, kAnaChannels> volts;
+    // 16-bit samples, 8192 counts per division (see RawFromVolts for records
+    // that only exist in volts).
+    std::array<std::span<const int16_t>, kAnaChannels> raw;
+    int32_t WaveLength = 0;
+    float SampleSec = 0;
+    std::array<float, kAnaChannels> VoltsPerDiv{};  // 0: channel not recorded
+    std::array<float, kAnaChannels> Offset{};
+};
+
+// Who started the run: decides which channels are analysed and whether the
+// signal-check messages are produced.
+enum class AnalysisEntry {
+    AnalysisCommon,       // after a transfer: channels not switched off; messages
+    CommAnaProcess,       // limit editor: switched on and state "ON"; no messages
+    LimitPointsKeyPress,  // margin / reject-range change: switched on and state "ON"; messages
+};
+
+struct ChannelParams {
+    bool DispOff = false;         // switched off: not analysed, results cleared
+    int32_t SignalType = kTypePeriod;  // list index 0..8, 9 = "Gate" (Ch4 only)
+    double VRate = 1;
+    bool PPCheck = false;
+    bool DutyCheck = false;
+    bool channelStateOn = true;   // the channel state reads "ON"
+};
+
+struct AnalysisParams {
+    float Histerisis = 0;   // percent
+    float PLevel = 50;      // percent from the low to the high level
+    float LimitPoints = 0;  // margin in divisions (tenths of the record)
+    int32_t MaxCycles = 1000;
+    int32_t SmoothingNo = 1;
+    bool OmitRangeEffect = false;
+    bool MemoryInput = false;  // waves from memory: the amplitude checks are skipped
+    std::array<ChannelParams, kAnaChannels> channel{};
+    bool rejectFlag = false;    // a reject range has been read
+    int32_t rejectStart = 0;    // sample indices
+    int32_t rejectEnd = 0;
+    AnalysisEntry entry = AnalysisEntry::AnalysisCommon;
+    LevelMethod levelMethod = LevelMethod::Peaks;
+    int threads = 0;  // 0: one per core (at most one per channel)
+};
+
+// Scratch memory of a run (histograms, smoothed samples), kept so that a
+// repeated run over records of the same size allocates nothing.
+struct AnalysisWorkspace {
+    struct Lane {
+        LevelHistogram histogram;
+        std::vector<float> smoothed;
+    };
+    std::vector<Lane> lanes;
+};
+
+// Kept by the caller from one run to the next; a run overwrites what belongs
+// to the channels it analyses or clears (see docs/analysis.md).
+struct AnalysisResults {
+    ChannelResultTable table;
+    CycleTable cycles;                            // cycles[ch].size() == Counts
+    std::array<std::string, kAnaChannels> note;   // why a channel has no results; empty otherwise
+    AnalysisWorkspace workspace;
+};
+
+struct AnalysisOutcome {
+    std::vector<AnalysisMessage> messages;  // in the order they would be shown
+};
+
+AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results);
+
+// "Overflowed or Underflowed or Smaller Ch<n> Signal. Check Signal !"
+std::string SignalCheckText(int ch);
+
+}  // namespace mervasto
