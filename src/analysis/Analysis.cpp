@@ -8,7 +8,6 @@
 
 #include "analysis/EdgeScan.h"
 #include "analysis/GateWindow.h"
-#include "analysis/Smoothing.h"
 
 namespace mervasto {
 
@@ -80,24 +79,20 @@ struct Run {
         }
 
         const int32_t len = w.AnaEnd - w.AnaStart + 1;
-        if (lane.smoothed.size() < static_cast<size_t>(len)) lane.smoothed.resize(static_cast<size_t>(len));
-        const std::span<float> smoothed(lane.smoothed.data(), static_cast<size_t>(len));
-        SmoothSamples(in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, smoothed);
-
         ScanSettings s;
         s.signalType = cp.SignalType;
         s.PPCheck = cp.PPCheck;
         s.DutyCheck = cp.DutyCheck;
         s.Histerisis = par.Histerisis;
         s.MaxCycles = par.MaxCycles;
-        s.halfSmooth = HalfSmooth(par.SmoothingNo);
         s.SampleSec = in.SampleSec;
         s.VRate = cp.VRate;
         s.OmitRangeEffect = par.OmitRangeEffect;
         s.rejectFlag = par.rejectFlag;
         s.rejectStart = par.rejectStart;
         s.rejectEnd = par.rejectEnd;
-        ExtractCycles(ch, smoothed, w.AnaStart, s, res.table, res.cycles.channel[c]);
+        ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
+                                res.table, res.cycles.channel[c], lane.smoothed);
     }
 };
 

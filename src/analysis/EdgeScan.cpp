@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
+#include "analysis/Smoothing.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 
@@ -16,29 +20,246 @@ struct SpanMeasure {
     double sumSquares;
 };
 
-// Max, min and sum of squares of x[a..b], b >= a, in one pass. Four partial
-// sums keep the loop from waiting on one chain of additions; they are always
-// combined in the same order, so the result does not depend on anything but
-// the samples.
-SpanMeasure measureSpan(const float* x, int32_t a, int32_t b) {
-    float mx = x[a], mn = x[a];
-    double q0 = 0, q1 = 0, q2 = 0, q3 = 0;
-    int32_t t = a;
-    for (; t + 3 <= b; t += 4) {
-        const float v0 = x[t], v1 = x[t + 1], v2 = x[t + 2], v3 = x[t + 3];
-        q0 += static_cast<double>(v0) * v0;
-        q1 += static_cast<double>(v1) * v1;
-        q2 += static_cast<double>(v2) * v2;
-        q3 += static_cast<double>(v3) * v3;
-        mx = std::max(mx, std::max(std::max(v0, v1), std::max(v2, v3)));
-        mn = std::min(mn, std::min(std::min(v0, v1), std::min(v2, v3)));
+// Where the scan reads its samples from. Plain: an array of samples as they
+// are (smoothed beforehand, or not smoothed at all). Mean<HS>: the centred
+// mean of 2 HS + 1 samples of the record, worked out as it is read, so that
+// a long record is read once instead of being smoothed into a second array
+// and read again; it gives exactly the values of SmoothSamples.
+struct PlainSamples {
+    const float* x;
+    int32_t n;
+
+    PlainSamples(const float* samples, int32_t count) : x(samples), n(count) {}
+    float at(int32_t j) const { return x[j]; }
+    // Samples j .. j + count - 1, one after the other.
+    const float* span(int32_t j, int32_t) const { return x + j; }
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t) {}
+};
+
+template <int HS>
+struct MeanSamples {
+    static constexpr float kInv = 1.0f / (2 * HS + 1);  // as SmoothSamples
+    const float* x;  // x[j] is sample j of the window; x[j - HS .. j + HS] read where they exist
+    int32_t n;
+    int32_t vectorFrom;  // [vectorFrom, vectorTo): the whole mean lies in the record
+    int32_t vectorTo;
+
+    MeanSamples(const float* record, int32_t recordLength, int32_t start, int32_t count)
+        : x(record + start),
+          n(count),
+          vectorFrom(std::clamp(HS - start, 0, count)),
+          vectorTo(std::clamp(recordLength - HS - start, vectorFrom, count)) {}
+
+    float at(int32_t j) const {
+        if (j < vectorFrom || j >= vectorTo) return x[j];
+        const float* w = x + j - HS;
+        float s = w[0];
+        for (int t = 1; t <= 2 * HS; ++t) s += w[t];
+        return s * kInv;
     }
-    for (; t <= b; ++t) {
-        q0 += static_cast<double>(x[t]) * x[t];
+#if defined(__SSE2__)
+    __m128 four(int32_t j) const {
+        const float* w = x + j - HS;
+        __m128 s = _mm_loadu_ps(w);
+        for (int t = 1; t <= 2 * HS; ++t) s = _mm_add_ps(s, _mm_loadu_ps(w + t));
+        return _mm_mul_ps(s, _mm_set1_ps(kInv));
+    }
+#endif
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t) {}
+};
+
+// MeanSamples worked out once, a chunk ahead of the scan, into a buffer that
+// keeps the latest 32,768 to 131,072 of them: it stays in the cache for the
+// measurements of each cycle, and the record is read only once. A cycle that
+// reaches further back is measured from the record.
+template <int HS>
+class RingSamples {
+public:
+    static constexpr int32_t kKeep = 1 << 15;
+    static constexpr int32_t kChunk = 2048;
+    static constexpr size_t kFloats = static_cast<size_t>(4 * kKeep);
+
+    RingSamples(const MeanSamples<HS>& mean, float* buffer) : mean_(mean), buf_(buffer), n(mean.n) {}
+
+    const MeanSamples<HS>& mean_;
+    float* buf_;              // buf_[k - base_] is sample k, for k in [base_, produced_)
+    int32_t n;
+    int32_t base_ = 0;
+    int32_t produced_ = 0;
+
+    float at(int32_t j) {
+        if (j >= produced_) produce(j);
+        return buf_[j - base_];
+    }
+    const float* span(int32_t j, int32_t count) {
+        if (j + count > produced_) produce(j + count - 1);
+        return buf_ + (j - base_);
+    }
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t j) { base_ = produced_ = j; }
+
+private:
+    void produce(int32_t upTo) {
+        while (produced_ <= upTo && produced_ < n) {
+            if (produced_ - base_ + kChunk > 4 * kKeep) {
+                std::copy(buf_ + (produced_ - kKeep - base_), buf_ + (produced_ - base_), buf_);
+                base_ = produced_ - kKeep;
+            }
+            const int32_t end = std::min(n, produced_ + kChunk);
+            float* out = buf_ - base_;
+            int32_t k = produced_;
+#if defined(__SSE2__)
+            const int32_t vectorEnd = std::min(end, mean_.vectorTo);
+            for (; k < vectorEnd && k < mean_.vectorFrom; ++k) out[k] = mean_.at(k);
+            for (; k + 4 <= vectorEnd; k += 4) _mm_storeu_ps(out + k, mean_.four(k));
+#endif
+            for (; k < end; ++k) out[k] = mean_.at(k);
+            produced_ = end;
+        }
+    }
+};
+
+// Max, min and sum of squares of count >= 1 samples in one pass. Eight
+// partial sums (sample 8k + r goes to q[r], the last few to q[0], q[1], ...)
+// keep the loop from waiting on one chain of additions; they are combined as
+// ((q0 + q1) + (q2 + q3)) + ((q4 + q5) + (q6 + q7)), in the vector and the
+// plain loop alike, so the result depends on the samples only.
+SpanMeasure finish(const double* q, float mx, float mn) {
+    return SpanMeasure{mx, mn, ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]))};
+}
+
+SpanMeasure measureRange(const float* x, int32_t count) {
+    alignas(16) double q[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+    float mx = x[0], mn = x[0];
+    int32_t t = 0;
+#if defined(__SSE2__)
+    __m128d q01 = _mm_setzero_pd(), q23 = q01, q45 = q01, q67 = q01;
+    __m128 vmx = _mm_set1_ps(mx), vmn = vmx;
+    for (; t + 8 <= count; t += 8) {
+        const __m128 v = _mm_loadu_ps(x + t);
+        const __m128 w = _mm_loadu_ps(x + t + 4);
+        const __m128d v0 = _mm_cvtps_pd(v), v1 = _mm_cvtps_pd(_mm_movehl_ps(v, v));
+        const __m128d w0 = _mm_cvtps_pd(w), w1 = _mm_cvtps_pd(_mm_movehl_ps(w, w));
+        q01 = _mm_add_pd(q01, _mm_mul_pd(v0, v0));
+        q23 = _mm_add_pd(q23, _mm_mul_pd(v1, v1));
+        q45 = _mm_add_pd(q45, _mm_mul_pd(w0, w0));
+        q67 = _mm_add_pd(q67, _mm_mul_pd(w1, w1));
+        vmx = _mm_max_ps(vmx, _mm_max_ps(v, w));
+        vmn = _mm_min_ps(vmn, _mm_min_ps(v, w));
+    }
+    _mm_store_pd(q, q01);
+    _mm_store_pd(q + 2, q23);
+    _mm_store_pd(q + 4, q45);
+    _mm_store_pd(q + 6, q67);
+    alignas(16) float m[4];
+    _mm_store_ps(m, vmx);
+    mx = std::max(std::max(m[0], m[1]), std::max(m[2], m[3]));
+    _mm_store_ps(m, vmn);
+    mn = std::min(std::min(m[0], m[1]), std::min(m[2], m[3]));
+#else
+    for (; t + 8 <= count; t += 8) {
+        for (int r = 0; r < 8; ++r) {
+            const float v = x[t + r];
+            q[r] += static_cast<double>(v) * v;
+            mx = std::max(mx, v);
+            mn = std::min(mn, v);
+        }
+    }
+#endif
+    for (int r = 0; t < count; ++t, ++r) {
+        q[r] += static_cast<double>(x[t]) * x[t];
         mx = std::max(mx, x[t]);
         mn = std::min(mn, x[t]);
     }
-    return SpanMeasure{mx, mn, (q0 + q1) + (q2 + q3)};
+    return finish(q, mx, mn);
+}
+
+// The same over samples a..b of any source, one by one.
+template <class Src>
+SpanMeasure measureSpan(Src& src, int32_t a, int32_t b) {
+    double q[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+    float mx = src.at(a), mn = mx;
+    const int32_t count = b - a + 1;
+    int32_t t = 0;
+    for (; t + 8 <= count; t += 8) {
+        for (int r = 0; r < 8; ++r) {
+            const float v = src.at(a + t + r);
+            q[r] += static_cast<double>(v) * v;
+            mx = std::max(mx, v);
+            mn = std::min(mn, v);
+        }
+    }
+    for (int r = 0; t < count; ++t, ++r) {
+        const float v = src.at(a + t);
+        q[r] += static_cast<double>(v) * v;
+        mx = std::max(mx, v);
+        mn = std::min(mn, v);
+    }
+    return finish(q, mx, mn);
+}
+
+SpanMeasure PlainSamples::measure(int32_t a, int32_t b) { return measureRange(x + a, b - a + 1); }
+
+template <int HS>
+SpanMeasure MeanSamples<HS>::measure(int32_t a, int32_t b) {
+    return measureSpan(*this, a, b);
+}
+
+template <int HS>
+SpanMeasure RingSamples<HS>::measure(int32_t a, int32_t b) {
+    if (a >= base_ && b < produced_) return measureRange(buf_ + (a - base_), b - a + 1);
+    MeanSamples<HS> fromRecord = mean_;
+    return measureSpan(fromRecord, a, b);
+}
+
+// First index in [j, end) whose sample fails keep(sample) (or end): the skip
+// over long flat stretches of the scan. keepFour is the same test on four
+// samples, giving a 4-bit mask of the failures.
+template <class Src, class Keep, class KeepFour>
+int32_t firstFailing(Src& src, int32_t j, int32_t end, Keep keep, KeepFour keepFour) {
+    constexpr int32_t kBlock = 512;
+    while (j < end) {
+        const int32_t len = std::min(end - j, kBlock);
+        const float* x = src.span(j, len);
+        int32_t k = 0;
+#if defined(__SSE2__)
+        for (; k + 16 <= len; k += 16) {
+            const int m = keepFour(_mm_loadu_ps(x + k)) | keepFour(_mm_loadu_ps(x + k + 4)) << 4 |
+                          keepFour(_mm_loadu_ps(x + k + 8)) << 8 | keepFour(_mm_loadu_ps(x + k + 12)) << 12;
+            if (m != 0) return j + k + __builtin_ctz(static_cast<unsigned>(m));
+        }
+#else
+        (void)keepFour;
+#endif
+        for (; k < len; ++k)
+            if (!keep(x[k])) return j + k;
+        j += len;
+    }
+    return end;
+}
+
+template <class Src>
+int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
+#if defined(__SSE2__)
+    const __m128 tv = _mm_set1_ps(t);
+    auto four = [tv](__m128 v) { return _mm_movemask_ps(_mm_cmpnge_ps(v, tv)); };
+#else
+    auto four = [](float) { return 0; };
+#endif
+    return firstFailing(src, j, end, [t](float v) { return v >= t; }, four);
+}
+
+template <class Src>
+int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
+#if defined(__SSE2__)
+    const __m128 tv = _mm_set1_ps(t);
+    auto four = [tv](__m128 v) { return _mm_movemask_ps(_mm_cmpnle_ps(v, tv)); };
+#else
+    auto four = [](float) { return 0; };
+#endif
+    return firstFailing(src, j, end, [t](float v) { return v <= t; }, four);
 }
 
 int32_t halfEvenMidpoint(int32_t a, int32_t b) {
@@ -91,20 +312,16 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
     if (cycles.capacity() < static_cast<size_t>(limit)) cycles.reserve(static_cast<size_t>(limit));
 }
 
-int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles) {
-    ClearChannelResult(table, ch);
+namespace {
+
+// The edge scan over n samples of src; window sample 0 is sample `start`.
+template <class Src>
+int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
+                   std::vector<CycleRecord>& cycles) {
     const int32_t limit = CycleLimit(s.MaxCycles);
     ReserveCycles(cycles, limit);
     cycles.clear();
-
-    const int32_t n = static_cast<int32_t>(window.size());
-    if (n <= 0) {
-        SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
-        return 0;
-    }
-    const float* x = window.data();
-    const ChannelResult& levels = table.at(ch, 0);
+    if (n <= 0) return 0;
     const float level = levels.Level;
     const float h = (levels.HighLevel - level) * s.Histerisis / 100.0f;
     const float lowT = level - h;
@@ -113,6 +330,9 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
     const int32_t bound = n - s.halfSmooth - 2;  // the band loops stop here
     const bool pulse = isPulseType(s.signalType);
     const double sampleSec = s.SampleSec;
+    // With h >= 0 a sample at or beyond the threshold on the previous
+    // sample's side can neither be in the band nor cross the level.
+    const bool skipFlat = h >= 0.0f;
 
     // Local (window) indices from here on; the reject range is in sample
     // numbers and must lie within 1..window length - 1.
@@ -128,7 +348,7 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
     int32_t cycle = 0;
     cycles.emplace_back();
 
-    auto sample = [&](int32_t j) { return x[j < n ? j : n - 1]; };
+    auto sample = [&](int32_t j) { return src.at(j < n ? j : n - 1); };
 
     // Appends an edge; true when the cycle limit ends the scan.
     auto recordEdge = [&](int32_t e) -> bool {
@@ -142,7 +362,7 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
             if (edge[2] == edge[0]) edge[2] = edge[0] + 1;
             const int32_t e0 = edge[0], e1 = edge[1], e2 = edge[2];
             const double period = e2 - e0;
-            const SpanMeasure m = measureSpan(x, e0, std::min(e2, n - 1));
+            const SpanMeasure m = src.measure(e0, std::min(e2, n - 1));
             CycleRecord& c = cycles[static_cast<size_t>(cycle)];
             c.Period = period;
             c.Duty = (e1 - e0) * 100.0 / period;
@@ -173,15 +393,27 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
         // Up to the sample after which the reject range starts (or the end).
         const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
         while (j < segEnd) {
-            const float v = x[j];
             if (!armed) {
-                if (v >= lowT) {
-                    ++j;
-                    continue;
-                }
+                j = firstNotAtLeast(src, j, segEnd, lowT);
+                if (j >= segEnd) break;
                 armed = true;
-                p = v;
+                p = src.at(j);
+            } else if (skipFlat) {
+                // Samples beyond the band on the side of the previous one
+                // only move the previous sample along: skip them in bulk.
+                int32_t next = j;
+                if (p > level)
+                    next = firstNotAtLeast(src, j, segEnd, highT);
+                else if (p < level)
+                    next = firstNotAtMost(src, j, segEnd, lowT);
+                if (next > j) {
+                    p = src.at(next - 1);
+                    prev = next - 1;
+                    j = next;
+                    if (j >= segEnd) break;
+                }
             }
+            const float v = src.at(j);
             if (v > lowT && v < highT) {
                 // Inside the band: the edge is the middle of the traversal.
                 const int32_t entry = j;
@@ -200,17 +432,19 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
                     p = sample(j);
                     prev = j;
                 } while (!(std::fabs(w - p) >= h) && j < bound);
-            } else if ((v - level) * (p - level) >= 0.0f) {
-                p = v;
-                prev = j;
-            } else {
-                // Jumped across the level between two samples.
-                if (recordEdge(halfEvenMidpoint(j, prev))) {
-                    stopped = true;
-                    break;
+            } else if (v <= lowT || v >= highT) {
+                if ((v - level) * (p - level) >= 0.0f) {
+                    p = v;
+                    prev = j;
+                } else {
+                    // Jumped across the level between two samples.
+                    if (recordEdge(halfEvenMidpoint(j, prev))) {
+                        stopped = true;
+                        break;
+                    }
+                    p = v;
+                    prev = j;
                 }
-                p = v;
-                prev = j;
             }
             ++j;
         }
@@ -218,13 +452,72 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
         // One reject range per run: drop the edges so far, restart unarmed.
         rejectPending = false;
         j = rejectTo;
+        src.restart(j);
         armed = false;
         k = 0;
     }
 
     cycles.resize(static_cast<size_t>(cycle));
-    SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     return cycle;
+}
+
+template <int HS>
+int32_t scanMeans(std::span<const float> record, int32_t start, int32_t count, const ScanSettings& s,
+                  const ChannelResult& levels, std::vector<CycleRecord>& cycles, std::vector<float>& scratch) {
+    const MeanSamples<HS> mean(record.data(), static_cast<int32_t>(record.size()), start, count);
+    if (scratch.size() < RingSamples<HS>::kFloats) scratch.resize(RingSamples<HS>::kFloats);
+    RingSamples<HS> src(mean, scratch.data());
+    return scanCycles(src, count, start, s, levels, cycles);
+}
+
+}  // namespace
+
+int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles) {
+    ClearChannelResult(table, ch);
+    const int32_t n = static_cast<int32_t>(window.size());
+    PlainSamples src(window.data(), n);
+    const int32_t count = scanCycles(src, n, start, s, table.at(ch, 0), cycles);
+    SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
+    return count;
+}
+
+int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
+                                int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch) {
+    ClearChannelResult(table, ch);
+    ScanSettings s = settings;
+    s.halfSmooth = HalfSmooth(SmoothingNo);
+    const ChannelResult& levels = table.at(ch, 0);
+    int32_t found = 0;
+    if (count <= 0 || start < 0 || static_cast<size_t>(start) + static_cast<size_t>(count) > record.size()) {
+        cycles.clear();
+    } else {
+        switch (s.halfSmooth) {
+            case 0: {
+                PlainSamples src(record.data() + start, count);
+                found = scanCycles(src, count, start, s, levels, cycles);
+                break;
+            }
+            case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch); break;
+            case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch); break;
+            case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch); break;
+            case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch); break;
+            case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch); break;
+            case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch); break;
+            case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch); break;
+            default: {
+                if (scratch.size() < static_cast<size_t>(count)) scratch.resize(static_cast<size_t>(count));
+                const std::span<float> smoothed(scratch.data(), static_cast<size_t>(count));
+                SmoothSamples(record, start, count, SmoothingNo, smoothed);
+                PlainSamples src(smoothed.data(), count);
+                found = scanCycles(src, count, start, s, levels, cycles);
+                break;
+            }
+        }
+    }
+    SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
+    return found;
 }
 
 void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec,
@@ -270,7 +563,7 @@ void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, 
     if (first > last) return;
     if (first < 0 || static_cast<size_t>(last) >= wave.size())
         throw RuntimeError(ErrorCode::Subscript, "Subscript out of range");
-    const SpanMeasure m = measureSpan(wave.data(), first, last);
+    const SpanMeasure m = measureRange(wave.data() + first, last - first + 1);
     maxValue = m.maxValue;
     minValue = m.minValue;
 }

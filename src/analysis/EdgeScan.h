@@ -39,6 +39,14 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit);
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
                       ChannelResultTable& table, std::vector<CycleRecord>& cycles);
 
+// The same scan straight from the channel's record (volts) over samples
+// start .. start + count - 1, smoothed with SmoothingNo as SmoothSamples does
+// (settings.halfSmooth is taken from SmoothingNo). Short averages are worked
+// out while scanning; longer ones are smoothed into `scratch` first.
+int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
+                                int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch);
+
 // Statistics of cycles into the rows of channel ch (see docs/analysis.md for
 // what each row measures). Counts of every row = cycles.size(); rows are
 // marked Valid when there is at least one cycle.

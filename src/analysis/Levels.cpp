@@ -43,16 +43,44 @@ bool LevelHistogram::count(std::span<const int16_t> raw, int32_t first, int32_t 
     uint32_t* h1 = h0 + kBins;
     uint32_t* h2 = h1 + kBins;
     uint32_t* h3 = h2 + kBins;
+    auto bin = [](int16_t v) { return static_cast<uint16_t>(v) ^ 0x8000u; };
     const int16_t* s = raw.data() + first;
     const size_t n = static_cast<size_t>(last - first) + 1;
+    // Recorded signals sit on one code for long stretches: a group of eight
+    // equal samples is counted as a run in a register, other groups sample
+    // by sample.
+    constexpr uint64_t kSpread = 0x0001000100010001ull;
+    uint16_t runCode = static_cast<uint16_t>(s[0]);
+    uint64_t runPattern = runCode * kSpread;
+    uint32_t runCount = 0;
     size_t k = 0;
-    for (; k + 4 <= n; k += 4) {
-        ++h0[static_cast<uint16_t>(s[k]) ^ 0x8000u];
-        ++h1[static_cast<uint16_t>(s[k + 1]) ^ 0x8000u];
-        ++h2[static_cast<uint16_t>(s[k + 2]) ^ 0x8000u];
-        ++h3[static_cast<uint16_t>(s[k + 3]) ^ 0x8000u];
+    for (; k + 8 <= n; k += 8) {
+        uint64_t a, b;
+        std::memcpy(&a, s + k, 8);
+        std::memcpy(&b, s + k + 4, 8);
+        if (a == runPattern && b == runPattern) {
+            runCount += 8;
+            continue;
+        }
+        const uint64_t own = static_cast<uint16_t>(s[k]) * kSpread;
+        if (a == own && b == own) {
+            h0[runCode ^ 0x8000u] += runCount;
+            runCode = static_cast<uint16_t>(s[k]);
+            runPattern = own;
+            runCount = 8;
+            continue;
+        }
+        ++h0[bin(s[k])];
+        ++h1[bin(s[k + 1])];
+        ++h2[bin(s[k + 2])];
+        ++h3[bin(s[k + 3])];
+        ++h0[bin(s[k + 4])];
+        ++h1[bin(s[k + 5])];
+        ++h2[bin(s[k + 6])];
+        ++h3[bin(s[k + 7])];
     }
-    for (; k < n; ++k) ++h0[static_cast<uint16_t>(s[k]) ^ 0x8000u];
+    h0[runCode ^ 0x8000u] += runCount;
+    for (; k < n; ++k) ++h0[bin(s[k])];
     for (int b = 0; b < kBins; ++b) merged_[static_cast<size_t>(b)] = h0[b] + h1[b] + h2[b] + h3[b];
     return true;
 }

@@ -8,6 +8,23 @@ namespace mervasto {
 namespace {
 
 constexpr int32_t kBlock = 4096;
+constexpr int32_t kDirectHalf = 7;  // up to 15 samples: summed directly
+
+// out[j - from] for j in [lo, hi), summed left to right in single precision.
+template <int HS>
+void directMean(const float* x, float* out, int32_t from, int32_t lo, int32_t hi) {
+    constexpr float inv = 1.0f / (2 * HS + 1);
+    for (int32_t j = lo; j < hi; ++j) {
+        const float* w = x + j - HS;
+        float s = w[0];
+        for (int t = 1; t <= 2 * HS; ++t) s += w[t];
+        out[j - from] = s * inv;
+    }
+}
+
+using DirectMean = void (*)(const float*, float*, int32_t, int32_t, int32_t);
+constexpr DirectMean kDirectMeans[kDirectHalf + 1] = {nullptr,       directMean<1>, directMean<2>, directMean<3>,
+                                                      directMean<4>, directMean<5>, directMean<6>, directMean<7>};
 
 struct Smoother {
     const float* x;
@@ -80,6 +97,10 @@ void SmoothSamples(std::span<const float> record, int32_t from, int32_t count, i
     std::memcpy(out.data(), record.data() + from, sizeof(float) * static_cast<size_t>(lo - from));
     std::memcpy(out.data() + (hi - from), record.data() + hi, sizeof(float) * static_cast<size_t>(end - hi));
 
+    if (hs <= kDirectHalf) {
+        kDirectMeans[hs](record.data(), out.data(), from, lo, hi);
+        return;
+    }
     const Smoother sm{record.data(), out.data(), from, hs, 1.0 / (2.0 * hs + 1.0)};
     // The restart points depend on the sample number only.
     const int32_t firstBoundary = std::min(hi, (lo / kBlock + 1) * kBlock);

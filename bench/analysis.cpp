@@ -1,0 +1,123 @@
+// Whole analysis runs over long records: 4 channels x 5,000,000 samples of
+// pulses, and one channel with 500,000 cycles.
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "analysis/Analysis.h"
+
+namespace {
+
+std::atomic<long> gAllocations{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    gAllocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+    throw std::bad_alloc();
+}
+// Counting only: the pair below replaces the global allocation functions.
+void operator delete(void* p) noexcept { std::free(p); }  // NOLINT
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }  // NOLINT
+
+namespace {
+
+using namespace mervasto;
+
+constexpr int32_t kSamples = 5000000;
+
+// Pulses with a four-sample rise and fall and a little noise, as an 8-bit
+// instrument records them: 32 codes per division, 256 counts per code.
+struct PulseRecord {
+    std::array<std::vector<float>, 4> volts;
+    std::array<std::vector<int16_t>, 4> raw;
+    AnalysisInput in;
+
+    PulseRecord(int channels, int32_t period) {
+        uint32_t seed = 12345;
+        in.WaveLength = kSamples;
+        in.SampleSec = 1e-8f;
+        for (int ch = 0; ch < 4; ++ch) {
+            in.VoltsPerDiv[ch] = 1.0f;
+            in.Offset[ch] = -2.5f;
+            if (ch >= channels) continue;
+            auto& v = volts[ch];
+            v.resize(kSamples);
+            const int32_t p = period + ch * 3;  // channels differ a little
+            const int32_t width = p * (30 + 10 * ch) / 100;
+            for (int32_t i = 0; i < kSamples; ++i) {
+                const int32_t t = i % p;
+                float level = t < width ? 5.0f : 0.0f;
+                if (t < 4) level = 5.0f * static_cast<float>(t) / 4.0f;
+                if (t >= width && t < width + 4) level = 5.0f * static_cast<float>(width + 4 - t) / 4.0f;
+                seed = seed * 1664525u + 1013904223u;
+                const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
+                const float code = std::nearbyint((level + noise + in.Offset[ch]) / in.VoltsPerDiv[ch] * 32.0f);
+                v[static_cast<size_t>(i)] = code / 32.0f * in.VoltsPerDiv[ch] - in.Offset[ch];
+            }
+            raw[ch].resize(kSamples);
+            RawFromVolts(v, in.VoltsPerDiv[ch], in.Offset[ch], raw[ch]);
+            in.volts[ch] = volts[ch];
+            in.raw[ch] = raw[ch];
+        }
+    }
+};
+
+AnalysisParams benchParams(int channels, LevelMethod method, int threads) {
+    AnalysisParams p;
+    p.Histerisis = 10;
+    p.PLevel = 50;
+    p.MaxCycles = 500000;
+    p.SmoothingNo = 5;
+    p.levelMethod = method;
+    p.threads = threads;
+    for (int ch = 0; ch < 4; ++ch) {
+        p.channel[ch].DispOff = ch >= channels;
+        p.channel[ch].SignalType = kTypePeriod;
+    }
+    return p;
+}
+
+void runAndReport(benchmark::State& state, const PulseRecord& rec, const AnalysisParams& p) {
+    AnalysisResults res;
+    RunAnalysis(rec.in, p, res);  // sizes the scratch and the cycle tables
+    const long before = gAllocations.load();
+    for (auto _ : state) {
+        AnalysisOutcome out = RunAnalysis(rec.in, p, res);
+        benchmark::DoNotOptimize(out);
+    }
+    state.counters["cycles_ch1"] = res.table.at(0, 2).Counts;
+    state.counters["allocs_per_run"] =
+        static_cast<double>(gAllocations.load() - before) / static_cast<double>(state.iterations());
+}
+
+const PulseRecord& fourChannels() {
+    static const PulseRecord rec(4, 500);
+    return rec;
+}
+
+void BM_FourChannelsPeaks(benchmark::State& state) {
+    runAndReport(state, fourChannels(), benchParams(4, LevelMethod::Peaks, static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_FourChannelsPeaks)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_FourChannelsHalves(benchmark::State& state) {
+    runAndReport(state, fourChannels(), benchParams(4, LevelMethod::Halves, static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_FourChannelsHalves)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// 500,000 cycles of 10 samples on one channel: the cycle limit, and no
+// allocation inside the scan once the table has its size.
+void BM_OneChannelMaxCycles(benchmark::State& state) {
+    static const PulseRecord rec(1, 10);
+    runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1));
+}
+BENCHMARK(BM_OneChannelMaxCycles)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
