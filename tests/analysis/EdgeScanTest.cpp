@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 #include <tuple>
 #include <vector>
 
 #include "analysis/EdgeScan.h"
+#include "analysis/Smoothing.h"
 #include "common/RuntimeError.h"
 
 namespace mervasto {
@@ -303,6 +305,65 @@ TEST(WaveHelpers, MaxMinAndMaxPeriod) {
     t.at(2, 3).Counts = 42;
     t.at(4, 1).Counts = 100;  // rows past Ch4 do not count
     EXPECT_EQ(GetMaxPeriod(t), 42);
+}
+
+}  // namespace
+}  // namespace mervasto
+
+namespace mervasto {
+namespace {
+
+// The scan straight from the record (averages worked out on the way, in a
+// buffer of limited reach) must give exactly what smoothing first and then
+// scanning gives: short and long averages, cycles longer than the buffer
+// reaches, a window that starts late, a reject range.
+TEST(ExtractCyclesFromRecord, SameAsSmoothingFirst) {
+    const int32_t n = 400000;
+    std::vector<float> rec(static_cast<size_t>(n));
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<float> noise(-0.6f, 0.6f);
+    for (int32_t i = 0; i < n; ++i) {
+        // Short pulses, then one cycle of 150,000 samples, then short again.
+        const bool high = i < 100000 ? (i % 700) < 300 : i < 250000 ? i < 175000 : (i % 333) < 100;
+        rec[static_cast<size_t>(i)] = (high ? 10.0f : 0.0f) + noise(rng);
+    }
+    struct Case {
+        int32_t smoothingNo, start, count;
+        bool reject;
+    };
+    const Case cases[] = {{1, 0, n, false},       {3, 0, n, false},     {5, 17, n - 40, false},
+                          {15, 0, n, true},       {17, 1000, 300000, false}, {5, 0, n, true},
+                          {9, n - 5000, 5000, false}};
+    for (const auto& c : cases) {
+        ScanSettings s;
+        s.signalType = kTypeRms;
+        s.Histerisis = 20;
+        s.MaxCycles = 500000;
+        s.SampleSec = 1e-6f;
+        s.halfSmooth = HalfSmooth(c.smoothingNo);
+        s.OmitRangeEffect = c.reject;
+        s.rejectFlag = c.reject;
+        s.rejectStart = 120000;
+        s.rejectEnd = 90000;  // a restart behind the point reached
+        auto tableA = levelsTable(0);
+        auto tableB = levelsTable(0);
+        std::vector<float> smoothed(static_cast<size_t>(c.count));
+        SmoothSamples(rec, c.start, c.count, c.smoothingNo, smoothed);
+        std::vector<CycleRecord> a, b;
+        std::vector<float> scratch;
+        const int32_t na = ExtractCycles(0, smoothed, c.start, s, tableA, a);
+        const int32_t nb = ExtractCyclesFromRecord(0, rec, c.start, c.count, c.smoothingNo, s, tableB, b, scratch);
+        ASSERT_EQ(na, nb) << c.smoothingNo << " " << c.start;
+        ASSERT_GT(na, 10);
+        for (size_t k = 0; k < a.size(); ++k) {
+            ASSERT_EQ(a[k].MidEdge, b[k].MidEdge) << k;
+            ASSERT_EQ(a[k].Period, b[k].Period) << k;
+            ASSERT_EQ(a[k].Rms, b[k].Rms) << k;
+            ASSERT_EQ(a[k].MaxValue, b[k].MaxValue) << k;
+            ASSERT_EQ(a[k].MinValue, b[k].MinValue) << k;
+        }
+        EXPECT_EQ(tableA.at(0, 2).Mean, tableB.at(0, 2).Mean);
+    }
 }
 
 }  // namespace
