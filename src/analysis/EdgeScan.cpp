@@ -5,6 +5,10 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__) && defined(__GNUC__)
+#define MERVASTO_AVX2 1
+#include <immintrin.h>
+#endif
 
 #include "analysis/Smoothing.h"
 #include "common/Numeric.h"
@@ -13,6 +17,18 @@
 namespace mervasto {
 
 namespace {
+
+#if defined(MERVASTO_AVX2)
+// The wide loops below give exactly the values of the narrow ones; they are
+// used where the processor has them.
+bool hasAvx2() {
+    static const bool yes = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return yes;
+}
+#endif
 
 struct SpanMeasure {
     double maxValue;
@@ -58,17 +74,47 @@ struct MeanSamples {
         for (int t = 1; t <= 2 * HS; ++t) s += w[t];
         return s * kInv;
     }
-#if defined(__SSE2__)
-    __m128 four(int32_t j) const {
-        const float* w = x + j - HS;
-        __m128 s = _mm_loadu_ps(w);
-        for (int t = 1; t <= 2 * HS; ++t) s = _mm_add_ps(s, _mm_loadu_ps(w + t));
-        return _mm_mul_ps(s, _mm_set1_ps(kInv));
-    }
-#endif
     SpanMeasure measure(int32_t a, int32_t b);
     void restart(int32_t) {}
 };
+
+// out[t] = centred mean at x + t for t < count (all of x[t - HS .. t + HS]
+// exist), summed in the same order as MeanSamples::at.
+template <int HS>
+void meanRun(const float* x, float* out, int32_t count) {
+    constexpr float inv = MeanSamples<HS>::kInv;
+    int32_t t = 0;
+#if defined(__SSE2__)
+    for (; t + 4 <= count; t += 4) {
+        const float* w = x + t - HS;
+        __m128 s = _mm_loadu_ps(w);
+        for (int r = 1; r <= 2 * HS; ++r) s = _mm_add_ps(s, _mm_loadu_ps(w + r));
+        _mm_storeu_ps(out + t, _mm_mul_ps(s, _mm_set1_ps(inv)));
+    }
+#endif
+    for (; t < count; ++t) {
+        const float* w = x + t - HS;
+        float s = w[0];
+        for (int r = 1; r <= 2 * HS; ++r) s += w[r];
+        out[t] = s * inv;
+    }
+}
+
+#if defined(MERVASTO_AVX2)
+template <int HS>
+__attribute__((target("avx2"))) void meanRunAvx2(const float* x, float* out, int32_t count) {
+    constexpr float inv = MeanSamples<HS>::kInv;
+    int32_t t = 0;
+    for (; t + 8 <= count; t += 8) {
+        const float* w = x + t - HS;
+        __m256 s = _mm256_loadu_ps(w);
+        for (int r = 1; r <= 2 * HS; ++r) s = _mm256_add_ps(s, _mm256_loadu_ps(w + r));
+        _mm256_storeu_ps(out + t, _mm256_mul_ps(s, _mm256_set1_ps(inv)));
+    }
+    _mm256_zeroupper();  // the narrow code after this must not pay for the wide registers
+    meanRun<HS>(x + t, out + t, count - t);
+}
+#endif
 
 // MeanSamples worked out once, a chunk ahead of the scan, into a buffer that
 // keeps the latest 32,768 to 131,072 of them: it stays in the cache for the
@@ -108,66 +154,37 @@ private:
                 base_ = produced_ - kKeep;
             }
             const int32_t end = std::min(n, produced_ + kChunk);
-            float* out = buf_ - base_;
+            float* out = buf_ + (produced_ - base_);  // sample k goes to out[k - produced_]
             int32_t k = produced_;
-#if defined(__SSE2__)
-            const int32_t vectorEnd = std::min(end, mean_.vectorTo);
-            for (; k < vectorEnd && k < mean_.vectorFrom; ++k) out[k] = mean_.at(k);
-            for (; k + 4 <= vectorEnd; k += 4) _mm_storeu_ps(out + k, mean_.four(k));
+            for (; k < end && k < mean_.vectorFrom; ++k) out[k - produced_] = mean_.at(k);
+            const int32_t runEnd = std::max(k, std::min(end, mean_.vectorTo));
+#if defined(MERVASTO_AVX2)
+            if (hasAvx2())
+                meanRunAvx2<HS>(mean_.x + k, out + (k - produced_), runEnd - k);
+            else
 #endif
-            for (; k < end; ++k) out[k] = mean_.at(k);
+                meanRun<HS>(mean_.x + k, out + (k - produced_), runEnd - k);
+            for (k = runEnd; k < end; ++k) out[k - produced_] = mean_.at(k);
             produced_ = end;
         }
     }
 };
 
-// Max, min and sum of squares of count >= 1 samples in one pass. Eight
-// partial sums (sample 8k + r goes to q[r], the last few to q[0], q[1], ...)
-// keep the loop from waiting on one chain of additions; they are combined as
-// ((q0 + q1) + (q2 + q3)) + ((q4 + q5) + (q6 + q7)), in the vector and the
-// plain loop alike, so the result depends on the samples only.
+// Max, min and sum of squares of count >= 1 samples in one pass. Sixteen
+// partial sums (sample 16k + r goes to q[r], the last few to q[0], q[1], ...)
+// keep the loop from waiting on one chain of additions; they are combined
+// pairwise in a fixed tree, in the wide, the narrow and the plain loop alike,
+// so the result depends on the samples only.
+constexpr int kLanes = 16;
+
 SpanMeasure finish(const double* q, float mx, float mn) {
-    return SpanMeasure{mx, mn, ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]))};
+    const double a = ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]));
+    const double b = ((q[8] + q[9]) + (q[10] + q[11])) + ((q[12] + q[13]) + (q[14] + q[15]));
+    return SpanMeasure{mx, mn, a + b};
 }
 
-SpanMeasure measureRange(const float* x, int32_t count) {
-    alignas(16) double q[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-    float mx = x[0], mn = x[0];
-    int32_t t = 0;
-#if defined(__SSE2__)
-    __m128d q01 = _mm_setzero_pd(), q23 = q01, q45 = q01, q67 = q01;
-    __m128 vmx = _mm_set1_ps(mx), vmn = vmx;
-    for (; t + 8 <= count; t += 8) {
-        const __m128 v = _mm_loadu_ps(x + t);
-        const __m128 w = _mm_loadu_ps(x + t + 4);
-        const __m128d v0 = _mm_cvtps_pd(v), v1 = _mm_cvtps_pd(_mm_movehl_ps(v, v));
-        const __m128d w0 = _mm_cvtps_pd(w), w1 = _mm_cvtps_pd(_mm_movehl_ps(w, w));
-        q01 = _mm_add_pd(q01, _mm_mul_pd(v0, v0));
-        q23 = _mm_add_pd(q23, _mm_mul_pd(v1, v1));
-        q45 = _mm_add_pd(q45, _mm_mul_pd(w0, w0));
-        q67 = _mm_add_pd(q67, _mm_mul_pd(w1, w1));
-        vmx = _mm_max_ps(vmx, _mm_max_ps(v, w));
-        vmn = _mm_min_ps(vmn, _mm_min_ps(v, w));
-    }
-    _mm_store_pd(q, q01);
-    _mm_store_pd(q + 2, q23);
-    _mm_store_pd(q + 4, q45);
-    _mm_store_pd(q + 6, q67);
-    alignas(16) float m[4];
-    _mm_store_ps(m, vmx);
-    mx = std::max(std::max(m[0], m[1]), std::max(m[2], m[3]));
-    _mm_store_ps(m, vmn);
-    mn = std::min(std::min(m[0], m[1]), std::min(m[2], m[3]));
-#else
-    for (; t + 8 <= count; t += 8) {
-        for (int r = 0; r < 8; ++r) {
-            const float v = x[t + r];
-            q[r] += static_cast<double>(v) * v;
-            mx = std::max(mx, v);
-            mn = std::min(mn, v);
-        }
-    }
-#endif
+// The samples after the last whole group of sixteen.
+SpanMeasure measureTail(const float* x, int32_t t, int32_t count, double* q, float mx, float mn) {
     for (int r = 0; t < count; ++t, ++r) {
         q[r] += static_cast<double>(x[t]) * x[t];
         mx = std::max(mx, x[t]);
@@ -176,15 +193,87 @@ SpanMeasure measureRange(const float* x, int32_t count) {
     return finish(q, mx, mn);
 }
 
+#if defined(MERVASTO_AVX2)
+__attribute__((target("avx2"))) SpanMeasure measureRangeAvx2(const float* x, int32_t count) {
+    alignas(32) double q[kLanes];
+    __m256d acc[4] = {_mm256_setzero_pd(), _mm256_setzero_pd(), _mm256_setzero_pd(), _mm256_setzero_pd()};
+    __m256 vmx = _mm256_set1_ps(x[0]), vmn = vmx;
+    int32_t t = 0;
+    for (; t + kLanes <= count; t += kLanes) {
+        for (int h = 0; h < 2; ++h) {
+            const __m256 v = _mm256_loadu_ps(x + t + 8 * h);
+            const __m256d lo = _mm256_cvtps_pd(_mm256_castps256_ps128(v));
+            const __m256d hi = _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1));
+            acc[2 * h] = _mm256_add_pd(acc[2 * h], _mm256_mul_pd(lo, lo));
+            acc[2 * h + 1] = _mm256_add_pd(acc[2 * h + 1], _mm256_mul_pd(hi, hi));
+            vmx = _mm256_max_ps(vmx, v);
+            vmn = _mm256_min_ps(vmn, v);
+        }
+    }
+    for (int i = 0; i < 4; ++i) _mm256_store_pd(q + 4 * i, acc[i]);
+    alignas(32) float m[8];
+    _mm256_store_ps(m, vmx);
+    float mx = m[0];
+    for (int i = 1; i < 8; ++i) mx = std::max(mx, m[i]);
+    _mm256_store_ps(m, vmn);
+    float mn = m[0];
+    for (int i = 1; i < 8; ++i) mn = std::min(mn, m[i]);
+    _mm256_zeroupper();
+    return measureTail(x, t, count, q, mx, mn);
+}
+#endif
+
+SpanMeasure measureRange(const float* x, int32_t count) {
+    alignas(16) double q[kLanes] = {};
+    if (count < kLanes) return measureTail(x, 0, count, q, x[0], x[0]);
+#if defined(MERVASTO_AVX2)
+    if (hasAvx2()) return measureRangeAvx2(x, count);
+#endif
+    float mx = x[0], mn = x[0];
+    int32_t t = 0;
+#if defined(__SSE2__)
+    __m128d acc[8];
+    for (auto& a : acc) a = _mm_setzero_pd();
+    __m128 vmx = _mm_set1_ps(mx), vmn = vmx;
+    for (; t + kLanes <= count; t += kLanes) {
+        for (int h = 0; h < 4; ++h) {
+            const __m128 v = _mm_loadu_ps(x + t + 4 * h);
+            const __m128d lo = _mm_cvtps_pd(v);
+            const __m128d hi = _mm_cvtps_pd(_mm_movehl_ps(v, v));
+            acc[2 * h] = _mm_add_pd(acc[2 * h], _mm_mul_pd(lo, lo));
+            acc[2 * h + 1] = _mm_add_pd(acc[2 * h + 1], _mm_mul_pd(hi, hi));
+            vmx = _mm_max_ps(vmx, v);
+            vmn = _mm_min_ps(vmn, v);
+        }
+    }
+    for (int i = 0; i < 8; ++i) _mm_store_pd(q + 2 * i, acc[i]);
+    alignas(16) float m[4];
+    _mm_store_ps(m, vmx);
+    mx = std::max(std::max(m[0], m[1]), std::max(m[2], m[3]));
+    _mm_store_ps(m, vmn);
+    mn = std::min(std::min(m[0], m[1]), std::min(m[2], m[3]));
+#else
+    for (; t + kLanes <= count; t += kLanes) {
+        for (int r = 0; r < kLanes; ++r) {
+            const float v = x[t + r];
+            q[r] += static_cast<double>(v) * v;
+            mx = std::max(mx, v);
+            mn = std::min(mn, v);
+        }
+    }
+#endif
+    return measureTail(x, t, count, q, mx, mn);
+}
+
 // The same over samples a..b of any source, one by one.
 template <class Src>
 SpanMeasure measureSpan(Src& src, int32_t a, int32_t b) {
-    double q[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+    double q[kLanes] = {};
     float mx = src.at(a), mn = mx;
     const int32_t count = b - a + 1;
     int32_t t = 0;
-    for (; t + 8 <= count; t += 8) {
-        for (int r = 0; r < 8; ++r) {
+    for (; t + kLanes <= count; t += kLanes) {
+        for (int r = 0; r < kLanes; ++r) {
             const float v = src.at(a + t + r);
             q[r] += static_cast<double>(v) * v;
             mx = std::max(mx, v);
