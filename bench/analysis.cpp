@@ -15,16 +15,19 @@ namespace {
 
 std::atomic<long> gAllocations{0};
 
+// Out of line so that the compiler does not pair a free with a new it sees.
+[[gnu::noinline]] void release(void* p) noexcept { std::free(p); }
+
 }  // namespace
 
+// Counting only: these replace the global allocation functions.
 void* operator new(std::size_t size) {
     gAllocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
     throw std::bad_alloc();
 }
-// Counting only: the pair below replaces the global allocation functions.
-void operator delete(void* p) noexcept { std::free(p); }  // NOLINT
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }  // NOLINT
+void operator delete(void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
 
 namespace {
 
