@@ -154,6 +154,13 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
 
     AnalysisOutcome outcome;
     outcome.messages = std::move(run.gateMessages);
+    ScanSettings reject;
+    reject.OmitRangeEffect = params.OmitRangeEffect;
+    reject.rejectFlag = params.rejectFlag;
+    reject.rejectStart = params.rejectStart;
+    reject.rejectEnd = params.rejectEnd;
+    outcome.rejectRangeDropped = params.OmitRangeEffect && params.rejectFlag && !jobs.empty() &&
+                                 !RejectRangeInForce(reject, win.end - win.start + 1);
     for (auto& m : run.channelMessages)
         for (auto& msg : m) outcome.messages.push_back(std::move(msg));
     return outcome;

@@ -93,6 +93,9 @@ struct AnalysisResults {
 
 struct AnalysisOutcome {
     std::vector<AnalysisMessage> messages;  // in the order they would be shown
+    // The reject range was asked for but does not fit the analysis window, so
+    // it was not applied; the caller may clear its reject-range flag.
+    bool rejectRangeDropped = false;
 };
 
 AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results);

@@ -11,7 +11,6 @@
 #endif
 
 #include "analysis/Smoothing.h"
-#include "common/Numeric.h"
 #include "common/RuntimeError.h"
 
 namespace mervasto {
@@ -351,8 +350,11 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
     return firstFailing(src, j, end, [t](float v) { return v <= t; }, four);
 }
 
+// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
 int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    return static_cast<int32_t>(RoundHalfEven((static_cast<double>(a) + b) / 2.0));
+    const int64_t sum = int64_t{a} + b;
+    const int64_t half = sum >> 1;
+    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
 }
 
 bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
@@ -397,6 +399,11 @@ double rowTwoValue(int32_t type, const CycleRecord& c, double sampleSec, double 
 
 int32_t CycleLimit(int32_t MaxCycles) { return std::clamp(MaxCycles, int32_t{1}, kCycleLimitMax); }
 
+bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength) {
+    auto inside = [windowLength](int32_t i) { return i >= 1 && i <= windowLength - 1; };
+    return s.OmitRangeEffect && s.rejectFlag && inside(s.rejectStart) && inside(s.rejectEnd);
+}
+
 void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
     if (cycles.capacity() < static_cast<size_t>(limit)) cycles.reserve(static_cast<size_t>(limit));
 }
@@ -425,8 +432,7 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
 
     // Local (window) indices from here on; the reject range is in sample
     // numbers and must lie within 1..window length - 1.
-    bool rejectPending = s.OmitRangeEffect && s.rejectFlag && s.rejectStart >= 1 && s.rejectStart <= n - 1 &&
-                         s.rejectEnd >= 1 && s.rejectEnd <= n - 1;
+    bool rejectPending = RejectRangeInForce(s, n);
     const int32_t rejectFrom = s.rejectStart - start;
     // A restart before the window (a window that starts late) begins at the
     // window's first sample.

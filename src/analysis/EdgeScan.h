@@ -28,6 +28,10 @@ struct ScanSettings {
 // Most cycles recorded per channel: MaxCycles, at least 1, at most 500000.
 int32_t CycleLimit(int32_t MaxCycles);
 
+// Whether the reject range applies to a window of this length: the box is
+// ticked, a range was read, and both its ends lie within 1..length - 1.
+bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength);
+
 // Makes room for `limit` cycles so that the scan itself never allocates.
 void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit);
 

@@ -166,7 +166,10 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
         res.table.at(ch, 0).HighLevel = 3;
         res.cycles.channel[static_cast<size_t>(ch)].resize(5);
     }
-    RunAnalysis(r.input(), p, res);
+    p.OmitRangeEffect = p.rejectFlag = true;  // a reject range that does not fit the window
+    p.rejectStart = 0;
+    p.rejectEnd = 20;
+    EXPECT_TRUE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
     for (int ch = 1; ch < 4; ++ch) {
         const ChannelResult& c = res.table.at(ch, 2);
         EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, int16_t{0}, 4)) << ch;
@@ -176,6 +179,10 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     EXPECT_EQ(res.table.at(3, 0).AnaStart, 0);
     EXPECT_EQ(res.table.at(3, 0).AnaEnd, 999);
     EXPECT_EQ(res.table.at(0, 2).Counts, 8);
+    p.rejectStart = 220;  // fits: only cycles wholly outside 220..520 count
+    p.rejectEnd = 520;
+    EXPECT_FALSE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
+    EXPECT_EQ(res.table.at(0, 2).Counts, 4);  // (100..200) and three from 600 on
 }
 
 TEST(RunAnalysis, FlatSignalAndMissingChannel) {
