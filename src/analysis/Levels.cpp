@@ -37,12 +37,16 @@ int fullestBin(const std::vector<uint32_t>& h, int from, int to) {
 
 bool LevelHistogram::count(std::span<const int16_t> raw, int32_t first, int32_t last) {
     if (first > last || first < 0 || static_cast<size_t>(last) >= raw.size()) return false;
-    parts_.assign(static_cast<size_t>(kBins) * kLanes, 0u);
+    // The copies are a little more than 256 KiB apart: at exactly 256 KiB the
+    // same code's counters of different copies would look alike to the
+    // processor's store forwarding and stall each other.
+    constexpr size_t kStride = kBins + 80;
+    parts_.assign(kStride * kLanes, 0u);
     merged_.resize(kBins);
     uint32_t* h0 = parts_.data();
-    uint32_t* h1 = h0 + kBins;
-    uint32_t* h2 = h1 + kBins;
-    uint32_t* h3 = h2 + kBins;
+    uint32_t* h1 = h0 + kStride;
+    uint32_t* h2 = h1 + kStride;
+    uint32_t* h3 = h2 + kStride;
     auto bin = [](int16_t v) { return static_cast<uint16_t>(v) ^ 0x8000u; };
     const int16_t* s = raw.data() + first;
     const size_t n = static_cast<size_t>(last - first) + 1;
