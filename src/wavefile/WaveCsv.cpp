@@ -1,0 +1,248 @@
+#include "wavefile/WaveCsv.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "common/Numeric.h"
+#include "common/RuntimeError.h"
+#include "common/TextFile.h"
+#include "common/TextUtil.h"
+
+namespace mervasto {
+
+namespace {
+
+constexpr size_t kFlushBytes = size_t{4} << 20;
+
+void flushIfFull(std::string& buf, TextFileWriter& out) {
+    if (buf.size() >= kFlushBytes) {
+        out.writeRaw(buf);
+        buf.clear();
+    }
+}
+
+// Header values must be numbers; a stray text ends the read.
+float headerSingle(std::string_view text) { return ToSingle(NumberText(text)); }
+
+[[noreturn]] void subscriptError() {
+    throw RuntimeError(ErrorCode::Subscript, "Subscript out of range.");
+}
+
+// Rows in the file cannot run past the arrays the writer was given.
+size_t writableRows(const WaveRecord& record, int32_t count, int columns) {
+    if (count <= 0) return 0;
+    size_t n = static_cast<size_t>(count);
+    for (int c = 0; c < columns; ++c) n = std::min(n, record.wave[c].size());
+    return n;
+}
+
+}  // namespace
+
+int32_t TriggerAddress(const DsoSetup& setup) {
+    float divs = setup.TriggerDelay / setup.TimePerDiv + 5.0f;
+    double address = static_cast<double>(divs) * setup.RecordLength / 10.0;
+    try {
+        return ToInt32(address);
+    } catch (const RuntimeError&) {
+        return 0;
+    }
+}
+
+int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
+    TextFileWriter out(fileName, TextFileWriter::Mode::Truncate);
+    if (!out.isOpen()) return 0;
+
+    std::string head;
+    auto line = [&](std::string_view key, std::string_view value) {
+        head.append(key);
+        head.append(value);
+        head.append("\r\n");
+    };
+    line("ModelName,", setup.Model);
+    line("FileVersion,", setup.InfoDigit);
+    line("Acquisition Time, ", setup.DateTime);
+    line("Time/div(second),", PrintForm(setup.TimePerDiv));
+    line("Delay (second),", PrintForm(setup.TriggerDelay));
+    line("Delta (second),", PrintForm(setup.SampleInterval));
+    line("Acquisition Mode,", setup.AcqMode);
+    line("Trigger Address,", PrintForm(TriggerAddress(setup)));
+
+    // Grouped by attribute, not by channel; entries past the per-channel
+    // arrays are skipped.
+    int lastCh = std::min<int>(setup.ChannelCount, static_cast<int>(setup.TraceOn.size()) - 1);
+    auto group = [&](const char* attr, auto valueOf) {
+        for (int i = 1; i <= lastCh; ++i)
+            line("CH" + std::to_string(i) + " " + attr + ",", valueOf(i));
+    };
+    group("Display", [&](int i) { return setup.TraceOn[i]; });
+    group("Volt/div", [&](int i) { return PrintForm(setup.VoltsPerDiv[i]); });
+    group("Offset", [&](int i) { return PrintForm(setup.Offset[i]); });
+    group("Coupling", [&](int i) { return setup.Coupling[i]; });
+    group("Bandwidth", [&](int i) { return setup.BandwidthLimit[i]; });
+    line("Points ,", PrintForm(setup.RecordLength));
+
+    const int columns = setup.ChannelCount == 2 ? 2 : 4;
+    head.append(columns == 2 ? "Ch1 V,Ch2 V\r\n" : "Ch1 V,Ch2 V,Ch3 V,Ch4 V\r\n");
+    out.write(head);
+
+    const size_t rows = writableRows(record, setup.RecordLength, columns);
+    std::string buf;
+    buf.reserve(kFlushBytes + 256);
+    const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(),
+                         record.wave[3].data()};
+    for (size_t k = 0; k < rows; ++k) {
+        AppendPrintForm(buf, w[0][k]);
+        for (int c = 1; c < columns; ++c) {
+            buf.push_back(',');
+            AppendPrintForm(buf, w[c][k]);
+        }
+        buf.append("\r\n");
+        flushIfFull(buf, out);
+    }
+    out.writeRaw(buf);
+    out.close();
+    return 0;
+}
+
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
+                              WaveFieldTable& table) {
+    WaveCsvLoadResult result;
+    int32_t counter = 0;
+    bool inData = false;
+    try {
+        TextLineReader in;
+        in.open(fileName);
+        std::string line;
+        auto& f = table.fields;
+        size_t capacity = record.wave[0].size();
+        for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
+
+        while (in.next(line)) {
+            if (line.empty()) continue;
+            SplitFieldsInto(line, f);
+            const std::string_view key = f[0];
+            const std::string_view value = table.field(1);
+
+            if (LeftText(key, 6) == "Points") {
+                setup.RecordLength = ToInt32(NumberText(value));
+                continue;
+            }
+            std::string_view attr = MidText(key, 5, 4);
+            if (attr == "Disp" || attr == "Volt" || attr == "Offs") {
+                double c = Val(MidText(key, 3, 1));
+                if (!(c >= 1 && c <= 5)) subscriptError();
+                size_t ch = static_cast<size_t>(c);
+                if (attr == "Disp")
+                    setup.TraceOn[ch] = std::string(value);
+                else if (attr == "Volt")
+                    setup.VoltsPerDiv[ch] = headerSingle(value);
+                else
+                    setup.Offset[ch] = headerSingle(value);
+                continue;
+            }
+            if (LeftText(key, 5) == "Model") {
+                setup.Model = std::string(value);
+                setup.ChannelCount = ToInt16(Val(RightText(setup.Model, 1)));
+                continue;
+            }
+            if (LeftText(key, 4) == "File") {
+                setup.InfoDigit = std::string(value);
+                continue;
+            }
+            if (RightText(key, 4) == "Time") {
+                setup.DateTime = std::string(value);
+                continue;
+            }
+            if (LeftText(key, 4) == "Time") {
+                setup.TimePerDiv = headerSingle(value);
+                continue;
+            }
+            if (LeftText(key, 5) == "Delay") {
+                setup.TriggerDelay = headerSingle(value);
+                continue;
+            }
+            if (LeftText(key, 5) == "Delta") {
+                setup.SampleInterval = headerSingle(value);
+                continue;
+            }
+            if (RightText(key, 4) == "Mode") {
+                setup.AcqMode = std::string(value);
+                continue;
+            }
+            if (key == "Ch1 V") {
+                inData = true;
+                counter = 0;
+                continue;
+            }
+            if (!inData) continue;
+
+            // A sample row.
+            if (static_cast<size_t>(counter) >= capacity) {
+                if (counter >= kMaxSamples) subscriptError();
+                size_t want = std::max<size_t>({static_cast<size_t>(counter) + 1, capacity * 2, 4096});
+                if (setup.RecordLength > counter) want = std::max<size_t>(want, static_cast<size_t>(setup.RecordLength));
+                want = std::min<size_t>(want, static_cast<size_t>(kMaxSamples));
+                record.ensureLength(static_cast<int32_t>(want));
+                capacity = want;
+            }
+            const size_t k = static_cast<size_t>(counter);
+            record.wave[0][k] = ValSingle(f[0]);
+            record.wave[1][k] = ValSingle(table.field(1));
+            if (!table.field(2).empty()) {
+                record.wave[2][k] = ValSingle(table.field(2));
+                record.wave[3][k] = ValSingle(table.field(3));
+            }
+            ++counter;
+            if (counter == setup.RecordLength) break;
+        }
+        in.close();
+    } catch (const RuntimeError& e) {
+        result.status = -static_cast<int>(e.code());
+        result.errorText = e.what();
+        result.rowsRead = counter;
+        return result;
+    } catch (const std::exception& e) {
+        result.status = -1;
+        result.errorText = e.what();
+        result.rowsRead = counter;
+        return result;
+    }
+    result.rowsRead = counter;
+    // Later analysis relies on a multiple of ten, even if that claims up to
+    // four samples more than the file held.
+    setup.RecordLength = static_cast<int32_t>(RoundHalfEven(counter / 10.0)) * 10;
+    record.ensureLength(setup.RecordLength);
+    return result;
+}
+
+int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
+                        std::array<bool, 4> shown) {
+    TextFileWriter out(fileName, TextFileWriter::Mode::Append);
+    if (!out.isOpen()) return 0;
+    std::string head = "//波形のcsv形式ファイル\r\nAddress";
+    for (int i = 0; i < 4; ++i)
+        if (shown[i]) head += ",Ch" + std::to_string(i + 1) + "(V)";
+    head.append("\r\n");
+    out.write(head);
+
+    size_t rows = count > 0 ? static_cast<size_t>(count) : 0;
+    for (int i = 0; i < 4; ++i)
+        if (shown[i]) rows = std::min(rows, record.wave[i].size());
+    std::string buf;
+    buf.reserve(kFlushBytes + 256);
+    for (size_t a = 0; a < rows; ++a) {
+        buf.append(std::to_string(a));
+        for (int i = 0; i < 4; ++i) {
+            if (!shown[i]) continue;
+            buf.push_back(',');
+            AppendShortestText(buf, record.wave[i][a]);
+        }
+        buf.append("\r\n");
+        flushIfFull(buf, out);
+    }
+    out.writeRaw(buf);
+    out.close();
+    return 0;
+}
+
+}  // namespace mervasto

@@ -1,0 +1,282 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "wavefile/WaveCsv.h"
+
+namespace mervasto {
+namespace {
+
+namespace fs = std::filesystem;
+
+class WaveCsvTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() /
+               ("mervasto_wavecsv_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+
+    void writeFile(const std::string& name, const std::string& bytes) const {
+        std::ofstream(path(name), std::ios::binary) << bytes;
+    }
+    std::string readFile(const std::string& name) const {
+        std::ifstream in(path(name), std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+
+    fs::path dir_;
+};
+
+DsoSetup fourChannelSetup(int32_t length) {
+    DsoSetup s;
+    s.Model = "DS-5354";
+    s.ChannelCount = 4;
+    s.InfoDigit = "1.00";
+    s.DateTime = "2026/11/23 10:00:00";
+    s.TimePerDiv = 0.001f;
+    s.TriggerDelay = 0.0002f;
+    s.SampleInterval = 1e-6f;
+    s.AcqMode = "NORMAL";
+    s.RecordLength = length;
+    for (int i = 1; i <= 4; ++i) {
+        s.TraceOn[i] = "ON";
+        s.VoltsPerDiv[i] = 0.5f * i;
+        s.Offset[i] = -0.25f * i;
+        s.Coupling[i] = "DC";
+        s.BandwidthLimit[i] = "OFF";
+    }
+    return s;
+}
+
+std::string header(const std::string& model, const std::string& points, const std::string& columns) {
+    return "ModelName," + model + "\r\nTime/div(second), .001 \r\nPoints ," + points + "\r\n" + columns + "\r\n";
+}
+
+TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
+    const int32_t n = 1000;
+    DsoSetup setup = fourChannelSetup(n);
+    WaveRecord rec;
+    rec.ensureLength(n);
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<uint32_t> bits;
+    for (int c = 0; c < 4; ++c)
+        for (int k = 0; k < n; ++k) {
+            float v;
+            do {
+                uint32_t b = bits(rng);
+                std::memcpy(&v, &b, sizeof v);
+            } while (!std::isfinite(v));
+            rec.wave[c][k] = v;
+        }
+    rec.wave[0][0] = 0.0f;
+    rec.wave[1][0] = -0.5f;
+    rec.wave[2][0] = 1e-5f;
+    rec.wave[3][0] = 1.25f;
+    SaveWaveCsv(path("w.csv"), setup, rec);
+
+    const std::string text = readFile("w.csv");
+    EXPECT_NE(text.find("Acquisition Time, 2026/11/23"), std::string::npos);
+    EXPECT_NE(text.find("Time/div(second), .001 \r\n"), std::string::npos);
+    EXPECT_NE(text.find("Trigger Address, 520 \r\n"), std::string::npos);
+    EXPECT_NE(text.find("CH4 Display,ON\r\nCH1 Volt/div, .5 \r\n"), std::string::npos);
+    EXPECT_NE(text.find("CH4 Bandwidth,OFF\r\nPoints , 1000 \r\nCh1 V,Ch2 V,Ch3 V,Ch4 V\r\n 0 ,-.5 , 1E-05 , 1.25 \r\n"),
+              std::string::npos);
+
+    DsoSetup back;
+    WaveRecord got;
+    WaveFieldTable table;
+    auto r = LoadWaveCsv(path("w.csv"), back, got, table);
+    ASSERT_EQ(r.status, 0) << r.errorText;
+    EXPECT_EQ(back.RecordLength, n);
+    EXPECT_EQ(back.Model, "DS-5354");
+    EXPECT_EQ(back.ChannelCount, 4);
+    EXPECT_EQ(back.DateTime, " 2026/11/23 10:00:00");
+    EXPECT_EQ(back.InfoDigit, "1.00");
+    EXPECT_EQ(back.AcqMode, "NORMAL");
+    EXPECT_EQ(back.TimePerDiv, setup.TimePerDiv);
+    EXPECT_EQ(back.TriggerDelay, setup.TriggerDelay);
+    EXPECT_EQ(back.SampleInterval, setup.SampleInterval);
+    for (int i = 1; i <= 4; ++i) {
+        EXPECT_EQ(back.TraceOn[i], "ON");
+        EXPECT_EQ(back.VoltsPerDiv[i], setup.VoltsPerDiv[i]);
+        EXPECT_EQ(back.Offset[i], setup.Offset[i]);
+        EXPECT_EQ(back.Coupling[i], "");  // not read back
+    }
+    EXPECT_EQ(got.WaveLength, 0);  // left to the caller
+    for (int c = 0; c < 4; ++c)
+        for (int k = 0; k < n; ++k) ASSERT_EQ(got.wave[c][k], rec.wave[c][k]) << c << "," << k;
+}
+
+TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
+    writeFile("four.csv", header("DS-5354", "2", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "1,2,3,4\r\n5,6,7,8\r\n");
+    writeFile("two.csv", header("DS-5352", "3", "Ch1 V,Ch2 V") + " .5 , 1 \r\n-1,-2\r\n 3 , 4 \r\n");
+    DsoSetup s;
+    WaveRecord rec;
+    WaveFieldTable table;
+    ASSERT_EQ(LoadWaveCsv(path("four.csv"), s, rec, table).status, 0);
+    ASSERT_EQ(LoadWaveCsv(path("two.csv"), s, rec, table).status, 0);
+    EXPECT_EQ(s.ChannelCount, 2);
+    EXPECT_EQ(s.RecordLength, 0);  // 3 rows round to 0
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(rec.wave[2][k], 7.0f);
+        EXPECT_EQ(rec.wave[3][k], 8.0f);
+    }
+    EXPECT_EQ(rec.wave[0][0], 0.5f);
+    EXPECT_EQ(rec.wave[1][1], -2.0f);
+
+    // With a fresh table the 2-channel file leaves wave3/wave4 alone.
+    WaveRecord fresh;
+    fresh.ensureLength(3);
+    fresh.wave[2][1] = 42.0f;
+    WaveFieldTable clean;
+    ASSERT_EQ(LoadWaveCsv(path("two.csv"), s, fresh, clean).status, 0);
+    EXPECT_EQ(fresh.wave[2][1], 42.0f);
+}
+
+TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
+    struct Case {
+        std::string model;
+        int16_t count;
+        const char* columns;
+        const char* lastDisplay;
+        const char* absentDisplay;
+    };
+    const Case cases[] = {
+        {"DS-5353", 3, "Ch1 V,Ch2 V,Ch3 V,Ch4 V\r\n", "CH3 Display", "CH4 Display"},
+        {"DS-5351", 1, "Ch1 V,Ch2 V,Ch3 V,Ch4 V\r\n", "CH1 Display", "CH2 Display"},
+        {"DS-5352", 2, "Ch1 V,Ch2 V\r\n", "CH2 Display", "CH3 Display"},
+    };
+    for (const auto& c : cases) {
+        DsoSetup s = fourChannelSetup(10);
+        s.Model = c.model;
+        s.ChannelCount = c.count;
+        WaveRecord rec;
+        rec.ensureLength(10);
+        SaveWaveCsv(path("c.csv"), s, rec);
+        std::string text = readFile("c.csv");
+        EXPECT_NE(text.find(c.columns), std::string::npos) << c.model;
+        EXPECT_NE(text.find(c.lastDisplay), std::string::npos) << c.model;
+        EXPECT_EQ(text.find(c.absentDisplay), std::string::npos) << c.model;
+        const std::string row = c.count == 2 ? "\r\n 0 , 0 \r\n" : "\r\n 0 , 0 , 0 , 0 \r\n";
+        EXPECT_NE(text.find(row), std::string::npos) << c.model;
+
+        DsoSetup back;
+        WaveRecord got;
+        WaveFieldTable table;
+        ASSERT_EQ(LoadWaveCsv(path("c.csv"), back, got, table).status, 0);
+        EXPECT_EQ(back.ChannelCount, c.count);
+        EXPECT_EQ(back.RecordLength, 10);
+    }
+}
+
+TEST_F(WaveCsvTest, ModelWithoutDigitGivesNoChannels) {
+    writeFile("m.csv", header("DS-535X", "0", "Ch1 V"));
+    DsoSetup s;
+    s.ChannelCount = 4;
+    WaveRecord rec;
+    WaveFieldTable table;
+    ASSERT_EQ(LoadWaveCsv(path("m.csv"), s, rec, table).status, 0);
+    EXPECT_EQ(s.Model, "DS-535X");
+    EXPECT_EQ(s.ChannelCount, 0);
+}
+
+TEST_F(WaveCsvTest, RowCountIsRoundedToTens) {
+    const std::pair<int, int32_t> cases[] = {{10005, 10000}, {10015, 10020}, {10006, 10010}, {4, 0}};
+    for (auto [rows, expected] : cases) {
+        std::string text = header("DS-5354", "99999", "Ch1 V,Ch2 V,Ch3 V,Ch4 V");
+        for (int k = 0; k < rows; ++k) text += " 1 , 2 , 3 , 4 \r\n";
+        writeFile("r.csv", text);
+        DsoSetup s;
+        WaveRecord rec;
+        WaveFieldTable table;
+        auto r = LoadWaveCsv(path("r.csv"), s, rec, table);
+        ASSERT_EQ(r.status, 0);
+        EXPECT_EQ(r.rowsRead, rows);
+        EXPECT_EQ(s.RecordLength, expected) << rows;
+        for (const auto& w : rec.wave) EXPECT_GE(static_cast<int32_t>(w.size()), expected);
+    }
+}
+
+TEST_F(WaveCsvTest, PointsLimitsTheRowsRead) {
+    std::string text = header("DS-5352", " 20 ", "Ch1 V,Ch2 V");
+    for (int k = 0; k < 30; ++k) text += std::to_string(k) + ",0\r\n";
+    writeFile("p.csv", text);
+    DsoSetup s;
+    WaveRecord rec;
+    WaveFieldTable table;
+    auto r = LoadWaveCsv(path("p.csv"), s, rec, table);
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(r.rowsRead, 20);
+    EXPECT_EQ(rec.wave[0][19], 19.0f);
+}
+
+TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
+    struct Case {
+        const char* name;
+        std::string text;
+        bool fails;
+        int32_t recordLength;
+        const char* model;
+    };
+    const std::string good = header("DS-5352", "20", "Ch1 V,Ch2 V");
+    const Case cases[] = {
+        {"empty", "", false, 0, ""},
+        {"no data line", "ModelName,DS-5352\r\nPoints , 20 \r\n", false, 0, "DS-5352"},
+        {"truncated rows", good + "1,2\r\n3,4\r\n5,", false, 0, "DS-5352"},
+        {"bad header value", "ModelName,DS-5354\r\nTime/div(second),fast\r\nPoints , 20 \r\n", true, 0, "DS-5354"},
+        {"bad channel digit", "ModelName,DS-5354\r\nCH7 Offset, .5 \r\nPoints , 20 \r\n", true, 0, "DS-5354"},
+        {"bad points", "ModelName,DS-5354\r\nPoints ,many\r\n", true, 0, "DS-5354"},
+    };
+    for (const auto& c : cases) {
+        writeFile("b.csv", c.text);
+        DsoSetup s;
+        WaveRecord rec;
+        WaveFieldTable table;
+        auto r = LoadWaveCsv(path("b.csv"), s, rec, table);
+        EXPECT_EQ(r.status < 0, c.fails) << c.name;
+        EXPECT_EQ(r.errorText.empty(), !c.fails) << c.name;
+        EXPECT_EQ(s.RecordLength, c.recordLength) << c.name;
+        EXPECT_EQ(s.Model, c.model) << c.name;
+    }
+
+    DsoSetup s;
+    WaveRecord rec;
+    WaveFieldTable table;
+    auto r = LoadWaveCsv(path("missing.csv"), s, rec, table);
+    EXPECT_LT(r.status, 0);
+
+    // Samples before a fault stay.
+    writeFile("late.csv", good + "1,2\r\n3,4\r\nCH9 Volt/div, 1 \r\n5,6\r\n");
+    r = LoadWaveCsv(path("late.csv"), s, rec, table);
+    EXPECT_LT(r.status, 0);
+    EXPECT_EQ(r.rowsRead, 2);
+    EXPECT_EQ(rec.wave[0][1], 3.0f);
+    EXPECT_EQ(s.RecordLength, 20);
+}
+
+TEST_F(WaveCsvTest, WaveTableListsShownChannelsAndAppends) {
+    WaveRecord rec;
+    rec.ensureLength(3);
+    rec.wave[0] = {0.25f, -1.5f, 1e-5f};
+    rec.wave[2] = {1.0f, 2.0f, 3.0f};
+    AppendWaveTable(path("t.csv"), rec, 2, {true, false, true, false});
+    AppendWaveTable(path("t.csv"), rec, 1, {false, false, false, false});
+    EXPECT_EQ(readFile("t.csv"),
+              "//波形のcsv形式ファイル\r\nAddress,Ch1(V),Ch3(V)\r\n0,0.25,1\r\n1,-1.5,2\r\n"
+              "//波形のcsv形式ファイル\r\nAddress\r\n0\r\n");
+}
+
+}  // namespace
+}  // namespace mervasto
