@@ -1,0 +1,80 @@
+#include "results/ResultFiles.h"
+
+#include "common/Numeric.h"
+#include "common/TextFile.h"
+
+namespace mervasto {
+
+std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts) {
+    std::string line = "Sample Name";
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        line += ",Ch" + std::to_string(ch + 1) + ",";
+        line += typeTexts[static_cast<size_t>(ch)];
+        line += ch + 1 < kAnaChannels ? ",,,," : ",,,";
+    }
+    return line;
+}
+
+std::string ResultHeaderLine2() {
+    std::string line;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        if (ch > 0) line += ",";
+        line += kResultHeaderBlock;
+    }
+    return line;
+}
+
+std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table) {
+    std::string line(sampleName);
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelResult& r = table.at(ch, 2);
+        line += ',';
+        line += ShortestText(r.Min);
+        line += ',';
+        line += ShortestText(r.Max);
+        line += ',';
+        line += ShortestText(r.Mean);
+        line += ',';
+        line += ShortestText(r.Sigma);
+        line += ',';
+        line += std::to_string(r.Counts);
+        line += ',';
+    }
+    return line;
+}
+
+SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
+                            const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table) {
+    bool ok = true;
+    if (!FileExists(fileName)) {
+        TextFileWriter header(fileName, TextFileWriter::Mode::Truncate);
+        header.writeLine(ResultHeaderLine1(typeTexts));
+        header.writeLine(ResultHeaderLine2());
+        ok = header.flush() && header.close();
+    }
+    if (ok) {
+        TextFileWriter out(fileName, TextFileWriter::Mode::Append);
+        out.writeLine(ResultDataLine(sampleName, table));
+        ok = out.flush() && out.close();
+    }
+    if (!ok) return {false, kFailedToSaveTestResults};
+    return {true, kSavedTestResults + std::string(fileName) + "."};
+}
+
+bool SaveDetailData(std::string_view fileName, Grid& grid) {
+    RedrawOff off(grid);
+    TextFileWriter out(fileName, TextFileWriter::Mode::Truncate);
+    std::string line;
+    for (int32_t r = 0; r < grid.rows() && out.ok(); ++r) {
+        line.clear();
+        for (int32_t c = 0; c < grid.cols(); ++c) {
+            if (c > 0) line += ',';
+            line += grid.text(r, c);
+        }
+        out.writeLine(line);
+    }
+    const bool flushed = out.flush();
+    return out.close() && flushed;
+}
+
+}  // namespace mervasto

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "analysis/AnalysisTypes.h"
+#include "results/Grid.h"
+
+// The cumulative results file ("ResultData.csv") and the detail files.
+namespace mervasto {
+
+inline constexpr const char* kResultFileName = "ResultData.csv";
+inline constexpr const char* kSavedTestResults = "Saved Test Results to the ";  // + path + "."
+inline constexpr const char* kFailedToSaveTestResults = "Failed to save Test Results.";
+inline constexpr const char* kResultHeaderBlock = ",Min/Mean(%),Max/Mean(%),Means),σ(s),No. of Pulse";
+
+struct SaveOutcome {
+    bool ok = false;
+    std::string status;  // the status bar text
+};
+
+// The two header lines a new results file starts with.
+std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts);
+std::string ResultHeaderLine2();
+// The run's line: the sample name, then per channel the kind-2 Min, Max,
+// Mean, Sigma and Counts followed by an empty column.
+std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table);
+
+// Appends the run's line to the results file, writing the header first when
+// the file does not exist yet. Nothing outside the file is changed.
+SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
+                            const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table);
+
+// Writes the grid as a CSV image (every row, every column, no quoting),
+// replacing the file. False when the file could not be written.
+bool SaveDetailData(std::string_view fileName, Grid& grid);
+
+}  // namespace mervasto

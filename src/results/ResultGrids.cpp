@@ -1,0 +1,215 @@
+#include "results/ResultGrids.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "common/Numeric.h"
+#include "results/SiFormat.h"
+
+namespace mervasto {
+
+namespace {
+
+constexpr int32_t kResultHeaderRows = 2;
+constexpr int32_t kNoteCol = 8;
+
+int32_t width(double factor) { return static_cast<int32_t>(kBaseColumnWidth * factor); }
+
+std::string channelLabel(int ch) { return "Ch" + std::to_string(ch + 1); }
+
+std::string siText(double v, const char* suffix) { return FormatSiValue(ToSingle(v)) + suffix; }
+
+// The unit without its leading blank.
+std::string bareUnit(const char* suffix) { return std::string(suffix + (suffix[0] == ' ' ? 1 : 0)); }
+
+}  // namespace
+
+UnitPair ResultUnits(int32_t typeIndex) {
+    switch (typeIndex) {
+        case kTypePwPercent: return {" %", " s"};
+        case kTypePeriod: return {" s", " s"};
+        case kTypeDuty: return {" %", " %"};
+        case kTypeAmple: return {" V", " V"};
+        case kTypePw: return {" s", " s"};
+        case kTypeFreq: return {" Hz", " Hz"};
+        case kTypeRms:
+        case kTypeMax:
+        case kTypeMin: return {" V", " V"};
+        default: return {"", ""};
+    }
+}
+
+const char* DetailUnit(int32_t typeIndex) {
+    switch (typeIndex) {
+        case kTypePwPercent:
+        case kTypeDuty: return "%";
+        case kTypePeriod:
+        case kTypePw: return "s";
+        case kTypeFreq: return "Hz";
+        case kTypeAmple:
+        case kTypeRms:
+        case kTypeMax:
+        case kTypeMin: return "V";
+        default: return "";
+    }
+}
+
+double CycleValue(int32_t typeIndex, const CycleRecord& c, double SampleSec, double VRate) {
+    switch (typeIndex) {
+        case kTypePwPercent:
+        case kTypeDuty: return c.Duty;
+        case kTypePeriod: return c.Period * SampleSec;
+        case kTypeAmple: return c.Ample * VRate;
+        case kTypePw: return c.PulseWidth * SampleSec;
+        case kTypeFreq: return c.Freq;
+        case kTypeRms: return c.Rms * VRate;
+        case kTypeMax: return c.MaxValue * VRate;
+        case kTypeMin: return c.MinValue * VRate;
+        default: return 0;
+    }
+}
+
+void SetupResultGrid1(Grid& grid) {
+    RedrawOff off(grid);
+    grid = Grid(kResultGridRows, kResultGridCols, kResultHeaderRows, 1);
+    const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Min", "Max", "Mean", "σ", "Counts"};
+    SetGridRow(grid, 0, 0, static_cast<int32_t>(head.size()) - 1, head);
+    SetGridCell(grid, 1, 2, "Unit");
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        SetGridCell(grid, 2 * ch + 2, 0, channelLabel(ch));
+        SetGridCell(grid, 2 * ch + 3, 2, "Total");
+    }
+    for (int32_t c = 0; c < kResultGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.1);
+    grid.colWidth[1] = width(1.2);
+    grid.colWidth[2] = width(1.2);
+    grid.colWidth[kNoteCol] = width(2.4);
+}
+
+void SetupLogGrid(Grid& grid, int32_t TotalRepeats) {
+    RedrawOff off(grid);
+    grid = Grid(std::max(TotalRepeats, int32_t{1}) + 5, kLogGridCols, kLogHeaderRows, 1);
+    SetGridCell(grid, 0, 0, "Signal Name");
+    SetGridCell(grid, 1, 0, "Type");
+    SetGridCell(grid, 3, 0, "Unit");
+    static const std::vector<std::string> block = {"Min", "Max", "Mean", "Total Counts"};
+    for (int ch = 0; ch < kAnaChannels; ++ch) SetGridRow(grid, 2, 1 + 4 * ch, 4 + 4 * ch, block);
+    for (int32_t c = 0; c < kLogGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.1);
+    grid.colWidth[0] = width(1.2);
+    grid.nextRow = kLogHeaderRows;
+}
+
+void SetupDetailDataGrid(Grid& grid, int32_t cycles) {
+    RedrawOff off(grid);
+    grid = Grid(std::max(cycles, int32_t{0}) + kDetailHeaderRows, kDetailGridCols, kDetailHeaderRows, 1);
+    const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Total No.", "Unit"};
+    SetGridColumn(grid, 0, kDetailHeaderRows - 1, 0, head);
+    for (int ch = 0; ch < kAnaChannels; ++ch) SetGridCell(grid, 0, 1 + ch, channelLabel(ch));
+    for (int32_t c = 0; c < kDetailGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.2);
+}
+
+std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& channels,
+                        const ChannelResultTable& table) {
+    RedrawOff off(grid);
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
+        const int32_t row = 2 * ch + 2;
+        SetGridCell(grid, row, 0, channelLabel(ch));
+        SetGridCell(grid, row, 1, cd.SigName);
+        SetGridCell(grid, row, 2, cd.typeText);
+
+        std::vector<std::string> texts(kResultGridCols - 3);  // cols 3..14, all ""
+        std::vector<std::string> units(5);                    // second row, cols 3..7
+        if (cd.shown() && ch == kAnaChannels - 1 && cd.isGate()) {
+            texts[kNoteCol - 3] = cd.note;
+            SetGridRow(grid, row, 3, kResultGridCols - 1, texts);
+            SetGridRow(grid, row + 1, 3, 7, units);
+            continue;
+        }
+        if (cd.shown()) {
+            const ChannelResult& r = table.at(ch, 2);
+            if (r.Valid != 0) {
+                const UnitPair u = ResultUnits(cd.typeIndex);
+                texts[0] = siText(r.Min, u.first);
+                texts[1] = siText(r.Max, u.first);
+                texts[2] = siText(r.Mean, u.second);
+                texts[3] = siText(r.Sigma, u.second);
+                texts[4] = std::to_string(r.Counts);
+                units = {bareUnit(u.first), bareUnit(u.first), bareUnit(u.second), bareUnit(u.second),
+                         std::to_string(r.Counts)};
+            }
+            texts[kNoteCol - 3] = cd.note;
+        }
+        SetGridRow(grid, row, 3, 11, texts);
+        SetGridRow(grid, row + 1, 3, 7, units);
+    }
+    return kWaveLengthLabel + std::to_string(waveLength);
+}
+
+void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const ChannelDisplays& channels) {
+    RedrawOff off(logGrid);
+    if (first == 1) {
+        for (int32_t r = kLogHeaderRows; r < logGrid.rows(); ++r) {
+            for (int32_t c = 0; c < logGrid.cols(); ++c) logGrid.text(r, c).clear();
+        }
+        for (int ch = 0; ch < kAnaChannels; ++ch) {
+            const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
+            SetGridCell(logGrid, 0, 1 + 4 * ch, cd.SigName);
+            SetGridCell(logGrid, 1, 1 + 4 * ch, cd.typeText);
+        }
+        logGrid.nextRow = kLogHeaderRows;
+    }
+    const int32_t row = std::max(logGrid.nextRow, kLogHeaderRows);
+    if (row >= logGrid.rows()) logGrid.setRows(std::max(row + 1, logGrid.rows() + logGrid.rows() / 2));
+    SetGridCell(logGrid, row, 0, std::to_string(row - kLogHeaderRows + 1));
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        if (!channels[static_cast<size_t>(ch)].shown()) continue;
+        const int32_t resRow = 2 * ch + 2;
+        const int32_t col = 1 + 4 * ch;
+        static constexpr std::array<int32_t, 3> kFrom = {3, 4, 5};  // Min, Max, Mean
+        for (size_t i = 0; i < kFrom.size(); ++i) {
+            std::string val, unit;
+            GetValUnit(resultGrid, resRow, kFrom[i], val, unit);
+            SetGridCell(logGrid, row, col + static_cast<int32_t>(i), val);
+            if (!unit.empty()) SetGridCell(logGrid, 3, col + static_cast<int32_t>(i), unit);
+        }
+        CopyCell(resultGrid, resRow, 7, logGrid, row, col + 3);
+    }
+    logGrid.nextRow = row + 1;
+}
+
+void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTable& cycles, float SampleSec) {
+    RedrawOff off(grid);
+    size_t longest = 0;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        if (channels[static_cast<size_t>(ch)].shown()) longest = std::max(longest, cycles.channel[static_cast<size_t>(ch)].size());
+    }
+    if (grid.cols() < kDetailGridCols) grid.setCols(kDetailGridCols);
+    grid.setRows(static_cast<int32_t>(longest) + kDetailHeaderRows);
+    grid.clearTexts();
+    const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Total No.", "Unit"};
+    SetGridColumn(grid, 0, kDetailHeaderRows - 1, 0, head);
+    for (size_t i = 0; i < longest; ++i) grid.text(kDetailHeaderRows + static_cast<int32_t>(i), 0) = std::to_string(i + 1);
+
+    const double ss = SampleSec;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
+        const int32_t col = 1 + ch;
+        SetGridCell(grid, 0, col, channelLabel(ch));
+        if (!cd.shown()) continue;
+        const auto& list = cycles.channel[static_cast<size_t>(ch)];
+        const std::string unit = DetailUnit(cd.typeIndex);
+        const std::string suffix = " " + unit;
+        SetGridCell(grid, 1, col, cd.SigName);
+        SetGridCell(grid, 2, col, cd.typeText);
+        SetGridCell(grid, 3, col, std::to_string(list.size()));
+        SetGridCell(grid, 4, col, unit);
+        if (cd.isGate()) continue;
+        for (size_t i = 0; i < list.size(); ++i) {
+            std::string& cell = grid.text(kDetailHeaderRows + static_cast<int32_t>(i), col);
+            cell = FormatSiValue(ToSingle(CycleValue(cd.typeIndex, list[i], ss, cd.VRate)));
+            cell += suffix;
+        }
+    }
+}
+
+}  // namespace mervasto

@@ -1,0 +1,77 @@
+#include "results/SiFormat.h"
+
+#include <cmath>
+
+#include "common/Numeric.h"
+
+namespace mervasto {
+
+namespace {
+
+constexpr size_t kSiDigits = 6;
+
+std::string cut(std::string text, const char* suffix) {
+    if (text.size() > kSiDigits) text.resize(kSiDigits);
+    text += suffix;
+    return text;
+}
+
+// The float's shortest text read back, so 1234567 divides as 1234567 and not
+// as its binary neighbour.
+std::string scaledFromText(float x, double divisor, const char* suffix) {
+    const double readBack = Val(ShortestText(x));
+    return cut(ShortestText(readBack / divisor), suffix);
+}
+
+}  // namespace
+
+std::string FormatSiValue(float x) {
+    const double a = std::fabs(static_cast<double>(x));
+    if (a < 1e-30) return "0.0";
+    if (a > 1e6) return scaledFromText(x, 1e6, "M");
+    if (a > 1000) return scaledFromText(x, 1000, "k");
+    if (a > 1) return cut(ShortestText(x), "");
+    const double exact = x;
+    if (a > 1e-3) return cut(ShortestText(exact * 1e3), "m");
+    if (a > 1e-9) return cut(ShortestText(exact * 1e6), "u");
+    return cut(ShortestText(exact * 1e9), "n");
+}
+
+void GetValUnit(std::string_view cellText, std::string& val1, std::string& unit1) {
+    if (cellText.empty()) return;
+    if (cellText.size() < 3) {
+        val1.assign(cellText);
+        unit1.clear();
+    } else {
+        const char last = cellText.back();
+        if (last == '%' || last == 's' || last == 'V' || last == 'A') {
+            val1.assign(cellText.substr(0, cellText.size() - 2));
+            unit1.assign(1, last);
+        } else {
+            val1.assign(cellText);
+            unit1.clear();
+        }
+    }
+    if (val1.empty()) return;
+    const std::string_view m = cellText.substr(0, cellText.size() - 1);
+    const char* exponent = nullptr;
+    switch (val1.back()) {
+        case 'm': exponent = "e-3"; break;
+        case 'u': exponent = "e-6"; break;
+        case 'n': exponent = "e-9"; break;
+        case 'k':
+        case 'K': exponent = "e3"; break;
+        case 'M': exponent = "e6"; break;
+        default: break;
+    }
+    if (exponent != nullptr) {
+        val1.assign(m);
+        val1 += exponent;
+    }
+}
+
+void GetValUnit(const Grid& grid, int32_t row1, int32_t col1, std::string& val1, std::string& unit1) {
+    GetValUnit(GetGridCell(grid, row1, col1), val1, unit1);
+}
+
+}  // namespace mervasto

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "results/Grid.h"
+
+// Short value texts with an SI prefix letter, and their reading back.
+namespace mervasto {
+
+// At most 6 characters of the number (cut, not rounded; a minus sign counts)
+// and a prefix letter: "M" above 1e6, "k" above 1000, none above 1, "m" up
+// to and including 1 (so 1 is "1000m"), "u" above 1e-9, "n" below; "0.0"
+// under 1e-30. "M" and "k" go through the float's shortest text so no
+// conversion noise shows; "m", "u" and "n" scale the float's exact value, so
+// 0.0123 is "12.299m".
+std::string FormatSiValue(float x);
+
+// Splits a cell text such as "12.5m s" into a number text and a unit letter
+// ("%", "s", "V" or "A"; anything else stays in the number text, so "10.2k
+// Hz" comes back whole with no unit), then turns a trailing prefix letter
+// into an exponent. The exponent is appended to the cell text without its
+// last character, not to the number text: "12.34m s" gives "12.34m e-3" and
+// "s", while "5m" gives "5e-3". The log has always held values in this form.
+// An empty cell leaves val1 and unit1 as they are.
+void GetValUnit(std::string_view cellText, std::string& val1, std::string& unit1);
+void GetValUnit(const Grid& grid, int32_t row1, int32_t col1, std::string& val1, std::string& unit1);
+
+}  // namespace mervasto
