@@ -1,0 +1,103 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace mervasto {
+
+// The settings as the main window's controls hold them: texts as typed,
+// check boxes as states, lists as indexes. Other layers get numbers from
+// them through the runtime-compatible conversions when they need them.
+
+// The channel type list, by list index; channel 4 also has "Gate" (9).
+inline constexpr std::array<std::string_view, 10> kChannelTypes = {
+    "P.W.(%)", "Period", "Duty", "Ample", "P.W.", "Freq.", "rms", "Max", "Min", "Gate"};
+inline constexpr int kGateIndex = 9;
+// Entries in the list of channel ch (0-based).
+inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
+
+inline constexpr std::string_view kLevelPeaks = "Peaks";
+inline constexpr std::string_view kLevelHalves = "Halves";
+
+struct AnalysisSettings {
+    std::string MaxCycles = "1000";
+    std::string TotalRepeats = "1000";
+    bool RepeatCheck = false;
+    std::string Histerisis = "10";
+    std::string PLevel = "50";
+    std::string SmoothingNo = "1";
+    std::string LimitPoints = "0";
+    std::string SampleNo = "Sample";
+    std::string SampleIndex = "1";
+    std::string Comment;
+    std::string IPAdressText = "192.168.1.101";
+    std::string ZoomRate = "1";
+    bool SaveWavesCheck = false;
+    bool SaveScreenCheck = false;
+    bool DDSaveCheck = false;
+    bool WDSaveCheck = false;
+    bool DaqCheck = false;
+    bool OmitRangeEffect = false;
+    int DispType = 1;
+    // How the two signal levels are found: "Peaks" (histogram peaks) or
+    // "Halves".
+    std::string LevelMethod = std::string(kLevelPeaks);
+};
+
+struct ChannelSettings {
+    int ChInputSignal = 1;  // list index, -1 when nothing is selected
+    int32_t BackColor = 0;  // 24-bit blue-green-red
+    int32_t ForeColor = 0;
+    std::string VRate = "1.0";
+    std::string SigName;
+    bool DispOffCheck = false;
+    bool PPCheck = false;
+    bool DutyCheck = false;
+
+    // The list text of ChInputSignal ("" when nothing is selected).
+    std::string_view signalText() const {
+        return ChInputSignal >= 0 && ChInputSignal < static_cast<int>(kChannelTypes.size())
+                   ? kChannelTypes[static_cast<size_t>(ChInputSignal)]
+                   : std::string_view();
+    }
+};
+
+struct WindowPositions {
+    int32_t MainLeft = 0;
+    int32_t MainTop = 0;
+    int32_t WaveFormLeft = 0;
+    int32_t WaveFormTop = 0;
+    int32_t WaveFormAllLeft = 0;
+    int32_t WaveFormAllTop = 0;
+};
+
+struct Settings {
+    AnalysisSettings analysis;
+    std::array<ChannelSettings, 4> channels = defaultChannels();
+    WindowPositions windows;
+
+    // Kept across starts with the settings.
+    int32_t RejectStart = 0;
+    int32_t RejectEnd = 0;
+    bool RejectRangeSet = false;
+    std::string ComparatorFile;
+    std::string OutputFolder;
+    std::string DetailFileName;
+    std::string DetailBaseName;
+    std::string WaveBaseName;
+
+    static std::array<ChannelSettings, 4> defaultChannels();
+};
+
+// Sets one setting from a NAME=VALUE pair as typed on a command line. Returns
+// "" or the reason the value was refused (unknown name, a value the control
+// could not hold).
+std::string SetSettingByName(Settings& settings, std::string_view name, std::string_view value);
+
+// The list index of a channel type text or index text for channel ch
+// (0-based); -1 when the list has no such entry.
+int ChannelTypeIndex(int ch, std::string_view text);
+
+}  // namespace mervasto

@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "app/ResumeFile.h"
+
+namespace mervasto {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ResumeFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() /
+               ("mervasto_resume_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+        file_ = (dir_ / "Resume340.txt").string();
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    std::string readAll() const {
+        std::ifstream in(file_, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    void writeAll(const std::string& bytes) const { std::ofstream(file_, std::ios::binary) << bytes; }
+
+    std::vector<std::string> lines() const {
+        std::vector<std::string> out;
+        std::string all = readAll();
+        size_t start = 0, end;
+        while ((end = all.find("\r\n", start)) != std::string::npos) {
+            out.push_back(all.substr(start, end - start));
+            start = end + 2;
+        }
+        return out;
+    }
+    void writeLines(const std::vector<std::string>& ls) const {
+        std::string all;
+        for (const auto& l : ls) all += l + "\r\n";
+        writeAll(all);
+    }
+
+    fs::path dir_;
+    std::string file_;
+};
+
+Settings changedSettings() {
+    Settings s;
+    AnalysisSettings& a = s.analysis;
+    a.MaxCycles = "2500";
+    a.TotalRepeats = "77";
+    a.RepeatCheck = true;
+    a.Histerisis = "12.5";
+    a.PLevel = "40";
+    a.SmoothingNo = "5";
+    a.LimitPoints = "0.2";
+    a.SampleNo = "Board A";
+    a.SampleIndex = "9";
+    a.IPAdressText = "10.0.0.7";
+    a.ZoomRate = "20";
+    a.SaveWavesCheck = true;
+    a.SaveScreenCheck = false;
+    a.DDSaveCheck = true;
+    a.WDSaveCheck = true;
+    a.DaqCheck = true;
+    a.OmitRangeEffect = true;
+    a.LevelMethod = "Halves";
+    a.Comment = "\nfirst\nsecond";
+    for (int i = 0; i < 4; ++i) {
+        ChannelSettings& c = s.channels[i];
+        c.ChInputSignal = i == 3 ? 9 : i * 2;
+        c.BackColor = 0x102030 + i;
+        c.ForeColor = 0xFFFFFF - i;
+        c.VRate = std::to_string(10 * (i + 1));
+        c.SigName = "Sig " + std::to_string(i);
+        c.DispOffCheck = i % 2 == 1;
+    }
+    s.windows = {10, -20, 300, 400, 5000, 6000};
+    s.RejectStart = 1234;
+    s.RejectEnd = -5;
+    s.RejectRangeSet = true;
+    s.ComparatorFile = "C:\\limits, v2.txt";
+    s.OutputFolder = "/data/out";
+    s.DetailFileName = "d.csv";
+    s.DetailBaseName = "d";
+    s.WaveBaseName = "w";
+    return s;
+}
+
+void expectSame(const Settings& x, const Settings& y) {
+    const AnalysisSettings& a = x.analysis;
+    const AnalysisSettings& b = y.analysis;
+    EXPECT_EQ(a.MaxCycles, b.MaxCycles);
+    EXPECT_EQ(a.TotalRepeats, b.TotalRepeats);
+    EXPECT_EQ(a.RepeatCheck, b.RepeatCheck);
+    EXPECT_EQ(a.Histerisis, b.Histerisis);
+    EXPECT_EQ(a.PLevel, b.PLevel);
+    EXPECT_EQ(a.SmoothingNo, b.SmoothingNo);
+    EXPECT_EQ(a.LimitPoints, b.LimitPoints);
+    EXPECT_EQ(a.SampleNo, b.SampleNo);
+    EXPECT_EQ(a.SampleIndex, b.SampleIndex);
+    EXPECT_EQ(a.IPAdressText, b.IPAdressText);
+    EXPECT_EQ(a.ZoomRate, b.ZoomRate);
+    EXPECT_EQ(a.SaveWavesCheck, b.SaveWavesCheck);
+    EXPECT_EQ(a.SaveScreenCheck, b.SaveScreenCheck);
+    EXPECT_EQ(a.DDSaveCheck, b.DDSaveCheck);
+    EXPECT_EQ(a.WDSaveCheck, b.WDSaveCheck);
+    EXPECT_EQ(a.DaqCheck, b.DaqCheck);
+    EXPECT_EQ(a.OmitRangeEffect, b.OmitRangeEffect);
+    EXPECT_EQ(a.LevelMethod, b.LevelMethod);
+    EXPECT_EQ(a.Comment, b.Comment);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(x.channels[i].ChInputSignal, y.channels[i].ChInputSignal) << i;
+        EXPECT_EQ(x.channels[i].BackColor, y.channels[i].BackColor) << i;
+        EXPECT_EQ(x.channels[i].ForeColor, y.channels[i].ForeColor) << i;
+        EXPECT_EQ(x.channels[i].VRate, y.channels[i].VRate) << i;
+        EXPECT_EQ(x.channels[i].SigName, y.channels[i].SigName) << i;
+        EXPECT_EQ(x.channels[i].DispOffCheck, y.channels[i].DispOffCheck) << i;
+    }
+    EXPECT_EQ(x.windows.MainLeft, y.windows.MainLeft);
+    EXPECT_EQ(x.windows.MainTop, y.windows.MainTop);
+    EXPECT_EQ(x.windows.WaveFormLeft, y.windows.WaveFormLeft);
+    EXPECT_EQ(x.windows.WaveFormTop, y.windows.WaveFormTop);
+    EXPECT_EQ(x.windows.WaveFormAllLeft, y.windows.WaveFormAllLeft);
+    EXPECT_EQ(x.windows.WaveFormAllTop, y.windows.WaveFormAllTop);
+    EXPECT_EQ(x.RejectStart, y.RejectStart);
+    EXPECT_EQ(x.RejectEnd, y.RejectEnd);
+    EXPECT_EQ(x.RejectRangeSet, y.RejectRangeSet);
+    EXPECT_EQ(x.ComparatorFile, y.ComparatorFile);
+    EXPECT_EQ(x.OutputFolder, y.OutputFolder);
+    EXPECT_EQ(x.DetailFileName, y.DetailFileName);
+    EXPECT_EQ(x.DetailBaseName, y.DetailBaseName);
+    EXPECT_EQ(x.WaveBaseName, y.WaveBaseName);
+}
+
+TEST_F(ResumeFileTest, RoundTripRestoresEverySetting) {
+    const Settings saved = changedSettings();
+    ASSERT_EQ(SaveResumeParam(file_, saved), 0);
+    Settings loaded;
+    EXPECT_EQ(LoadResumeParam(file_, loaded), 0);
+    // Every load puts a line feed before each comment line, the first included.
+    EXPECT_EQ(loaded.analysis.Comment, "\n" + saved.analysis.Comment);
+    loaded.analysis.Comment = saved.analysis.Comment;
+    expectSame(saved, loaded);
+}
+
+TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
+    Settings s;
+    s.analysis.Comment = "a\r\nb";
+    s.analysis.SaveWavesCheck = true;
+    ASSERT_EQ(SaveResumeParam(file_, s), 0);
+    const auto ls = lines();
+    ASSERT_EQ(ls.size(), 47u);
+    EXPECT_EQ(ls[0], "Max周期数,1000");
+    EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
+    EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
+    EXPECT_EQ(ls[9], "Ch1 信号タイプ, 1 ");
+    EXPECT_EQ(ls[16], "Ch2 のバック色, 16711935 ");
+    EXPECT_EQ(ls[28], "Ch4 のバック色, 65280 ");
+    EXPECT_EQ(ls[32], "Ch4 表示off, 0 ");
+    EXPECT_EQ(ls[33], "コメント");
+    EXPECT_EQ(ls[34], "a");
+    EXPECT_EQ(ls[35], "b");
+    EXPECT_EQ(ls[36], "//");
+    EXPECT_EQ(ls[37], "範囲マージン(div),0");
+    EXPECT_EQ(ls[38], "除外チェック/範囲, 0 , 0 , 0 ,False");
+    EXPECT_EQ(ls[39], "Screen Layout, 0 , 0 , 0 , 0 , 0 , 0 ");
+    EXPECT_EQ(ls[40], "");
+    EXPECT_EQ(ls[41], "詳細データ格納する/しない, 0 ");
+    EXPECT_EQ(ls[42], "詳細データ格納パス,,,");
+    EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
+    EXPECT_EQ(ls[44], "トリガチェック, 0 ");
+    EXPECT_EQ(ls[45], "センタレベル,50");
+    EXPECT_EQ(ls[46], "レベル検出方式,Peaks");
+
+    Settings loaded;
+    LoadResumeParam(file_, loaded);
+    EXPECT_EQ(loaded.analysis.Comment, "\na\nb");
+}
+
+TEST_F(ResumeFileTest, LongCommentShiftsLaterLines) {
+    Settings s;
+    std::string comment;
+    for (int i = 1; i <= 300; ++i) comment += (i > 1 ? "\n" : "") + std::to_string(i);
+    s.analysis.Comment = comment;
+    ASSERT_EQ(SaveResumeParam(file_, s), 0);
+    Settings loaded;
+    EXPECT_LT(LoadResumeParam(file_, loaded), 0);
+    std::string expected;
+    for (int i = 1; i <= 257; ++i) expected += "\n" + std::to_string(i);
+    EXPECT_EQ(loaded.analysis.Comment, expected);
+    // Line 258 of the comment lands in LimitPoints's place: no comma, so the load stops there.
+    EXPECT_EQ(loaded.analysis.LimitPoints, "0");
+}
+
+TEST_F(ResumeFileTest, MaxCyclesIsCappedOnLoad) {
+    const std::pair<std::string, std::string> cases[] = {
+        {" 600000", "500000"}, {"500000", "500000"}, {"499999.4", "499999.4"}, {"abc", "abc"}};
+    for (const auto& [stored, expected] : cases) {
+        Settings s;
+        SaveResumeParam(file_, s);
+        auto ls = lines();
+        ls[0] = "Max周期数," + stored;
+        writeLines(ls);
+        Settings loaded;
+        EXPECT_EQ(LoadResumeParam(file_, loaded), 0);
+        EXPECT_EQ(loaded.analysis.MaxCycles, expected);
+    }
+}
+
+TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
+    const Settings saved = changedSettings();
+    SaveResumeParam(file_, saved);
+    const auto full = lines();
+
+    // Truncated after the Ch1 block: Ch1 kept, Ch2 onwards defaults.
+    writeLines({full.begin(), full.begin() + 15});
+    Settings loaded;
+    EXPECT_LT(LoadResumeParam(file_, loaded), 0);
+    EXPECT_EQ(loaded.analysis.TotalRepeats, "77");
+    EXPECT_EQ(loaded.channels[0].SigName, "Sig 0");
+    EXPECT_EQ(loaded.channels[1].SigName, "Ch2");
+    EXPECT_EQ(loaded.analysis.PLevel, "50");
+
+    // A colour that is not a number ends the load at that line.
+    auto bad = full;
+    bad[16] = "Ch2 のバック色,red";
+    writeLines(bad);
+    Settings partial;
+    EXPECT_LT(LoadResumeParam(file_, partial), 0);
+    EXPECT_EQ(partial.channels[1].ChInputSignal, 2);
+    EXPECT_EQ(partial.channels[1].BackColor, 0xFF00FF);
+    EXPECT_EQ(partial.channels[1].VRate, "1.0");
+
+    // A list index the list does not have.
+    bad = full;
+    bad[9] = "Ch1 信号タイプ, 9 ";
+    writeLines(bad);
+    Settings noGate;
+    EXPECT_LT(LoadResumeParam(file_, noGate), 0);
+    EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
+
+    // A file from before the level method line loads whole with "Peaks".
+    writeLines({full.begin(), full.end() - 1});
+    Settings old;
+    old.analysis.LevelMethod = "Halves";
+    LoadResumeParam(file_, old);
+    EXPECT_EQ(old.analysis.PLevel, "40");
+    EXPECT_EQ(old.analysis.LevelMethod, "Peaks");
+}
+
+TEST_F(ResumeFileTest, MissingFileLeavesDefaults) {
+    Settings loaded;
+    EXPECT_LT(LoadResumeParam((dir_ / "none.txt").string(), loaded), 0);
+    expectSame(loaded, Settings{});
+}
+
+}  // namespace
+}  // namespace mervasto

@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "app/DataFolders.h"
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "app/Version.h"
+
+namespace mervasto {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(SettingsTest, Defaults) {
+    Settings s;
+    EXPECT_EQ(s.analysis.MaxCycles, "1000");
+    EXPECT_EQ(s.analysis.TotalRepeats, "1000");
+    EXPECT_EQ(s.analysis.IPAdressText, "192.168.1.101");
+    EXPECT_EQ(s.analysis.LevelMethod, "Peaks");
+    EXPECT_EQ(s.channels[0].BackColor, 0x00FFFF);
+    EXPECT_EQ(s.channels[2].BackColor, 0xFFFF00);
+    EXPECT_EQ(s.channels[3].SigName, "Ch4");
+    EXPECT_EQ(s.channels[3].signalText(), "Period");
+    EXPECT_EQ(CaptionSuffix(), "(Ver3.40)");
+}
+
+TEST(SettingsTest, SetSettingByName) {
+    struct Case {
+        const char* name;
+        const char* value;
+        bool ok;
+    };
+    const Case cases[] = {
+        {"MaxCycles", "2000", true},      {"Histerisis", "abc", true},  {"ChInputSignal1", "Duty", true},
+        {"ChInputSignal2", "5", true},    {"ChInputSignal4", "Gate", true}, {"ChInputSignal3", "Gate", false},
+        {"ChInputSignal3", "9", false},   {"ChInputSignal1", "Pulse", false}, {"DispOffCheck2", "true", true},
+        {"DispOffCheck2", "2", false},    {"RepeatCheck", "1", true},   {"DaqCheck", "yes", false},
+        {"LevelMethod", "Halves", true},  {"LevelMethod", "Valleys", false}, {"VRate3", "10", true},
+        {"SigName5", "x", false},         {"NoSuchSetting", "1", false}, {"PPCheck4", "FALSE", true},
+    };
+    for (const auto& c : cases) {
+        Settings s;
+        std::string err = SetSettingByName(s, c.name, c.value);
+        EXPECT_EQ(err.empty(), c.ok) << c.name << "=" << c.value << ": " << err;
+    }
+    Settings s;
+    SetSettingByName(s, "ChInputSignal4", "Gate");
+    SetSettingByName(s, "ChInputSignal2", "5");
+    SetSettingByName(s, "DispOffCheck2", "true");
+    SetSettingByName(s, "SigName3", "Clock");
+    EXPECT_EQ(s.channels[3].ChInputSignal, 9);
+    EXPECT_EQ(s.channels[1].signalText(), "Freq.");
+    EXPECT_TRUE(s.channels[1].DispOffCheck);
+    EXPECT_EQ(s.channels[2].SigName, "Clock");
+}
+
+TEST(StartupTest, ClampsAndRepairs) {
+    struct Case {
+        const char* repeats;
+        const char* cycles;
+        const char* smoothing;
+        const char* repeatsAfter;
+        const char* cyclesAfter;
+        const char* smoothingAfter;
+    };
+    const Case cases[] = {
+        {"0", "600000", "0", "1", "500000", "1"},
+        {"20000", "abc", "-3", "16000", "1", "1"},
+        {"abc", "1000", "7", "1", "1000", "7"},
+        {"12.5", "0.4", "0.9", "12", "1", "1"},
+    };
+    for (const auto& c : cases) {
+        Settings s;
+        s.analysis.TotalRepeats = c.repeats;
+        s.analysis.MaxCycles = c.cycles;
+        s.analysis.SmoothingNo = c.smoothing;
+        s.channels[2].ChInputSignal = -1;
+        ApplyStartupSettings(s, "/d");
+        EXPECT_EQ(s.analysis.TotalRepeats, c.repeatsAfter) << c.repeats;
+        EXPECT_EQ(s.analysis.MaxCycles, c.cyclesAfter) << c.cycles;
+        EXPECT_EQ(s.analysis.SmoothingNo, c.smoothingAfter) << c.smoothing;
+        EXPECT_EQ(s.channels[2].ChInputSignal, 1);
+    }
+}
+
+TEST(StartupTest, FirstStartBuildsOutputNames) {
+    Settings s;
+    EXPECT_EQ(ApplyStartupSettings(s, "/data"), 1);
+    EXPECT_EQ(s.analysis.TotalRepeats, "1000");
+    EXPECT_EQ(s.analysis.MaxCycles, "1000");
+    EXPECT_EQ(s.OutputFolder, JoinPath("/data", "Outputdata"));
+    EXPECT_EQ(s.DetailBaseName, "Sample1_Detail");
+    EXPECT_EQ(s.WaveBaseName, "Sample1_Wave");
+    EXPECT_EQ(s.DetailFileName, "Sample1_Detail.csv");
+
+    // A stored output folder keeps the stored names.
+    Settings kept;
+    kept.OutputFolder = "/elsewhere";
+    kept.DetailBaseName = "x";
+    ApplyStartupSettings(kept, "/data");
+    EXPECT_EQ(kept.OutputFolder, "/elsewhere");
+    EXPECT_EQ(kept.DetailBaseName, "x");
+    EXPECT_EQ(kept.WaveBaseName, "");
+}
+
+TEST(DataFoldersTest, CreatesTheTreeAndOneOutputFolder) {
+    const fs::path root = fs::temp_directory_path() / "mervasto_datafolder_test";
+    fs::remove_all(root);
+    const std::string folder = PrepareDataFolder((root / "Mervasto").string());
+    EXPECT_EQ(folder, (root / "Mervasto").string());
+    for (const char* sub : {"OutputData", "Parameter", "Debug"}) EXPECT_TRUE(fs::is_directory(root / "Mervasto" / sub)) << sub;
+    EXPECT_TRUE(fs::is_directory(root / "Mervasto" / "Outputdata"));
+    std::ofstream(root / "Mervasto" / "Outputdata" / "r.csv") << "x";
+    EXPECT_TRUE(fs::exists(root / "Mervasto" / "OutputData" / "r.csv"));
+    // A second start finds everything in place.
+    EXPECT_EQ(PrepareDataFolder((root / "Mervasto").string()), folder);
+    EXPECT_EQ(ResumeFileName(folder), JoinPath(JoinPath(folder, "Parameter"), "Resume340.txt"));
+    fs::remove_all(root);
+
+    EXPECT_EQ(JoinPath("a", "b"), std::string("a") + kPathSeparator + "b");
+    EXPECT_EQ(JoinPath(std::string("a") + kPathSeparator, "b"), std::string("a") + kPathSeparator + "b");
+    EXPECT_NE(DefaultDataFolder().find("Mervasto"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mervasto
