@@ -1,6 +1,7 @@
 #include "results/ResultGrids.h"
 
 #include <algorithm>
+#include <bit>
 #include <vector>
 
 #include "common/Numeric.h"
@@ -204,10 +205,24 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
         SetGridCell(grid, 3, col, std::to_string(list.size()));
         SetGridCell(grid, 4, col, unit);
         if (cd.isGate()) continue;
+        // Times are whole sample counts, so a channel has few distinct values;
+        // remembering recent texts saves most of the formatting.
+        struct Slot {
+            uint32_t bits = 0;
+            bool used = false;
+            std::string text;
+        };
+        std::array<Slot, 256> recent{};
         for (size_t i = 0; i < list.size(); ++i) {
-            std::string& cell = grid.text(kDetailHeaderRows + static_cast<int32_t>(i), col);
-            cell = FormatSiValue(ToSingle(CycleValue(cd.typeIndex, list[i], ss, cd.VRate)));
-            cell += suffix;
+            const float v = ToSingle(CycleValue(cd.typeIndex, list[i], ss, cd.VRate));
+            const uint32_t bits = std::bit_cast<uint32_t>(v);
+            Slot& slot = recent[(bits ^ (bits >> 8) ^ (bits >> 16) ^ (bits >> 24)) & 0xFF];
+            if (!slot.used || slot.bits != bits) {
+                slot.text = FormatSiValue(v) + suffix;
+                slot.bits = bits;
+                slot.used = true;
+            }
+            grid.text(kDetailHeaderRows + static_cast<int32_t>(i), col) = slot.text;
         }
     }
 }
