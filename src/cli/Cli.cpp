@@ -1,0 +1,366 @@
+#include "cli/Cli.h"
+
+#include "app/DataFolders.h"
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "app/Settings.h"
+#include "app/Version.h"
+#include "cli/Json.h"
+#include "cli/Report.h"
+#include "common/Numeric.h"
+#include "common/RuntimeError.h"
+#include "dso/DsoLink.h"
+#include "dso/DsoSetupReadout.h"
+#include "dso/WaveTransfer.h"
+#include "results/Comparator.h"
+#include "wavefile/ExampleRecords.h"
+#include "wavefile/WaveCsv.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <atomic>
+#include <csignal>
+#include <iostream>
+#include <map>
+#include <optional>
+
+namespace mervasto {
+
+namespace {
+
+std::atomic<bool> gInterrupted{false};
+
+extern "C" void onInterrupt(int) { gInterrupted = true; }
+
+constexpr const char* kUsage = R"(mervasto-cli: Periods/Encoder Pulses Analyzing from the command line.
+
+Usage: mervasto-cli [--data-folder DIR] COMMAND [options]
+
+Commands:
+  info FILE...                 load wave CSV files and print their setup and record
+  analyze [options] FILE...    analyse wave CSV files and print the results
+      --settings FILE          settings from this resume file (default: the data folder's)
+      --set NAME=VALUE         override one setting by its control name (repeatable)
+      --format table|csv|json  output form (default table)
+      --cycles                 with json: every cycle record
+      --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
+      --no-save                do not append to ResultData.csv
+  make-examples DIR            write the bundled example records into DIR
+  readout --ip HOST[:PORT] [--format table|json]
+                               read and print the instrument's setup
+  fetch --ip HOST[:PORT] OUT.csv
+                               transfer the instrument's channels into a wave CSV file
+  acquire --ip HOST[:PORT] [--repeat N] [--new-acquisition] [--omit-range]
+          [--settings FILE] [--set NAME=VALUE ...] [--format table|csv|json] [--no-save]
+                               run acquisitions without a window; Ctrl+C stops after the pass
+
+Global options: --help, --version, --data-folder DIR
+Exit status: 0 success, 1 a file could not be read, 2 bad options, 3 a verdict is NG,
+4 the instrument cannot be reached.
+)";
+
+struct Options {
+    std::string command;
+    std::vector<std::string> files;
+    std::optional<std::string> dataFolder;
+    std::optional<std::string> settingsFile;
+    std::vector<std::pair<std::string, std::string>> sets;
+    std::string format = "table";
+    bool cycles = false;
+    bool noSave = false;
+    std::optional<std::string> comparator;
+    std::optional<std::string> ip;
+    std::optional<int32_t> repeat;
+    bool newAcquisition = false;
+    bool omitRange = false;
+};
+
+struct OptionError {
+    std::string text;
+};
+
+Options parse(const std::vector<std::string>& args) {
+    Options o;
+    auto need = [&](size_t& i) -> const std::string& {
+        if (i + 1 >= args.size()) throw OptionError{args[i] + " needs a value"};
+        return args[++i];
+    };
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--data-folder") o.dataFolder = need(i);
+        else if (a == "--settings") o.settingsFile = need(i);
+        else if (a == "--set") {
+            const std::string& nv = need(i);
+            auto eq = nv.find('=');
+            if (eq == std::string::npos) throw OptionError{"--set takes NAME=VALUE, not " + nv};
+            o.sets.emplace_back(nv.substr(0, eq), nv.substr(eq + 1));
+        } else if (a == "--format") {
+            o.format = need(i);
+            if (o.format != "table" && o.format != "csv" && o.format != "json")
+                throw OptionError{"--format is table, csv or json, not " + o.format};
+        } else if (a == "--cycles") o.cycles = true;
+        else if (a == "--no-save") o.noSave = true;
+        else if (a == "--comparator") o.comparator = need(i);
+        else if (a == "--ip") o.ip = need(i);
+        else if (a == "--repeat") {
+            const std::string& v = need(i);
+            double n = NumberText(v);
+            if (n < 0 || n > 16000 || n != RoundHalfEven(n)) throw OptionError{"--repeat takes 0 .. 16000, not " + v};
+            o.repeat = static_cast<int32_t>(n);
+        } else if (a == "--new-acquisition") o.newAcquisition = true;
+        else if (a == "--omit-range") o.omitRange = true;
+        else if (a.size() > 1 && a[0] == '-' && a != "-") throw OptionError{"unknown option " + a};
+        else if (o.command.empty()) o.command = a;
+        else o.files.push_back(a);
+    }
+    return o;
+}
+
+void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
+
+// Prepares the run state: data folder, settings, overrides.
+bool prepareState(RunState& state, const Options& o, std::ostream& err) {
+    state.FormLoad(o.dataFolder.value_or(""));
+    if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
+        err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
+        return false;
+    }
+    for (const auto& [name, value] : o.sets) {
+        std::string why = SetSettingByName(state.settings, name, value);
+        if (!why.empty()) {
+            err << "mervasto-cli: --set " << name << '=' << value << ": " << why << '\n';
+            return false;
+        }
+    }
+    state.saveResultLine = !o.noSave;
+    return true;
+}
+
+int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.empty()) {
+        err << "mervasto-cli info: name at least one wave CSV file\n";
+        return kExitBadOptions;
+    }
+    int status = kExitOk;
+    WaveFieldTable table;
+    for (const auto& f : o.files) {
+        DsoSetup setup;
+        WaveRecord record;
+        WaveCsvLoadResult r = LoadWaveCsv(f, setup, record, table);
+        if (r.status < 0) {
+            err << f << ": " << r.errorText << '\n';
+            status = kExitFileError;
+        }
+        PrintSetupText(out, f, setup);
+        out << "Rows read: " << r.rowsRead << '\n';
+        PrintRecordSummary(out, setup, record);
+    }
+    return status;
+}
+
+// Applies --comparator to the state; prints verdicts later.
+bool loadComparator(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
+    if (!o.comparator) return true;
+    if (!state.LoadComparator(ui, *o.comparator)) {
+        err << "mervasto-cli: comparator " << *o.comparator << ": "
+            << (ui.boxes.empty() ? std::string("cannot be read") : ui.boxes.back().text) << '\n';
+        return false;
+    }
+    return true;
+}
+
+int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.empty()) {
+        err << "mervasto-cli analyze: name at least one wave CSV file\n";
+        return kExitBadOptions;
+    }
+    RunState state;
+    if (!prepareState(state, o, err)) return kExitBadOptions;
+    ScriptedUi ui;
+    if (!loadComparator(state, ui, o, err)) return kExitFileError;
+    int status = kExitOk;
+    bool anyNg = false;
+    ReportWriter report(out, o.format, o.cycles);
+    for (const auto& f : o.files) {
+        ui.files.push_back(f);
+        size_t boxesBefore = ui.boxes.size();
+        if (!state.InputFromFile_Click(ui)) {
+            err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
+            status = kExitFileError;
+            continue;
+        }
+        std::vector<ScriptedUi::Box> boxes(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore), ui.boxes.end());
+        if (o.comparator) JudgeAll(state.results.table);
+        anyNg |= report.pass(f, state, boxes, o.comparator.has_value(), std::nullopt);
+        if (o.format != "json" && !state.saveResultLine) continue;
+        if (o.format != "json") err << ui.status[1] << '\n';
+    }
+    report.finish();
+    if (status == kExitOk && anyNg) status = kExitNg;
+    return status;
+}
+
+int commandMakeExamples(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.size() != 1) {
+        err << "mervasto-cli make-examples: name the folder to write into\n";
+        return kExitBadOptions;
+    }
+    for (const auto& name : ExampleNames()) {
+        DsoSetup setup;
+        WaveRecord record;
+        MakeExampleRecord(name, setup, record);
+        std::string file = JoinPath(o.files[0], name + ".csv");
+        SaveWaveCsv(file, setup, record);
+        out << file << '\n';
+    }
+    return kExitOk;
+}
+
+int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip) {
+        err << "mervasto-cli readout: --ip HOST[:PORT] is needed\n";
+        return kExitBadOptions;
+    }
+    RunState state;
+    state.FormLoad(o.dataFolder.value_or(""));
+    ScriptedUi ui;
+    try {
+        if (!ConnectAndIdentify(*state.link, state.setup, ui, *o.ip)) {
+            err << "mervasto-cli: DSO not connected normally. (" << *o.ip << ")\n";
+            return kExitNoInstrument;
+        }
+        if (ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false)) {
+            err << "mervasto-cli: DSO not interfaced normally. (" << *o.ip << ")\n";
+            return kExitNoInstrument;
+        }
+        state.link->SendDsoCommand("GTL");
+    } catch (const RuntimeError& e) {
+        err << "mervasto-cli: " << e.what() << '\n';
+        return kExitNoInstrument;
+    }
+    if (o.format == "json")
+        PrintSetupJson(out, state.setup);
+    else
+        PrintSetupText(out, *o.ip, state.setup);
+    return kExitOk;
+}
+
+int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip || o.files.size() != 1) {
+        err << "mervasto-cli fetch: --ip HOST[:PORT] and one output file are needed\n";
+        return kExitBadOptions;
+    }
+    RunState state;
+    state.FormLoad(o.dataFolder.value_or(""));
+    ScriptedUi ui;
+    try {
+        if (!ConnectAndIdentify(*state.link, state.setup, ui, *o.ip)) {
+            err << "mervasto-cli: DSO not connected normally. (" << *o.ip << ")\n";
+            return kExitNoInstrument;
+        }
+        if (state.WaveTrans(ui, kInputTypeDso, {}) < 0) {
+            err << "mervasto-cli: " << ui.status[1] << '\n';
+            return kExitNoInstrument;
+        }
+        state.link->SendDsoCommand("GTL");
+    } catch (const RuntimeError& e) {
+        err << "mervasto-cli: " << e.what() << '\n';
+        return kExitNoInstrument;
+    }
+    SaveWaveCsv(o.files[0], state.setup, state.record);
+    out << "Saved " << state.record.WaveLength << " samples of " << state.setup.ChannelCount << " channels to "
+        << o.files[0] << '\n';
+    return kExitOk;
+}
+
+int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip) {
+        err << "mervasto-cli acquire: --ip HOST[:PORT] is needed\n";
+        return kExitBadOptions;
+    }
+    RunState state;
+    if (!prepareState(state, o, err)) return kExitBadOptions;
+    auto& a = state.settings.analysis;
+    a.IPAdressText = *o.ip;
+    if (o.repeat) {
+        a.RepeatCheck = true;
+        a.TotalRepeats = std::to_string(*o.repeat);
+    } else if (!o.sets.empty() || o.settingsFile) {
+        // keep what the settings say
+    } else {
+        a.RepeatCheck = false;
+    }
+    if (o.newAcquisition) a.DaqCheck = true;
+    if (o.omitRange) a.OmitRangeEffect = true;
+    ScriptedUi ui;
+    ui.echo = o.format == "json" ? nullptr : &echoToStderr;
+    if (!loadComparator(state, ui, o, err)) return kExitFileError;
+
+    ReportWriter report(out, o.format, o.cycles);
+    bool anyNg = false;
+    int64_t linesBefore = 0;
+    state.onChanged = [&] {
+        if (state.resultLinesWritten + state.resultLinesFailed > linesBefore) {
+            linesBefore = state.resultLinesWritten + state.resultLinesFailed;
+            anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
+        }
+    };
+    gInterrupted = false;
+    auto previous = std::signal(SIGINT, onInterrupt);
+    QTimer stopWatch;
+    QObject::connect(&stopWatch, &QTimer::timeout, [&] {
+        if (gInterrupted) state.Stop_Click();
+    });
+    stopWatch.start(50);
+    state.WFStartCommand_Click(ui);
+    stopWatch.stop();
+    std::signal(SIGINT, previous);
+    report.finish();
+    if (!state.link->DsoLinked && linesBefore == 0) return kExitNoInstrument;
+    return anyNg ? kExitNg : kExitOk;
+}
+
+}  // namespace
+
+int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    for (const auto& a : args) {
+        if (a == "--help" || a == "-h") {
+            out << kUsage;
+            return kExitOk;
+        }
+        if (a == "--version") {
+            out << "mervasto-cli " << CaptionSuffix() << '\n';
+            return kExitOk;
+        }
+    }
+    Options o;
+    try {
+        o = parse(args);
+    } catch (const OptionError& e) {
+        err << "mervasto-cli: " << e.text << "\n(try --help)\n";
+        return kExitBadOptions;
+    } catch (const RuntimeError& e) {
+        err << "mervasto-cli: " << e.what() << '\n';
+        return kExitBadOptions;
+    }
+    if (o.command.empty()) {
+        err << kUsage;
+        return kExitBadOptions;
+    }
+    try {
+        if (o.command == "info") return commandInfo(o, out, err);
+        if (o.command == "analyze") return commandAnalyze(o, out, err);
+        if (o.command == "make-examples") return commandMakeExamples(o, out, err);
+        if (o.command == "readout") return commandReadout(o, out, err);
+        if (o.command == "fetch") return commandFetch(o, out, err);
+        if (o.command == "acquire") return commandAcquire(o, out, err);
+    } catch (const RuntimeError& e) {
+        err << "mervasto-cli: " << e.what() << '\n';
+        return kExitFileError;
+    }
+    err << "mervasto-cli: unknown command " << o.command << "\n(try --help)\n";
+    return kExitBadOptions;
+}
+
+}  // namespace mervasto

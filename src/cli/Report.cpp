@@ -1,0 +1,236 @@
+#include "cli/Report.h"
+
+#include "app/RunState.h"
+#include "cli/Json.h"
+#include "common/Numeric.h"
+#include "results/Comparator.h"
+
+#include <algorithm>
+#include <ostream>
+
+namespace mervasto {
+
+namespace {
+
+void printGrid(std::ostream& out, const Grid& grid) {
+    int32_t lastCol = 0;
+    for (int32_t r = 0; r < grid.rows(); ++r)
+        for (int32_t c = 0; c < grid.cols(); ++c)
+            if (!grid.text(r, c).empty()) lastCol = std::max(lastCol, c);
+    std::vector<size_t> width(static_cast<size_t>(lastCol + 1), 0);
+    auto chars = [](const std::string& s) {
+        size_t n = 0;
+        for (unsigned char ch : s) n += (ch & 0xC0) != 0x80;  // UTF-8 characters
+        return n;
+    };
+    for (int32_t r = 0; r < grid.rows(); ++r)
+        for (int32_t c = 0; c <= lastCol; ++c) width[static_cast<size_t>(c)] = std::max(width[static_cast<size_t>(c)], chars(grid.text(r, c)));
+    for (int32_t r = 0; r < grid.rows(); ++r) {
+        std::string line;
+        for (int32_t c = 0; c <= lastCol; ++c) {
+            const std::string& t = grid.text(r, c);
+            line += t;
+            if (c < lastCol) line.append(width[static_cast<size_t>(c)] - chars(t) + 2, ' ');
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        out << line << '\n';
+    }
+}
+
+bool analysedChannel(const RunState& state, int ch) {
+    const auto& c = state.settings.channels[static_cast<size_t>(ch)];
+    if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
+    return state.results.note[static_cast<size_t>(ch)].empty() &&
+           static_cast<int32_t>(state.record.raw[static_cast<size_t>(ch)].size()) >= state.record.WaveLength &&
+           state.record.WaveLength > 0;
+}
+
+// The comparator view: verdict rows per channel. Returns true on any "NG".
+bool verdictGrid(const RunState& state, Grid& grid) {
+    ChannelResultTable table = state.results.table;
+    SetupDetailCycleGrid(grid);
+    auto rows = BuildDetailCycleGrid(grid, state.channelDisplays(), table);
+    bool ng = false;
+    for (size_t i = 0; i < rows.size(); ++i)
+        if (grid.contains(static_cast<int32_t>(i) + grid.fixedRows, kCycleColVerdict) &&
+            grid.text(static_cast<int32_t>(i) + grid.fixedRows, kCycleColVerdict) == kVerdictNg)
+            ng = true;
+    return ng;
+}
+
+}  // namespace
+
+void PrintSetupText(std::ostream& out, const std::string& source, const DsoSetup& s) {
+    out << "Source: " << source << '\n'
+        << "Model: " << s.Model << '\n'
+        << "ChannelCount: " << s.ChannelCount << '\n'
+        << "InfoDigit: " << s.InfoDigit << '\n'
+        << "DateTime: " << s.DateTime << '\n'
+        << "AcqMode: " << s.AcqMode << '\n'
+        << "TimePerDiv: " << ShortestText(s.TimePerDiv) << '\n'
+        << "TriggerDelay: " << ShortestText(s.TriggerDelay) << '\n'
+        << "SampleInterval: " << ShortestText(s.SampleInterval) << '\n'
+        << "RecordLength: " << s.RecordLength << '\n'
+        << "TriggerLevel: " << ShortestText(s.TriggerLevel) << '\n'
+        << "TriggerSource: " << s.TriggerSource << '\n'
+        << "TriggerMode: " << s.TriggerMode << '\n';
+    for (int ch = 1; ch <= 4; ++ch) {
+        const auto i = static_cast<size_t>(ch);
+        out << "CH" << ch << ": VoltsPerDiv " << ShortestText(s.VoltsPerDiv[i]) << ", Offset " << ShortestText(s.Offset[i])
+            << ", Coupling " << s.Coupling[i] << ", BandwidthLimit " << s.BandwidthLimit[i] << ", TraceOn " << s.TraceOn[i]
+            << ", Inverted " << (s.Inverted[i] ? "True" : "False") << '\n';
+    }
+    out << "CursorPos: " << ShortestText(s.CursorPos[1]) << ", " << ShortestText(s.CursorPos[2])
+        << (s.CursorsFromDso ? " (from the instrument)" : " (defaults)") << '\n';
+}
+
+void PrintSetupJson(std::ostream& out, const DsoSetup& s) {
+    JsonWriter j;
+    j.beginObject();
+    j.key("Model").value(s.Model);
+    j.key("ChannelCount").value(int32_t{s.ChannelCount});
+    j.key("InfoDigit").value(s.InfoDigit);
+    j.key("DateTime").value(s.DateTime);
+    j.key("AcqMode").value(s.AcqMode);
+    j.key("TimePerDiv").value(double{s.TimePerDiv});
+    j.key("TriggerDelay").value(double{s.TriggerDelay});
+    j.key("SampleInterval").value(double{s.SampleInterval});
+    j.key("RecordLength").value(s.RecordLength);
+    j.key("TriggerLevel").value(double{s.TriggerLevel});
+    j.key("TriggerSource").value(s.TriggerSource);
+    j.key("TriggerMode").value(s.TriggerMode);
+    j.key("channels").beginArray();
+    for (size_t ch = 1; ch <= 4; ++ch) {
+        j.beginObject();
+        j.key("channel").value(static_cast<int32_t>(ch));
+        j.key("VoltsPerDiv").value(double{s.VoltsPerDiv[ch]});
+        j.key("Offset").value(double{s.Offset[ch]});
+        j.key("Coupling").value(s.Coupling[ch]);
+        j.key("BandwidthLimit").value(s.BandwidthLimit[ch]);
+        j.key("TraceOn").value(s.TraceOn[ch]);
+        j.key("Inverted").value(s.Inverted[ch]);
+        j.endObject();
+    }
+    j.endArray();
+    j.key("CursorPos").beginArray().value(double{s.CursorPos[1]}).value(double{s.CursorPos[2]}).endArray();
+    j.key("CursorsFromDso").value(s.CursorsFromDso);
+    j.endObject();
+    out << j.text() << '\n';
+}
+
+void PrintRecordSummary(std::ostream& out, const DsoSetup& setup, const WaveRecord& record) {
+    const int channels = setup.ChannelCount == 2 ? 2 : 4;
+    for (int ch = 0; ch < channels; ++ch) {
+        const auto& w = record.wave[static_cast<size_t>(ch)];
+        const size_t n = std::min(w.size(), static_cast<size_t>(std::max(setup.RecordLength, 0)));
+        out << "Ch" << ch + 1 << ": " << n << " samples";
+        if (n > 0) {
+            auto [lo, hi] = std::minmax_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(n));
+            out << ", min " << ShortestText(*lo) << " V, max " << ShortestText(*hi) << " V";
+        }
+        out << '\n';
+    }
+}
+
+ReportWriter::ReportWriter(std::ostream& out, std::string format, bool cycles)
+    : out_(out), format_(std::move(format)), cycles_(cycles) {
+    if (format_ == "json") out_ << "[";
+    if (format_ == "csv")
+        out_ << "file,pass,channel,type,analysed,min,max,mean,sigma,counts,verdict,note\n";
+}
+
+bool ReportWriter::pass(const std::string& file, const RunState& state, const std::vector<ScriptedUi::Box>& messages,
+                        bool verdicts, std::optional<int32_t> passNumber) {
+    const auto& t = state.results.table;
+    const auto& w = t.at(3, 0);  // the analysis window lives in the Ch4 row
+    Grid verdictView;
+    bool ng = verdicts && verdictGrid(state, verdictView);
+    auto verdictOf = [&](int ch) -> std::string {
+        if (!verdicts) return "";
+        return JudgeCount(t.at(ch, 0).Counts, t.at(ch, 0).LL, t.at(ch, 0).UL) ? kVerdictGo : kVerdictNg;
+    };
+
+    if (format_ == "table") {
+        if (!file.empty()) out_ << "== " << file << '\n';
+        if (passNumber) out_ << "== pass " << *passNumber << '\n';
+        printGrid(out_, state.ResultGrid1);
+        out_ << state.TotalWaveDatas << '\n';
+        for (const auto& m : messages) out_ << m.title << ": " << m.text << '\n';
+        if (verdicts) printGrid(out_, verdictView);
+        out_ << '\n';
+    } else if (format_ == "csv") {
+        for (int ch = 0; ch < kAnaChannels; ++ch) {
+            const auto& r = t.at(ch, 2);
+            out_ << file << ',' << (passNumber ? std::to_string(*passNumber) : "") << ',' << ch + 1 << ','
+                 << state.settings.channels[static_cast<size_t>(ch)].signalText() << ','
+                 << (analysedChannel(state, ch) ? "true" : "false") << ',' << ExactText(r.Min) << ',' << ExactText(r.Max)
+                 << ',' << ExactText(r.Mean) << ',' << ExactText(r.Sigma) << ',' << r.Counts << ',' << verdictOf(ch) << ','
+                 << state.results.note[static_cast<size_t>(ch)] << '\n';
+        }
+    } else {
+        JsonWriter j;
+        j.beginObject();
+        if (passNumber) j.key("pass").value(*passNumber);
+        j.key("file").value(file);
+        j.key("waveLength").value(state.record.WaveLength);
+        j.key("sampleSec").value(double{state.record.SampleSec});
+        j.key("anaStart").value(w.AnaStart);
+        j.key("anaEnd").value(w.AnaEnd);
+        j.key("gateStart").value(w.GateStart);
+        j.key("gateEnd").value(w.GateEnd);
+        j.key("messages").beginArray();
+        for (const auto& m : messages) j.beginObject().key("title").value(m.title).key("text").value(m.text).endObject();
+        j.endArray();
+        j.key("channels").beginArray();
+        for (int ch = 0; ch < kAnaChannels; ++ch) {
+            const auto& lv = t.at(ch, 0);
+            j.beginObject();
+            j.key("channel").value(ch + 1);
+            j.key("type").value(state.settings.channels[static_cast<size_t>(ch)].signalText());
+            j.key("analysed").value(analysedChannel(state, ch));
+            j.key("note").value(state.results.note[static_cast<size_t>(ch)]);
+            j.key("highLevel").value(double{lv.HighLevel});
+            j.key("lowLevel").value(double{lv.LowLevel});
+            j.key("level").value(double{lv.Level});
+            if (verdicts) j.key("verdict").value(verdictOf(ch));
+            j.key("rows").beginArray();
+            for (int kind = 0; kind < kKinds; ++kind) {
+                const auto& r = t.at(ch, kind);
+                j.beginObject();
+                j.key("kind").value(kind);
+                j.key("min").value(r.Min);
+                j.key("max").value(r.Max);
+                j.key("mean").value(r.Mean);
+                j.key("sigma").value(r.Sigma);
+                j.key("counts").value(r.Counts);
+                if (verdicts) j.key("LL").value(r.LL).key("UL").value(r.UL);
+                j.endObject();
+            }
+            j.endArray();
+            if (cycles_) {
+                j.key("cycles").beginArray();
+                for (const auto& c : state.results.cycles.channel[static_cast<size_t>(ch)]) {
+                    j.beginObject();
+                    j.key("Ample").value(c.Ample).key("Duty").value(c.Duty).key("MidEdge").value(c.MidEdge);
+                    j.key("PulseWidth").value(c.PulseWidth).key("Period").value(c.Period).key("Freq").value(c.Freq);
+                    j.key("Rms").value(c.Rms).key("MaxValue").value(c.MaxValue).key("MinValue").value(c.MinValue);
+                    j.endObject();
+                }
+                j.endArray();
+            }
+            j.endObject();
+        }
+        j.endArray();
+        j.endObject();
+        out_ << (count_ ? ",\n" : "\n") << j.text();
+    }
+    out_.flush();
+    ++count_;
+    return ng;
+}
+
+void ReportWriter::finish() {
+    if (format_ == "json") out_ << (count_ ? "\n]\n" : "]\n");
+}
+
+}  // namespace mervasto
