@@ -13,6 +13,9 @@
 // the "Cycle's Detail Data / Select Comparator" window.
 namespace mervasto {
 
+inline constexpr const char* kSelectComparatorTitle = "Select Comparator file";
+inline constexpr const char* kComparatorFilter = "*.txt;*.csv";
+inline constexpr const char* kComparatorFolder = "\\Comparator";  // under the data folder
 inline constexpr const char* kIllegalCharacter = "Illegal Character.";
 inline constexpr const char* kNoFile = "No File.";
 inline constexpr const char* kVerdictGo = "Go";

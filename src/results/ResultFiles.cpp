@@ -61,6 +61,15 @@ SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleNa
     return {true, kSavedTestResults + std::string(fileName) + "."};
 }
 
+DetailSavePath SplitDetailSavePath(std::string_view path) {
+    const size_t cut = path.find_last_of("\\/");
+    DetailSavePath out;
+    if (cut != std::string_view::npos) out.folder.assign(path.substr(0, cut));
+    out.fileName.assign(cut == std::string_view::npos ? path : path.substr(cut + 1));
+    out.waveBaseName = out.fileName.substr(0, out.fileName.size() > 4 ? out.fileName.size() - 4 : 0) + "_Wave";
+    return out;
+}
+
 bool SaveDetailData(std::string_view fileName, Grid& grid) {
     RedrawOff off(grid);
     TextFileWriter out(fileName, TextFileWriter::Mode::Truncate);

@@ -15,6 +15,12 @@ inline constexpr const char* kSavedTestResults = "Saved Test Results to the ";  
 inline constexpr const char* kFailedToSaveTestResults = "Failed to save Test Results.";
 inline constexpr const char* kResultHeaderBlock = ",Min/Mean(%),Max/Mean(%),Means),σ(s),No. of Pulse";
 
+// The detail file choice and the save dialogs of the other save commands.
+inline constexpr const char* kDetailSaveTitle = "Select Path to store Detail Data.";
+inline constexpr const char* kCsvFilter = "*.csv";
+inline constexpr const char* kMayIOverwrite = "May I Overwrite?";
+inline constexpr const char* kCanceled = "Canceled.";
+
 struct SaveOutcome {
     bool ok = false;
     std::string status;  // the status bar text
@@ -31,6 +37,16 @@ std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable
 // the file does not exist yet. Nothing outside the file is changed.
 SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
                             const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table);
+
+// A chosen detail file path split at its last folder separator; the wave
+// files saved with the details take the name without its 4-character
+// extension and "_Wave": C:\out\a.csv gives C:\out, a.csv and a_Wave.
+struct DetailSavePath {
+    std::string folder;
+    std::string fileName;
+    std::string waveBaseName;
+};
+DetailSavePath SplitDetailSavePath(std::string_view path);
 
 // Writes the grid as a CSV image (every row, every column, no quoting),
 // replacing the file. False when the file could not be written.

@@ -41,6 +41,9 @@ inline constexpr int32_t kBaseColumnWidth = 80;
 inline constexpr const char* kGateTypeText = "Gate";
 inline constexpr const char* kChannelStateOn = "ON";
 inline constexpr const char* kWaveLengthLabel = "Wave Length=";
+// The message box after a copy of a grid range to the clipboard.
+inline constexpr const char* kResultCopiedText = "計算結果をクリップボードにコピーしました｡";
+inline constexpr const char* kResultCopiedTitle = "確認";
 
 // What the grids need to know of a channel, taken from the settings by the
 // caller so that this layer needs no settings object.

@@ -103,3 +103,22 @@ TEST_F(ResultFilesTest, DetailFileIsAnImageOfTheGrid) {
 
 }  // namespace
 }  // namespace mervasto
+
+namespace mervasto {
+namespace {
+
+TEST(SplitDetailSavePath, WaveBaseNameFromTheChosenFile) {
+    const std::array<const char*, 4> cases[] = {  // path, folder, file, wave base name
+        {"C:\\ProgramData\\Mervasto\\OutputData\\a.csv", "C:\\ProgramData\\Mervasto\\OutputData", "a.csv", "a_Wave"},
+        {"/home/u/run 1.csv", "/home/u", "run 1.csv", "run 1_Wave"},
+        {"x.data", "", "x.data", "x._Wave"},  // always four characters off
+        {"C:\\a", "C:", "a", "_Wave"},
+    };
+    for (const auto& [path, folder, file, base] : cases) {
+        const DetailSavePath p = SplitDetailSavePath(path);
+        EXPECT_EQ(p.folder + "|" + p.fileName + "|" + p.waveBaseName, std::string(folder) + "|" + file + "|" + base);
+    }
+}
+
+}  // namespace
+}  // namespace mervasto
