@@ -110,6 +110,7 @@ void SetupDetailDataGrid(Grid& grid, int32_t cycles) {
 
 std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& channels,
                         const ChannelResultTable& table) {
+    if (grid.rows() < kResultGridRows || grid.cols() < kResultGridCols) SetupResultGrid1(grid);
     RedrawOff off(grid);
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
@@ -120,8 +121,8 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
 
         std::vector<std::string> texts(kResultGridCols - 3);  // cols 3..14, all ""
         std::vector<std::string> units(5);                    // second row, cols 3..7
-        if (cd.shown() && ch == kAnaChannels - 1 && cd.isGate()) {
-            texts[kNoteCol - 3] = cd.note;
+        if (ch == kAnaChannels - 1 && cd.isGate()) {
+            if (cd.shown()) texts[kNoteCol - 3] = cd.note;
             SetGridRow(grid, row, 3, kResultGridCols - 1, texts);
             SetGridRow(grid, row + 1, 3, 7, units);
             continue;
@@ -147,6 +148,9 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
 }
 
 void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const ChannelDisplays& channels) {
+    if (logGrid.cols() < kLogGridCols || logGrid.rows() <= kLogHeaderRows) {
+        SetupLogGrid(logGrid, std::max(logGrid.rows() - 5, int32_t{1}));
+    }
     RedrawOff off(logGrid);
     if (first == 1) {
         for (int32_t r = kLogHeaderRows; r < logGrid.rows(); ++r) {
