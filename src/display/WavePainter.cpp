@@ -1,0 +1,370 @@
+#include "display/WavePainter.h"
+
+#include <QBrush>
+#include <QCoreApplication>
+#include <QFont>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPen>
+#include <QPolygonF>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace mervasto {
+
+namespace {
+
+// Room for the scale texts above and below the graticule.
+constexpr int kLabelStrip = 18;
+constexpr int kSideMargin = 6;
+
+const QColor kBackground(0, 0, 0);
+const QColor kWindowTint(16, 22, 34);   // the analysis window
+const QColor kGridColour(90, 90, 90);
+const QColor kAxisColour(140, 140, 140);
+const QColor kTextColour(210, 210, 210);
+const QColor kRejectColour(150, 150, 150);
+const QColor kWindowEdgeColour(110, 130, 170);
+constexpr int kBandAlpha = 56;
+
+double clampZoom(double zoom) {
+    if (!(zoom >= 1)) return 1;  // NaN too
+    return std::min(zoom, kMaxZoom);
+}
+
+int32_t visibleSamples(int32_t waveLength, double zoom) {
+    if (waveLength <= 0) return 0;
+    const double n = std::ceil(static_cast<double>(waveLength) / clampZoom(zoom));
+    return static_cast<int32_t>(std::clamp(n, 1.0, static_cast<double>(waveLength)));
+}
+
+bool haveFonts() { return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr; }
+
+bool drawn(const WaveView& view, int ch) {
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    return c.visible && (view.onlyChannel < 0 || view.onlyChannel == ch) && view.WaveLength > 0 &&
+           c.volts.size() >= static_cast<size_t>(view.WaveLength);
+}
+
+int pixelRow(double y) { return static_cast<int>(std::floor(y)); }
+
+QPen plainPen(const QColor& c, Qt::PenStyle style = Qt::SolidLine) {
+    QPen pen(c, 1, style);
+    pen.setCosmetic(true);
+    return pen;
+}
+
+}  // namespace
+
+QColor ColorFromBgr(uint32_t bgr) {
+    return QColor(static_cast<int>(bgr & 0xFF), static_cast<int>((bgr >> 8) & 0xFF),
+                  static_cast<int>((bgr >> 16) & 0xFF));
+}
+
+uint32_t BgrFromColor(const QColor& color) {
+    return static_cast<uint32_t>(color.red()) | (static_cast<uint32_t>(color.green()) << 8) |
+           (static_cast<uint32_t>(color.blue()) << 16);
+}
+
+std::string SiText(double value, const char* unit) {
+    if (value == 0 || !std::isfinite(value)) return std::string("0 ") + unit;
+    // Round to three significant digits first, so 999.7 becomes "1 k", not "1000".
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%.2e", value);
+    char* e = std::strchr(buf, 'e');
+    const int exponent = e ? std::atoi(e + 1) : 0;
+    if (e) *e = '\0';
+    const double mantissa = std::atof(buf);
+    int group = static_cast<int>(std::floor(exponent / 3.0)) * 3;
+    group = std::clamp(group, -12, 9);
+    static const char* const kPrefix[] = {"p", "n", "u", "m", "", "k", "M", "G"};
+    const double scaled = mantissa * std::pow(10.0, exponent - group);
+    const int decimals = std::clamp(2 - (exponent - group), 0, 2);
+    std::snprintf(buf, sizeof buf, "%.*f", decimals, scaled);
+    std::string text(buf);
+    if (text.find('.') != std::string::npos) {
+        while (text.back() == '0') text.pop_back();
+        if (text.back() == '.') text.pop_back();
+    }
+    return text + " " + kPrefix[(group + 12) / 3] + unit;
+}
+
+int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
+    const int32_t count = visibleSamples(waveLength, zoom);
+    if (count == 0) return 0;
+    const double first = std::round(centre - count / 2.0);
+    return static_cast<int32_t>(std::clamp(first, 0.0, static_cast<double>(waveLength - count)));
+}
+
+void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table,
+                 const CycleTable& cycles) {
+    view.WaveLength = record.WaveLength;
+    view.SampleSec = record.SampleSec;
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+        const std::vector<float>& w = record.wave[static_cast<size_t>(ch)];
+        c.volts = w.size() >= static_cast<size_t>(std::max(record.WaveLength, 0))
+                      ? std::span<const float>(w.data(), static_cast<size_t>(std::max(record.WaveLength, 0)))
+                      : std::span<const float>();
+        const ChannelResult& r = table.at(ch, 0);
+        c.HighLevel = r.HighLevel;
+        c.LowLevel = r.LowLevel;
+        c.Level = r.Level;
+    }
+    const ChannelResult& ch4 = table.at(3, 0);
+    view.AnaStart = ch4.AnaStart;
+    view.AnaEnd = ch4.AnaEnd;
+    view.GateStart = ch4.GateStart;
+    view.GateEnd = ch4.GateEnd;
+    view.cycles = &cycles;
+}
+
+WaveGeometry WaveGeometry::Of(const QRect& area, const WaveView& view) {
+    WaveGeometry g;
+    const int strip = view.labels ? kLabelStrip : 0;
+    const int side = view.labels ? kSideMargin : 0;
+    g.plot = QRectF(area.left() + side, area.top() + strip, std::max(area.width() - 2 * side, 1),
+                    std::max(area.height() - 2 * strip, 1));
+    g.count = visibleSamples(view.WaveLength, view.zoom);
+    g.first = g.count == 0 ? 0 : std::clamp(view.firstSample, 0, view.WaveLength - g.count);
+    return g;
+}
+
+void WavePainter::recordChanged() {
+    for (WaveDecimator& d : pyramid_) d.clear();
+}
+
+void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& view) {
+    const WaveGeometry g = WaveGeometry::Of(area, view);
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.fillRect(area, kBackground);
+    painter.setClipRect(g.plot);
+    drawWindows(painter, g, view);
+    drawGraticule(painter, g);
+    if (g.count > 0) {
+        if (view.rejectFlag && view.rejectEnd > view.rejectStart) {
+            const double x0 = g.xOf(view.rejectStart), x1 = g.xOf(view.rejectEnd + 1.0);
+            painter.fillRect(QRectF(x0, g.plot.top(), x1 - x0, g.plot.height()),
+                             QBrush(kRejectColour, Qt::BDiagPattern));
+        }
+        for (int ch = 0; ch < kWaveChannels; ++ch)
+            if (drawn(view, ch)) drawLevels(painter, g, view.channel[static_cast<size_t>(ch)], view.Histerisis);
+        for (int ch = kWaveChannels - 1; ch >= 0; --ch)  // Ch1 on top
+            if (drawn(view, ch)) drawTrace(painter, g, ch, view);
+        for (int ch = 0; ch < kWaveChannels; ++ch)
+            if (drawn(view, ch)) drawEdges(painter, g, ch, view);
+        // The gate is drawn only when it narrows the record.
+        if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
+            painter.setPen(plainPen(ColorFromBgr(view.channel[3].colour), Qt::DashLine));
+            for (int32_t s : {view.GateStart, view.GateEnd}) {
+                const int x = static_cast<int>(std::floor(g.xOf(s)));
+                painter.drawLine(x, static_cast<int>(g.plot.top()), x, static_cast<int>(g.plot.bottom()));
+            }
+        }
+    }
+    painter.setClipping(false);
+    if (view.labels && haveFonts()) drawLabels(painter, area, g, view);
+    painter.restore();
+}
+
+void WavePainter::drawWindows(QPainter& p, const WaveGeometry& g, const WaveView& view) {
+    if (g.count == 0 || view.AnaEnd < view.AnaStart) return;
+    const double x0 = g.xOf(view.AnaStart), x1 = g.xOf(view.AnaEnd + 1.0);
+    p.fillRect(QRectF(x0, g.plot.top(), x1 - x0, g.plot.height()), kWindowTint);
+    if (view.AnaStart > 0 || view.AnaEnd < view.WaveLength - 1) {
+        p.setPen(plainPen(kWindowEdgeColour));
+        for (double x : {x0, x1}) {
+            const int xi = static_cast<int>(std::floor(x));
+            p.drawLine(xi, static_cast<int>(g.plot.top()), xi, static_cast<int>(g.plot.bottom()));
+        }
+    }
+}
+
+void WavePainter::drawGraticule(QPainter& p, const WaveGeometry& g) {
+    const QRectF& r = g.plot;
+    const int left = static_cast<int>(r.left()), right = static_cast<int>(r.right()) - 1;
+    const int top = static_cast<int>(r.top()), bottom = static_cast<int>(r.bottom()) - 1;
+    lines_.clear();
+    for (int i = 0; i <= 10; ++i) {
+        const int x = std::min(left + static_cast<int>(std::lround(i * g.divWidth())), right);
+        lines_.append(QLine(x, top, x, bottom));
+    }
+    for (int j = 0; j <= 8; ++j) {
+        const int y = std::min(top + static_cast<int>(std::lround(j * g.divHeight())), bottom);
+        lines_.append(QLine(left, y, right, y));
+    }
+    p.setPen(plainPen(kGridColour, Qt::DotLine));
+    p.drawLines(lines_);
+    // Centre axes with ticks every fifth of a division.
+    lines_.clear();
+    const int cx = left + static_cast<int>(std::lround(5 * g.divWidth()));
+    const int cy = top + static_cast<int>(std::lround(4 * g.divHeight()));
+    for (int i = 1; i < 50; ++i) {
+        const int x = left + static_cast<int>(std::lround(i * g.divWidth() / 5));
+        lines_.append(QLine(x, cy - 2, x, cy + 2));
+    }
+    for (int j = 1; j < 40; ++j) {
+        const int y = top + static_cast<int>(std::lround(j * g.divHeight() / 5));
+        lines_.append(QLine(cx - 2, y, cx + 2, y));
+    }
+    p.setPen(plainPen(kAxisColour));
+    p.drawLines(lines_);
+}
+
+void WavePainter::drawLevels(QPainter& p, const WaveGeometry& g, const WaveChannelView& ch, float histerisis) {
+    if (ch.HighLevel == ch.LowLevel) return;  // never analysed, or a gate channel
+    const QColor colour = ColorFromBgr(ch.colour);
+    const double h = (static_cast<double>(ch.HighLevel) - ch.Level) * histerisis / 100.0;
+    const double yU = g.yOf(ch.Level + h, ch), yL = g.yOf(ch.Level - h, ch);
+    if (h != 0) {
+        QColor band = colour;
+        band.setAlpha(kBandAlpha);
+        p.fillRect(QRectF(g.plot.left(), std::min(yU, yL), g.plot.width(), std::abs(yL - yU)), band);
+    }
+    const int left = static_cast<int>(g.plot.left()), right = static_cast<int>(g.plot.right()) - 1;
+    p.setPen(plainPen(colour, Qt::DotLine));
+    for (float v : {ch.HighLevel, ch.LowLevel}) {
+        const int y = pixelRow(g.yOf(v, ch));
+        p.drawLine(left, y, right, y);
+    }
+    p.setPen(plainPen(colour, Qt::DashLine));
+    const int y = pixelRow(g.yOf(ch.Level, ch));
+    p.drawLine(left, y, right, y);
+}
+
+void WavePainter::drawTrace(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    const std::span<const float> samples = c.volts.first(static_cast<size_t>(view.WaveLength));
+    const int32_t columns = std::max(static_cast<int32_t>(g.plot.width()), 1);
+    const int32_t last = g.first + g.count - 1;
+    // The pyramid pays off only for wide columns; zoomed-in views scan directly.
+    if (g.count >= int64_t{columns} * 2 * WaveDecimator::kFineBlock) {
+        WaveDecimator& d = pyramid_[static_cast<size_t>(ch)];
+        if (!d.builtFor(samples)) d.build(samples);
+        d.decimate(g.first, last, columns, trace_);
+    } else {
+        DecimateScan(samples, g.first, last, columns, trace_);
+    }
+    if (trace_.count == 0) return;
+    const QColor colour = ColorFromBgr(c.colour);
+    p.setPen(plainPen(colour));
+    const ColumnRange* col = trace_.column.data();
+    if (trace_.perSample) {
+        points_.resize(trace_.count);
+        for (int32_t k = 0; k < trace_.count; ++k)
+            points_[k] = QPointF(g.xOf(trace_.first + k + 0.5), g.yOf(col[k].min, c));
+        p.drawPolyline(points_.constData(), static_cast<int>(points_.size()));
+        // Single samples become visible as dots once they are well apart.
+        if (g.plot.width() / trace_.count >= 8) {
+            p.setBrush(colour);
+            for (const QPointF& pt : points_) p.drawEllipse(pt, 1.5, 1.5);
+            p.setBrush(Qt::NoBrush);
+        }
+        return;
+    }
+    // One vertical stroke per column, stretched to meet its neighbour so the
+    // trace stays joined across steep edges.
+    lines_.resize(trace_.count);
+    const int left = static_cast<int>(g.plot.left());
+    const double centre = g.plot.center().y();
+    const double scale = c.VoltsPerDiv != 0 ? g.divHeight() / c.VoltsPerDiv : 0.0;
+    const double offset = c.Offset;
+    float prevMin = col[0].min, prevMax = col[0].max;
+    for (int32_t k = 0; k < trace_.count; ++k) {
+        const float hi = std::max(col[k].max, prevMin);
+        const float lo = std::min(col[k].min, prevMax);
+        prevMin = col[k].min;
+        prevMax = col[k].max;
+        const double yTop = std::clamp(centre - (hi + offset) * scale, -1e6, 1e6);
+        const double yBottom = std::clamp(centre - (lo + offset) * scale, -1e6, 1e6);
+        lines_[k] = QLine(left + k, pixelRow(yTop), left + k, pixelRow(yBottom));
+    }
+    p.drawLines(lines_);
+}
+
+void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {
+    if (!view.cycles) return;
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    if (c.HighLevel == c.LowLevel) return;
+    const std::vector<CycleRecord>& cycles = view.cycles->channel[static_cast<size_t>(ch)];
+    // Records without a period (the first and the last in pulse mode) hold no
+    // edge positions; the others are in edge order.
+    size_t lo = 0, hi = cycles.size();
+    while (lo < hi && cycles[lo].Period <= 0) ++lo;
+    while (hi > lo && cycles[hi - 1].Period <= 0) --hi;
+    const int32_t first = g.first, last = g.first + g.count - 1;
+    auto byMid = [](const CycleRecord& r, int32_t s) { return r.MidEdge < s; };
+    // A cycle reaches one period either side of its middle edge.
+    const auto begin = std::lower_bound(cycles.begin() + static_cast<std::ptrdiff_t>(lo),
+                                        cycles.begin() + static_cast<std::ptrdiff_t>(hi), first, byMid);
+    const auto end = std::lower_bound(begin, cycles.begin() + static_cast<std::ptrdiff_t>(hi), last + 1, byMid);
+    if (end - begin >= kMaxMarkedCycles) return;
+    const auto from = begin - (begin - cycles.begin() > static_cast<std::ptrdiff_t>(lo) ? 1 : 0);
+    const auto to = end + (end < cycles.begin() + static_cast<std::ptrdiff_t>(hi) ? 1 : 0);
+
+    QColor colour = ColorFromBgr(c.colour).lighter(160);
+    p.setPen(plainPen(colour));
+    p.setBrush(colour);
+    const double y = pixelRow(g.yOf(c.Level, c));
+    auto mark = [&](int32_t e, bool rising) {
+        if (e < first || e > last) return;
+        const double x = std::floor(g.xOf(e + 0.5));
+        const double d = rising ? 1 : -1;  // rising: below the line, pointing up
+        const QPointF tri[3] = {{x, y + d}, {x - 3, y + 6 * d}, {x + 3, y + 6 * d}};
+        p.drawPolygon(tri, 3);
+    };
+    for (auto it = from; it != to; ++it) {
+        const int32_t period = static_cast<int32_t>(std::lround(it->Period));
+        const int32_t e0 = it->MidEdge - static_cast<int32_t>(std::lround(it->Duty * it->Period / 100.0));
+        mark(e0, true);
+        mark(it->MidEdge, false);
+        mark(e0 + period, true);
+    }
+    p.setBrush(Qt::NoBrush);
+}
+
+void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view) {
+    QFont font = p.font();
+    font.setPixelSize(11);
+    p.setFont(font);
+    const int textTop = area.top() + 2;
+    const int textBottom = static_cast<int>(g.plot.bottom()) + 3;
+    // Channels with their scales, left to right.
+    int x = static_cast<int>(g.plot.left());
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        if (!drawn(view, ch)) continue;
+        const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+        QString text = QStringLiteral("Ch%1 ").arg(ch + 1);
+        if (!c.name.empty()) text += QString::fromStdString(c.name) + QLatin1Char(' ');
+        text += QString::fromStdString(SiText(c.VoltsPerDiv, "V")) + QStringLiteral("/div");
+        p.setPen(ColorFromBgr(c.colour));
+        const QRect box(x, textTop, 400, kLabelStrip - 4);
+        QRect used;
+        p.drawText(box, Qt::AlignLeft | Qt::AlignVCenter, text, &used);
+        x += used.width() + 14;
+    }
+    p.setPen(kTextColour);
+    const double span = static_cast<double>(g.count) * view.SampleSec;
+    QString scale = QString::fromStdString(SiText(span / 10.0, "s")) + QStringLiteral("/div");
+    if (clampZoom(view.zoom) > 1) scale += QStringLiteral("  x") + QString::number(clampZoom(view.zoom), 'g', 4);
+    p.drawText(QRect(static_cast<int>(g.plot.right()) - 300, textTop, 300, kLabelStrip - 4),
+               Qt::AlignRight | Qt::AlignVCenter, scale);
+    // Times of every second division, from the start of the record.
+    for (int k = 0; k <= 10; k += 2) {
+        const double t = (g.first + k * static_cast<double>(g.count) / 10.0) * view.SampleSec;
+        const QString text = QString::fromStdString(SiText(t, "s"));
+        const int xk = static_cast<int>(g.plot.left() + k * g.divWidth());
+        const int align = k == 0 ? Qt::AlignLeft : k == 10 ? Qt::AlignRight : Qt::AlignHCenter;
+        const QRect box = k == 0    ? QRect(xk, textBottom, 120, kLabelStrip - 4)
+                          : k == 10 ? QRect(xk - 120, textBottom, 120, kLabelStrip - 4)
+                                    : QRect(xk - 60, textBottom, 120, kLabelStrip - 4);
+        p.drawText(box, align | Qt::AlignVCenter, text);
+    }
+}
+
+}  // namespace mervasto

@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "display/WaveDecimator.h"
+
+namespace mervasto {
+namespace {
+
+// Brute force: every sample goes to column floor(r * columns / n).
+std::vector<ColumnRange> reference(const std::vector<float>& s, int32_t first, int32_t last, int32_t columns) {
+    first = std::max(first, 0);
+    last = std::min<int32_t>(last, static_cast<int32_t>(s.size()) - 1);
+    std::vector<ColumnRange> out;
+    if (columns < 1 || first > last) return out;
+    const int64_t n = int64_t{last} - first + 1;
+    if (n < columns) {
+        for (int32_t i = first; i <= last; ++i) out.push_back({s[i], s[i]});
+        return out;
+    }
+    out.assign(static_cast<size_t>(columns), {1e30f, -1e30f});
+    for (int64_t r = 0; r < n; ++r) {
+        ColumnRange& c = out[static_cast<size_t>(r * columns / n)];
+        c.min = std::min(c.min, s[static_cast<size_t>(first + r)]);
+        c.max = std::max(c.max, s[static_cast<size_t>(first + r)]);
+    }
+    return out;
+}
+
+std::vector<float> randomSamples(size_t n, uint32_t seed) {
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<float> d(-5.0f, 5.0f);
+    std::vector<float> v(n);
+    for (float& x : v) x = d(gen);
+    return v;
+}
+
+void expectSame(const std::vector<ColumnRange>& want, const DecimatedTrace& got, const char* what) {
+    ASSERT_EQ(static_cast<int32_t>(want.size()), got.count) << what;
+    for (size_t c = 0; c < want.size(); ++c) {
+        ASSERT_EQ(want[c].min, got.column[c].min) << what << " column " << c;
+        ASSERT_EQ(want[c].max, got.column[c].max) << what << " column " << c;
+    }
+}
+
+struct RangeCase {
+    int32_t first;
+    int32_t last;
+    int32_t columns;
+};
+
+TEST(WaveDecimator, ScanAndPyramidMatchBruteForce) {
+    // Long enough that columns span whole coarse blocks, with a ragged tail.
+    const std::vector<float> s = randomSamples(300001, 7);
+    const int32_t end = static_cast<int32_t>(s.size()) - 1;
+    const RangeCase cases[] = {
+        {0, end, 1600},           // whole record: coarse level
+        {0, end, 1},              // one column
+        {0, end, 7},              // columns much wider than a coarse block
+        {1, end - 1, 1599},       // ragged at both ends
+        {4095, 4096 * 3, 2},      // straddling coarse boundaries
+        {63, 64 * 300 + 1, 3},    // fine level only
+        {end - 9000, end, 50},    // touches the partial last blocks
+        {12345, 12345 + 999, 1000},  // one sample per column
+        {-100, end + 100, 800},   // clamped to the record
+        {100, 100, 10},           // one sample
+        {0, 99, 200},             // fewer samples than columns
+    };
+    WaveDecimator pyramid;
+    pyramid.build(s);
+    DecimatedTrace scan, fromPyramid;
+    for (const RangeCase& c : cases) {
+        const auto want = reference(s, c.first, c.last, c.columns);
+        SCOPED_TRACE(testing::Message() << c.first << ".." << c.last << " / " << c.columns);
+        DecimateScan(s, c.first, c.last, c.columns, scan);
+        expectSame(want, scan, "scan");
+        pyramid.decimate(c.first, c.last, c.columns, fromPyramid);
+        expectSame(want, fromPyramid, "pyramid");
+        EXPECT_EQ(scan.perSample, fromPyramid.perSample);
+        EXPECT_EQ(scan.perSample, (std::min(c.last, end) - std::max(c.first, 0) + 1) < c.columns);
+    }
+}
+
+TEST(WaveDecimator, PyramidRangesEqualDirectMinMaxOnRandomRanges) {
+    const std::vector<float> s = randomSamples(70000, 11);
+    WaveDecimator pyramid;
+    pyramid.build(s);
+    std::mt19937 gen(3);
+    std::uniform_int_distribution<int32_t> pos(0, static_cast<int32_t>(s.size()) - 1);
+    for (int k = 0; k < 2000; ++k) {
+        int32_t a = pos(gen), b = pos(gen);
+        if (a > b) std::swap(a, b);
+        const auto [mn, mx] = std::minmax_element(s.begin() + a, s.begin() + b + 1);
+        const ColumnRange r = pyramid.rangeMinMax(a, b);
+        ASSERT_EQ(*mn, r.min) << a << ".." << b;
+        ASSERT_EQ(*mx, r.max) << a << ".." << b;
+    }
+}
+
+TEST(WaveDecimator, SpikeIsNeverLostWhenSqueezed) {
+    std::vector<float> s(1000000, 0.0f);
+    s[777777] = 9.0f;
+    s[123456] = -9.0f;
+    WaveDecimator pyramid;
+    pyramid.build(s);
+    DecimatedTrace t;
+    pyramid.decimate(0, 999999, 100, t);
+    EXPECT_EQ(t.column[77].max, 9.0f);
+    EXPECT_EQ(t.column[12].min, -9.0f);
+    EXPECT_EQ(t.column[50].max, 0.0f);
+}
+
+TEST(WaveDecimator, EmptyInputsGiveNothing) {
+    const std::vector<float> s = randomSamples(100, 1);
+    WaveDecimator empty;
+    empty.build({});
+    DecimatedTrace t;
+    t.count = 5;
+    const struct {
+        std::span<const float> samples;
+        int32_t first, last, columns;
+    } cases[] = {
+        {{}, 0, 10, 100},
+        {s, 50, 49, 100},   // first after last
+        {s, 0, 99, 0},      // no columns
+        {s, 100, 200, 10},  // wholly beyond the record
+        {s, -20, -1, 10},   // wholly before it
+    };
+    for (const auto& c : cases) {
+        DecimateScan(c.samples, c.first, c.last, c.columns, t);
+        EXPECT_EQ(t.count, 0) << c.first << ".." << c.last;
+    }
+    empty.decimate(0, 10, 10, t);
+    EXPECT_EQ(t.count, 0);
+}
+
+TEST(WaveDecimator, RebuildFollowsNewSamples) {
+    std::vector<float> s(200000, 1.0f);
+    WaveDecimator pyramid;
+    pyramid.build(s);
+    EXPECT_TRUE(pyramid.builtFor(s));
+    std::fill(s.begin(), s.end(), -2.0f);
+    pyramid.build(s);
+    DecimatedTrace t;
+    pyramid.decimate(0, 199999, 10, t);
+    EXPECT_EQ(t.column[3].max, -2.0f);
+    std::vector<float> other(200000);
+    EXPECT_FALSE(pyramid.builtFor(other));
+}
+
+}  // namespace
+}  // namespace mervasto

@@ -1,0 +1,282 @@
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QImage>
+#include <QPainter>
+
+#include <vector>
+
+#include "display/WavePainter.h"
+
+namespace mervasto {
+namespace {
+
+constexpr uint32_t kGreen = 0x0000FF00;    // 0x00BBGGRR
+constexpr uint32_t kMagenta = 0x00FF00FF;
+const QColor kTint(16, 22, 34);            // background inside the analysis window
+
+// 1000 samples: 0 V up to sample 499, 2 V from 500. At 0.5 V/div and an
+// offset of -0.8 V on a 400 x 300 picture, 0 V is row 210, 1 V row 135, 2 V row 60.
+struct Scene {
+    std::vector<float> square;
+    std::vector<float> flat;
+    CycleTable cycles;
+    WaveView view;
+
+    Scene() : square(1000, 0.0f), flat(1000, 0.0f) {
+        std::fill(square.begin() + 500, square.end(), 2.0f);
+        view.WaveLength = 1000;
+        view.SampleSec = 1e-6f;
+        view.labels = false;
+        view.AnaStart = 0;
+        view.AnaEnd = 999;
+        view.GateStart = 0;
+        view.GateEnd = 999;
+        view.Histerisis = 10;
+        for (auto& c : view.channel) c.visible = false;
+        WaveChannelView& c = view.channel[0];
+        c.volts = square;
+        c.visible = true;
+        c.colour = kGreen;
+        c.VoltsPerDiv = 0.5f;
+        c.Offset = -0.8f;
+        c.HighLevel = 2;
+        c.LowLevel = 0;
+        c.Level = 1;
+        view.cycles = &cycles;
+    }
+
+    QImage paint() {
+        QImage image(400, 300, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        QPainter p(&image);
+        WavePainter painter;
+        painter.paint(p, image.rect(), view);
+        return image;
+    }
+};
+
+QRgb rgb(uint32_t bgr) { return ColorFromBgr(bgr).rgb(); }
+
+int countInRow(const QImage& im, int y, int x0, int x1, QRgb colour) {
+    int n = 0;
+    for (int x = x0; x < x1; ++x) n += im.pixel(x, y) == colour;
+    return n;
+}
+
+TEST(WavePainter, ColoursConvertFromBlueGreenRed) {
+    EXPECT_EQ(ColorFromBgr(0x00332211), QColor(0x11, 0x22, 0x33));
+    EXPECT_EQ(BgrFromColor(QColor(0x11, 0x22, 0x33)), 0x00332211u);
+    EXPECT_EQ(ColorFromBgr(0x000000FF), QColor(Qt::red));
+    EXPECT_EQ(BgrFromColor(ColorFromBgr(0x00ABCDEF)), 0x00ABCDEFu);
+}
+
+TEST(WavePainter, SiTextPicksPrefixAndDigits) {
+    const struct {
+        double value;
+        const char* unit;
+        const char* text;
+    } cases[] = {
+        {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},  {2, "V", "2 V"},
+        {0, "s", "0 s"},           {999.7, "Hz", "1 kHz"}, {1e-9, "s", "1 ns"},
+        {-0.02, "V", "-20 mV"},    {12.5e-6, "s", "12.5 us"}, {0.1, "s", "100 ms"},
+        {1.5e-13, "s", "0.15 ps"}, {2.5e6, "Hz", "2.5 MHz"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(SiText(c.value, c.unit), c.text) << c.value;
+}
+
+TEST(WavePainter, GeometryClampsZoomAndScroll) {
+    WaveView v;
+    v.WaveLength = 1000;
+    v.labels = false;
+    const struct {
+        double zoom;
+        int32_t firstSample;
+        int32_t first, count;
+    } cases[] = {
+        {1, 300, 0, 1000},       // whole record: nothing to scroll
+        {4, 500, 500, 250},
+        {4, 900, 750, 250},      // kept on screen
+        {4, -5, 0, 250},
+        {0, 0, 0, 1000},         // below 1 means whole
+        {5000, 999, 999, 1},     // above the largest zoom rate
+        {3, 0, 0, 334},          // partial samples round up
+    };
+    for (const auto& c : cases) {
+        v.zoom = c.zoom;
+        v.firstSample = c.firstSample;
+        const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), v);
+        EXPECT_EQ(g.first, c.first) << c.zoom << " " << c.firstSample;
+        EXPECT_EQ(g.count, c.count) << c.zoom << " " << c.firstSample;
+    }
+    EXPECT_EQ(FirstSampleCentredOn(1000, 4, 500), 375);
+    EXPECT_EQ(FirstSampleCentredOn(1000, 4, 990), 750);
+    EXPECT_EQ(FirstSampleCentredOn(1000, 1, 500), 0);
+    v.labels = true;
+    const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), v);
+    EXPECT_TRUE(QRectF(0, 0, 400, 300).contains(g.plot));
+    EXPECT_LT(g.plot.height(), 300);
+}
+
+TEST(WavePainter, TraceSitsAtItsVoltsAndJoinsAcrossTheStep) {
+    Scene s;
+    const QImage im = s.paint();
+    const QRgb green = rgb(kGreen);
+    EXPECT_EQ(im.pixel(100, 210), green);  // 0 V in the first half
+    EXPECT_EQ(im.pixel(300, 60), green);   // 2 V in the second half
+    EXPECT_NE(im.pixel(100, 70), green);
+    EXPECT_NE(im.pixel(300, 200), green);
+    for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
+}
+
+TEST(WavePainter, LevelLinesAndHysteresisBand) {
+    Scene s;
+    QImage im = s.paint();
+    const QRgb green = rgb(kGreen);
+    // Decision level (dashed) across the picture; high and low (dotted) where the trace is not.
+    EXPECT_GT(countInRow(im, 135, 0, 400, green), 200);
+    EXPECT_GT(countInRow(im, 60, 0, 200, green), 50);
+    EXPECT_GT(countInRow(im, 210, 200, 400, green), 50);
+    EXPECT_EQ(countInRow(im, 100, 0, 400, green), 1);  // only the step crosses row 100
+    // Band 0.9 .. 1.1 V: rows 127.5 .. 142.5, shaded with the channel colour.
+    const QRgb inBand = im.pixel(50, 130), outside = im.pixel(50, 120);
+    EXPECT_EQ(outside, kTint.rgb());
+    EXPECT_NE(inBand, outside);
+    EXPECT_GT(qGreen(inBand), qGreen(outside));
+    EXPECT_NE(inBand, green);
+
+    s.view.Histerisis = 0;
+    im = s.paint();
+    EXPECT_EQ(im.pixel(50, 130), kTint.rgb());
+    // Equal levels mean no analysis: no level line either.
+    s.view.channel[0].HighLevel = s.view.channel[0].LowLevel = 0;
+    im = s.paint();
+    EXPECT_EQ(countInRow(im, 135, 0, 400, green), 1);
+}
+
+TEST(WavePainter, ChoosesChannelsZoomAndScroll) {
+    Scene s;
+    WaveChannelView& second = s.view.channel[1];
+    second = s.view.channel[0];
+    second.volts = s.flat;
+    second.colour = kMagenta;
+    const QRgb green = rgb(kGreen), magenta = rgb(kMagenta);
+
+    QImage im = s.paint();  // all visible channels
+    EXPECT_EQ(im.pixel(300, 60), green);
+    EXPECT_EQ(im.pixel(300, 210), magenta);
+
+    s.view.onlyChannel = 1;  // one channel's window
+    im = s.paint();
+    EXPECT_NE(im.pixel(300, 60), green);
+    EXPECT_EQ(im.pixel(300, 210), magenta);
+
+    s.view.onlyChannel = -1;
+    second.visible = false;  // switched off
+    im = s.paint();
+    EXPECT_NE(im.pixel(300, 210), magenta);
+
+    s.view.zoom = 4;  // samples 500..749: all at 2 V
+    s.view.firstSample = 500;
+    im = s.paint();
+    EXPECT_EQ(im.pixel(10, 60), green);
+    EXPECT_NE(im.pixel(10, 210), green);
+
+    second.volts = std::span<const float>(s.flat).first(10);  // too short for the record: skipped
+    second.visible = true;
+    EXPECT_NO_FATAL_FAILURE(s.paint());
+}
+
+TEST(WavePainter, EdgeMarkersOnlyWhenFewCyclesShow) {
+    Scene s;
+    // One cycle: rising at 250, falling at 500, rising at 750.
+    CycleRecord c;
+    c.MidEdge = 500;
+    c.Period = 500;
+    c.Duty = 50;
+    s.cycles.channel[0] = {CycleRecord{}, c};  // a record without a period holds no edges
+    const QRgb marker = ColorFromBgr(kGreen).lighter(160).rgb();
+    const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), s.view);
+    const int row = static_cast<int>(std::floor(g.yOf(1, s.view.channel[0])));
+    const int xRise = static_cast<int>(std::floor(g.xOf(250.5)));
+    const int xFall = static_cast<int>(std::floor(g.xOf(500.5)));
+    QImage im = s.paint();
+    EXPECT_EQ(im.pixel(xRise, row + 4), marker);  // rising: below the level, pointing up
+    EXPECT_EQ(im.pixel(xFall, row - 4), marker);  // falling: above, pointing down
+    EXPECT_NE(im.pixel(xRise, row - 4), marker);
+
+    s.cycles.channel[0].assign(kMaxMarkedCycles, c);  // too many on screen
+    for (int k = 0; k < kMaxMarkedCycles; ++k) s.cycles.channel[0][k].MidEdge = 100 + 2 * k;
+    im = s.paint();
+    EXPECT_NE(im.pixel(xRise, row + 4), marker);
+}
+
+TEST(WavePainter, WindowGateAndRejectRange) {
+    Scene s;
+    s.view.channel[0].visible = false;
+    s.view.AnaStart = 100;   // x 40 .. 360
+    s.view.AnaEnd = 899;
+    s.view.GateStart = 50;
+    s.view.GateEnd = 949;
+    s.view.channel[3].colour = kMagenta;
+    QImage im = s.paint();
+    EXPECT_EQ(im.pixel(21, 101), qRgb(0, 0, 0));  // outside the window
+    EXPECT_EQ(im.pixel(51, 101), kTint.rgb());    // inside
+    EXPECT_GT(countInRow(im, 0, 15, 25, rgb(kMagenta)) + countInRow(im, 1, 15, 25, rgb(kMagenta)), 0);  // gate start at x 20
+
+    s.view.rejectFlag = true;  // x 200 .. 240 hatched
+    s.view.rejectStart = 500;
+    s.view.rejectEnd = 599;
+    im = s.paint();
+    int hatched = 0, elsewhere = 0;
+    for (int y = 100; y < 110; ++y) {
+        hatched += countInRow(im, y, 205, 235, kTint.rgb()) < 30;
+        elsewhere += countInRow(im, y, 245, 275, kTint.rgb()) < 30;
+    }
+    EXPECT_GT(hatched, 5);
+    EXPECT_EQ(elsewhere, 0);
+}
+
+TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
+    WaveRecord record;
+    record.WaveLength = 100;
+    record.SampleSec = 1e-3f;
+    record.ensureLength(100);
+    record.wave[3].resize(50);  // shorter than the record
+    ChannelResultTable table;
+    table.at(1, 0).HighLevel = 3;
+    table.at(1, 0).Level = 1.5f;
+    table.at(1, 1).HighLevel = 9;  // another row: not a level
+    table.at(3, 0).AnaStart = 10;
+    table.at(3, 0).AnaEnd = 90;
+    table.at(3, 0).GateEnd = 99;
+    CycleTable cycles;
+    WaveView v;
+    SetViewData(v, record, table, cycles);
+    EXPECT_EQ(v.channel[0].volts.size(), 100u);
+    EXPECT_TRUE(v.channel[3].volts.empty());
+    EXPECT_EQ(v.channel[1].HighLevel, 3);
+    EXPECT_EQ(v.channel[1].Level, 1.5f);
+    EXPECT_EQ(v.AnaStart, 10);
+    EXPECT_EQ(v.AnaEnd, 90);
+    EXPECT_EQ(v.GateEnd, 99);
+    EXPECT_EQ(v.cycles, &cycles);
+}
+
+TEST(WavePainter, LabelsDrawWhenFontsAreAvailable) {
+    static int argc = 1;
+    static char name[] = "test_display";
+    static char* argv[] = {name, nullptr};
+    // Left alive to the end: tearing it down at exit races Qt's own clean-up.
+    if (!QGuiApplication::instance()) new QGuiApplication(argc, argv);
+    Scene s;
+    s.view.labels = true;
+    s.view.channel[0].name = "CLK";
+    const QImage im = s.paint();
+    int lit = 0;
+    for (int y = 0; y < 16; ++y) lit += 400 - countInRow(im, y, 0, 400, qRgb(0, 0, 0));
+    EXPECT_GT(lit, 20);
+}
+
+}  // namespace
+}  // namespace mervasto
