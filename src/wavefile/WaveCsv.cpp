@@ -7,6 +7,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
+#include "wavefile/SampleText.h"
 
 namespace mervasto {
 
@@ -86,20 +87,25 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     out.write(head);
 
     const size_t rows = writableRows(record, setup.RecordLength, columns);
-    std::string buf;
-    buf.reserve(kFlushBytes + 256);
+    std::string buf(kFlushBytes + 4 * kSampleTextMax + 16, '\0');
+    char* const base = buf.data();
+    char* o = base;
     const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(),
                          record.wave[3].data()};
     for (size_t k = 0; k < rows; ++k) {
-        AppendPrintForm(buf, w[0][k]);
+        o = WriteSampleText(o, w[0][k]);
         for (int c = 1; c < columns; ++c) {
-            buf.push_back(',');
-            AppendPrintForm(buf, w[c][k]);
+            *o++ = ',';
+            o = WriteSampleText(o, w[c][k]);
         }
-        buf.append("\r\n");
-        flushIfFull(buf, out);
+        *o++ = '\r';
+        *o++ = '\n';
+        if (static_cast<size_t>(o - base) >= kFlushBytes) {
+            out.writeRaw(std::string_view(base, static_cast<size_t>(o - base)));
+            o = base;
+        }
     }
-    out.writeRaw(buf);
+    out.writeRaw(std::string_view(base, static_cast<size_t>(o - base)));
     out.close();
     return 0;
 }
@@ -186,11 +192,11 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
                 capacity = want;
             }
             const size_t k = static_cast<size_t>(counter);
-            record.wave[0][k] = ValSingle(f[0]);
-            record.wave[1][k] = ValSingle(table.field(1));
+            record.wave[0][k] = SampleValue(f[0]);
+            record.wave[1][k] = SampleValue(table.field(1));
             if (!table.field(2).empty()) {
-                record.wave[2][k] = ValSingle(table.field(2));
-                record.wave[3][k] = ValSingle(table.field(3));
+                record.wave[2][k] = SampleValue(table.field(2));
+                record.wave[3][k] = SampleValue(table.field(3));
             }
             ++counter;
             if (counter == setup.RecordLength) break;
