@@ -1,0 +1,152 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/UiPort.h"
+#include "wavefile/DsoSetup.h"
+
+class QTcpSocket;
+class QEventLoop;
+class QElapsedTimer;
+class QThread;
+
+namespace mervasto {
+
+// The instrument's texts as the user sees them.
+inline constexpr const char* kConnectingToDso = "Connecting to the DSO.";
+inline constexpr const char* kDsoNotConnected = "DSO not connected normally.";
+inline constexpr const char* kDsoNotInterfaced = "DSO not interfaced normally.";
+inline constexpr const char* kDsoConfirmationTitle = "Confirmation";
+
+inline constexpr const char* kDefaultDsoAddress = "192.168.1.101";
+inline constexpr const char* kDsoPortText = "5198";
+inline constexpr uint16_t kDsoPort = 5198;
+
+// The largest block the link accepts: a word-format record of the longest
+// length and its line end.
+inline constexpr int64_t kMaxBlockBytes = int64_t{5000011} * 2 + 1;
+
+// Socket states as the link reports them (the values the callers compare).
+inline constexpr int16_t kLinkClosed = 0;
+inline constexpr int16_t kLinkResolving = 4;
+inline constexpr int16_t kLinkConnecting = 6;
+inline constexpr int16_t kLinkConnected = 7;
+inline constexpr int16_t kLinkClosing = 8;
+inline constexpr int16_t kLinkError = 9;
+
+// Host and port of the address box: a host name or dotted address, port 5198;
+// "host:port" names another port (the local simulator).
+struct DsoAddress {
+    std::string host;
+    std::string port;
+};
+DsoAddress ParseDsoAddress(const std::string& addressText);
+
+// Written by the socket's notifications, cleared by the waits.
+struct DsoSocketEvents {
+    bool Connected = false;
+    bool DataArrived = false;
+    int32_t BytesTotal = 0;
+    bool SendCompleted = false;
+};
+
+// The one TCP connection to the instrument. Every wait runs a local event
+// loop, so the window (or a QCoreApplication) keeps working meanwhile; Stop,
+// closing the program, a silent or vanished peer end a wait, and an ended
+// wait leaves the link closed with DsoLinked false so that the next run
+// connects again. Failures throw RuntimeError(ErrorCode::Link) after closing.
+// Use from one thread (the one that owns the event loop); requestStop and
+// abort may be called from anywhere.
+class DsoLink {
+public:
+    DsoLink();
+    ~DsoLink();
+    DsoLink(const DsoLink&) = delete;
+    DsoLink& operator=(const DsoLink&) = delete;
+
+    // Connects when the socket is closed and waits until it leaves the
+    // connecting state. Returns the state: 0 closed, 6 connecting,
+    // 7 connected, 9 error (refused, unreachable, connect time-out). Callers
+    // treat only 9 as failure. Stop or abort during the wait throws.
+    int16_t LinkToSLA(const std::string& address, const std::string& port);
+    // Sends command + LF and waits until the bytes are written.
+    void SendDsoCommand(const std::string& command);
+    // Sends command + LF and returns the first line of the reply, cut at
+    // maxLength characters. A reply split over several segments is joined up
+    // to its line end; one without a line end is taken once nothing more has
+    // arrived for the quiet time.
+    std::string QueryDso(const std::string& command, int32_t maxLength);
+    // Reads one "#8nnnnnnnn" block of the query just sent: data gets the N
+    // payload bytes and the LF (N + 1 bytes); returns N. Progress of a long
+    // block goes to progressPort when given.
+    int32_t ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort = nullptr);
+    // Arms one single acquisition and polls until it completes. True when it
+    // was ended by Stop (the link stays usable then).
+    bool WaitSingleAcquisition();
+
+    // Closes the socket at once; DsoLinked becomes false.
+    void close();
+    // The program is closing: ends any wait, closes, and refuses further use.
+    void abort();
+    // Stop: sets StopRequested and ends the wait in progress.
+    void requestStop();
+
+    int16_t state() const;
+    bool aborted() const { return aborted_.load(); }
+
+    // A silent instrument ends an exchange after this long without a byte
+    // (0 = wait for ever). Also bounds connecting and sending.
+    void setReplyTimeoutMs(int ms) { replyTimeoutMs_ = ms; }
+    int replyTimeoutMs() const { return replyTimeoutMs_; }
+    // A reply without a line end is complete after this long without data.
+    void setQuietMs(int ms) { quietMs_ = ms; }
+
+    DsoSocketEvents events;
+    bool DsoLinked = false;
+    std::atomic<bool> StopRequested{false};
+
+    // The transfer byte buffer, kept between transfers.
+    std::vector<uint8_t> transferBuffer;
+
+private:
+    enum class WaitEnd { Done, TimedOut };
+    void ensureSocket();
+    bool socketOpen() const;
+    [[noreturn]] void fail(const std::string& text);
+    // Runs a local event loop until done() holds. Throws (after closing) on
+    // Stop, on abort and, when needOpen, on a closed peer; reports the
+    // time-out instead of throwing so that connecting can answer 9.
+    WaitEnd waitFor(const std::function<bool()>& done, const std::string& what, bool needOpen, int timeoutMs);
+    void pullSocket();
+    int64_t sinceDataMs() const;
+    void checkUsable(const std::string& what);
+
+    std::unique_ptr<QTcpSocket> socket_;
+    QEventLoop* loop_ = nullptr;
+    QThread* ownerThread_ = nullptr;
+    std::string pending_;  // bytes read from the socket, not yet consumed
+    std::atomic<bool> aborted_{false};
+    std::atomic<uint32_t> stopSerial_{0};
+    bool socketError_ = false;
+    bool inAcquisition_ = false;
+    int replyTimeoutMs_ = 10000;
+    int quietMs_ = 200;
+    std::unique_ptr<QElapsedTimer> clock_;
+    int64_t lastDataMs_ = 0;
+};
+
+// Connects and identifies when DsoLinked is false: "Connecting to the DSO."
+// in status panel 1, LinkToSLA, and on failure the "Confirmation" box
+// ("DSO not connected normally.") and false. Otherwise "*IDN?" gives the
+// model and the channel count and DsoLinked is set. True when linked.
+bool ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+
+// The channel count of a model text: its 7th character as a number.
+int16_t ChannelCountOfModel(const std::string& model);
+
+}  // namespace mervasto

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/UiPort.h"
+#include "dso/DsoLink.h"
+
+namespace mervasto {
+
+// The largest screen image that can be stored.
+inline constexpr int32_t kMaxScreenBytes = 32767;
+
+// Fetches the instrument's screen as PNG ("DISP ON", "TSCRN? PNG", the block,
+// "GTL") and writes the N payload bytes, the LF and one zero byte at the start
+// of fileName without truncating a longer older file. Returns N, or -1 when
+// the link could not be opened ("DSO not interfaced normally."). An image
+// above 32767 bytes is an Overflow RuntimeError and writes nothing; the link
+// stays usable. Connecting here does not set DsoLinked.
+int32_t SaveDsoScreen(DsoLink& link, UiPort& ui, const std::string& addressText, const std::string& fileName);
+
+}  // namespace mervasto

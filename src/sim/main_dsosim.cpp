@@ -1,0 +1,97 @@
+// mervasto-dsosim: the simulated instrument on a loopback port, for trying
+// the program and its tests without the real thing.
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "common/Numeric.h"
+#include "sim/DsoSimulator.h"
+#include "sim/Scenario.h"
+
+namespace {
+
+void Usage() {
+    std::printf(
+        "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
+        "                       [--record-length N] [--fault NAME] [--acq-delay-ms N] [--help]\n"
+        "Serves the instrument's command set on 127.0.0.1 until killed.\n"
+        "scenarios:");
+    for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
+    std::printf("\nfaults:");
+    for (const auto& f : mervasto::SimFaultNames()) std::printf(" %s", f.c_str());
+    std::printf("\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace mervasto;
+    QCoreApplication app(argc, argv);
+    SimOptions options;
+    options.port = 5198;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "--help" || a == "-h") {
+            Usage();
+            return 0;
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "mervasto-dsosim: %s needs a value\n", a.c_str());
+            return 2;
+        }
+        const std::string v = argv[++i];
+        if (a == "--port") {
+            const double p = Val(v);
+            if (p < 0 || p > 65535) {
+                std::fprintf(stderr, "mervasto-dsosim: bad port %s\n", v.c_str());
+                return 2;
+            }
+            options.port = static_cast<uint16_t>(p);
+        } else if (a == "--model") {
+            if (v != "DS-5352" && v != "DS-5354") {
+                std::fprintf(stderr, "mervasto-dsosim: unknown model %s\n", v.c_str());
+                return 2;
+            }
+            options.state.model = v;
+        } else if (a == "--scenario") {
+            bool known = false;
+            for (const auto& s : ScenarioNames()) known = known || s == v;
+            if (!known) {
+                std::fprintf(stderr, "mervasto-dsosim: unknown scenario %s\n", v.c_str());
+                return 2;
+            }
+            options.state.scenario = v;
+        } else if (a == "--record-length") {
+            const double n = Val(v);
+            if (n < 1 || n > 5000011) {
+                std::fprintf(stderr, "mervasto-dsosim: record length must be 1 .. 5000011\n");
+                return 2;
+            }
+            options.state.recordLength = static_cast<int32_t>(n);
+        } else if (a == "--fault") {
+            if (!SimFaultFromName(v, options.fault)) {
+                std::fprintf(stderr, "mervasto-dsosim: unknown fault %s\n", v.c_str());
+                return 2;
+            }
+        } else if (a == "--acq-delay-ms") {
+            options.acqDelayMs = static_cast<int>(Val(v));
+        } else {
+            std::fprintf(stderr, "mervasto-dsosim: unknown option %s\n", a.c_str());
+            Usage();
+            return 2;
+        }
+    }
+
+    DsoSimulator sim(options);
+    if (!sim.start()) {
+        std::fprintf(stderr, "mervasto-dsosim: cannot listen on port %u\n", static_cast<unsigned>(options.port));
+        return 1;
+    }
+    std::printf("mervasto-dsosim: %s listening on %s (scenario %s, record length %d, fault %s)\n",
+                options.state.model.c_str(), sim.address().c_str(), options.state.scenario.c_str(),
+                options.state.recordLength, SimFaultName(options.fault));
+    std::fflush(stdout);
+    return app.exec();
+}
