@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QFont>
 #include <QGuiApplication>
+#include <QImage>
 #include <QPainter>
 #include <QPen>
 #include <QPolygonF>
@@ -56,6 +57,24 @@ QPen plainPen(const QColor& c, Qt::PenStyle style = Qt::SolidLine) {
     QPen pen(c, 1, style);
     pen.setCosmetic(true);
     return pen;
+}
+
+// The image behind the painter when opaque one-pixel strokes may be written
+// straight into its pixels (no scaling, rotation or blending in the way).
+// Thousands of short vertical strokes cost several times more through the
+// painter's rasteriser than as plain stores.
+QImage* directTarget(QPainter& p) {
+    QPaintDevice* device = p.device();
+    if (!device || device->devType() != QInternal::Image) return nullptr;
+    auto* image = static_cast<QImage*>(device);
+    const QImage::Format f = image->format();
+    if (f != QImage::Format_RGB32 && f != QImage::Format_ARGB32 && f != QImage::Format_ARGB32_Premultiplied)
+        return nullptr;
+    if (image->devicePixelRatio() != 1 || p.worldTransform().type() > QTransform::TxTranslate) return nullptr;
+    const QTransform& t = p.worldTransform();
+    if (t.dx() != std::floor(t.dx()) || t.dy() != std::floor(t.dy())) return nullptr;
+    if (p.compositionMode() != QPainter::CompositionMode_SourceOver || p.opacity() != 1) return nullptr;
+    return image;
 }
 
 }  // namespace
@@ -140,10 +159,12 @@ void WavePainter::recordChanged() {
 
 void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& view) {
     const WaveGeometry g = WaveGeometry::Of(area, view);
+    // A caller's own clip is honoured, at the price of the direct pixel path.
+    direct_ = !painter.hasClipping();
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, false);
     painter.fillRect(area, kBackground);
-    painter.setClipRect(g.plot);
+    painter.setClipRect(g.plot, Qt::IntersectClip);
     drawWindows(painter, g, view);
     drawGraticule(painter, g);
     if (g.count > 0) {
@@ -269,22 +290,38 @@ void WavePainter::drawTrace(QPainter& p, const WaveGeometry& g, int ch, const Wa
     }
     // One vertical stroke per column, stretched to meet its neighbour so the
     // trace stays joined across steep edges.
-    lines_.resize(trace_.count);
     const int left = static_cast<int>(g.plot.left());
     const double centre = g.plot.center().y();
     const double scale = c.VoltsPerDiv != 0 ? g.divHeight() / c.VoltsPerDiv : 0.0;
     const double offset = c.Offset;
+    QImage* image = direct_ ? directTarget(p) : nullptr;
+    const QPoint shift(static_cast<int>(p.worldTransform().dx()), static_cast<int>(p.worldTransform().dy()));
+    // Rows that may be written: the plot, within the image.
+    const int rowMin = std::max(static_cast<int>(g.plot.top()) + shift.y(), 0);
+    const int rowMax = image ? std::min(static_cast<int>(g.plot.bottom()) - 1 + shift.y(), image->height() - 1) : 0;
+    const QRgb pixel = colour.rgb();
+    uchar* bits = image ? image->bits() : nullptr;
+    const qsizetype stride = image ? image->bytesPerLine() : 0;
+    if (!image) lines_.resize(trace_.count);
     float prevMin = col[0].min, prevMax = col[0].max;
     for (int32_t k = 0; k < trace_.count; ++k) {
         const float hi = std::max(col[k].max, prevMin);
         const float lo = std::min(col[k].min, prevMax);
         prevMin = col[k].min;
         prevMax = col[k].max;
-        const double yTop = std::clamp(centre - (hi + offset) * scale, -1e6, 1e6);
-        const double yBottom = std::clamp(centre - (lo + offset) * scale, -1e6, 1e6);
-        lines_[k] = QLine(left + k, pixelRow(yTop), left + k, pixelRow(yBottom));
+        const int top = pixelRow(std::clamp(centre - (hi + offset) * scale, -1e6, 1e6));
+        const int bottom = pixelRow(std::clamp(centre - (lo + offset) * scale, -1e6, 1e6));
+        if (!image) {
+            lines_[k] = QLine(left + k, top, left + k, bottom);
+            continue;
+        }
+        const int x = left + k + shift.x();
+        if (x < 0 || x >= image->width()) continue;
+        const int y0 = std::max(top + shift.y(), rowMin), y1 = std::min(bottom + shift.y(), rowMax);
+        uchar* at = bits + y0 * stride + x * 4;
+        for (int y = y0; y <= y1; ++y, at += stride) *reinterpret_cast<QRgb*>(at) = pixel;
     }
-    p.drawLines(lines_);
+    if (!image) p.drawLines(lines_);
 }
 
 void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {

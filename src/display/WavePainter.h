@@ -123,6 +123,7 @@ private:
     DecimatedTrace trace_;
     QVector<QLine> lines_;
     QVector<QPointF> points_;
+    bool direct_ = false;  // strokes may go straight into the image's pixels
 };
 
 }  // namespace mervasto

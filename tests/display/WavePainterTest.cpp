@@ -129,6 +129,30 @@ TEST(WavePainter, TraceSitsAtItsVoltsAndJoinsAcrossTheStep) {
     for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
 }
 
+TEST(WavePainter, SamePictureOnEveryDrawingPath) {
+    // Strokes go straight into RGB32 pixels unless a clip, a transform or
+    // another format stands in the way; the pictures must not differ.
+    Scene s;
+    s.view.zoom = 1.3;  // columns of uneven width
+    s.view.firstSample = 40;
+    auto render = [&](QImage::Format format, bool callerClip, bool translated) {
+        QImage image(440, 320, format);
+        image.fill(Qt::white);
+        QPainter p(&image);
+        if (callerClip) p.setClipRect(image.rect());
+        if (translated) p.translate(20, 10);
+        WavePainter painter;
+        painter.paint(p, translated ? QRect(0, 0, 400, 300) : QRect(20, 10, 400, 300), s.view);
+        p.end();
+        return image.convertToFormat(QImage::Format_RGB32);
+    };
+    const QImage direct = render(QImage::Format_RGB32, false, false);
+    EXPECT_EQ(direct.pixel(20 + 100, 10 + 210), rgb(kGreen));
+    EXPECT_EQ(render(QImage::Format_RGB32, true, false), direct);
+    EXPECT_EQ(render(QImage::Format_RGB32, false, true), direct);
+    EXPECT_EQ(render(QImage::Format_RGB888, false, false), direct);
+}
+
 TEST(WavePainter, LevelLinesAndHysteresisBand) {
     Scene s;
     QImage im = s.paint();
