@@ -12,6 +12,9 @@ namespace {
 
 constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                              1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr double kNegPow10[] = {1e0,   1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,
+                                1e-8,  1e-9,  1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15,
+                                1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
 // 10^e for e = -4 .. 7, to place the first digit.
 constexpr double kPlace[] = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
 constexpr uint64_t kPow10i[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
@@ -209,17 +212,18 @@ float SampleValue(std::string_view text) {
         scale -= expNegative ? -ex : ex;
     }
     if (m == 0) return negative ? -0.0f : 0.0f;
-    // m is exact below 2^53 and so is 10^|scale| up to 22: the double is
-    // correctly rounded, and the float from it is too unless the double sits
-    // next to a midpoint between two floats.
+    // m is exact below 2^53; one multiplication by a rounded power of ten
+    // leaves the double within a few units of its last place, so the float
+    // from it is the correctly rounded one unless the double lies that close
+    // to a midpoint between two floats.
     if (m >= (uint64_t{1} << 53) || scale > 22 || scale < -22) return ValSingle(text);
-    const double d = scale >= 0 ? static_cast<double>(m) / kPow10[scale] : static_cast<double>(m) * kPow10[-scale];
+    const double d = scale >= 0 ? static_cast<double>(m) * kNegPow10[scale] : static_cast<double>(m) * kPow10[-scale];
     if (!(d >= 1.1754943508222875e-38 && d < 3.4028234663852886e38)) return ValSingle(text);
     uint64_t b;
     std::memcpy(&b, &d, sizeof b);
     const uint64_t low = b & ((uint64_t{1} << 29) - 1);
     const uint64_t mid = uint64_t{1} << 28;
-    if (low + 1 >= mid && low <= mid + 1) return ValSingle(text);
+    if (low + 8 >= mid && low <= mid + 8) return ValSingle(text);
     const float v = static_cast<float>(d);
     return negative ? -v : v;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -110,79 +111,138 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     return 0;
 }
 
+namespace {
+
+// Where each comma-separated field of a line lies.
+struct FieldSpan {
+    uint32_t start;
+    uint32_t length;
+};
+
+void splitSpans(std::string_view line, std::vector<FieldSpan>& spans) {
+    spans.clear();
+    const char* base = line.data();
+    const char* p = base;
+    const char* end = base + line.size();
+    while (true) {
+        const char* comma = static_cast<const char*>(std::memchr(p, ',', static_cast<size_t>(end - p)));
+        const char* stop = comma ? comma : end;
+        spans.push_back({static_cast<uint32_t>(p - base), static_cast<uint32_t>(stop - p)});
+        if (!comma) break;
+        p = comma + 1;
+    }
+}
+
+// Which setup line a first field names; None for sample rows and ignored lines.
+enum class HeaderKey { None, Points, Channel, Model, File, DateTime, TimePerDiv, Delay, Delta, Mode, DataStart };
+
+HeaderKey classify(std::string_view key) {
+    // Tested in this order; the first that holds decides. Plain string_view
+    // tests, since every sample row goes through here too.
+    if (key.starts_with("Points")) return HeaderKey::Points;
+    if (key.size() >= 8) {
+        std::string_view attr = key.substr(4, 4);
+        if (attr == "Disp" || attr == "Volt" || attr == "Offs") return HeaderKey::Channel;
+    }
+    if (key.starts_with("Model")) return HeaderKey::Model;
+    if (key.starts_with("File")) return HeaderKey::File;
+    if (key.ends_with("Time")) return HeaderKey::DateTime;
+    if (key.starts_with("Time")) return HeaderKey::TimePerDiv;
+    if (key.starts_with("Delay")) return HeaderKey::Delay;
+    if (key.starts_with("Delta")) return HeaderKey::Delta;
+    if (key.ends_with("Mode")) return HeaderKey::Mode;
+    if (key == "Ch1 V") return HeaderKey::DataStart;
+    return HeaderKey::None;
+}
+
+void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
+    const std::string_view key = table.field(0);
+    const std::string_view value = table.field(1);
+    switch (what) {
+    case HeaderKey::Points:
+        setup.RecordLength = ToInt32(NumberText(value));
+        break;
+    case HeaderKey::Channel: {
+        // "CH3 Offset": the digit picks the entry; 5 is the math trace.
+        double c = Val(MidText(key, 3, 1));
+        if (!(c >= 1 && c <= 5)) subscriptError();
+        const auto ch = static_cast<size_t>(c);
+        const std::string_view attr = MidText(key, 5, 4);
+        if (attr == "Disp")
+            setup.TraceOn[ch] = std::string(value);
+        else if (attr == "Volt")
+            setup.VoltsPerDiv[ch] = headerSingle(value);
+        else
+            setup.Offset[ch] = headerSingle(value);
+        break;
+    }
+    case HeaderKey::Model:
+        setup.Model = std::string(value);
+        setup.ChannelCount = ToInt16(Val(RightText(setup.Model, 1)));
+        break;
+    case HeaderKey::File: setup.InfoDigit = std::string(value); break;
+    case HeaderKey::DateTime: setup.DateTime = std::string(value); break;
+    case HeaderKey::TimePerDiv: setup.TimePerDiv = headerSingle(value); break;
+    case HeaderKey::Delay: setup.TriggerDelay = headerSingle(value); break;
+    case HeaderKey::Delta: setup.SampleInterval = headerSingle(value); break;
+    case HeaderKey::Mode: setup.AcqMode = std::string(value); break;
+    case HeaderKey::DataStart:
+    case HeaderKey::None: break;
+    }
+}
+
+}  // namespace
+
 WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                               WaveFieldTable& table) {
     WaveCsvLoadResult result;
     int32_t counter = 0;
     bool inData = false;
+    auto& f = table.fields;
+
+    // Sample rows are not copied into the field table one by one: the last
+    // row is kept aside and written into the table only when a shorter line,
+    // a header line or the end of the read needs the table as it would be.
+    std::string line;
+    std::string pendingLine;
+    std::vector<FieldSpan> spans;
+    std::vector<FieldSpan> pendingSpans;
+    auto pendingField = [&](size_t i) {
+        return std::string_view(pendingLine).substr(pendingSpans[i].start, pendingSpans[i].length);
+    };
+    auto settlePending = [&] {
+        if (f.size() < pendingSpans.size()) f.resize(pendingSpans.size());
+        for (size_t i = 0; i < pendingSpans.size(); ++i) f[i].assign(pendingField(i));
+        pendingSpans.clear();
+    };
+
     try {
         TextLineReader in;
         in.open(fileName);
-        std::string line;
-        auto& f = table.fields;
         size_t capacity = record.wave[0].size();
         for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
 
         while (in.next(line)) {
             if (line.empty()) continue;
-            SplitFieldsInto(line, f);
-            const std::string_view key = f[0];
-            const std::string_view value = table.field(1);
-
-            if (LeftText(key, 6) == "Points") {
-                setup.RecordLength = ToInt32(NumberText(value));
+            splitSpans(line, spans);
+            const HeaderKey what = classify(std::string_view(line).substr(0, spans[0].length));
+            if (what != HeaderKey::None || !inData) {
+                settlePending();
+                SplitFieldsInto(line, f);
+                applyHeader(what, table, setup);
+                if (what == HeaderKey::DataStart) {
+                    inData = true;
+                    counter = 0;
+                }
                 continue;
             }
-            std::string_view attr = MidText(key, 5, 4);
-            if (attr == "Disp" || attr == "Volt" || attr == "Offs") {
-                double c = Val(MidText(key, 3, 1));
-                if (!(c >= 1 && c <= 5)) subscriptError();
-                size_t ch = static_cast<size_t>(c);
-                if (attr == "Disp")
-                    setup.TraceOn[ch] = std::string(value);
-                else if (attr == "Volt")
-                    setup.VoltsPerDiv[ch] = headerSingle(value);
-                else
-                    setup.Offset[ch] = headerSingle(value);
-                continue;
-            }
-            if (LeftText(key, 5) == "Model") {
-                setup.Model = std::string(value);
-                setup.ChannelCount = ToInt16(Val(RightText(setup.Model, 1)));
-                continue;
-            }
-            if (LeftText(key, 4) == "File") {
-                setup.InfoDigit = std::string(value);
-                continue;
-            }
-            if (RightText(key, 4) == "Time") {
-                setup.DateTime = std::string(value);
-                continue;
-            }
-            if (LeftText(key, 4) == "Time") {
-                setup.TimePerDiv = headerSingle(value);
-                continue;
-            }
-            if (LeftText(key, 5) == "Delay") {
-                setup.TriggerDelay = headerSingle(value);
-                continue;
-            }
-            if (LeftText(key, 5) == "Delta") {
-                setup.SampleInterval = headerSingle(value);
-                continue;
-            }
-            if (RightText(key, 4) == "Mode") {
-                setup.AcqMode = std::string(value);
-                continue;
-            }
-            if (key == "Ch1 V") {
-                inData = true;
-                counter = 0;
-                continue;
-            }
-            if (!inData) continue;
 
             // A sample row.
+            if (spans.size() < pendingSpans.size()) settlePending();
+            std::swap(line, pendingLine);
+            std::swap(spans, pendingSpans);
+            auto field = [&](size_t i) { return i < pendingSpans.size() ? pendingField(i) : table.field(i); };
+
             if (static_cast<size_t>(counter) >= capacity) {
                 if (counter >= kMaxSamples) subscriptError();
                 size_t want = std::max<size_t>({static_cast<size_t>(counter) + 1, capacity * 2, 4096});
@@ -191,24 +251,23 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
                 record.ensureLength(static_cast<int32_t>(want));
                 capacity = want;
             }
-            const size_t k = static_cast<size_t>(counter);
-            record.wave[0][k] = SampleValue(f[0]);
-            record.wave[1][k] = SampleValue(table.field(1));
-            if (!table.field(2).empty()) {
-                record.wave[2][k] = SampleValue(table.field(2));
-                record.wave[3][k] = SampleValue(table.field(3));
+            const auto k = static_cast<size_t>(counter);
+            record.wave[0][k] = SampleValue(field(0));
+            record.wave[1][k] = SampleValue(field(1));
+            const std::string_view third = field(2);
+            if (!third.empty()) {
+                record.wave[2][k] = SampleValue(third);
+                record.wave[3][k] = SampleValue(field(3));
             }
             ++counter;
             if (counter == setup.RecordLength) break;
         }
+        settlePending();
         in.close();
-    } catch (const RuntimeError& e) {
-        result.status = -static_cast<int>(e.code());
-        result.errorText = e.what();
-        result.rowsRead = counter;
-        return result;
     } catch (const std::exception& e) {
-        result.status = -1;
+        settlePending();
+        const auto* runtime = dynamic_cast<const RuntimeError*>(&e);
+        result.status = runtime ? -static_cast<int>(runtime->code()) : -1;
         result.errorText = e.what();
         result.rowsRead = counter;
         return result;

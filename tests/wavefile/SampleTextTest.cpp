@@ -41,6 +41,21 @@ TEST(SampleTextTest, AgreesWithGeneralRoutinesOnManyFloats) {
     }
 }
 
+TEST(SampleTextTest, ParsesRandomDecimalsLikeVal) {
+    std::mt19937_64 rng(99);
+    for (int i = 0; i < 300000; ++i) {
+        std::string t = (rng() % 2) ? "-" : " ";
+        const int digits = 1 + static_cast<int>(rng() % 17);
+        const int point = static_cast<int>(rng() % (digits + 1));
+        for (int d = 0; d < digits; ++d) {
+            if (d == point) t.push_back('.');
+            t.push_back(static_cast<char>('0' + rng() % 10));
+        }
+        if (rng() % 3 == 0) t += "E" + std::to_string(static_cast<int>(rng() % 60) - 30);
+        ASSERT_EQ(std::bit_cast<uint32_t>(SampleValue(t)), std::bit_cast<uint32_t>(ValSingle(t))) << t;
+    }
+}
+
 TEST(SampleTextTest, ParsesLikeVal) {
     const char* texts[] = {"",        " ",        "-",        "+",          ".",         "-.5 ",     " .125 ",
                            "1e",      "1E-05",    "1.5E+3x",  "2d3",        "-0",        "007.50",   "123456789",

@@ -136,6 +136,16 @@ TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
     EXPECT_EQ(rec.wave[0][0], 0.5f);
     EXPECT_EQ(rec.wave[1][1], -2.0f);
 
+    // Within one file too: a short row takes columns 3 and 4 of the last
+    // longer row, and a header line read later sees them as well.
+    writeFile("mixed.csv", header("DS-5354", "4", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") +
+                               "1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
+    ASSERT_EQ(LoadWaveCsv(path("mixed.csv"), s, rec, table).status, 0);
+    EXPECT_EQ(rec.wave[2][1], 3.0f);
+    EXPECT_EQ(rec.wave[3][3], 12.0f);
+    EXPECT_EQ(table.field(0), "13");
+    EXPECT_EQ(table.field(3), "12");
+
     // With a fresh table the 2-channel file leaves wave3/wave4 alone.
     WaveRecord fresh;
     fresh.ensureLength(3);
