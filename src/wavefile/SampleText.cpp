@@ -178,25 +178,35 @@ float SampleValue(std::string_view text) {
     while (p < end && (*p == ' ' || *p == '\t')) ++p;
     bool negative = false;
     if (p < end && (*p == '-' || *p == '+')) negative = *p++ == '-';
-    uint64_t m = 0;
-    int digits = 0;
-    int scale = 0;  // digits after the point
+    // Leading zeros carry no digits; after them at most 15 digits are taken
+    // here (exact in a double), longer numbers go to the general parse.
     bool any = false;
-    while (p < end && isDigit(*p)) {
+    while (p < end && *p == '0') {
+        ++p;
         any = true;
-        if (m != 0 || *p != '0') ++digits;
-        m = m * 10 + static_cast<uint64_t>(*p++ - '0');
-        if (digits > 15) return ValSingle(text);
     }
+    uint64_t m = 0;
+    int scale = 0;  // digits after the point
+    const char* first = p;
+    const char* limit = end - p > 15 ? p + 15 : end;
+    while (p < limit && isDigit(*p)) m = m * 10 + static_cast<uint64_t>(*p++ - '0');
+    int taken = static_cast<int>(p - first);
+    if (p < end && isDigit(*p)) return ValSingle(text);
+    any = any || taken > 0;
     if (p < end && *p == '.') {
         ++p;
-        while (p < end && isDigit(*p)) {
-            any = true;
-            if (m != 0 || *p != '0') ++digits;
-            m = m * 10 + static_cast<uint64_t>(*p++ - '0');
-            ++scale;
-            if (digits > 15) return ValSingle(text);
+        if (m == 0) {
+            const char* zeros = p;
+            while (p < end && *p == '0') ++p;
+            scale = static_cast<int>(p - zeros);
+            any = any || scale > 0;
         }
+        const char* frac = p;
+        const char* fracLimit = end - p > 15 - taken ? p + (15 - taken) : end;
+        while (p < fracLimit && isDigit(*p)) m = m * 10 + static_cast<uint64_t>(*p++ - '0');
+        if (p < end && isDigit(*p)) return ValSingle(text);
+        scale += static_cast<int>(p - frac);
+        any = any || p > frac;
     }
     if (!any) return 0.0f;
     if (p < end && (*p == 'e' || *p == 'E' || *p == 'd' || *p == 'D')) {
