@@ -123,7 +123,7 @@ struct DsoSimulator::Shared {
     SimOptions opt;
     std::vector<std::vector<float>> record;
     std::vector<std::string> log;
-    std::map<std::string, std::string> overrides;
+    std::map<std::string, std::pair<std::string, bool>> overrides;
     int connections = 0;
     uint16_t port = 0;
     // Transfer settings as the host left them.
@@ -150,7 +150,7 @@ public:
     bool listen() {
         server_ = new QTcpServer(this);
         trickle_ = new QTimer(this);
-        trickle_->setInterval(1);
+        trickle_->setInterval(0);
         QObject::connect(trickle_, &QTimer::timeout, this, [this] { trickleOut(); });
         QObject::connect(server_, &QTcpServer::newConnection, this, [this] { accept(); });
         uint16_t port;
@@ -225,6 +225,7 @@ private:
     void handle(QTcpSocket* s, const std::string& line) {
         std::string overrideReply;
         bool overridden = false;
+        bool raw = false;
         {
             std::lock_guard lock(shared_->m);
             shared_->log.push_back(line);
@@ -232,11 +233,12 @@ private:
             if (o == shared_->overrides.end()) o = shared_->overrides.find(std::string(Trim(line)));
             if (o != shared_->overrides.end()) {
                 overridden = true;
-                overrideReply = o->second;
+                overrideReply = o->second.first;
+                raw = o->second.second;
             }
         }
         if (overridden) {
-            reply(s, QByteArray::fromStdString(overrideReply + "\n"), false);
+            reply(s, QByteArray::fromStdString(raw ? overrideReply : overrideReply + "\n"), raw);
             return;
         }
         std::string_view rest = line;
@@ -566,9 +568,9 @@ void DsoSimulator::setScreenBytes(int bytes) {
     shared_->opt.screenBytes = bytes;
 }
 
-void DsoSimulator::setReplyOverride(const std::string& query, const std::string& reply) {
+void DsoSimulator::setReplyOverride(const std::string& query, const std::string& reply, bool raw) {
     std::lock_guard lock(shared_->m);
-    shared_->overrides[query] = reply;
+    shared_->overrides[query] = {reply, raw};
 }
 
 void DsoSimulator::clearReplyOverrides() {

@@ -96,9 +96,9 @@ public:
     void setAcqDelayMs(int ms);
     void setLateMs(int ms);
     void setScreenBytes(int bytes);
-    // A fixed reply for one exact query text (tests of odd replies); an empty
-    // map entry text is sent as an empty line.
-    void setReplyOverride(const std::string& query, const std::string& reply);
+    // A fixed reply for one exact query text (tests of odd replies), sent
+    // with a LF, or byte for byte as given when raw.
+    void setReplyOverride(const std::string& query, const std::string& reply, bool raw = false);
     void clearReplyOverrides();
     // Generates a fresh record now (as a completed acquisition does).
     void regenerate();

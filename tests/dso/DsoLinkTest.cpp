@@ -1,0 +1,228 @@
+#include <QElapsedTimer>
+
+#include "DsoTestSupport.h"
+#include "common/RuntimeError.h"
+#include "dso/DsoSetupReadout.h"
+#include "dso/WaveTransfer.h"
+
+namespace mervasto::test {
+namespace {
+
+using Log = std::vector<std::string>;
+
+TEST(DsoAddressTest, HostAndPortFromTheAddressBox) {
+    struct Case {
+        std::string text, host, port;
+    };
+    const std::vector<Case> cases = {
+        {"192.168.1.101", "192.168.1.101", "5198"},
+        {" 192.168.1.101 ", "192.168.1.101", "5198"},
+        {"dso-lab", "dso-lab", "5198"},
+        {"127.0.0.1:40001", "127.0.0.1", "40001"},
+        {"localhost:5198", "localhost", "5198"},
+        {"host:", "host", "5198"},
+        {"fe80::1", "fe80::1", "5198"},  // more than one colon is not host:port
+    };
+    for (const auto& c : cases) {
+        const DsoAddress a = ParseDsoAddress(c.text);
+        EXPECT_EQ(a.host, c.host) << c.text;
+        EXPECT_EQ(a.port, c.port) << c.text;
+    }
+}
+
+TEST_F(SimTest, IdentifiesBothModels) {
+    for (const auto& [model, channels] : std::vector<std::pair<std::string, int>>{{"DS-5352", 2}, {"DS-5354", 4}}) {
+        startSim(small(model));
+        link.close();
+        setup = {};
+        ui.statuses.clear();
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        EXPECT_EQ(setup.Model, model);
+        EXPECT_EQ(setup.ChannelCount, channels);
+        EXPECT_TRUE(link.DsoLinked);
+        EXPECT_EQ(ui.statuses, (std::vector<std::pair<int, std::string>>{{1, "Connecting to the DSO."}}));
+        EXPECT_EQ(sim->commandLog(), Log{"*IDN?"});
+        // Linked: nothing is sent again, and a connected socket is left alone.
+        EXPECT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        EXPECT_EQ(link.LinkToSLA("127.0.0.1", std::to_string(sim->port())), kLinkConnected);
+        EXPECT_EQ(sim->commandLog(), Log{"*IDN?"});
+        EXPECT_EQ(sim->connectionCount(), 1);
+        sim->stop();
+    }
+}
+
+TEST(DsoModelTest, ChannelCountFromTheSeventhCharacter) {
+    EXPECT_EQ(ChannelCountOfModel("DS-5352"), 2);
+    EXPECT_EQ(ChannelCountOfModel("DS-5354"), 4);
+    EXPECT_EQ(ChannelCountOfModel("DS-535"), 0);
+    EXPECT_EQ(ChannelCountOfModel(""), 0);
+}
+
+TEST_F(SimTest, RepliesAreJoinedToTheirLineEndAndCut) {
+    startSim();
+    linkUp();
+    struct Case {
+        std::string reply;
+        bool raw;
+        int32_t max;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"1\r\n", true, 256, "1"},
+        {"no line end", true, 256, "no line end"},  // taken after the quiet time
+        {"abcdef", false, 3, "abc"},
+        {"two\nlines\n", true, 256, "two"},
+        {"", false, 80, ""},
+    };
+    for (const auto& c : cases) {
+        sim->setReplyOverride("TRMD?", c.reply, c.raw);
+        EXPECT_EQ(link.QueryDso("TRMD?", c.max), c.expected) << c.reply;
+    }
+    // The second line of an earlier reply is not taken as the next answer.
+    sim->clearReplyOverrides();
+    EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");
+
+    sim->setFault(SimFault::OneByte);
+    EXPECT_EQ(link.QueryDso("*IDN?", 256), "MERVASTO SIMULATOR,DS-5354,0001,1.00");
+}
+
+TEST_F(SimTest, ReadsADefiniteLengthBlock) {
+    startSim();
+    linkUp();
+    sim->setReplyOverride("DTWAVE?", std::string("#800000010") + "0123456789" + "\n", true);
+    link.SendDsoCommand("DTWAVE?");
+    std::vector<uint8_t> data;
+    EXPECT_EQ(link.ReadDsoBlock(data), 10);
+    ASSERT_EQ(data.size(), 11u);
+    EXPECT_EQ(data[0], '0');
+    EXPECT_EQ(data[9], '9');
+    EXPECT_EQ(data[10], '\n');
+    EXPECT_TRUE(link.DsoLinked);
+}
+
+TEST_F(SimTest, WaitSingleAcquisitionArmsAndPolls) {
+    startSim();
+    linkUp();
+    EXPECT_FALSE(link.WaitSingleAcquisition());
+    const Log log = sim->commandLog();
+    ASSERT_GE(log.size(), 4u);
+    EXPECT_EQ(Log(log.begin(), log.begin() + 4), (Log{"*ESE 255", "TESR?", "WSGL", "TESR?"}));
+    for (size_t i = 3; i < log.size(); ++i) EXPECT_EQ(log[i], "TESR?");
+}
+
+TEST_F(SimTest, StopEndsTheAcquisitionWaitAndKeepsTheLink) {
+    startSim();
+    linkUp();
+    sim->setAcqDelayMs(60000);
+    link.StopRequested = true;  // an old request does not count
+    later(150, [this] { link.requestStop(); });
+    QElapsedTimer t;
+    t.start();
+    EXPECT_TRUE(link.WaitSingleAcquisition());
+    EXPECT_LT(t.elapsed(), 5000);
+    EXPECT_TRUE(link.StopRequested);
+    EXPECT_TRUE(link.DsoLinked);
+    // The pass goes on with the record the instrument holds.
+    EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");
+}
+
+// Every fault ends a readout and transfer with a message and a closed link;
+// the next attempt connects again.
+TEST_F(SimTest, FaultsEndCleanlyAndTheNextRunConnectsAgain) {
+    struct Case {
+        SimFault fault;
+        int replyTimeoutMs;
+        int lateMs;
+        bool fails;
+        const char* messagePart;
+    };
+    const std::vector<Case> cases = {
+        {SimFault::Silent, 300, 0, true, "did not answer"},
+        {SimFault::Late, 100, 300, true, "did not answer"},
+        {SimFault::Late, 2000, 15, false, ""},
+        {SimFault::OneByte, 2000, 0, false, ""},
+        {SimFault::CloseMidBlock, 2000, 0, true, "closed the connection"},
+        {SimFault::BadHeader, 2000, 0, true, "not a data block"},
+        {SimFault::HugeBlock, 2000, 0, true, "99999999"},
+        {SimFault::Garbage, 2000, 0, true, "not a data block"},
+    };
+    startSim();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(SimFaultName(c.fault));
+        sim->setLateMs(c.lateMs);
+        link.setReplyTimeoutMs(2000);
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        const int connections = sim->connectionCount();
+        sim->setFault(c.fault);
+        link.setReplyTimeoutMs(c.replyTimeoutMs);
+        std::array<std::string, 4> vrate{"1", "1", "1", "1"};
+        WaveRecord record;
+        WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
+        std::string message;
+        try {
+            ReadDsoSetup(link, setup, ui, sim->address(), false);
+            TransferDsoChannel(link, 0, ctx, record);
+        } catch (const RuntimeError& e) {
+            EXPECT_EQ(e.code(), ErrorCode::Link);
+            message = e.what();
+        }
+        if (c.fails) {
+            EXPECT_NE(message.find(c.messagePart), std::string::npos) << message;
+            EXPECT_FALSE(link.DsoLinked);
+            EXPECT_EQ(link.state(), kLinkClosed);
+        } else {
+            EXPECT_EQ(message, "");
+            EXPECT_EQ(record.wave[0].size(), 500u);
+        }
+        sim->setFault(SimFault::None);
+        link.setReplyTimeoutMs(2000);
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        EXPECT_EQ(sim->connectionCount(), connections + (c.fails ? 1 : 0));
+        EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");
+    }
+    EXPECT_TRUE(ui.boxes.empty());
+}
+
+TEST_F(SimTest, RefusedConnectionShowsTheBoxAndTheNextAttemptConnects) {
+    startSim();
+    sim->setFault(SimFault::Refuse);
+    EXPECT_FALSE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    ASSERT_EQ(ui.boxes.size(), 1u);
+    EXPECT_EQ(ui.boxes[0].text, "DSO not connected normally.");
+    EXPECT_EQ(ui.boxes[0].buttons, MsgButtons::CancelTryContinue);
+    EXPECT_EQ(ui.boxes[0].title, "Confirmation");
+    EXPECT_FALSE(link.DsoLinked);
+    EXPECT_EQ(link.state(), kLinkError);
+
+    sim->setFault(SimFault::None);
+    EXPECT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    EXPECT_EQ(setup.ChannelCount, 4);
+}
+
+TEST_F(SimTest, StopAndCloseEndAnyExchange) {
+    startSim();
+    for (bool closing : {false, true}) {
+        SCOPED_TRACE(closing ? "closing" : "stop");
+        sim->setFault(SimFault::None);
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        sim->setFault(SimFault::Silent);
+        link.setReplyTimeoutMs(0);  // only Stop or closing can end it
+        later(100, [this, closing] { closing ? link.abort() : link.requestStop(); });
+        QElapsedTimer t;
+        t.start();
+        try {
+            link.QueryDso("TDIV?", 80);
+            ADD_FAILURE() << "the wait did not end";
+        } catch (const RuntimeError& e) {
+            EXPECT_EQ(e.code(), ErrorCode::Link);
+        }
+        EXPECT_LT(t.elapsed(), 3000);
+        EXPECT_FALSE(link.DsoLinked);
+        EXPECT_EQ(link.state(), kLinkClosed);
+    }
+    // A closing program opens nothing more.
+    EXPECT_THROW(link.LinkToSLA("127.0.0.1", std::to_string(sim->port())), RuntimeError);
+}
+
+}  // namespace
+}  // namespace mervasto::test
