@@ -340,7 +340,9 @@ void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const Wa
     const auto begin = std::lower_bound(cycles.begin() + static_cast<std::ptrdiff_t>(lo),
                                         cycles.begin() + static_cast<std::ptrdiff_t>(hi), first, byMid);
     const auto end = std::lower_bound(begin, cycles.begin() + static_cast<std::ptrdiff_t>(hi), last + 1, byMid);
-    if (end - begin >= kMaxMarkedCycles) return;
+    // Markers closer than a few pixels only smear the trace.
+    const double room = g.plot.width() / kMinPixelsPerMarkedCycle;
+    if (end - begin >= kMaxMarkedCycles || static_cast<double>(end - begin) > room) return;
     const auto from = begin - (begin - cycles.begin() > static_cast<std::ptrdiff_t>(lo) ? 1 : 0);
     const auto to = end + (end < cycles.begin() + static_cast<std::ptrdiff_t>(hi) ? 1 : 0);
 

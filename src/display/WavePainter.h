@@ -97,8 +97,10 @@ struct WaveGeometry {
 // zoom (clamped so that the screen stays filled).
 int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre);
 
-// Edge markers are drawn while fewer cycles than this are on screen.
+// Edge markers are drawn while fewer cycles than this are on screen, and
+// only while each visible cycle has at least kMinPixelsPerMarkedCycle of width.
 constexpr int32_t kMaxMarkedCycles = 400;
+constexpr double kMinPixelsPerMarkedCycle = 12;
 
 // Paints views. Keeps the min/max pyramids of the channels and its drawing
 // buffers between calls, so a redraw allocates nothing once warmed up.

@@ -68,6 +68,10 @@ TEST(WaveDecimator, ScanAndPyramidMatchBruteForce) {
         {-100, end + 100, 800},   // clamped to the record
         {100, 100, 10},           // one sample
         {0, 99, 200},             // fewer samples than columns
+        {50, 49, 10},             // empty: first after last
+        {0, 99, 0},               // no columns
+        {end + 1, end + 50, 10},  // wholly beyond the record
+        {-20, -1, 10},            // wholly before it
     };
     WaveDecimator pyramid;
     pyramid.build(s);
@@ -80,75 +84,28 @@ TEST(WaveDecimator, ScanAndPyramidMatchBruteForce) {
         pyramid.decimate(c.first, c.last, c.columns, fromPyramid);
         expectSame(want, fromPyramid, "pyramid");
         EXPECT_EQ(scan.perSample, fromPyramid.perSample);
-        EXPECT_EQ(scan.perSample, (std::min(c.last, end) - std::max(c.first, 0) + 1) < c.columns);
     }
-}
-
-TEST(WaveDecimator, PyramidRangesEqualDirectMinMaxOnRandomRanges) {
-    const std::vector<float> s = randomSamples(70000, 11);
-    WaveDecimator pyramid;
-    pyramid.build(s);
+    // Random ranges as single columns meet every block boundary sooner or later.
     std::mt19937 gen(3);
-    std::uniform_int_distribution<int32_t> pos(0, static_cast<int32_t>(s.size()) - 1);
-    for (int k = 0; k < 2000; ++k) {
+    std::uniform_int_distribution<int32_t> pos(0, end);
+    for (int k = 0; k < 500; ++k) {
         int32_t a = pos(gen), b = pos(gen);
         if (a > b) std::swap(a, b);
         const auto [mn, mx] = std::minmax_element(s.begin() + a, s.begin() + b + 1);
         const ColumnRange r = pyramid.rangeMinMax(a, b);
-        ASSERT_EQ(*mn, r.min) << a << ".." << b;
-        ASSERT_EQ(*mx, r.max) << a << ".." << b;
+        ASSERT_TRUE(r.min == *mn && r.max == *mx) << a << ".." << b;
     }
 }
 
-TEST(WaveDecimator, SpikeIsNeverLostWhenSqueezed) {
-    std::vector<float> s(1000000, 0.0f);
-    s[777777] = 9.0f;
-    s[123456] = -9.0f;
-    WaveDecimator pyramid;
-    pyramid.build(s);
-    DecimatedTrace t;
-    pyramid.decimate(0, 999999, 100, t);
-    EXPECT_EQ(t.column[77].max, 9.0f);
-    EXPECT_EQ(t.column[12].min, -9.0f);
-    EXPECT_EQ(t.column[50].max, 0.0f);
-}
-
-TEST(WaveDecimator, EmptyInputsGiveNothing) {
-    const std::vector<float> s = randomSamples(100, 1);
+TEST(WaveDecimator, NothingToDrawFromNoSamples) {
     WaveDecimator empty;
     empty.build({});
     DecimatedTrace t;
     t.count = 5;
-    const struct {
-        std::span<const float> samples;
-        int32_t first, last, columns;
-    } cases[] = {
-        {{}, 0, 10, 100},
-        {s, 50, 49, 100},   // first after last
-        {s, 0, 99, 0},      // no columns
-        {s, 100, 200, 10},  // wholly beyond the record
-        {s, -20, -1, 10},   // wholly before it
-    };
-    for (const auto& c : cases) {
-        DecimateScan(c.samples, c.first, c.last, c.columns, t);
-        EXPECT_EQ(t.count, 0) << c.first << ".." << c.last;
-    }
     empty.decimate(0, 10, 10, t);
     EXPECT_EQ(t.count, 0);
-}
-
-TEST(WaveDecimator, RebuildFollowsNewSamples) {
-    std::vector<float> s(200000, 1.0f);
-    WaveDecimator pyramid;
-    pyramid.build(s);
-    EXPECT_TRUE(pyramid.builtFor(s));
-    std::fill(s.begin(), s.end(), -2.0f);
-    pyramid.build(s);
-    DecimatedTrace t;
-    pyramid.decimate(0, 199999, 10, t);
-    EXPECT_EQ(t.column[3].max, -2.0f);
-    std::vector<float> other(200000);
-    EXPECT_FALSE(pyramid.builtFor(other));
+    DecimateScan({}, 0, 10, 10, t);
+    EXPECT_EQ(t.count, 0);
 }
 
 }  // namespace

@@ -28,22 +28,11 @@ struct Scene {
         view.WaveLength = 1000;
         view.SampleSec = 1e-6f;
         view.labels = false;
-        view.AnaStart = 0;
-        view.AnaEnd = 999;
-        view.GateStart = 0;
-        view.GateEnd = 999;
+        view.AnaEnd = view.GateEnd = 999;
         view.Histerisis = 10;
-        for (auto& c : view.channel) c.visible = false;
-        WaveChannelView& c = view.channel[0];
-        c.volts = square;
-        c.visible = true;
-        c.colour = kGreen;
-        c.VoltsPerDiv = 0.5f;
-        c.Offset = -0.8f;
-        c.HighLevel = 2;
-        c.LowLevel = 0;
-        c.Level = 1;
         view.cycles = &cycles;
+        for (auto& c : view.channel) c.visible = false;
+        view.channel[0] = {square, 0.5f, -0.8f, kGreen, true, "", 2, 0, 1};
     }
 
     QImage paint() {
@@ -68,14 +57,12 @@ TEST(WavePainter, ColoursConvertFromBlueGreenRed) {
     EXPECT_EQ(ColorFromBgr(0x00332211), QColor(0x11, 0x22, 0x33));
     EXPECT_EQ(BgrFromColor(QColor(0x11, 0x22, 0x33)), 0x00332211u);
     EXPECT_EQ(ColorFromBgr(0x000000FF), QColor(Qt::red));
-    EXPECT_EQ(BgrFromColor(ColorFromBgr(0x00ABCDEF)), 0x00ABCDEFu);
 }
 
 TEST(WavePainter, SiTextPicksPrefixAndDigits) {
     const struct {
         double value;
-        const char* unit;
-        const char* text;
+        const char *unit, *text;
     } cases[] = {
         {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},  {2, "V", "2 V"},
         {0, "s", "0 s"},           {999.7, "Hz", "1 kHz"}, {1e-9, "s", "1 ns"},
@@ -91,16 +78,12 @@ TEST(WavePainter, GeometryClampsZoomAndScroll) {
     v.labels = false;
     const struct {
         double zoom;
-        int32_t firstSample;
-        int32_t first, count;
+        int32_t firstSample, first, count;
     } cases[] = {
-        {1, 300, 0, 1000},       // whole record: nothing to scroll
-        {4, 500, 500, 250},
-        {4, 900, 750, 250},      // kept on screen
-        {4, -5, 0, 250},
-        {0, 0, 0, 1000},         // below 1 means whole
-        {5000, 999, 999, 1},     // above the largest zoom rate
-        {3, 0, 0, 334},          // partial samples round up
+        {1, 300, 0, 1000},    {4, 500, 500, 250},   {4, 900, 750, 250},  {4, -5, 0, 250},
+        {0, 0, 0, 1000},      // below 1 means the whole record
+        {5000, 999, 999, 1},  // above the largest zoom rate
+        {3, 0, 0, 334},       // partial samples round up
     };
     for (const auto& c : cases) {
         v.zoom = c.zoom;
@@ -112,10 +95,6 @@ TEST(WavePainter, GeometryClampsZoomAndScroll) {
     EXPECT_EQ(FirstSampleCentredOn(1000, 4, 500), 375);
     EXPECT_EQ(FirstSampleCentredOn(1000, 4, 990), 750);
     EXPECT_EQ(FirstSampleCentredOn(1000, 1, 500), 0);
-    v.labels = true;
-    const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), v);
-    EXPECT_TRUE(QRectF(0, 0, 400, 300).contains(g.plot));
-    EXPECT_LT(g.plot.height(), 300);
 }
 
 TEST(WavePainter, TraceSitsAtItsVoltsAndJoinsAcrossTheStep) {
@@ -197,14 +176,12 @@ TEST(WavePainter, ChoosesChannelsZoomAndScroll) {
 
     s.view.onlyChannel = -1;
     second.visible = false;  // switched off
-    im = s.paint();
-    EXPECT_NE(im.pixel(300, 210), magenta);
-
     s.view.zoom = 4;  // samples 500..749: all at 2 V
     s.view.firstSample = 500;
     im = s.paint();
     EXPECT_EQ(im.pixel(10, 60), green);
     EXPECT_NE(im.pixel(10, 210), green);
+    EXPECT_NE(im.pixel(300, 210), magenta);
 
     second.volts = std::span<const float>(s.flat).first(10);  // too short for the record: skipped
     second.visible = true;
@@ -214,10 +191,7 @@ TEST(WavePainter, ChoosesChannelsZoomAndScroll) {
 TEST(WavePainter, EdgeMarkersOnlyWhenFewCyclesShow) {
     Scene s;
     // One cycle: rising at 250, falling at 500, rising at 750.
-    CycleRecord c;
-    c.MidEdge = 500;
-    c.Period = 500;
-    c.Duty = 50;
+    const CycleRecord c{0, 50, 500, 0, 500};  // Duty 50 %, MidEdge 500, Period 500
     s.cycles.channel[0] = {CycleRecord{}, c};  // a record without a period holds no edges
     const QRgb marker = ColorFromBgr(kGreen).lighter(160).rgb();
     const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), s.view);
@@ -229,24 +203,27 @@ TEST(WavePainter, EdgeMarkersOnlyWhenFewCyclesShow) {
     EXPECT_EQ(im.pixel(xFall, row - 4), marker);  // falling: above, pointing down
     EXPECT_NE(im.pixel(xRise, row - 4), marker);
 
-    s.cycles.channel[0].assign(kMaxMarkedCycles, c);  // too many on screen
-    for (int k = 0; k < kMaxMarkedCycles; ++k) s.cycles.channel[0][k].MidEdge = 100 + 2 * k;
-    im = s.paint();
-    EXPECT_NE(im.pixel(xRise, row + 4), marker);
+    // 400 px hold markers for 33 cycles at 12 px each.
+    for (int n : {33, 34, kMaxMarkedCycles}) {
+        s.cycles.channel[0].assign(static_cast<size_t>(n), c);
+        for (int k = 1; k < n; ++k) s.cycles.channel[0][k].MidEdge = 500 + k;
+        im = s.paint();
+        EXPECT_EQ(im.pixel(xRise, row + 4) == marker, n == 33) << n;
+    }
 }
 
 TEST(WavePainter, WindowGateAndRejectRange) {
     Scene s;
     s.view.channel[0].visible = false;
-    s.view.AnaStart = 100;   // x 40 .. 360
+    s.view.AnaStart = 100;  // x 40 .. 360
     s.view.AnaEnd = 899;
-    s.view.GateStart = 50;
+    s.view.GateStart = 50;  // x 20 .. 380
     s.view.GateEnd = 949;
     s.view.channel[3].colour = kMagenta;
     QImage im = s.paint();
     EXPECT_EQ(im.pixel(21, 101), qRgb(0, 0, 0));  // outside the window
     EXPECT_EQ(im.pixel(51, 101), kTint.rgb());    // inside
-    EXPECT_GT(countInRow(im, 0, 15, 25, rgb(kMagenta)) + countInRow(im, 1, 15, 25, rgb(kMagenta)), 0);  // gate start at x 20
+    EXPECT_EQ(im.pixel(20, 0), rgb(kMagenta));   // gate, dashed in the Ch4 colour
 
     s.view.rejectFlag = true;  // x 200 .. 240 hatched
     s.view.rejectStart = 500;
@@ -264,15 +241,12 @@ TEST(WavePainter, WindowGateAndRejectRange) {
 TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     WaveRecord record;
     record.WaveLength = 100;
-    record.SampleSec = 1e-3f;
     record.ensureLength(100);
-    record.wave[3].resize(50);  // shorter than the record
+    record.wave[3].resize(50);  // shorter than the record: not drawn
     ChannelResultTable table;
     table.at(1, 0).HighLevel = 3;
-    table.at(1, 0).Level = 1.5f;
     table.at(1, 1).HighLevel = 9;  // another row: not a level
     table.at(3, 0).AnaStart = 10;
-    table.at(3, 0).AnaEnd = 90;
     table.at(3, 0).GateEnd = 99;
     CycleTable cycles;
     WaveView v;
@@ -280,11 +254,8 @@ TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     EXPECT_EQ(v.channel[0].volts.size(), 100u);
     EXPECT_TRUE(v.channel[3].volts.empty());
     EXPECT_EQ(v.channel[1].HighLevel, 3);
-    EXPECT_EQ(v.channel[1].Level, 1.5f);
     EXPECT_EQ(v.AnaStart, 10);
-    EXPECT_EQ(v.AnaEnd, 90);
     EXPECT_EQ(v.GateEnd, 99);
-    EXPECT_EQ(v.cycles, &cycles);
 }
 
 TEST(WavePainter, LabelsDrawWhenFontsAreAvailable) {
