@@ -99,24 +99,17 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     WaveFieldTable table;
     auto r = LoadWaveCsv(path("w.csv"), back, got, table);
     ASSERT_EQ(r.status, 0) << r.errorText;
-    EXPECT_EQ(back.RecordLength, n);
-    EXPECT_EQ(back.Model, "DS-5354");
-    EXPECT_EQ(back.ChannelCount, 4);
     EXPECT_EQ(back.DateTime, " 2026/11/23 10:00:00");
-    EXPECT_EQ(back.InfoDigit, "1.00");
-    EXPECT_EQ(back.AcqMode, "NORMAL");
-    EXPECT_EQ(back.TimePerDiv, setup.TimePerDiv);
-    EXPECT_EQ(back.TriggerDelay, setup.TriggerDelay);
-    EXPECT_EQ(back.SampleInterval, setup.SampleInterval);
-    for (int i = 1; i <= 4; ++i) {
-        EXPECT_EQ(back.TraceOn[i], "ON");
-        EXPECT_EQ(back.VoltsPerDiv[i], setup.VoltsPerDiv[i]);
-        EXPECT_EQ(back.Offset[i], setup.Offset[i]);
-        EXPECT_EQ(back.Coupling[i], "");  // not read back
-    }
-    EXPECT_EQ(got.WaveLength, 0);  // left to the caller
-    for (int c = 0; c < 4; ++c)
-        for (int k = 0; k < n; ++k) ASSERT_EQ(got.wave[c][k], rec.wave[c][k]) << c << "," << k;
+    EXPECT_EQ(back.Coupling[1], "");  // not read back
+    EXPECT_EQ(got.WaveLength, 0);     // left to the caller
+    // The print form reads back to the same float, so equal files mean
+    // every header value and sample came back identically.
+    back.DateTime = setup.DateTime;
+    back.Coupling = setup.Coupling;
+    back.BandwidthLimit = setup.BandwidthLimit;
+    SaveWaveCsv(path("again.csv"), back, got);
+    EXPECT_EQ(readFile("again.csv"), text);
+    EXPECT_EQ(got.wave[3][n - 1], rec.wave[3][n - 1]);
 }
 
 TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
