@@ -8,6 +8,10 @@
 
 #include "display/WavePainter.h"
 
+// The font library keeps a few blocks for the life of the process; they are
+// not ours to free.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig\n"; }
+
 namespace mervasto {
 namespace {
 
