@@ -1,0 +1,160 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "analysis/Analysis.h"
+#include "app/Settings.h"
+#include "common/UiPort.h"
+#include "results/Grid.h"
+#include "results/ResultFiles.h"
+#include "results/ResultGrids.h"
+#include "wavefile/DsoSetup.h"
+#include "wavefile/WaveCsv.h"
+#include "wavefile/WaveRecord.h"
+
+namespace mervasto {
+
+class DsoLink;
+
+// Status texts of the run, as the user sees them.
+inline constexpr const char* kInputFromFileCanceled = "Input from File canceled.";
+inline constexpr const char* kCompletedAllTranslations = "Completed all translations.";
+inline constexpr const char* kInputTypeFile = "FILE";
+inline constexpr const char* kInputTypeDso = "DSO";
+inline constexpr const char* kConfirmationTitle = "Confirmation";
+
+// The one owner of everything a run touches: the settings, the record and the
+// instrument's setup, the analysis results, the grids, the link and the run
+// flags. The main window and the command line each hold one; the windows are
+// views of it. Every handler reports to the user through the UI port and
+// catches run-time faults at its boundary.
+class RunState {
+public:
+    RunState();
+    ~RunState();
+    RunState(const RunState&) = delete;
+    RunState& operator=(const RunState&) = delete;
+
+    // Start-up without a window: the data folder tree, the resume file, the
+    // start-up rules, the grids. An empty override uses the default folder.
+    void FormLoad(const std::string& dataFolderOverride = {});
+    // Writes the resume file and closes the link.
+    void FormUnload();
+    // Settings from another resume file (the command line's --settings).
+    bool LoadSettingsFrom(const std::string& fileName);
+
+    // --- handlers -----------------------------------------------------------
+    // True when a file was loaded and analysed.
+    bool InputFromFile_Click(UiPort& ui);
+    // Loads a file (InpType "FILE") or transfers from the instrument; negative
+    // on failure.
+    int16_t WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename);
+    // The three analysis entries. Each shows its messages (or not), the
+    // status text and refreshes the result grids; LimitPoints_KeyPress also
+    // appends the result line.
+    void AnalysisCommon(UiPort& ui);
+    void CommAnaProcess(UiPort& ui);
+    void LimitPoints_KeyPress(UiPort& ui);
+    void OmitRangeEffect_Click(UiPort& ui);
+
+    void WFStartCommand_Click(UiPort& ui);
+    void Stop_Click();
+    void ReadRejectRange_Click(UiPort& ui);
+    void WaveSave_Click(UiPort& ui);
+    void SelDataSaveFile_Click(UiPort& ui);
+    // The comparator: loads the file, judges again. Shows "No File." or
+    // "Illegal Character." through the UI port.
+    void SelectComparator_Click(UiPort& ui);
+    bool LoadComparator(UiPort& ui, const std::string& fileName);
+
+    // Enter checks of the settings boxes.
+    void MaxCycles_KeyPress();
+    void TotalRepeats_KeyPress();
+    void Histerisis_KeyPress();
+    void SampleNo_KeyPress();
+    void ColorInit_Click();
+
+    // Text of a grid range for the clipboard; index 0 is the log grid, any
+    // other the detail grid. Puts it on the clipboard and confirms.
+    void ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2);
+
+    // Appends the run's line to ResultData.csv and shows the outcome.
+    bool SaveResults(UiPort& ui);
+
+    // --- derived views ------------------------------------------------------
+    ChannelDisplays channelDisplays() const;
+    std::array<std::string, kAnaChannels> typeTexts() const;
+    AnalysisParams analysisParams(AnalysisEntry entry) const;
+    AnalysisInput analysisInput() const;
+    std::string sampleName() const { return settings.analysis.SampleNo + settings.analysis.SampleIndex; }
+    std::string resultFileName() const;
+    // The channel state text compared with "ON" (the trace state of the setup).
+    bool channelStateOn(int ch) const;
+    // Refreshes ResultGrid1 (and TotalWaveDatas) from the results.
+    void refreshResultGrid();
+
+    // Called whenever the record, results or grids changed, so that views
+    // can repaint. May be empty.
+    std::function<void()> onChanged;
+
+    // --- state --------------------------------------------------------------
+    Settings settings;
+    std::string DataFolder;
+    int32_t SmoothingCount = 1;
+    WaveRecord record;
+    DsoSetup setup;
+    WaveFieldTable fieldTable;
+    AnalysisResults results;
+    AnalysisOutcome lastOutcome;
+
+    Grid ResultGrid1;
+    Grid LogGrid;
+    Grid DetailDataGrid;
+    std::string TotalWaveDatas;
+
+    std::unique_ptr<DsoLink> link;
+
+    bool RunDone = false;
+    bool WavesPresent = false;
+    bool TransferFailed = false;
+    bool Running = false;  // a run is in progress (the start button is disabled)
+    int32_t RepeatCounter = 0;
+    int32_t RepeatLimit = 0;
+    std::string InputSource;
+    int16_t CaptureCounter = 0;
+    bool DebugCheck = false;
+    bool MemoryInput = false;
+
+    // Reject range read from the instrument's zoom cursors.
+    float ZoomTimePerDiv = 0;
+    float ZoomDelay = 0;
+    int32_t ZoomStart = 0;
+    int32_t ZoomEnd = 0;
+
+    // Where the log grid writes its next pass (first pass writes the header).
+    bool logFirst = true;
+    // Results lines appended and failed since start-up.
+    int64_t resultLinesWritten = 0;
+    int64_t resultLinesFailed = 0;
+    // Off for a command-line run with --no-save.
+    bool saveResultLine = true;
+
+private:
+    void runAnalysis(UiPort* ui, AnalysisEntry entry);
+    void afterAnalysis();
+    void fillRawFromVolts();
+    // The instrument side of WaveTrans: setup readout and channel transfers.
+    int16_t TransferFromDso(UiPort& ui);
+    // One pass of a run: acquisition, transfer, analysis, grids and files.
+    void runPass(UiPort& ui);
+};
+
+// Runs a handler body, showing a run-time fault as a message box and going on.
+void RunHandler(UiPort& ui, const std::function<void()>& body);
+
+}  // namespace mervasto

@@ -1,0 +1,71 @@
+#include "gui/DetailCyclesForm.h"
+
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include "app/RunState.h"
+#include "gui/GridModel.h"
+#include "gui/GuiUi.h"
+
+namespace mervasto {
+
+namespace {
+// Every measured kind of a channel gets its row.
+const std::vector<int> kAllKinds = {0, 1, 2, 3, 4, 5, 6};
+}  // namespace
+
+DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
+    : QWidget(parent, Qt::Window), state_(state), ui_(ui) {
+    setObjectName("DetailCyclesForm");
+    setWindowTitle("Cycle's Detail Data / Select Comparator");
+    auto* layout = new QVBoxLayout(this);
+    auto* top = new QHBoxLayout;
+    auto* select = new QPushButton("Select Comparator", this);
+    select->setObjectName("SelectComparator");
+    top->addWidget(select);
+    top->addWidget(new QLabel("Comparator File", this));
+    file_ = new QLineEdit(this);
+    file_->setObjectName("ComparatorFile");
+    file_->setReadOnly(true);
+    top->addWidget(file_, 1);
+    layout->addLayout(top);
+    SetupDetailCycleGrid(grid_);
+    model_ = new GridModel(&grid_, this);
+    model_->editable = [this](int row, int col) {
+        return (col == kCycleColLL || col == kCycleColUL) && row >= 1 && row - 1 < static_cast<int>(rows_.size()) &&
+               rows_[static_cast<size_t>(row - 1)].limits;
+    };
+    model_->edited = [this](int row, int col, const std::string& text) { return editLimit(row, col, text); };
+    view_ = new QTableView(this);
+    view_->setObjectName("DetailCycleGrid");
+    view_->setModel(model_);
+    view_->horizontalHeader()->hide();
+    view_->verticalHeader()->hide();
+    layout->addWidget(view_, 1);
+    connect(select, &QPushButton::clicked, this, [this] {
+        state_.SelectComparator_Click(ui_);
+        refresh();
+    });
+    resize(520, 420);
+    refresh();
+}
+
+bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
+    bool ok = EditDetailCycleLimit(grid_, rows_, state_.channelDisplays(), state_.results.table, row, col, text);
+    if (ok) state_.refreshResultGrid();
+    return ok;
+}
+
+void DetailCyclesForm::refresh() {
+    SetupDetailCycleGrid(grid_);
+    rows_ = BuildDetailCycleGrid(grid_, state_.channelDisplays(), state_.results.table, kAllKinds);
+    file_->setText(QString::fromStdString(state_.settings.ComparatorFile));
+    model_->refresh();
+}
+
+}  // namespace mervasto

@@ -1,0 +1,56 @@
+#include "gui/GridModel.h"
+
+#include <QBrush>
+#include <QFont>
+
+#include "display/WavePainter.h"
+
+namespace mervasto {
+
+int GridModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->rows(); }
+int GridModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->cols(); }
+
+QVariant GridModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || !grid_->contains(index.row(), index.column())) return {};
+    const bool fixed = index.row() < grid_->fixedRows || index.column() < grid_->fixedCols;
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::EditRole: return QString::fromStdString(grid_->text(index.row(), index.column()));
+    case Qt::BackgroundRole: {
+        if (auto c = grid_->cellColour(index.row(), index.column())) return QBrush(ColorFromBgr(c->back));
+        if (fixed) return QBrush(QColor(0xE8, 0xE8, 0xE8));
+        return {};
+    }
+    case Qt::ForegroundRole:
+        if (auto c = grid_->cellColour(index.row(), index.column())) return QBrush(ColorFromBgr(c->fore));
+        return {};
+    case Qt::FontRole:
+        if (fixed) {
+            QFont f;
+            f.setBold(true);
+            return f;
+        }
+        return {};
+    default: return {};
+    }
+}
+
+Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {
+    Qt::ItemFlags f = QAbstractTableModel::flags(index);
+    if (editable && editable(index.row(), index.column())) f |= Qt::ItemIsEditable;
+    return f;
+}
+
+bool GridModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+    if (role != Qt::EditRole || !edited) return false;
+    bool ok = edited(index.row(), index.column(), value.toString().toStdString());
+    if (ok) emit dataChanged(this->index(index.row(), 0), this->index(index.row(), columnCount() - 1));
+    return ok;
+}
+
+void GridModel::refresh() {
+    beginResetModel();
+    endResetModel();
+}
+
+}  // namespace mervasto

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <QMainWindow>
+
+#include <array>
+#include <memory>
+
+#include "app/RunState.h"
+
+class QCheckBox;
+class QGridLayout;
+class QHBoxLayout;
+class QComboBox;
+class QGroupBox;
+class QLineEdit;
+class QPlainTextEdit;
+class QPushButton;
+class QTabWidget;
+class QTableView;
+
+namespace mervasto {
+
+class DetailCyclesForm;
+class GridModel;
+class GuiUi;
+class WaveWindow;
+
+// The main window: every setting as a control named as the user's manual
+// names it, the buttons that start a run, the grids and the status bar. It is
+// a view of the run state; each button calls the state's handler.
+class MainForm : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainForm(const std::string& dataFolderOverride = {}, QWidget* parent = nullptr);
+    ~MainForm() override;
+
+    RunState& state() { return state_; }
+    GuiUi& ui() { return *ui_; }
+    WaveWindow* waveAll() { return waveAll_; }
+    WaveWindow* waveEach() { return waveEach_; }
+    DetailCyclesForm* detailCycles() { return detail_; }
+
+    // Controls <-> settings.
+    void toSettings();
+    void fromSettings();
+    // Grids, wave windows and buttons after the state changed.
+    void refreshViews();
+
+    // Pictures of this window and an open wave window (the SaveWave button).
+    void saveWindowPictures();
+
+protected:
+    void closeEvent(QCloseEvent* e) override;
+
+private:
+    QLineEdit* addBox(QWidget* parent, const char* name, const char* caption, QGridLayout* grid, int row, int col,
+                      const char* after = nullptr);
+    void buildChannelFrames(QWidget* parent, QHBoxLayout* into);
+    void applyChannelColours();
+    // Runs a handler with the controls copied in before and back after.
+    void run(const std::function<void()>& handler);
+
+    RunState state_;
+    std::unique_ptr<GuiUi> ui_;
+
+    QLineEdit* MaxCycles_;
+    QLineEdit* TotalRepeats_;
+    QLineEdit* Histerisis_;
+    QLineEdit* PLevel_;
+    QLineEdit* SmoothingNo_;
+    QLineEdit* LimitPoints_;
+    QLineEdit* SampleNo_;
+    QLineEdit* SampleIndex_;
+    QLineEdit* ZoomRate_;
+    QLineEdit* IPAdressText_;
+    QLineEdit* TotalWaveDatas_;
+    QPlainTextEdit* Comment_;
+    QComboBox* LevelMethod_;
+    QGroupBox* addressFrame_;
+    QCheckBox* RepeatCheck_;
+    QCheckBox* DaqCheck_;
+    QCheckBox* OmitRangeEffect_;
+    QCheckBox* SaveWavesCheck_;
+    QCheckBox* SaveScreenCheck_;
+    QCheckBox* DDSaveCheck_;
+    QCheckBox* WDSaveCheck_;
+    std::array<QGroupBox*, 4> frame_{};
+    std::array<QComboBox*, 4> ChInputSignal_{};
+    std::array<QLineEdit*, 4> VRate_{};
+    std::array<QLineEdit*, 4> SigName_{};
+    std::array<QCheckBox*, 4> DispOffCheck_{};
+    std::array<QCheckBox*, 4> PPCheck_{};
+    std::array<QCheckBox*, 4> DutyCheck_{};
+    QPushButton* WFStartCommand_;
+    QPushButton* InputFromFile_;
+    QTabWidget* SSTab1_;
+    GridModel* resultModel_;
+    GridModel* logModel_;
+    GridModel* detailModel_;
+    QTableView* LogGrid_;
+    QTableView* DetailDataGrid_;
+
+    WaveWindow* waveAll_;
+    WaveWindow* waveEach_;
+    DetailCyclesForm* detail_;
+    bool updating_ = false;
+};
+
+}  // namespace mervasto

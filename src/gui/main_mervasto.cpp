@@ -1,0 +1,68 @@
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QTimer>
+
+#include <iostream>
+#include <memory>
+
+#include "gui/GuiUi.h"
+#include "gui/MainForm.h"
+#include "gui/WaveWindow.h"
+#include "sim/DsoSimulator.h"
+
+using namespace mervasto;
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Periods/Encoder Pulses Analyzing");
+    parser.addHelpOption();
+    QCommandLineOption dataFolder("data-folder", "Data folder (default: the platform's).", "DIR");
+    QCommandLineOption simulate("simulate",
+                                "Start a simulated instrument on this machine and connect to it "
+                                "(scenarios: pulses, duty-sweep, encoder, gate, flat).",
+                                "SCENARIO");
+    QCommandLineOption screenshot("screenshot",
+                                  "Run one acquisition from the simulated instrument, save pictures of the "
+                                  "main window and the wave window into DIR and quit.",
+                                  "DIR");
+    parser.addOption(dataFolder);
+    parser.addOption(simulate);
+    parser.addOption(screenshot);
+    parser.process(app);
+
+    std::unique_ptr<DsoSimulator> sim;
+    if (parser.isSet(simulate) || parser.isSet(screenshot)) {
+        SimOptions options;
+        options.state.scenario = parser.isSet(simulate) ? parser.value(simulate).toStdString() : "pulses";
+        sim = std::make_unique<DsoSimulator>(options);
+        if (!sim->start()) {
+            std::cerr << "mervasto: the simulated instrument could not start\n";
+            return 1;
+        }
+    }
+
+    MainForm form(parser.value(dataFolder).toStdString());
+    if (sim) {
+        form.state().settings.analysis.IPAdressText = sim->address();
+        form.fromSettings();
+    }
+    form.show();
+    form.waveAll()->show();
+
+    if (parser.isSet(screenshot)) {
+        const QString dir = parser.value(screenshot);
+        QTimer::singleShot(100, [&] {
+            form.state().settings.analysis.IPAdressText = sim->address();
+            form.fromSettings();
+            form.state().WFStartCommand_Click(form.ui());
+            form.refreshViews();
+            form.grab().save(dir + "/main-window.png");
+            form.waveAll()->grab().save(dir + "/wave-window.png");
+            form.close();
+            app.quit();
+        });
+    }
+    int rc = app.exec();
+    return rc;
+}

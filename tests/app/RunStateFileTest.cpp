@@ -1,0 +1,139 @@
+#include "app/DataFolders.h"
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "common/TextFile.h"
+#include "results/Comparator.h"
+#include "wavefile/ExampleRecords.h"
+#include "wavefile/WaveCsv.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+using namespace mervasto;
+
+namespace {
+
+class RunStateFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = std::filesystem::temp_directory_path() /
+               ("mervasto-runstate-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directories(dir_);
+        state.FormLoad((dir_ / "data").string());
+        for (const auto& name : ExampleNames()) {
+            DsoSetup setup;
+            WaveRecord record;
+            MakeExampleRecord(name, setup, record);
+            SaveWaveCsv((dir_ / (name + ".csv")).string(), setup, record);
+        }
+    }
+    std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
+    std::vector<std::string> resultLines() const {
+        std::ifstream f(state.resultFileName(), std::ios::binary);
+        std::vector<std::string> lines;
+        std::string l;
+        while (std::getline(f, l)) lines.push_back(l);
+        return lines;
+    }
+
+    std::filesystem::path dir_;
+    RunState state;
+    ScriptedUi ui;
+};
+
+TEST_F(RunStateFile, FileInputFillsTheGridsAndAppendsOneLinePerFile) {
+    ui.files = {example("pulses"), example("duty-sweep")};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");  // the first file keeps the index
+    EXPECT_EQ(ui.dialogTitles.front(), "Select Input data file.");
+    EXPECT_EQ(state.TotalWaveDatas, "Wave Length=10000");
+    EXPECT_EQ(state.ResultGrid1.text(2, 7), "49");  // Ch1: rising edges every 200 of 10000 samples
+    EXPECT_FALSE(state.ResultGrid1.text(2, 5).empty());
+    EXPECT_NE(std::find(ui.statusLog.begin(), ui.statusLog.end(), "Completed Analysis."), ui.statusLog.end());
+    auto lines = resultLines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);
+
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(state.settings.analysis.SampleIndex, "2");
+    lines = resultLines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[3].rfind("Sample2,", 0), 0u);
+    // Columns line up: sample name + 4 channels x 6; the data lines end in ",".
+    for (size_t i = 0; i < lines.size(); ++i)
+        EXPECT_EQ(std::count(lines[i].begin(), lines[i].end(), ','), i < 2 ? 23 : 24) << lines[i];
+}
+
+TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
+    std::ofstream(dir_ / "bad.csv", std::ios::binary) << "ModelName,DS-5354\r\nTime/div(second),abc\r\n";
+    struct Case { std::optional<std::string> file; };
+    const Case cases[] = {{std::nullopt}, {(dir_ / "missing.csv").string()}, {(dir_ / "bad.csv").string()}};
+    for (const auto& c : cases) {
+        ui.files = {c.file};
+        EXPECT_FALSE(state.InputFromFile_Click(ui));
+        EXPECT_EQ(ui.status[1], "Input from File canceled.");
+    }
+    EXPECT_FALSE(FileExists(state.resultFileName()));
+    EXPECT_FALSE(state.RunDone);
+}
+
+TEST_F(RunStateFile, EnterChecksClampAndResize) {
+    state.settings.analysis.MaxCycles = "600000";
+    state.MaxCycles_KeyPress();
+    EXPECT_EQ(state.settings.analysis.MaxCycles, "500000");
+    EXPECT_EQ(state.DetailDataGrid.rows(), 500005);
+    state.settings.analysis.Histerisis = "abc";
+    state.Histerisis_KeyPress();
+    EXPECT_EQ(state.settings.analysis.Histerisis, "abc");
+    state.settings.analysis.Histerisis = "70";
+    state.Histerisis_KeyPress();
+    EXPECT_EQ(state.settings.analysis.Histerisis, "50");
+    state.settings.analysis.TotalRepeats = "20000";
+    state.TotalRepeats_KeyPress();
+    EXPECT_EQ(state.settings.analysis.TotalRepeats, "16000");
+    state.RunDone = true;
+    state.settings.analysis.SampleIndex = "7";
+    state.SampleNo_KeyPress();
+    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");
+    EXPECT_FALSE(state.RunDone);
+}
+
+TEST_F(RunStateFile, GateAndReanalysisAndComparator) {
+    state.settings.channels[3].ChInputSignal = kGateIndex;
+    ui.files = {example("gated")};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    const auto& w = state.results.table.at(3, 0);
+    EXPECT_NEAR(w.GateStart, 3000, 2);
+    EXPECT_NEAR(w.GateEnd, 7000, 2);
+    const int32_t counts = state.results.table.at(0, 2).Counts;
+    EXPECT_NEAR(counts, 19, 1);  // period 200 inside a 4000-sample gate
+
+    // A margin of one division on each side of the gate: fewer cycles, and
+    // the re-analysis appends its own result line.
+    state.settings.analysis.LimitPoints = "1";
+    state.LimitPoints_KeyPress(ui);
+    EXPECT_LT(state.results.table.at(0, 2).Counts, counts);
+    EXPECT_EQ(resultLines().size(), 4u);
+
+    std::ofstream(dir_ / "limits.txt", std::ios::binary) << "% Ch1 needs 100 cycles\r\n1,100,200\r\n";
+    EXPECT_TRUE(state.LoadComparator(ui, (dir_ / "limits.txt").string()));
+    EXPECT_FALSE(JudgeCount(state.results.table.at(0, 0).Counts, 100, 200));
+    EXPECT_EQ(state.results.table.at(0, 0).Go, 0);
+}
+
+TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {
+    state.settings.analysis.SampleNo = "Lot7";
+    state.settings.channels[1].SigName = "encoder A";
+    state.settings.analysis.LevelMethod = "Halves";
+    state.FormUnload();
+    RunState again;
+    again.FormLoad((dir_ / "data").string());
+    EXPECT_EQ(again.settings.analysis.SampleNo, "Lot7");
+    EXPECT_EQ(again.settings.channels[1].SigName, "encoder A");
+    EXPECT_EQ(again.settings.analysis.LevelMethod, "Halves");
+}
+
+}  // namespace
