@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QThread>
 #include <QTimer>
 
 #include <memory>
@@ -82,6 +83,12 @@ protected:
     void linkUp() {
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
         sim->clearLog();
+    }
+    // The log once it holds at least n lines (a command that gets no reply
+    // may still be on its way when the call that sent it returns).
+    std::vector<std::string> logOf(size_t n) {
+        for (int i = 0; i < 200 && sim->commandLog().size() < n; ++i) QThread::msleep(10);
+        return sim->commandLog();
     }
     // Runs f after ms on this thread's event loop (inside the link's waits).
     void later(int ms, std::function<void()> f) { QTimer::singleShot(ms, TestApp().instance(), std::move(f)); }
