@@ -51,7 +51,9 @@ bool drawn(const WaveView& view, int ch) {
            c.volts.size() >= static_cast<size_t>(view.WaveLength);
 }
 
-int pixelRow(double y) { return static_cast<int>(std::floor(y)); }
+// Rows far outside the picture (a tiny volts-per-division) are pinned well
+// beyond it, where the clip drops them, instead of overflowing an int.
+int pixelRow(double y) { return static_cast<int>(std::floor(std::clamp(y, -1e6, 1e6))); }
 
 QPen plainPen(const QColor& c, Qt::PenStyle style = Qt::SolidLine) {
     QPen pen(c, 1, style);
@@ -168,7 +170,7 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& vi
     drawWindows(painter, g, view);
     drawGraticule(painter, g);
     if (g.count > 0) {
-        if (view.rejectFlag && view.rejectEnd > view.rejectStart) {
+        if (view.rejectFlag && view.rejectEnd >= view.rejectStart) {
             const double x0 = g.xOf(view.rejectStart), x1 = g.xOf(view.rejectEnd + 1.0);
             painter.fillRect(QRectF(x0, g.plot.top(), x1 - x0, g.plot.height()),
                              QBrush(kRejectColour, Qt::BDiagPattern));
@@ -278,7 +280,7 @@ void WavePainter::drawTrace(QPainter& p, const WaveGeometry& g, int ch, const Wa
     if (trace_.perSample) {
         points_.resize(trace_.count);
         for (int32_t k = 0; k < trace_.count; ++k)
-            points_[k] = QPointF(g.xOf(trace_.first + k + 0.5), g.yOf(col[k].min, c));
+            points_[k] = QPointF(g.xOf(trace_.first + k + 0.5), std::clamp(g.yOf(col[k].min, c), -1e6, 1e6));
         p.drawPolyline(points_.constData(), static_cast<int>(points_.size()));
         // Single samples become visible as dots once they are well apart.
         if (g.plot.width() / trace_.count >= 8) {
@@ -309,8 +311,8 @@ void WavePainter::drawTrace(QPainter& p, const WaveGeometry& g, int ch, const Wa
         const float lo = std::min(col[k].min, prevMax);
         prevMin = col[k].min;
         prevMax = col[k].max;
-        const int top = pixelRow(std::clamp(centre - (hi + offset) * scale, -1e6, 1e6));
-        const int bottom = pixelRow(std::clamp(centre - (lo + offset) * scale, -1e6, 1e6));
+        const int top = pixelRow(centre - (hi + offset) * scale);
+        const int bottom = pixelRow(centre - (lo + offset) * scale);
         if (!image) {
             lines_[k] = QLine(left + k, top, left + k, bottom);
             continue;
