@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
 
     if (parser.isSet(screenshot)) {
         const QString dir = parser.value(screenshot);
-        QTimer::singleShot(100, [&] {
+        QTimer::singleShot(100, [&, dir] {
             form.state().settings.analysis.IPAdressText = sim->address();
             form.fromSettings();
             form.state().WFStartCommand_Click(form.ui());
