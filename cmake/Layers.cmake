@@ -26,7 +26,7 @@ function(mervasto_layer_tests name)
     target_link_libraries(test_${name} PRIVATE ${L_DEPS} GTest::gtest GTest::gtest_main GTest::gmock)
     target_compile_definitions(test_${name} PRIVATE
       MERVASTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-    gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST
-      PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ASAN_OPTIONS=detect_leaks=0")
+    # The environment of the tests (offscreen windows) comes from the test preset.
+    gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST)
   endif()
 endfunction()
