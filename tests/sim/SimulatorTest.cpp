@@ -3,13 +3,10 @@
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QImage>
-#include <QTcpSocket>
-#include <QThread>
 
 #include <cmath>
 #include <stdexcept>
 
-#include "common/TextUtil.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -125,23 +122,6 @@ TEST(SimEncodingTest, CountsAreRoundedAndClamped) {
     for (const auto& c : cases) EXPECT_EQ(SimCounts(c.v, c.vdiv, c.offset, c.word), c.counts) << c.v;
 }
 
-TEST(SimEncodingTest, DtinfCarriesTheFieldsTheHostReads) {
-    SimState s;
-    for (const auto& [model, field, other] : std::vector<std::tuple<std::string, size_t, size_t>>{
-             {"DS-5354", 23, 15}, {"DS-5352", 15, 23}}) {
-        s.model = model;
-        s.recordLength = 123450;
-        const auto f = SplitFields(SimDtinf(s));
-        ASSERT_EQ(f.size(), 25u);
-        EXPECT_EQ(std::string(RightText(f[0], 7)), model);
-        EXPECT_EQ(std::string(RightText(f[1], 1)), "1");
-        const std::string when(RightText(f[2], 19));  // "yyyy/MM/dd hh:mm:ss"
-        EXPECT_EQ(when.substr(4, 1) + when.substr(7, 1) + when.substr(10, 1) + when.substr(13, 1), "// :");
-        EXPECT_EQ(std::string(MidText(f[field], 17)), "123450");
-        EXPECT_EQ(std::string(MidText(f[other], 17)), "1");
-    }
-}
-
 TEST(SimEncodingTest, ScreenIsARealPngThatFits) {
     App();
     SimState s;
@@ -151,116 +131,6 @@ TEST(SimEncodingTest, ScreenIsARealPngThatFits) {
     ASSERT_TRUE(img.loadFromData(png.data(), static_cast<int>(png.size()), "PNG"));
     EXPECT_EQ(img.width(), 320);
     EXPECT_EQ(img.height(), 240);
-}
-
-// The wire, spoken directly.
-class WireTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        App();
-        SimOptions o;
-        o.state.recordLength = 1000;
-        o.acqDelayMs = 10;
-        sim = std::make_unique<DsoSimulator>(o);
-        ASSERT_TRUE(sim->start());
-        sock.connectToHost("127.0.0.1", sim->port());
-        ASSERT_TRUE(sock.waitForConnected(2000));
-    }
-    void send(const std::string& line) {
-        sock.write((line + "\n").c_str());
-        sock.waitForBytesWritten(1000);
-    }
-    std::string query(const std::string& line) {
-        send(line);
-        while (!sock.canReadLine())
-            if (!sock.waitForReadyRead(2000)) return "<none>";
-        std::string r = sock.readLine().toStdString();
-        return r.substr(0, r.size() - 1);
-    }
-    QByteArray block(const std::string& line) {
-        send(line);
-        QByteArray got;
-        while (got.size() < 10 || got.size() < 11 + got.mid(2, 8).toInt()) {
-            if (!sock.waitForReadyRead(2000)) break;
-            got += sock.readAll();
-        }
-        return got;
-    }
-    std::unique_ptr<DsoSimulator> sim;
-    QTcpSocket sock;
-};
-
-TEST_F(WireTest, AnswersAndLogsExactly) {
-    EXPECT_EQ(query("*IDN?"), "MERVASTO SIMULATOR,DS-5354,0001,1.00");
-    EXPECT_EQ(query("C2:OFST? "), "0.0000E+00");
-    send("TDIV 2e-3");
-    EXPECT_EQ(std::stod(query("TDIV?")), 2e-3);
-    send("STOP;ROLL OFF;DISP OFF");
-    EXPECT_EQ(query("NOSUCH?"), "");
-    EXPECT_EQ(sim->commandLog(),
-              (std::vector<std::string>{"*IDN?", "C2:OFST? ", "TDIV 2e-3", "TDIV?", "STOP;ROLL OFF;DISP OFF", "NOSUCH?"}));
-}
-
-TEST_F(WireTest, AcquisitionSetsAndReadingClearsBitZero) {
-    EXPECT_EQ(query("TESR?"), "0");
-    const auto before = sim->record();
-    send("WSGL");
-    QThread::msleep(100);
-    EXPECT_EQ(query("TESR?"), "1");
-    EXPECT_EQ(query("TESR?"), "0");
-    EXPECT_NE(sim->record(), before);  // a fresh record
-}
-
-TEST_F(WireTest, WaveBlocksHonourFormatRangeAndOrder) {
-    const auto rec = sim->record();
-    send("DTFORM BYTE");
-    send("DTPOINTS 100");
-    send("DTSTART 900");
-    send("WAVESRC CH3");
-    QByteArray b = block("DTWAVE?");
-    ASSERT_EQ(b.left(10), "#800000100");
-    ASSERT_EQ(b.size(), 111);
-    EXPECT_EQ(b[110], '\n');
-    EXPECT_EQ(static_cast<int8_t>(b[10 + 5]), SimCounts(rec[2][905], 1.0, 0.0, false));
-
-    send("DTFORM WORD");
-    send("DTBORD L/H");
-    send("DTSTART 950");  // only 50 samples are left
-    b = block("DTWAVE?");
-    ASSERT_EQ(b.left(10), "#800000100");
-    const int32_t c = SimCounts(rec[2][951], 1.0, 0.0, true);
-    EXPECT_EQ(static_cast<uint8_t>(b[10 + 2]), static_cast<uint8_t>(c & 0xFF));
-    EXPECT_EQ(static_cast<int8_t>(b[10 + 3]), static_cast<int8_t>(c >> 8));
-}
-
-TEST_F(WireTest, FaultsShowOnTheWire) {
-    sim->setFault(SimFault::BadHeader);
-    EXPECT_EQ(block("DTWAVE?").left(10), "#8 12X4567");
-    sim->setFault(SimFault::HugeBlock);
-    send("DTWAVE?");
-    ASSERT_TRUE(sock.waitForReadyRead(2000));
-    EXPECT_EQ(sock.readAll().left(10), "#899999999");
-    sim->setFault(SimFault::Garbage);
-    EXPECT_NE(query("*IDN?"), "MERVASTO SIMULATOR,DS-5354,0001,1.00");
-    sim->setFault(SimFault::None);
-    EXPECT_EQ(query("TRMD?"), "SINGLE");
-    sim->setFault(SimFault::Refuse);
-    QTcpSocket other;
-    other.connectToHost("127.0.0.1", sim->port());
-    EXPECT_FALSE(other.waitForConnected(1000));
-    sim->setFault(SimFault::None);
-    other.connectToHost("127.0.0.1", sim->port());
-    EXPECT_TRUE(other.waitForConnected(1000));
-}
-
-TEST(SimFaultTest, NamesRoundTrip) {
-    for (const auto& name : SimFaultNames()) {
-        SimFault f;
-        ASSERT_TRUE(SimFaultFromName(name, f));
-        EXPECT_EQ(SimFaultName(f), name);
-    }
-    SimFault f;
-    EXPECT_FALSE(SimFaultFromName("flaky", f));
 }
 
 }  // namespace
