@@ -92,7 +92,7 @@ bool MakeExampleRecord(std::string_view name, DsoSetup& setup, WaveRecord& recor
             v[3] = (i >= 3000 && i < 7000) ? kHigh : 0.0f;
         }
         for (int ch = 0; ch < channels; ++ch)
-            record.wave[static_cast<size_t>(ch)][static_cast<size_t>(i)] = quantise(v[ch] + noise.next(0.01f), 1.0f);
+            record.wave[static_cast<size_t>(ch)][static_cast<size_t>(i)] = quantise(v[ch] + noise.next(0.004f), 1.0f);
     }
     return true;
 }

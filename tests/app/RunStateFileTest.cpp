@@ -137,3 +137,29 @@ TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RunStateFile, HalvesMatchesPeaksOnTheBundledExamples) {
+    for (const char* name : {"pulses", "duty-sweep", "gated"}) {
+        std::array<ChannelResultTable, 2> tables;
+        for (int m = 0; m < 2; ++m) {
+            state.settings.analysis.LevelMethod = m == 0 ? "Peaks" : "Halves";
+            ui.files = {example(name)};
+            ASSERT_TRUE(state.InputFromFile_Click(ui)) << name;
+            tables[static_cast<size_t>(m)] = state.results.table;
+        }
+        for (int ch = 0; ch < kAnaChannels; ++ch)
+            for (int kind = 0; kind < kKinds; ++kind) {
+                const auto& a = tables[0].at(ch, kind);
+                const auto& b = tables[1].at(ch, kind);
+                EXPECT_EQ(a.HighLevel, b.HighLevel) << name << ch;
+                EXPECT_EQ(a.LowLevel, b.LowLevel) << name << ch;
+                EXPECT_EQ(a.Counts, b.Counts) << name << ch << kind;
+                EXPECT_EQ(a.Mean, b.Mean) << name << ch << kind;
+                EXPECT_EQ(a.Sigma, b.Sigma) << name << ch << kind;
+            }
+    }
+}
+
+}  // namespace
