@@ -8,6 +8,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
+#include "wavefile/LineScanner.h"
 #include "wavefile/SampleText.h"
 
 namespace mervasto {
@@ -122,17 +123,14 @@ struct FieldSpan {
 void splitSpans(std::string_view line, std::vector<FieldSpan>& spans) {
     spans.clear();
     const char* base = line.data();
-    const char* p = base;
     const char* end = base + line.size();
-    // Fields are short: a plain loop beats a library search here.
-    const char* fieldStart = p;
-    for (; p < end; ++p) {
-        if (*p == ',') {
-            spans.push_back({static_cast<uint32_t>(fieldStart - base), static_cast<uint32_t>(p - fieldStart)});
-            fieldStart = p + 1;
-        }
+    const char* fieldStart = base;
+    while (true) {
+        const char* comma = FindByte(fieldStart, end, ',');
+        spans.push_back({static_cast<uint32_t>(fieldStart - base), static_cast<uint32_t>(comma - fieldStart)});
+        if (comma == end) break;
+        fieldStart = comma + 1;
     }
-    spans.push_back({static_cast<uint32_t>(fieldStart - base), static_cast<uint32_t>(end - fieldStart)});
 }
 
 // Which setup line a first field names; None for sample rows and ignored lines.
@@ -205,7 +203,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
     // Sample rows are not copied into the field table one by one: the last
     // row is kept aside and written into the table only when a shorter line,
     // a header line or the end of the read needs the table as it would be.
-    std::string line;
+    std::string_view line;
     std::string pendingLine;
     std::vector<FieldSpan> spans;
     std::vector<FieldSpan> pendingSpans;
@@ -219,7 +217,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
     };
 
     try {
-        TextLineReader in;
+        LineScanner in;
         in.open(fileName);
         size_t capacity = record.wave[0].size();
         for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
@@ -227,10 +225,10 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
         while (in.next(line)) {
             if (line.empty()) continue;
             splitSpans(line, spans);
-            const HeaderKey what = classify(std::string_view(line).substr(0, spans[0].length));
+            const HeaderKey what = classify(line.substr(0, spans[0].length));
             if (what != HeaderKey::None || !inData) {
                 settlePending();
-                SplitFieldsInto(line, f);
+                SplitFieldsInto(FromNarrow(line), f);
                 applyHeader(what, table, setup);
                 if (what == HeaderKey::DataStart) {
                     inData = true;
@@ -241,7 +239,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
 
             // A sample row.
             if (spans.size() < pendingSpans.size()) settlePending();
-            std::swap(line, pendingLine);
+            pendingLine.assign(line);
             std::swap(spans, pendingSpans);
             auto field = [&](size_t i) { return i < pendingSpans.size() ? pendingField(i) : table.field(i); };
 

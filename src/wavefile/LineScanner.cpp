@@ -1,0 +1,129 @@
+#include "wavefile/LineScanner.h"
+
+#include <bit>
+#include <cstring>
+#include <string>
+
+#include "common/RuntimeError.h"
+#include "common/TextFile.h"
+
+namespace mervasto {
+
+namespace {
+
+constexpr size_t kChunk = size_t{4} << 20;
+constexpr uint64_t kOnes = 0x0101010101010101u;
+constexpr uint64_t kHighBits = 0x8080808080808080u;
+
+// High bit set in each byte of x that equals c; exact for the lowest such
+// byte, which is all the searches below use.
+inline uint64_t matchBytes(uint64_t x, char c) {
+    const uint64_t t = x ^ (kOnes * static_cast<unsigned char>(c));
+    return (t - kOnes) & ~t & kHighBits;
+}
+
+// The first CR or LF in [p, end), or end.
+const char* findLineEnd(const char* p, const char* end) {
+    for (; end - p >= 8; p += 8) {
+        uint64_t x;
+        std::memcpy(&x, p, sizeof x);
+        const uint64_t hit = matchBytes(x, '\r') | matchBytes(x, '\n');
+        if (hit) return p + (std::countr_zero(hit) >> 3);
+    }
+    for (; p < end; ++p)
+        if (*p == '\r' || *p == '\n') return p;
+    return end;
+}
+
+}  // namespace
+
+const char* FindByte(const char* p, const char* end, char c) {
+    for (; end - p >= 8; p += 8) {
+        uint64_t x;
+        std::memcpy(&x, p, sizeof x);
+        const uint64_t hit = matchBytes(x, c);
+        if (hit) return p + (std::countr_zero(hit) >> 3);
+    }
+    for (; p < end; ++p)
+        if (*p == c) return p;
+    return end;
+}
+
+LineScanner::~LineScanner() { close(); }
+
+void LineScanner::open(std::string_view fileName) {
+    close();
+#ifdef _WIN32
+    file_ = _wfopen(PathFromText(fileName).c_str(), L"rb");
+#else
+    file_ = std::fopen(PathFromText(fileName).c_str(), "rb");
+#endif
+    if (!file_) throw RuntimeError(ErrorCode::FileNotFound, "File not found: " + std::string(fileName));
+    buffer_.resize(kChunk);
+    pos_ = end_ = 0;
+    eof_ = false;
+    pendingLf_ = false;
+}
+
+void LineScanner::close() {
+    if (file_) std::fclose(file_);
+    file_ = nullptr;
+}
+
+bool LineScanner::fill() {
+    if (eof_ || !file_) return false;
+    if (pos_ > 0) {
+        std::memmove(buffer_.data(), buffer_.data() + pos_, end_ - pos_);
+        end_ -= pos_;
+        pos_ = 0;
+    }
+    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a very long line
+    const size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
+    if (got == 0) {
+        if (std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
+        eof_ = true;
+        return false;
+    }
+    end_ += got;
+    return true;
+}
+
+bool LineScanner::next(std::string_view& line) {
+    if (!file_) return false;
+    size_t scanned = 0;  // bytes after pos_ known to hold no end mark
+    while (true) {
+        if (pendingLf_ && pos_ < end_) {
+            if (buffer_[pos_] == '\n') ++pos_;
+            pendingLf_ = false;
+        }
+        const char* base = buffer_.data();
+        const char* start = base + pos_;
+        const char* stop = base + end_;
+        const char* hit = findLineEnd(start + scanned, stop);
+        if (hit < stop) {
+            line = std::string_view(start, static_cast<size_t>(hit - start));
+            size_t after = static_cast<size_t>(hit - base) + 1;
+            if (*hit == '\r') {
+                if (after < end_) {
+                    if (base[after] == '\n') ++after;
+                } else {
+                    pendingLf_ = true;
+                }
+            }
+            pos_ = after;
+            return true;
+        }
+        scanned = static_cast<size_t>(stop - start);
+        if (!fill()) {
+            pendingLf_ = false;
+            if (pos_ < end_) {
+                line = std::string_view(buffer_.data() + pos_, end_ - pos_);
+                pos_ = end_;
+                return true;
+            }
+            return false;
+        }
+    }
+}
+
+}  // namespace mervasto

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string_view>
+#include <vector>
+
+namespace mervasto {
+
+// Reads a text file line by line through one large buffer and hands out each
+// line as a view into it, without copying: the wave reader passes millions of
+// sample rows, where a copy per line cost as much as parsing it. A line ends
+// at CR LF, LF or a lone CR; the end marks are not part of the line. Bytes are
+// as in the file (the narrow encoding); the caller converts header texts.
+class LineScanner {
+public:
+    LineScanner() = default;
+    ~LineScanner();
+    LineScanner(const LineScanner&) = delete;
+    LineScanner& operator=(const LineScanner&) = delete;
+
+    // Throws a FileNotFound RuntimeError when the file cannot be opened.
+    void open(std::string_view fileName);
+    // False at end of file. The view stays valid until the next call.
+    // Throws a FileIo RuntimeError on a read error.
+    bool next(std::string_view& line);
+    void close();
+
+private:
+    bool fill();
+
+    std::FILE* file_ = nullptr;
+    std::vector<char> buffer_;
+    size_t pos_ = 0;
+    size_t end_ = 0;
+    bool eof_ = false;
+    bool pendingLf_ = false;  // a CR ended the last line; skip a following LF
+};
+
+// The position of the first byte equal to c in [p, end), or end.
+const char* FindByte(const char* p, const char* end, char c);
+
+}  // namespace mervasto
