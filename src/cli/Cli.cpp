@@ -20,6 +20,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <csignal>
 #include <iostream>
 #include <map>
@@ -217,21 +218,20 @@ int commandMakeExamples(const Options& o, std::ostream& out, std::ostream& err) 
     return kExitOk;
 }
 
-int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
-    if (!o.ip) {
-        err << "mervasto-cli readout: --ip HOST[:PORT] is needed\n";
-        return kExitBadOptions;
-    }
-    RunState state;
-    state.FormLoad(o.dataFolder.value_or(""));
+// Connects, identifies and runs one exchange with the instrument, then hands
+// the front panel back. The exchange returns an error text, or "" when it
+// went well.
+int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
+                   const std::function<std::string(ScriptedUi&)>& exchange) {
     ScriptedUi ui;
     try {
-        if (!ConnectAndIdentify(*state.link, state.setup, ui, *o.ip)) {
-            err << "mervasto-cli: DSO not connected normally. (" << *o.ip << ")\n";
+        if (!ConnectAndIdentify(*state.link, state.setup, ui, ip)) {
+            err << "mervasto-cli: DSO not connected normally. (" << ip << ")\n";
             return kExitNoInstrument;
         }
-        if (ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false)) {
-            err << "mervasto-cli: DSO not interfaced normally. (" << *o.ip << ")\n";
+        std::string why = exchange(ui);
+        if (!why.empty()) {
+            err << "mervasto-cli: " << why << '\n';
             return kExitNoInstrument;
         }
         state.link->SendDsoCommand("GTL");
@@ -239,6 +239,21 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
         err << "mervasto-cli: " << e.what() << '\n';
         return kExitNoInstrument;
     }
+    return kExitOk;
+}
+
+int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip) {
+        err << "mervasto-cli readout: --ip HOST[:PORT] is needed\n";
+        return kExitBadOptions;
+    }
+    RunState state;
+    state.FormLoad(o.dataFolder.value_or(""));
+    int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
+        return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
+                                                                         : std::string();
+    });
+    if (status != kExitOk) return status;
     if (o.format == "json")
         PrintSetupJson(out, state.setup);
     else
@@ -253,21 +268,10 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
-    ScriptedUi ui;
-    try {
-        if (!ConnectAndIdentify(*state.link, state.setup, ui, *o.ip)) {
-            err << "mervasto-cli: DSO not connected normally. (" << *o.ip << ")\n";
-            return kExitNoInstrument;
-        }
-        if (state.WaveTrans(ui, kInputTypeDso, {}) < 0) {
-            err << "mervasto-cli: " << ui.status[1] << '\n';
-            return kExitNoInstrument;
-        }
-        state.link->SendDsoCommand("GTL");
-    } catch (const RuntimeError& e) {
-        err << "mervasto-cli: " << e.what() << '\n';
-        return kExitNoInstrument;
-    }
+    int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
+        return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
+    });
+    if (status != kExitOk) return status;
     SaveWaveCsv(o.files[0], state.setup, state.record);
     out << "Saved " << state.record.WaveLength << " samples of " << state.setup.ChannelCount << " channels to "
         << o.files[0] << '\n';

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/QtTestApp.h"
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -14,20 +16,7 @@ using namespace mervasto;
 
 namespace {
 
-class QtEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "test_cli";
-        static char* argv[] = {name, nullptr};
-        app_ = new QCoreApplication(argc, argv);
-    }
-    void TearDown() override { delete app_; }
-
-private:
-    QCoreApplication* app_ = nullptr;
-};
-const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new QtEnvironment);
+MERVASTO_QT_TEST_APP(QCoreApplication);
 
 class CliTest : public ::testing::Test {
 protected:

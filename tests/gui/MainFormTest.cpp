@@ -17,6 +17,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/QtTestApp.h"
+
 #include <filesystem>
 #include <fstream>
 
@@ -24,20 +26,7 @@ using namespace mervasto;
 
 namespace {
 
-class QtEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "test_gui";
-        static char* argv[] = {name, nullptr};
-        app_ = new QApplication(argc, argv);
-    }
-    void TearDown() override { delete app_; }
-
-private:
-    QApplication* app_ = nullptr;
-};
-const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new QtEnvironment);
+MERVASTO_QT_TEST_APP(QApplication);
 
 class MainFormTest : public ::testing::Test {
 protected:
