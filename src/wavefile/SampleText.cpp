@@ -1,5 +1,6 @@
 #include "wavefile/SampleText.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -153,6 +154,28 @@ char* writeFast(char* o, float x) {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
+// How many of the eight characters in chunk (first character in the lowest
+// byte) are digits before the first that is not.
+inline int leadingDigits(uint64_t chunk) {
+    constexpr uint64_t kHigh = 0xF0F0F0F0F0F0F0F0u;
+    constexpr uint64_t kZeros = 0x3030303030303030u;
+    constexpr uint64_t kSix = 0x0606060606060606u;
+    // A byte is a digit when its high nibble is 3 both before and after
+    // adding 6; a carry out of a non-digit only disturbs later bytes.
+    const uint64_t notDigit = ((chunk & kHigh) ^ kZeros) | (((chunk + kSix) & kHigh) ^ kZeros);
+    return std::countr_zero(notDigit) >> 3;  // 64 when all are digits
+}
+
+// The number of eight digit characters, the first in the lowest byte; zero
+// bytes count as leading zeros.
+inline uint64_t eightDigits(uint64_t chunk) {
+    uint64_t v = chunk & 0x0F0F0F0F0F0F0F0Fu;
+    v = (v * 10 + (v >> 8)) & 0x00FF00FF00FF00FFu;
+    v = (v * 100 + (v >> 16)) & 0x0000FFFF0000FFFFu;
+    v = (v * 10000 + (v >> 32)) & 0x00000000FFFFFFFFu;
+    return v;
+}
+
 }  // namespace
 
 void AppendSampleText(std::string& out, float x) {
@@ -172,12 +195,54 @@ char* WriteSampleText(char* out, float x) {
     return out + general.size();
 }
 
+namespace {
+
+// m x 10^-scale as the nearest float (m < 2^53, |scale| <= 22). m is exact;
+// one multiplication by a rounded power of ten leaves the double within a few
+// units of its last place, so the float from it is the correctly rounded one
+// unless the double lies that close to a midpoint between two floats.
+float toSingle(uint64_t m, int scale, bool negative, std::string_view text) {
+    const double d = scale >= 0 ? static_cast<double>(m) * kNegPow10[scale] : static_cast<double>(m) * kPow10[-scale];
+    if (!(d >= 1.1754943508222875e-38 && d < 3.4028234663852886e38)) return ValSingle(text);
+    uint64_t b;
+    std::memcpy(&b, &d, sizeof b);
+    const uint64_t low = b & ((uint64_t{1} << 29) - 1);
+    const uint64_t mid = uint64_t{1} << 28;
+    if (low + 8 >= mid && low <= mid + 8) return ValSingle(text);
+    const float v = static_cast<float>(d);
+    return negative ? -v : v;
+}
+
+}  // namespace
+
 float SampleValue(std::string_view text) {
     const char* p = text.data();
     const char* end = p + text.size();
     while (p < end && (*p == ' ' || *p == '\t')) ++p;
     bool negative = false;
     if (p < end && (*p == '-' || *p == '+')) negative = *p++ == '-';
+    // The usual sample, ".dddddddd" or "d.ddddddd" with up to eight digits
+    // after the point and no exponent, in one go.
+    if (end - p >= 10) {
+        uint64_t lead = 0;
+        const char* point = p;
+        if (isDigit(*p) && p[1] == '.') {
+            lead = static_cast<uint64_t>(*p - '0');
+            point = p + 1;
+        }
+        if (*point == '.') {
+            uint64_t chunk;
+            std::memcpy(&chunk, point + 1, sizeof chunk);
+            const int n = leadingDigits(chunk);
+            const char* after = point + 1 + n;
+            const char c = after < end ? *after : ' ';
+            if (n > 0 && !isDigit(c) && c != 'e' && c != 'E' && c != 'd' && c != 'D') {
+                const uint64_t m = lead * kPow10i[n] + eightDigits(chunk << (8 * (8 - n)));
+                if (m == 0) return negative ? -0.0f : 0.0f;
+                return toSingle(m, n, negative, text);
+            }
+        }
+    }
     // Leading zeros carry no digits; after them at most 15 digits are taken
     // here (exact in a double), longer numbers go to the general parse.
     bool any = false;
@@ -202,7 +267,18 @@ float SampleValue(std::string_view text) {
             any = any || scale > 0;
         }
         const char* frac = p;
-        const char* fracLimit = end - p > 15 - taken ? p + (15 - taken) : end;
+        if (end - p >= 8) {
+            // Up to eight digits at once; most samples have seven or eight.
+            uint64_t chunk;
+            std::memcpy(&chunk, p, sizeof chunk);
+            const int n = leadingDigits(chunk);
+            if (n > 0 && n <= 15 - taken) {
+                m = m * kPow10i[n] + eightDigits(chunk << (8 * (8 - n)));
+                p += n;
+            }
+        }
+        const int room = 15 - taken - static_cast<int>(p - frac);
+        const char* fracLimit = end - p > room ? p + room : end;
         while (p < fracLimit && isDigit(*p)) m = m * 10 + static_cast<uint64_t>(*p++ - '0');
         if (p < end && isDigit(*p)) return ValSingle(text);
         scale += static_cast<int>(p - frac);
@@ -222,20 +298,8 @@ float SampleValue(std::string_view text) {
         scale -= expNegative ? -ex : ex;
     }
     if (m == 0) return negative ? -0.0f : 0.0f;
-    // m is exact below 2^53; one multiplication by a rounded power of ten
-    // leaves the double within a few units of its last place, so the float
-    // from it is the correctly rounded one unless the double lies that close
-    // to a midpoint between two floats.
     if (m >= (uint64_t{1} << 53) || scale > 22 || scale < -22) return ValSingle(text);
-    const double d = scale >= 0 ? static_cast<double>(m) * kNegPow10[scale] : static_cast<double>(m) * kPow10[-scale];
-    if (!(d >= 1.1754943508222875e-38 && d < 3.4028234663852886e38)) return ValSingle(text);
-    uint64_t b;
-    std::memcpy(&b, &d, sizeof b);
-    const uint64_t low = b & ((uint64_t{1} << 29) - 1);
-    const uint64_t mid = uint64_t{1} << 28;
-    if (low + 8 >= mid && low <= mid + 8) return ValSingle(text);
-    const float v = static_cast<float>(d);
-    return negative ? -v : v;
+    return toSingle(m, scale, negative, text);
 }
 
 }  // namespace mervasto
