@@ -12,22 +12,12 @@ namespace mervasto {
 namespace {
 
 constexpr size_t kChunk = size_t{4} << 20;
-constexpr uint64_t kOnes = 0x0101010101010101u;
-constexpr uint64_t kHighBits = 0x8080808080808080u;
-
-// High bit set in each byte of x that equals c; exact for the lowest such
-// byte, which is all the searches below use.
-inline uint64_t matchBytes(uint64_t x, char c) {
-    const uint64_t t = x ^ (kOnes * static_cast<unsigned char>(c));
-    return (t - kOnes) & ~t & kHighBits;
-}
-
 // The first CR or LF in [p, end), or end.
 const char* findLineEnd(const char* p, const char* end) {
     for (; end - p >= 8; p += 8) {
         uint64_t x;
         std::memcpy(&x, p, sizeof x);
-        const uint64_t hit = matchBytes(x, '\r') | matchBytes(x, '\n');
+        const uint64_t hit = ByteMask(x, '\r') | ByteMask(x, '\n');
         if (hit) return p + (std::countr_zero(hit) >> 3);
     }
     for (; p < end; ++p)
@@ -41,7 +31,7 @@ const char* FindByte(const char* p, const char* end, char c) {
     for (; end - p >= 8; p += 8) {
         uint64_t x;
         std::memcpy(&x, p, sizeof x);
-        const uint64_t hit = matchBytes(x, c);
+        const uint64_t hit = ByteMask(x, c);
         if (hit) return p + (std::countr_zero(hit) >> 3);
     }
     for (; p < end; ++p)

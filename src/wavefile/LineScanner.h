@@ -40,4 +40,13 @@ private:
 // The position of the first byte equal to c in [p, end), or end.
 const char* FindByte(const char* p, const char* end, char c);
 
+// The high bit of every byte of chunk that equals c, and nothing else.
+inline uint64_t ByteMask(uint64_t chunk, char c) {
+    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Fu;
+    const uint64_t t = chunk ^ (0x0101010101010101u * static_cast<unsigned char>(c));
+    // Adding 0x7F to the low seven bits sets the high bit unless they are all
+    // zero, and never carries into the next byte.
+    return ~(((t & kLow7) + kLow7) | t | kLow7);
+}
+
 }  // namespace mervasto
