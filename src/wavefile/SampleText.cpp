@@ -302,4 +302,30 @@ float SampleValue(std::string_view text) {
     return toSingle(m, scale, negative, text);
 }
 
+namespace {
+constexpr int kCacheBits = 17;
+}  // namespace
+
+SampleTextCache::SampleTextCache() : entries_(size_t{1} << kCacheBits) {
+    for (Entry& e : entries_) e.length = 0;
+}
+
+char* SampleTextCache::write(char* out, float x) {
+    uint32_t bits;
+    std::memcpy(&bits, &x, sizeof bits);
+    Entry& e = entries_[(bits * 0x9E3779B1u) >> (32 - kCacheBits)];
+    if (e.length != 0 && e.bits == bits) {
+        std::memcpy(out, e.text, sizeof e.text);  // the room allows the whole slot
+        return out + e.length;
+    }
+    char* end = WriteSampleText(out, x);
+    const auto length = static_cast<size_t>(end - out);
+    if (length <= sizeof e.text) {
+        e.bits = bits;
+        e.length = static_cast<uint8_t>(length);
+        std::memcpy(e.text, out, length);
+    }
+    return end;
+}
+
 }  // namespace mervasto

@@ -95,11 +95,12 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     char* o = base;
     const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(),
                          record.wave[3].data()};
+    SampleTextCache cache;
     for (size_t k = 0; k < rows; ++k) {
-        o = WriteSampleText(o, w[0][k]);
+        o = cache.write(o, w[0][k]);
         for (int c = 1; c < columns; ++c) {
             *o++ = ',';
-            o = WriteSampleText(o, w[c][k]);
+            o = cache.write(o, w[c][k]);
         }
         *o++ = '\r';
         *o++ = '\n';

@@ -25,6 +25,7 @@ TEST(SampleTextTest, AgreesWithGeneralRoutinesOnManyFloats) {
     std::uniform_int_distribution<int> code(-32768, 32767);
     std::uniform_int_distribution<int> vdivIndex(0, 5);
     const float vdivs[] = {0.002f, 0.05f, 0.1f, 0.5f, 2.0f, 10.0f};
+    SampleTextCache cache;
     for (int i = 0; i < 400000; ++i) {
         float x;
         if (i % 2 == 0) {
@@ -37,6 +38,11 @@ TEST(SampleTextTest, AgreesWithGeneralRoutinesOnManyFloats) {
         }
         const std::string general = PrintForm(x);
         ASSERT_EQ(fast(x), general) << x;
+        // Twice through the cache: once formatted, once remembered.
+        for (int pass = 0; pass < 2; ++pass) {
+            char buf[kSampleTextMax];
+            ASSERT_EQ(std::string(buf, cache.write(buf, x)), general) << x;
+        }
         ASSERT_EQ(std::bit_cast<uint32_t>(SampleValue(general)), std::bit_cast<uint32_t>(ValSingle(general))) << general;
     }
 }
