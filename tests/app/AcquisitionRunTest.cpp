@@ -1,0 +1,269 @@
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "common/TextFile.h"
+#include "dso/DsoLink.h"
+#include "sim/DsoSimulator.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QThread>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "support/QtTestApp.h"
+
+using namespace mervasto;
+
+MERVASTO_QT_TEST_APP(QCoreApplication);
+
+namespace {
+
+class AcquisitionRun : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = std::filesystem::temp_directory_path() /
+               ("mervasto-acq-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        std::filesystem::remove_all(dir_);
+        SimOptions o;
+        o.state.recordLength = 2000;
+        o.acqDelayMs = 5;
+        sim = std::make_unique<DsoSimulator>(o);
+        ASSERT_TRUE(sim->start());
+        state.FormLoad((dir_ / "data").string());
+        state.settings.analysis.IPAdressText = sim->address();
+        state.link->setReplyTimeoutMs(2000);
+    }
+    size_t resultLines() const {
+        std::ifstream f(state.resultFileName(), std::ios::binary);
+        size_t n = 0;
+        for (std::string l; std::getline(f, l);) ++n;
+        return n;
+    }
+    // The simulator logs in its own thread: wait until the log is quiet.
+    void settle() const {
+        size_t last = sim->commandLog().size();
+        QElapsedTimer quiet;
+        quiet.start();
+        while (quiet.elapsed() < 60) {
+            QThread::msleep(5);
+            size_t now = sim->commandLog().size();
+            if (now != last) {
+                last = now;
+                quiet.restart();
+            }
+        }
+    }
+    size_t sent(const std::string& command) const {
+        settle();
+        auto log = sim->commandLog();
+        return static_cast<size_t>(std::count(log.begin(), log.end(), command));
+    }
+    bool statusSeen(const std::string& text) const {
+        return std::find(ui.statusLog.begin(), ui.statusLog.end(), text) != ui.statusLog.end();
+    }
+
+    std::filesystem::path dir_;
+    std::unique_ptr<DsoSimulator> sim;
+    RunState state;
+    ScriptedUi ui;
+};
+
+TEST_F(AcquisitionRun, OnePassWithTheDefaults) {
+    state.WFStartCommand_Click(ui);
+    settle();
+    const auto log = sim->commandLog();
+    ASSERT_GE(log.size(), 3u);
+    EXPECT_EQ(log.front(), "*IDN?");
+    EXPECT_EQ(log[1], "DTINF?");
+    EXPECT_EQ(log.back(), "GTL");
+    EXPECT_EQ(sent("WSGL"), 0u);
+    EXPECT_EQ(sent("DTWAVE?"), 4u);
+    EXPECT_EQ(sent("C1:OFST? "), 1u);  // the trailing blank is sent
+    // The status texts in their order.
+    const std::vector<std::string> order = {"Connecting to the DSO.", "Transfering waves from the DSO.",
+                                            "Completed Analysis.", "Completed data transffering."};
+    auto at = ui.statusLog.begin();
+    for (const auto& text : order) {
+        at = std::find(at, ui.statusLog.end(), text);
+        ASSERT_NE(at, ui.statusLog.end()) << text;
+    }
+    EXPECT_EQ(ui.status[1], "Completed data transffering.");
+    EXPECT_FALSE(state.ResultGrid1.text(2, 7).empty());
+    EXPECT_EQ(state.LogGrid.text(4, 0).empty(), false);
+    EXPECT_EQ(resultLines(), 3u);
+    EXPECT_TRUE(state.RunDone);
+    EXPECT_FALSE(state.Running);
+    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");
+
+    // The next single pass advances the index and keeps the link.
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(state.settings.analysis.SampleIndex, "2");
+    EXPECT_EQ(sent("*IDN?"), 1u);
+    EXPECT_EQ(resultLines(), 4u);
+}
+
+TEST_F(AcquisitionRun, RepeatSeries) {
+    struct Case {
+        const char* totalRepeats;
+        bool newAcquisition;
+        size_t passes;
+    };
+    const Case cases[] = {{"3", true, 3}, {"3", false, 1}, {"0", true, 0}};
+    size_t lines = 0;
+    for (const auto& c : cases) {
+        settle();
+        sim->clearLog();
+        ui.statusLog.clear();
+        state.settings.analysis.RepeatCheck = true;
+        state.settings.analysis.DaqCheck = c.newAcquisition;
+        state.settings.analysis.TotalRepeats = c.totalRepeats;
+        state.WFStartCommand_Click(ui);
+        EXPECT_EQ(sent("WSGL"), c.newAcquisition ? c.passes : 0u) << c.totalRepeats;
+        EXPECT_EQ(sent("GTL"), 1u);
+        EXPECT_FALSE(statusSeen("Completed data transffering."));
+        for (size_t p = 1; p <= c.passes; ++p) EXPECT_TRUE(statusSeen("Repeat count=" + std::to_string(p)));
+        EXPECT_FALSE(statusSeen("Repeat count=" + std::to_string(c.passes + 1)));
+        lines += c.passes;
+        EXPECT_EQ(resultLines(), lines == 0 ? 0u : lines + 2);
+    }
+}
+
+TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
+    sim->setAcqDelayMs(60000);
+    state.settings.analysis.DaqCheck = true;
+    QTimer::singleShot(300, [&] { state.Stop_Click(); });
+    state.WFStartCommand_Click(ui);
+    EXPECT_TRUE(statusSeen("Data Acquisition Aborted."));
+    EXPECT_TRUE(statusSeen("Completed data transffering."));  // the pass goes on with the present record
+    EXPECT_EQ(resultLines(), 3u);
+
+    sim->setAcqDelayMs(5);
+    state.settings.analysis.RepeatCheck = true;
+    state.settings.analysis.TotalRepeats = "1000";
+    state.DetailDataGrid = Grid();
+    state.settings.analysis.DDSaveCheck = true;
+    state.settings.OutputFolder = (dir_ / "out").string();
+    std::filesystem::create_directories(dir_ / "out");
+    state.settings.DetailBaseName = "d";
+    QTimer::singleShot(400, [&] { state.Stop_Click(); });
+    state.WFStartCommand_Click(ui);
+    const size_t passes = resultLines() - 3;
+    EXPECT_GE(passes, 1u);
+    EXPECT_LT(passes, 1000u);
+    // The detail file of the last pass carries its counter.
+    EXPECT_TRUE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes) + ".csv")).string()));
+    EXPECT_FALSE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes + 1) + ".csv")).string()));
+}
+
+TEST_F(AcquisitionRun, UnreachableAndFailedTransfers) {
+    sim->setFault(SimFault::Refuse);
+    state.WFStartCommand_Click(ui);
+    ASSERT_FALSE(ui.boxes.empty());
+    EXPECT_EQ(ui.boxes.back().text, "DSO not connected normally.");
+    EXPECT_EQ(ui.boxes.back().title, "Confirmation");
+    EXPECT_EQ(ui.boxes.back().buttons, MsgButtons::CancelTryContinue);
+    EXPECT_FALSE(state.link->DsoLinked);
+
+    sim->setFault(SimFault::None);
+    state.WFStartCommand_Click(ui);  // connects again
+    EXPECT_TRUE(state.link->DsoLinked);
+    EXPECT_EQ(resultLines(), 3u);
+
+    for (SimFault fault : {SimFault::CloseMidBlock, SimFault::BadHeader, SimFault::Garbage}) {
+        sim->setFault(fault);
+        const size_t boxes = ui.boxes.size();
+        state.WFStartCommand_Click(ui);
+        EXPECT_GT(ui.boxes.size(), boxes) << SimFaultName(fault);
+        EXPECT_FALSE(state.Running);
+        EXPECT_EQ(resultLines(), 3u) << SimFaultName(fault);  // nothing written so far is lost
+        sim->setFault(SimFault::None);
+        state.WFStartCommand_Click(ui);
+        EXPECT_EQ(resultLines(), 4u) << SimFaultName(fault);
+        std::filesystem::remove(state.resultFileName());
+        state.WFStartCommand_Click(ui);
+        ASSERT_EQ(resultLines(), 3u);
+    }
+}
+
+TEST_F(AcquisitionRun, RejectRangeFromTheZoomCursors) {
+    SimState s = sim->state();
+    s.cursorMode = "DH";
+    s.cursor1 = -2.5;
+    s.cursor2 = 2.5;
+    sim->setState(s);
+    state.WFStartCommand_Click(ui);
+    const int32_t n = state.record.WaveLength;
+    ASSERT_GE(n, 500);
+    state.settings.analysis.OmitRangeEffect = true;
+    settle();
+    sim->clearLog();
+
+    ui.answers = {MsgAnswer::Cancel};
+    state.ReadRejectRange_Click(ui);
+    EXPECT_EQ(ui.boxes.back().title, "Direction");
+    EXPECT_FALSE(state.settings.RejectRangeSet);
+    EXPECT_EQ(sent("GTL"), 1u);
+    EXPECT_EQ(sent("TDIV?"), 0u);
+
+    state.ReadRejectRange_Click(ui);
+    EXPECT_TRUE(state.settings.RejectRangeSet);
+    EXPECT_EQ(state.ZoomStart, 0);
+    EXPECT_EQ(state.ZoomEnd, n);
+    EXPECT_EQ(state.settings.RejectStart, n / 4);
+    EXPECT_EQ(state.settings.RejectEnd, 3 * n / 4);
+    settle();
+    auto log = sim->commandLog();
+    EXPECT_NE(std::find_if(log.begin(), log.end(), [](const std::string& c) { return c.rfind("TDIV ", 0) == 0; }),
+              log.end());
+    // No cycle spans the rejected stretch.
+    for (const auto& c : state.results.cycles.channel[0])
+        EXPECT_FALSE(c.MidEdge > n / 4 && c.MidEdge < 3 * n / 4) << c.MidEdge;
+}
+
+TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
+    state.WFStartCommand_Click(ui);
+    state.settings.analysis.SaveWavesCheck = true;
+    const std::string waveFile = (dir_ / "data" / "Data" / "Sample1.csv").string();
+    state.WaveSave_Click(ui);
+    ASSERT_TRUE(FileExists(waveFile));
+    EXPECT_EQ(ui.status[1], "Stored the Data to the File.");
+    const auto size = std::filesystem::file_size(waveFile);
+    { std::ofstream(waveFile, std::ios::binary) << "kept"; }
+    ui.answers = {MsgAnswer::No};
+    state.WaveSave_Click(ui);
+    EXPECT_EQ(ui.boxes.back().text, "May I Overwrite?");
+    EXPECT_EQ(ui.status[1], "Aborted Storing the Data to the File.");
+    EXPECT_EQ(std::filesystem::file_size(waveFile), 4u);
+    EXPECT_GT(size, 4u);
+
+    state.settings.analysis.SaveWavesCheck = false;
+    state.settings.analysis.SaveScreenCheck = true;
+    const std::string png = (dir_ / "data" / "VScreen" / "Sample1.png").string();
+    sim->setScreenBytes(1000);
+    state.WaveSave_Click(ui);
+    ASSERT_TRUE(FileExists(png));
+    EXPECT_EQ(ui.status[1], "Copmpleted Storing the DSO's Screen.");
+    std::ifstream f(png, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(f)), {});
+    ASSERT_EQ(bytes.size(), 1002u);
+    EXPECT_EQ(bytes[1000], '\n');
+    EXPECT_EQ(bytes[1001], '\0');
+
+    std::filesystem::remove(png);
+    sim->setScreenBytes(40000);
+    const size_t boxes = ui.boxes.size();
+    state.WaveSave_Click(ui);
+    EXPECT_FALSE(FileExists(png));
+    ASSERT_GT(ui.boxes.size(), boxes);
+    EXPECT_NE(ui.boxes.back().text.find("32767"), std::string::npos) << ui.boxes.back().text;
+    // The link is still usable.
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(ui.status[1], "Completed data transffering.");
+}
+
+}  // namespace
