@@ -12,6 +12,7 @@
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
+#include "dso/LinkFraming.h"
 
 namespace mervasto {
 
@@ -22,22 +23,6 @@ constexpr int kTickMs = 10;
 // A Stop that arrives while a status poll of the acquisition wait is in
 // flight lets that reply come in first, for at most this long.
 constexpr int kStopGraceMs = 1000;
-
-std::string Printable(std::string_view bytes, size_t limit) {
-    std::string out;
-    for (size_t i = 0; i < bytes.size() && i < limit; ++i) {
-        unsigned char c = static_cast<unsigned char>(bytes[i]);
-        if (c >= 32 && c < 127) {
-            out += static_cast<char>(c);
-        } else {
-            static const char* hex = "0123456789ABCDEF";
-            out += "\\x";
-            out += hex[c >> 4];
-            out += hex[c & 15];
-        }
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -245,56 +230,32 @@ std::string DsoLink::QueryDso(const std::string& command, int32_t maxLength) {
     std::string line = command + '\n';
     socket_->write(line.data(), static_cast<qint64>(line.size()));
     const std::string what = "waiting for the reply to \"" + command + "\"";
-    auto end = waitFor(
-        [this] {
-            if (pending_.find_first_of("\r\n") != std::string::npos) return true;
-            return !pending_.empty() && sinceDataMs() >= quietMs_;
-        },
-        what, true, replyTimeoutMs_);
-    if (end == WaitEnd::TimedOut) {
-        if (pending_.empty())
-            fail("The DSO did not answer \"" + command + "\" within " + std::to_string(replyTimeoutMs_ / 1000.0).substr(0, 4) +
-                 " s; the link was closed.");
-    }
-    size_t cut = pending_.find_first_of("\r\n");
-    std::string text;
-    if (cut == std::string::npos) {
-        text.swap(pending_);
-    } else {
-        text = pending_.substr(0, cut);
-        size_t used = cut + 1;
-        if (pending_[cut] == '\r' && used < pending_.size() && pending_[used] == '\n') ++used;
-        pending_.erase(0, used);
-    }
-    if (maxLength < 0) maxLength = 0;
-    if (text.size() > static_cast<size_t>(maxLength)) text.resize(static_cast<size_t>(maxLength));
-    return FirstLine(text);
+    auto end = waitFor([this] { return ReplyComplete(pending_, sinceDataMs() >= quietMs_); }, what, true,
+                       replyTimeoutMs_);
+    if (end == WaitEnd::TimedOut && pending_.empty())
+        fail("The DSO did not answer \"" + command + "\" within " + std::to_string(replyTimeoutMs_ / 1000.0).substr(0, 4) +
+             " s; the link was closed.");
+    return TakeReplyLine(pending_, maxLength);
 }
 
 int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort) {
     checkUsable("reading a data block");
-    constexpr size_t kHeader = 10;
+    constexpr size_t kHeader = kBlockHeaderBytes;
+    BlockHeader header;
     auto end = waitFor(
-        [this] {
-            if (pending_.size() >= kHeader) return true;
-            // A text reply instead of a block: no need to wait for ten bytes.
-            if (!pending_.empty() && pending_[0] != '#')
-                return pending_.find('\n') != std::string::npos || sinceDataMs() >= quietMs_;
-            return false;
+        [&] {
+            header = ParseBlockHeader(pending_, sinceDataMs() >= quietMs_, kMaxBlockBytes - 1);
+            return header.state != BlockHeaderState::NeedMore;
         },
         "waiting for a data block", true, replyTimeoutMs_);
     if (end == WaitEnd::TimedOut)
         fail("The DSO did not send the data block (no header within " + std::to_string(replyTimeoutMs_) +
              " ms); the link was closed.");
-    std::string_view header(pending_.data(), std::min(pending_.size(), kHeader));
-    bool good = header.size() == kHeader && header[0] == '#' &&
-                std::all_of(header.begin() + 1, header.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); });
-    if (!good)
-        fail("The DSO's reply is not a data block: it begins \"" + Printable(pending_, 24) +
+    if (header.state == BlockHeaderState::NotBlock)
+        fail("The DSO's reply is not a data block: it begins \"" + PrintableBytes(pending_, 24) +
              "\" instead of \"#\", a digit and eight length digits.");
-    (void)Val(MidText(header, 2, 1));  // the digit count: the header always carries eight length digits
-    const int64_t n = static_cast<int64_t>(Val(MidText(header, 3)));
-    if (n + 1 > kMaxBlockBytes)
+    const int64_t n = header.length;
+    if (header.state == BlockHeaderState::TooLong)
         fail("The DSO announced a data block of " + std::to_string(n) + " bytes, more than the " +
              std::to_string(kMaxBlockBytes - 1) + " bytes of the longest record; the link was closed.");
     const size_t total = kHeader + static_cast<size_t>(n) + 1;

@@ -1,0 +1,70 @@
+#include "dso/LinkFraming.h"
+
+#include <algorithm>
+
+#include "common/Numeric.h"
+#include "common/TextUtil.h"
+
+namespace mervasto {
+
+namespace {
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+}  // namespace
+
+bool ReplyComplete(std::string_view pending, bool quietTimePassed) {
+    if (pending.find_first_of("\r\n") != std::string_view::npos) return true;
+    return !pending.empty() && quietTimePassed;
+}
+
+std::string TakeReplyLine(std::string& pending, int32_t maxLength) {
+    size_t cut = pending.find_first_of("\r\n");
+    std::string text;
+    if (cut == std::string::npos) {
+        text.swap(pending);
+    } else {
+        text = pending.substr(0, cut);
+        size_t used = cut + 1;
+        if (pending[cut] == '\r' && used < pending.size() && pending[used] == '\n') ++used;
+        pending.erase(0, used);
+    }
+    if (maxLength < 0) maxLength = 0;
+    if (text.size() > static_cast<size_t>(maxLength)) text.resize(static_cast<size_t>(maxLength));
+    return FirstLine(text);
+}
+
+BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int64_t maxPayloadBytes) {
+    BlockHeader h;
+    if (pending.size() < kBlockHeaderBytes) {
+        if (!pending.empty() && pending[0] != '#' && (pending.find('\n') != std::string_view::npos || quietTimePassed))
+            h.state = BlockHeaderState::NotBlock;
+        return h;
+    }
+    std::string_view header = pending.substr(0, kBlockHeaderBytes);
+    if (header[0] != '#' || !std::all_of(header.begin() + 1, header.end(), IsDigit)) {
+        h.state = BlockHeaderState::NotBlock;
+        return h;
+    }
+    // The second character counts the length digits; the instrument always
+    // sends eight, and the link reads eight.
+    h.length = static_cast<int64_t>(Val(MidText(header, 3)));
+    h.state = h.length > maxPayloadBytes ? BlockHeaderState::TooLong : BlockHeaderState::Block;
+    return h;
+}
+
+std::string PrintableBytes(std::string_view bytes, size_t limit) {
+    std::string out;
+    for (size_t i = 0; i < bytes.size() && i < limit; ++i) {
+        unsigned char c = static_cast<unsigned char>(bytes[i]);
+        if (c >= 32 && c < 127) {
+            out += static_cast<char>(c);
+        } else {
+            static const char* hex = "0123456789ABCDEF";
+            out += "\\x";
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    return out;
+}
+
+}  // namespace mervasto
