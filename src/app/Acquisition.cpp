@@ -83,6 +83,7 @@ void RunState::runPass(UiPort& ui) {
     if (onChanged) onChanged();
     if (status < 0) {
         TransferFailed = true;
+        if (RunFailure.empty()) RunFailure = kFailedTranslationSetup;
         return;
     }
     ReadRejectRange_Click(ui);
@@ -106,10 +107,14 @@ void RunState::runPass(UiPort& ui) {
 
 void RunState::WFStartCommand_Click(UiPort& ui) {
     if (Running) return;
+    RunFailure.clear();
     if (!link->DsoLinked) {
         bool linked = false;
         RunHandler(ui, [&] { linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText); });
-        if (!linked) return;
+        if (!linked) {
+            RunFailure = kDsoNotConnected;
+            return;
+        }
     }
     Running = true;
     bool single = false;
@@ -144,7 +149,8 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         }
         if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
     } catch (const RuntimeError& e) {
-        ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
+        RunFailure = e.what();
+        if (!link->aborted()) ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
     }
     try {
         if (link->DsoLinked) link->SendDsoCommand("GTL");

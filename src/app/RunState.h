@@ -123,6 +123,9 @@ public:
     bool WavesPresent = false;
     bool TransferFailed = false;
     bool Running = false;  // a run is in progress (the start button is disabled)
+    // Why the last instrument run ended before its end (the message shown);
+    // empty when it ran through or was stopped.
+    std::string RunFailure;
     int32_t RepeatCounter = 0;
     int32_t RepeatLimit = 0;
     std::string InputSource;

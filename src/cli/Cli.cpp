@@ -56,9 +56,10 @@ Commands:
           [--settings FILE] [--set NAME=VALUE ...] [--format table|csv|json] [--no-save]
                                run acquisitions without a window; Ctrl+C stops after the pass
 
-Global options: --help, --version, --data-folder DIR
+Global options: --help, --version, --data-folder DIR,
+  --timeout SECONDS            give up on a silent instrument after this long (default 10)
 Exit status: 0 success, 1 a file could not be read, 2 bad options, 3 a verdict is NG,
-4 the instrument cannot be reached.
+4 the instrument cannot be reached or failed during the run (the passes before it are kept).
 )";
 
 struct Options {
@@ -75,6 +76,7 @@ struct Options {
     std::optional<int32_t> repeat;
     bool newAcquisition = false;
     bool omitRange = false;
+    std::optional<int> timeoutMs;
 };
 
 struct OptionError {
@@ -109,6 +111,11 @@ Options parse(const std::vector<std::string>& args) {
             double n = NumberText(v);
             if (n < 0 || n > 16000 || n != RoundHalfEven(n)) throw OptionError{"--repeat takes 0 .. 16000, not " + v};
             o.repeat = static_cast<int32_t>(n);
+        } else if (a == "--timeout") {
+            const std::string& v = need(i);
+            double s = NumberText(v);
+            if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds, 0 .. 3600, not " + v};
+            o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
         } else if (a == "--new-acquisition") o.newAcquisition = true;
         else if (a == "--omit-range") o.omitRange = true;
         else if (a.size() > 1 && a[0] == '-' && a != "-") throw OptionError{"unknown option " + a};
@@ -135,6 +142,7 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         }
     }
     state.saveResultLine = !o.noSave;
+    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
     return true;
 }
 
@@ -249,6 +257,7 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
+    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
                                                                          : std::string();
@@ -268,6 +277,7 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
+    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
     });
@@ -321,7 +331,11 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     stopWatch.stop();
     std::signal(SIGINT, previous);
     report.finish();
-    if (!state.link->DsoLinked && linesBefore == 0) return kExitNoInstrument;
+    if (!state.RunFailure.empty()) {
+        err << "mervasto-cli acquire: the run ended after " << linesBefore << " result line(s): " << state.RunFailure
+            << '\n';
+        return kExitNoInstrument;
+    }
     return anyNg ? kExitNg : kExitOk;
 }
 

@@ -299,6 +299,10 @@ bool DsoLink::WaitSingleAcquisition() {
         if (aborted_) fail("The acquisition wait was ended: the program is ending.");
         if (StopRequested) return true;
         std::string reply = QueryDso("TESR?", 256);
+        // Garbage instead of the event register would be read as 0 for ever.
+        if (!LooksNumeric(reply))
+            fail("The DSO's reply to \"TESR?\" is not a number: \"" + PrintableBytes(reply, 24) +
+                 "\"; the link was closed.");
         if (ToInt32(Val(reply)) & 1) return false;
     }
 }

@@ -51,6 +51,14 @@ BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int
     return h;
 }
 
+bool LooksNumeric(std::string_view reply) {
+    size_t i = reply.find_first_not_of(" \t");
+    if (i == std::string_view::npos) return true;
+    if (reply[i] == '+' || reply[i] == '-') ++i;
+    if (i < reply.size() && reply[i] == '.') ++i;
+    return i < reply.size() && IsDigit(reply[i]);
+}
+
 std::string PrintableBytes(std::string_view bytes, size_t limit) {
     std::string out;
     for (size_t i = 0; i < bytes.size() && i < limit; ++i) {

@@ -39,6 +39,10 @@ struct BlockHeader {
 // quiet time has passed, without waiting for ten bytes.
 BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int64_t maxPayloadBytes);
 
+// A numeric reply: empty, or a number after optional blanks (what Val reads
+// as more than its default).
+bool LooksNumeric(std::string_view reply);
+
 // The first bytes of a reply for a message: printable ASCII as it stands,
 // anything else as \xNN.
 std::string PrintableBytes(std::string_view bytes, size_t limit);

@@ -125,6 +125,9 @@ struct DsoSimulator::Shared {
     std::vector<std::string> log;
     std::map<std::string, std::pair<std::string, bool>> overrides;
     int connections = 0;
+    int blocksSent = 0;
+    int faultAt = 0;  // the block count at which laterFault starts (0 = never)
+    SimFault laterFault = SimFault::None;
     uint16_t port = 0;
     // Transfer settings as the host left them.
     bool word = false;
@@ -177,6 +180,19 @@ public:
             std::lock_guard lock(shared_->m);
             server_->listen(QHostAddress::LocalHost, shared_->port);
         }
+    }
+
+    // Power off: nothing more is answered, every connection drops (once the
+    // handler in progress has returned), connects are refused.
+    void switchOff() {
+        {
+            std::lock_guard lock(shared_->m);
+            shared_->opt.fault = SimFault::Refuse;
+        }
+        server_->close();
+        QTimer::singleShot(0, this, [this] {
+            for (auto& [s, c] : conns_) s->abort();
+        });
     }
 
     void shutdown() {
@@ -392,8 +408,14 @@ private:
         SimFault fault;
         {
             std::lock_guard lock(shared_->m);
+            if (shared_->faultAt > 0 && shared_->blocksSent >= shared_->faultAt) {
+                shared_->opt.fault = shared_->laterFault;
+                shared_->faultAt = 0;
+            }
             fault = shared_->opt.fault;
+            ++shared_->blocksSent;
         }
+        if (fault == SimFault::Refuse) return switchOff();
         char header[16];
         std::snprintf(header, sizeof header, "#8%08lld", static_cast<long long>(payload.size()));
         switch (fault) {
@@ -426,6 +448,7 @@ private:
         }
         switch (fault) {
         case SimFault::Silent:
+        case SimFault::Refuse:  // switched off
             return;
         case SimFault::Garbage:
             if (!isBlock) return (void)s->write(QByteArray(kGarbage) + "\n");
@@ -467,6 +490,11 @@ private:
 
 DsoSimulator::DsoSimulator(SimOptions options) : shared_(std::make_shared<Shared>()) {
     shared_->opt = std::move(options);
+    if (shared_->opt.faultAfterBlocks > 0) {
+        shared_->faultAt = shared_->opt.faultAfterBlocks;
+        shared_->laterFault = shared_->opt.fault;
+        shared_->opt.fault = SimFault::None;
+    }
     shared_->generate();
 }
 
@@ -546,6 +574,24 @@ void DsoSimulator::setFault(SimFault fault) {
         Worker* w = worker_;
         QMetaObject::invokeMethod(w, [w, fault] { w->applyFault(fault); }, Qt::BlockingQueuedConnection);
     }
+}
+
+void DsoSimulator::setFaultAfter(SimFault fault, int blocks) {
+    if (blocks <= 0) return setFault(fault);
+    std::lock_guard lock(shared_->m);
+    shared_->faultAt = shared_->blocksSent + blocks;
+    shared_->laterFault = fault;
+}
+
+void DsoSimulator::switchOff() {
+    if (!worker_) return setFault(SimFault::Refuse);
+    Worker* w = worker_;
+    QMetaObject::invokeMethod(w, [w] { w->switchOff(); }, Qt::BlockingQueuedConnection);
+}
+
+int DsoSimulator::blocksSent() const {
+    std::lock_guard lock(shared_->m);
+    return shared_->blocksSent;
 }
 
 SimFault DsoSimulator::fault() const {

@@ -64,6 +64,9 @@ struct SimOptions {
     int acqDelayMs = 50;    // WSGL to completed acquisition
     int lateMs = 500;       // delay of the Late fault
     int screenBytes = 0;    // 0 = the natural PNG size; otherwise exactly this many bytes
+    // When more than 0, the fault starts only when block number n + 1 is
+    // asked for (a series that goes wrong halfway).
+    int faultAfterBlocks = 0;
     uint32_t seed = 1;
 };
 
@@ -96,6 +99,13 @@ public:
     void setAcqDelayMs(int ms);
     void setLateMs(int ms);
     void setScreenBytes(int bytes);
+    // The fault starts when block number blocksSent() + blocks + 1 is asked
+    // for; SimFault::Refuse then switches the instrument off.
+    void setFaultAfter(SimFault fault, int blocks);
+    // Switched off now: connections drop, connects are refused (the Refuse
+    // fault); setFault(SimFault::None) switches it on again.
+    void switchOff();
+    int blocksSent() const;
     // A fixed reply for one exact query text (tests of odd replies), sent
     // with a LF, or byte for byte as given when raw.
     void setReplyOverride(const std::string& query, const std::string& reply, bool raw = false);

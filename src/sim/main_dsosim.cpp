@@ -15,7 +15,8 @@ namespace {
 void Usage() {
     std::printf(
         "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
-        "                       [--record-length N] [--fault NAME] [--acq-delay-ms N] [--help]\n"
+        "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
+        "                       [--fault-after BLOCKS] [--help]\n"
         "Serves the instrument's command set on 127.0.0.1 until killed.\n"
         "scenarios:");
     for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
@@ -77,6 +78,8 @@ int main(int argc, char** argv) {
             }
         } else if (a == "--acq-delay-ms") {
             options.acqDelayMs = static_cast<int>(Val(v));
+        } else if (a == "--fault-after") {
+            options.faultAfterBlocks = static_cast<int>(Val(v));
         } else {
             std::fprintf(stderr, "mervasto-dsosim: unknown option %s\n", a.c_str());
             Usage();

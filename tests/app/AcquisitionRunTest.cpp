@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <filesystem>
 #include <fstream>
 
@@ -267,3 +268,52 @@ TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
 }
 
 }  // namespace
+
+// The instrument fails in the third pass of a series: the two passes before it
+// keep their result lines and log rows, the failure is reported, and the next
+// run connects again.
+TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
+    struct Case {
+        const char* name;
+        std::function<void()> inject;
+        const char* message;
+    };
+    const std::vector<Case> cases = {
+        {"switched off", [&] { sim->setFaultAfter(SimFault::Refuse, 1); }, "closed the connection"},
+        {"silent", [&] { sim->setFault(SimFault::Silent); }, "did not"},
+        {"garbage", [&] { sim->setFault(SimFault::Garbage); }, "is not a number"},
+        {"block cut short", [&] { sim->setFault(SimFault::CloseMidBlock); }, "closed the connection"},
+    };
+    state.link->setReplyTimeoutMs(300);
+    state.settings.analysis.RepeatCheck = true;
+    state.settings.analysis.DaqCheck = true;
+    state.settings.analysis.TotalRepeats = "10";
+    for (const auto& c : cases) {
+        std::filesystem::remove(state.resultFileName());
+        const int64_t written = state.resultLinesWritten;
+        state.onChanged = [&] {
+            if (state.resultLinesWritten == written + 2) {
+                c.inject();
+                state.onChanged = nullptr;
+            }
+        };
+        const size_t boxes = ui.boxes.size();
+        state.WFStartCommand_Click(ui);
+        ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
+        EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << c.name << ": " << ui.boxes.back().text;
+        EXPECT_EQ(state.RunFailure, ui.boxes.back().text) << c.name;
+        EXPECT_FALSE(state.Running);
+        EXPECT_FALSE(state.link->DsoLinked) << c.name;
+        EXPECT_EQ(resultLines(), 2u + 2u) << c.name;
+        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 2) << c.name;
+        EXPECT_FALSE(state.LogGrid.text(kLogHeaderRows + 1, 1).empty()) << c.name;
+
+        sim->setFault(SimFault::None);  // switched on again
+        state.settings.analysis.TotalRepeats = "1";
+        state.WFStartCommand_Click(ui);
+        EXPECT_TRUE(state.RunFailure.empty()) << c.name << ": " << state.RunFailure;
+        EXPECT_TRUE(state.link->DsoLinked) << c.name;
+        EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
+        state.settings.analysis.TotalRepeats = "10";
+    }
+}

@@ -1,6 +1,7 @@
 #include "cli/Cli.h"
 
 #include "common/TextFile.h"
+#include "sim/DsoSimulator.h"
 
 #include <QCoreApplication>
 
@@ -94,6 +95,49 @@ TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
     EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "bad.txt").string(), example("pulses")}), kExitFileError);
     EXPECT_NE(err.str().find("Illegal Character."), std::string::npos);
     EXPECT_FALSE(FileExists((dir_ / "data" / "OutputData" / "ResultData.csv").string()));
+}
+
+size_t lineCount(const std::filesystem::path& file) {
+    std::ifstream f(file, std::ios::binary);
+    size_t n = 0;
+    for (std::string l; std::getline(f, l);) ++n;
+    return n;
+}
+
+// A series whose instrument fails in its third pass: exit status 4 with the
+// reason, the two result lines before it kept, and the next run connects.
+TEST_F(CliTest, InstrumentFailingInASeries) {
+    struct Case {
+        SimFault fault;
+        const char* message;
+    };
+    const Case cases[] = {
+        {SimFault::Refuse, "closed the connection"},
+        {SimFault::Silent, "did not"},
+        {SimFault::Garbage, "not a data block"},
+        {SimFault::CloseMidBlock, "closed the connection"},
+    };
+    SimOptions options;
+    options.state.recordLength = 2000;
+    options.acqDelayMs = 5;
+    DsoSimulator sim(options);
+    ASSERT_TRUE(sim.start());
+    const auto results = dir_ / "data" / "OutputData" / "ResultData.csv";
+    for (const auto& c : cases) {
+        std::filesystem::remove(results);
+        sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
+        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "0.3",
+                       "--format", "csv"}),
+                  kExitNoInstrument)
+            << SimFaultName(c.fault);
+        EXPECT_NE(err.str().find("ended after 2 result line(s)"), std::string::npos) << err.str();
+        EXPECT_NE(err.str().find(c.message), std::string::npos) << SimFaultName(c.fault) << ": " << err.str();
+        EXPECT_EQ(lineCount(results), 2u + 2u) << SimFaultName(c.fault);
+
+        sim.setFault(SimFault::None);
+        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--format", "csv"}), kExitOk) << err.str();
+        EXPECT_EQ(lineCount(results), 2u + 3u) << SimFaultName(c.fault);
+    }
 }
 
 TEST_F(CliTest, UnreachableInstrumentIsExitStatusFour) {

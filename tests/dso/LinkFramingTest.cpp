@@ -66,6 +66,11 @@ TEST(LinkFramingTest, BlockHeaders) {
     }
 }
 
+TEST(LinkFramingTest, NumericReplies) {
+    for (const char* good : {"", " ", "1", " 1", "+.5", "-3E2", "0,1", " 17 "}) EXPECT_TRUE(LooksNumeric(good)) << good;
+    for (const char* bad : {"\x01\x02gArBaGe", "ERR", ".", "-", "+.x", "OK 1"}) EXPECT_FALSE(LooksNumeric(bad)) << bad;
+}
+
 TEST(LinkFramingTest, PrintableBytesEscapesTheRest) {
     EXPECT_EQ(PrintableBytes(std::string("ab\x01\xff\n", 5), 24), "ab\\x01\\xFF\\x0A");
     EXPECT_EQ(PrintableBytes("abcdef", 3), "abc");

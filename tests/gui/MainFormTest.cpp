@@ -10,6 +10,7 @@
 #include <QAbstractItemModel>
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTableView>
@@ -152,6 +153,36 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
     ASSERT_FALSE(log.empty());
     EXPECT_EQ(log.front(), "*IDN?");
     EXPECT_EQ(log.back(), "GTL");
+}
+
+// The instrument is switched off in the third pass of a series: one box says
+// why, the two passes already logged stay, the window is usable again, and
+// the next press connects to the instrument switched on again.
+TEST_F(MainFormTest, InstrumentSwitchedOffDuringASeries) {
+    SimOptions options;
+    options.state.recordLength = 2000;
+    options.acqDelayMs = 5;
+    DsoSimulator sim(options);
+    ASSERT_TRUE(sim.start());
+    auto form = open();
+    find<QLineEdit>(*form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
+    find<QCheckBox>(*form, "RepeatCheck")->setChecked(true);
+    find<QCheckBox>(*form, "DaqCheck")->setChecked(true);
+    find<QLineEdit>(*form, "TotalRepeats")->setText("5");
+    sim.setFaultAfter(SimFault::Refuse, 8);
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_NE(boxes[0].find("closed the connection"), std::string::npos) << boxes[0];
+    EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2);
+    EXPECT_EQ(form->state().resultLinesWritten, 2);
+    EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+
+    sim.setFault(SimFault::None);
+    find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+    EXPECT_EQ(form->state().resultLinesWritten, 3);
 }
 
 }  // namespace
