@@ -102,6 +102,7 @@ void RunState::runPass(UiPort& ui) {
                         record.WaveLength, shown);
     }
     SaveResults(ui);
+    ++passesDone;
     if (onChanged) onChanged();
 }
 

@@ -172,12 +172,26 @@ void RunState::OmitRangeEffect_Click(UiPort& ui) { LimitPoints_KeyPress(ui); }
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine) return true;
-    SaveOutcome out = SaveTestResults(resultFileName(), sampleName(), typeTexts(), results.table);
+    unsavedResultLines.push_back(ResultDataLine(sampleName(), results.table));
+    const auto lines = static_cast<int64_t>(unsavedResultLines.size());
+    SaveOutcome out = SaveResultLines(resultFileName(), typeTexts(), unsavedResultLines);
     ui.setStatus(1, out.status);
-    if (out.ok)
-        ++resultLinesWritten;
-    else
+    if (out.ok) {
+        resultLinesWritten += lines;
+        if (lines > 1) ui.setStatus(2, std::to_string(lines - 1) + " result line(s) kept from earlier runs were saved.");
+    } else {
         ++resultLinesFailed;
+        ui.setStatus(2, std::to_string(lines) + " result line(s) are kept until the results file can be written.");
+    }
+    return out.ok;
+}
+
+bool RunState::SaveUnsavedResults(UiPort& ui) {
+    if (unsavedResultLines.empty()) return true;
+    const auto lines = static_cast<int64_t>(unsavedResultLines.size());
+    SaveOutcome out = SaveResultLines(resultFileName(), typeTexts(), unsavedResultLines);
+    ui.setStatus(1, out.status);
+    if (out.ok) resultLinesWritten += lines;
     return out.ok;
 }
 

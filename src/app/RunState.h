@@ -141,9 +141,16 @@ public:
 
     // Where the log grid writes its next pass (first pass writes the header).
     bool logFirst = true;
-    // Results lines appended and failed since start-up.
+    // Instrument passes analysed since start-up.
+    int64_t passesDone = 0;
+    // Results lines appended, and failed attempts, since start-up.
     int64_t resultLinesWritten = 0;
     int64_t resultLinesFailed = 0;
+    // Lines that could not be written yet (full disk, read-only folder):
+    // they go first with the next run's line.
+    std::vector<std::string> unsavedResultLines;
+    // Tries once more to write the unsaved lines; true when none is left.
+    bool SaveUnsavedResults(UiPort& ui);
     // Off for a command-line run with --no-save.
     bool saveResultLine = true;
 

@@ -128,6 +128,17 @@ Options parse(const std::vector<std::string>& args) {
 void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 
 // Prepares the run state: data folder, settings, overrides.
+// Result lines the results file could not take are tried once more, then
+// printed, so that none is lost. False when some could not be written.
+bool reportUnsaved(RunState& state, std::ostream& err) {
+    ScriptedUi quiet;
+    if (state.SaveUnsavedResults(quiet)) return true;
+    err << "mervasto-cli: " << kFailedToSaveTestResults << " These " << state.unsavedResultLines.size()
+        << " line(s) belong in " << state.resultFileName() << ":\n";
+    for (const auto& line : state.unsavedResultLines) err << line << '\n';
+    return false;
+}
+
 bool prepareState(RunState& state, const Options& o, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
@@ -206,6 +217,7 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
         if (o.format != "json") err << ui.status[1] << '\n';
     }
     report.finish();
+    if (!reportUnsaved(state, err)) return kExitFileError;
     if (status == kExitOk && anyNg) status = kExitNg;
     return status;
 }
@@ -313,10 +325,10 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
 
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;
-    int64_t linesBefore = 0;
+    int64_t passes = 0;
     state.onChanged = [&] {
-        if (state.resultLinesWritten + state.resultLinesFailed > linesBefore) {
-            linesBefore = state.resultLinesWritten + state.resultLinesFailed;
+        if (state.passesDone > passes) {
+            passes = state.passesDone;
             anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
         }
     };
@@ -331,11 +343,12 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     stopWatch.stop();
     std::signal(SIGINT, previous);
     report.finish();
+    const bool saved = reportUnsaved(state, err);
     if (!state.RunFailure.empty()) {
-        err << "mervasto-cli acquire: the run ended after " << linesBefore << " result line(s): " << state.RunFailure
-            << '\n';
+        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure << '\n';
         return kExitNoInstrument;
     }
+    if (!saved) return kExitFileError;
     return anyNg ? kExitNg : kExitOk;
 }
 

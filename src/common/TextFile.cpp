@@ -7,7 +7,10 @@
 #include <system_error>
 
 #ifdef _WIN32
+#include <io.h>
 #include <windows.h>
+#else
+#include <unistd.h>
 #endif
 
 namespace mervasto {
@@ -182,6 +185,16 @@ bool TextFileWriter::flush() {
     return ok_;
 }
 
+bool TextFileWriter::sync() {
+    if (!flush()) return false;
+#ifdef _WIN32
+    if (_commit(_fileno(file_)) != 0) ok_ = false;
+#else
+    if (::fsync(fileno(file_)) != 0) ok_ = false;
+#endif
+    return ok_;
+}
+
 bool TextFileWriter::close() {
     if (file_) {
         if (std::fclose(file_) != 0) ok_ = false;
@@ -196,6 +209,7 @@ bool WriteFileReplacing(std::string_view fileName, std::string_view bytes) {
         TextFileWriter w;
         if (!w.open(temp, TextFileWriter::Mode::Truncate)) return false;
         w.writeRaw(bytes);
+        w.sync();
         if (!w.close()) {
             std::error_code ec;
             std::filesystem::remove(PathFromText(temp), ec);
@@ -209,6 +223,28 @@ bool WriteFileReplacing(std::string_view fileName, std::string_view bytes) {
         return false;
     }
     return true;
+}
+
+bool AppendToFile(std::string_view fileName, std::string_view bytes) {
+    const std::filesystem::path path = PathFromText(fileName);
+    std::error_code ec;
+    const bool existed = std::filesystem::exists(path, ec);
+    const auto oldSize = existed ? std::filesystem::file_size(path, ec) : 0;
+    const bool sized = !ec;
+    TextFileWriter w;
+    bool ok = w.open(fileName, TextFileWriter::Mode::Append);
+    if (ok) {
+        w.writeRaw(bytes);
+        ok = w.flush();
+        ok = w.close() && ok;
+    }
+    if (!ok && sized && std::filesystem::is_regular_file(path, ec)) {
+        if (existed)
+            std::filesystem::resize_file(path, oldSize, ec);
+        else
+            std::filesystem::remove(path, ec);
+    }
+    return ok;
 }
 
 }  // namespace mervasto

@@ -68,6 +68,9 @@ public:
     void writeRaw(std::string_view bytes);
     // Flushes to the operating system; false when anything failed so far.
     bool flush();
+    // Flushes and asks the system to put the bytes on the disk (so that a
+    // power cut after a rename finds them there).
+    bool sync();
     bool close();
     bool ok() const { return ok_; }
     bool isOpen() const { return file_ != nullptr; }
@@ -77,8 +80,14 @@ private:
     bool ok_ = false;
 };
 
-// Writes the whole content to a temporary file beside fileName and renames it
-// over fileName, so that a failed or interrupted write leaves the old file.
+// Writes the whole content to a temporary file beside fileName, puts it on
+// the disk and renames it over fileName, so that a failed, interrupted or
+// crashed write leaves the old file whole.
 bool WriteFileReplacing(std::string_view fileName, std::string_view bytes);
+
+// Appends bytes to a file (created when missing) and flushes them. On any
+// failure (full disk, read-only folder) the file is cut back to its old
+// length, so that no half line is left for the next append to join.
+bool AppendToFile(std::string_view fileName, std::string_view bytes);
 
 }  // namespace mervasto

@@ -431,6 +431,15 @@ void MainForm::saveWindowPictures() {
 void MainForm::closeEvent(QCloseEvent* e) {
     toSettings();
     state_.link->abort();
+    if (!state_.SaveUnsavedResults(*ui_)) {
+        // The last chance for lines the results file would not take.
+        std::string text;
+        for (const auto& line : state_.unsavedResultLines) text += line + "\r\n";
+        ui_->setClipboardText(text);
+        ui_->messageBox(std::to_string(state_.unsavedResultLines.size()) + " result line(s) could not be saved to " +
+                            state_.resultFileName() + ". They are on the clipboard.",
+                        MsgButtons::Ok, "Failed to save Test Results.");
+    }
     state_.FormUnload();
     waveAll_->close();
     waveEach_->close();

@@ -43,22 +43,24 @@ std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable
     return line;
 }
 
+SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                            std::vector<std::string>& lines) {
+    // One append of whole lines: a failed write leaves the file as it was.
+    std::string text;
+    if (!FileExists(fileName)) {
+        text += ResultHeaderLine1(typeTexts) + "\r\n";
+        text += ResultHeaderLine2() + "\r\n";
+    }
+    for (const auto& line : lines) text += line + "\r\n";
+    if (!AppendToFile(fileName, ToNarrow(text))) return {false, kFailedToSaveTestResults};
+    lines.clear();
+    return {true, kSavedTestResults + std::string(fileName) + "."};
+}
+
 SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
                             const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table) {
-    bool ok = true;
-    if (!FileExists(fileName)) {
-        TextFileWriter header(fileName, TextFileWriter::Mode::Truncate);
-        header.writeLine(ResultHeaderLine1(typeTexts));
-        header.writeLine(ResultHeaderLine2());
-        ok = header.flush() && header.close();
-    }
-    if (ok) {
-        TextFileWriter out(fileName, TextFileWriter::Mode::Append);
-        out.writeLine(ResultDataLine(sampleName, table));
-        ok = out.flush() && out.close();
-    }
-    if (!ok) return {false, kFailedToSaveTestResults};
-    return {true, kSavedTestResults + std::string(fileName) + "."};
+    std::vector<std::string> lines{ResultDataLine(sampleName, table)};
+    return SaveResultLines(fileName, typeTexts, lines);
 }
 
 DetailSavePath SplitDetailSavePath(std::string_view path) {

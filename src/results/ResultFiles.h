@@ -33,6 +33,13 @@ std::string ResultHeaderLine2();
 // Mean, Sigma and Counts followed by an empty column.
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table);
 
+// Appends lines to the results file in one write, the header first when the
+// file does not exist yet, and empties lines when they are written. On a
+// failure the file is left as it was and lines keep every line, so that the
+// caller can try again with the next run's line added.
+SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                            std::vector<std::string>& lines);
+
 // Appends the run's line to the results file, writing the header first when
 // the file does not exist yet. Nothing outside the file is changed.
 SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,

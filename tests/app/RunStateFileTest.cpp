@@ -67,6 +67,27 @@ TEST_F(RunStateFile, FileInputFillsTheGridsAndAppendsOneLinePerFile) {
         EXPECT_EQ(std::count(lines[i].begin(), lines[i].end(), ','), i < 2 ? 23 : 24) << lines[i];
 }
 
+// The results file cannot be written for two runs (a folder stands in its
+// place, as a full disk or a read-only folder would refuse it): both lines are
+// kept and go out, in order, with the first run that can write again.
+TEST_F(RunStateFile, ResultLinesWaitUntilTheFileCanBeWritten) {
+    std::filesystem::create_directories(state.resultFileName());
+    ui.files = {example("pulses"), example("pulses"), example("pulses")};
+    for (int run = 1; run <= 2; ++run) {
+        ASSERT_TRUE(state.InputFromFile_Click(ui));
+        EXPECT_EQ(ui.status[1], "Failed to save Test Results.");
+        EXPECT_EQ(state.unsavedResultLines.size(), static_cast<size_t>(run));
+        EXPECT_EQ(state.ResultGrid1.text(2, 7), "49");  // the results stay on the screen
+    }
+    std::filesystem::remove(state.resultFileName());
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_TRUE(state.unsavedResultLines.empty());
+    const auto lines = resultLines();
+    ASSERT_EQ(lines.size(), 5u);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
+    EXPECT_EQ(state.resultLinesWritten, 3);
+}
+
 TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     std::ofstream(dir_ / "bad.csv", std::ios::binary) << "ModelName,DS-5354\r\nTime/div(second),abc\r\n";
     struct Case { std::optional<std::string> file; };

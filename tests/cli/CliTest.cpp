@@ -130,7 +130,7 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
                        "--format", "csv"}),
                   kExitNoInstrument)
             << SimFaultName(c.fault);
-        EXPECT_NE(err.str().find("ended after 2 result line(s)"), std::string::npos) << err.str();
+        EXPECT_NE(err.str().find("ended after 2 pass(es)"), std::string::npos) << err.str();
         EXPECT_NE(err.str().find(c.message), std::string::npos) << SimFaultName(c.fault) << ": " << err.str();
         EXPECT_EQ(lineCount(results), 2u + 2u) << SimFaultName(c.fault);
 
@@ -138,6 +138,14 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--format", "csv"}), kExitOk) << err.str();
         EXPECT_EQ(lineCount(results), 2u + 3u) << SimFaultName(c.fault);
     }
+}
+
+TEST_F(CliTest, ResultLinesTheFileRefusesArePrinted) {
+    std::filesystem::create_directories(dir_ / "data" / "OutputData" / "ResultData.csv");
+    EXPECT_EQ(run({"analyze", "--format", "csv", example("pulses"), example("gated")}), kExitFileError);
+    EXPECT_NE(err.str().find("Failed to save Test Results. These 2 line(s) belong in"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("\nSample1,"), std::string::npos);
+    EXPECT_NE(err.str().find("\nSample2,"), std::string::npos);
 }
 
 TEST_F(CliTest, UnreachableInstrumentIsExitStatusFour) {

@@ -6,6 +6,11 @@
 #include <filesystem>
 #include <fstream>
 
+#ifdef __linux__
+#include <csignal>
+#include <sys/resource.h>
+#endif
+
 using namespace mervasto;
 
 namespace {
@@ -56,6 +61,32 @@ TEST(TextFile, ReplacingWriteLeavesNoTemporary) {
     EXPECT_EQ(slurp(p), "two\r\n");
     EXPECT_FALSE(FileExists(p + ".tmp"));
     EXPECT_FALSE(WriteFileReplacing(tempPath("no/such/dir/x.txt"), "x"));
+}
+
+TEST(TextFile, AppendsWholeLinesOrNothing) {
+    std::string p = tempPath("append.txt");
+    std::filesystem::remove(p);
+    ASSERT_TRUE(AppendToFile(p, "one\r\n"));
+    ASSERT_TRUE(AppendToFile(p, "two\r\n"));
+    EXPECT_EQ(slurp(p), "one\r\ntwo\r\n");
+    EXPECT_FALSE(AppendToFile(tempPath("no/such/dir/x.txt"), "x"));
+#ifdef __linux__
+    // The disk fills in the middle of the line: the file keeps its old bytes.
+    const std::string before = slurp(p);
+    rlimit old{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = old;
+    small.rlim_cur = before.size() + 3;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool appended = AppendToFile(p, "a line longer than the space left\r\n");
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_FALSE(appended);
+    EXPECT_EQ(slurp(p), before);
+    ASSERT_TRUE(AppendToFile(p, "three\r\n"));
+    EXPECT_EQ(slurp(p), before + "three\r\n");
+#endif
 }
 
 TEST(TextFile, LongLinesCrossTheBufferBoundary) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <sstream>
 
@@ -78,12 +79,59 @@ TEST_F(ResultFilesTest, SampleNameWithCommaShiftsColumns) {
     EXPECT_EQ(d[0] + "|" + d[1] + "|" + d[6], "A|B1|5");
 }
 
-TEST_F(ResultFilesTest, MissingFolderFails) {
+// Places where the line cannot go: each gives the message, and once the place
+// is writable again the next save starts a clean file.
+TEST_F(ResultFilesTest, UnwritablePlacesFail) {
     ChannelResultTable t;
-    const SaveOutcome s = SaveTestResults(path("no_such_folder/ResultData.csv"), "S", types_, t);
-    EXPECT_FALSE(s.ok);
-    EXPECT_EQ(s.status, "Failed to save Test Results.");
-    EXPECT_FALSE(fs::exists(dir_ / "no_such_folder"));
+    t.at(0, 2).Counts = 7;
+    struct Case {
+        const char* name;
+        std::function<bool(const std::string& file)> prepare;  // false: cannot be set up here
+        std::function<void(const std::string& file)> repair;
+    };
+    const fs::path folder = dir_ / "out";
+    const std::vector<Case> cases = {
+        {"missing folder", [](const std::string&) { return true; },
+         [&](const std::string&) { fs::create_directories(folder); }},
+        {"full disk",
+         [&](const std::string& file) {
+             if (!fs::exists("/dev/full")) return false;
+             fs::create_directories(folder);
+             fs::create_symlink("/dev/full", file);
+             return true;
+         },
+         [](const std::string& file) { fs::remove(file); }},
+        {"read-only folder",
+         [&](const std::string& file) {
+             fs::create_directories(folder);
+             fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+             if (std::ofstream(file).is_open()) {  // the administrator writes anywhere
+                 fs::remove(file);
+                 fs::permissions(folder, fs::perms::owner_all);
+                 return false;
+             }
+             return true;
+         },
+         [&](const std::string&) { fs::permissions(folder, fs::perms::owner_all); }},
+        {"a folder in its place",
+         [](const std::string& file) {
+             fs::create_directories(file);
+             return true;
+         },
+         [](const std::string& file) { fs::remove(file); }},
+    };
+    for (const auto& c : cases) {
+        fs::remove_all(folder);
+        const std::string file = (folder / "ResultData.csv").string();
+        if (!c.prepare(file)) continue;
+        const SaveOutcome s = SaveTestResults(file, "S", types_, t);
+        EXPECT_FALSE(s.ok) << c.name;
+        EXPECT_EQ(s.status, "Failed to save Test Results.") << c.name;
+        c.repair(file);
+        ASSERT_TRUE(SaveTestResults(file, "S", types_, t).ok) << c.name;
+        EXPECT_EQ(lines(file).size(), 3u) << c.name;
+    }
+    fs::remove_all(folder);
 }
 
 TEST_F(ResultFilesTest, DetailFileIsAnImageOfTheGrid) {
