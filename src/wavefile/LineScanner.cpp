@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "common/RuntimeError.h"
@@ -41,18 +42,34 @@ const char* FindByte(const char* p, const char* end, char c) {
 
 LineScanner::~LineScanner() { close(); }
 
-void LineScanner::open(std::string_view fileName) {
+void LineScanner::open(std::string_view fileName, uint64_t offset) {
     close();
+    path_ = PathFromText(fileName);
 #ifdef _WIN32
     file_ = _wfopen(PathFromText(fileName).c_str(), L"rb");
 #else
     file_ = std::fopen(PathFromText(fileName).c_str(), "rb");
 #endif
     if (!file_) throw RuntimeError(ErrorCode::FileNotFound, "File not found: " + std::string(fileName));
+#ifdef _WIN32
+    const int sought = offset > 0 ? _fseeki64(file_, static_cast<long long>(offset), SEEK_SET) : 0;
+#else
+    const int sought = offset > 0 ? fseeko(file_, static_cast<off_t>(offset), SEEK_SET) : 0;
+#endif
+    if (sought != 0) throw RuntimeError(ErrorCode::FileIo, "Read error.");
     buffer_.resize(kChunk);
+    consumed_ = offset;
+    lineStart_ = offset;
     pos_ = end_ = 0;
     eof_ = false;
     pendingLf_ = false;
+}
+
+uint64_t LineScanner::fileSize() const {
+    std::error_code ec;
+    if (path_.empty()) return 0;
+    const auto n = std::filesystem::file_size(path_, ec);
+    return ec ? 0 : static_cast<uint64_t>(n);
 }
 
 void LineScanner::close() {
@@ -64,6 +81,7 @@ bool LineScanner::fill() {
     if (eof_ || !file_) return false;
     if (pos_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + pos_, end_ - pos_);
+        consumed_ += pos_;
         end_ -= pos_;
         pos_ = 0;
     }
@@ -92,6 +110,7 @@ bool LineScanner::next(std::string_view& line) {
         const char* hit = findLineEnd(start + scanned, stop);
         if (hit < stop) {
             line = std::string_view(start, static_cast<size_t>(hit - start));
+            lineStart_ = consumed_ + pos_;
             size_t after = static_cast<size_t>(hit - base) + 1;
             if (*hit == '\r') {
                 if (after < end_) {
@@ -108,6 +127,7 @@ bool LineScanner::next(std::string_view& line) {
             pendingLf_ = false;
             if (pos_ < end_) {
                 line = std::string_view(buffer_.data() + pos_, end_ - pos_);
+                lineStart_ = consumed_ + pos_;
                 pos_ = end_;
                 return true;
             }

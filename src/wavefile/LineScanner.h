@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
 #include <vector>
 
@@ -20,21 +21,29 @@ public:
     LineScanner& operator=(const LineScanner&) = delete;
 
     // Throws a FileNotFound RuntimeError when the file cannot be opened.
-    void open(std::string_view fileName);
+    // Reading starts at byte offset (which may fall inside a line).
+    void open(std::string_view fileName, uint64_t offset = 0);
     // False at end of file. The view stays valid until the next call.
     // Throws a FileIo RuntimeError on a read error.
     bool next(std::string_view& line);
     void close();
+    // The byte offset in the file of the line last handed out.
+    uint64_t lineStart() const { return lineStart_; }
+    // The file's size in bytes (0 when unknown).
+    uint64_t fileSize() const;
 
 private:
     bool fill();
 
     std::FILE* file_ = nullptr;
+    std::filesystem::path path_;
     std::vector<char> buffer_;
     size_t pos_ = 0;
     size_t end_ = 0;
     bool eof_ = false;
     bool pendingLf_ = false;  // a CR ended the last line; skip a following LF
+    uint64_t consumed_ = 0;   // file bytes before buffer_[0]
+    uint64_t lineStart_ = 0;
 };
 
 // The position of the first byte equal to c in [p, end), or end.

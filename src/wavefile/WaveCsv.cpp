@@ -1,6 +1,10 @@
 #include "wavefile/WaveCsv.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <memory>
+#include <thread>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -205,7 +209,68 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
     }
 }
 
+// The second half of a long file, read by a second thread while the first
+// half is read as usual. It only takes plain sample rows: all with the same
+// number of fields, at least four, the third not empty, no setup line. Any
+// other shape leaves it unusable and the first thread reads on by itself, so
+// that every quirk of the row-by-row reading stays where it was.
+struct TailRows {
+    uint64_t seekTo = 0;      // where the thread began (inside some line)
+    uint64_t start = 0;       // the first line it took: the one after the line holding seekTo
+    bool usable = false;
+    std::array<std::vector<float>, kWaveChannels> values;
+    size_t rows = 0;
+    size_t fields = 0;
+    std::string lastLine;     // the last row, for the field table
+    std::atomic<bool> cancel{false};
+};
+
+// Files shorter than this are read by one thread.
+std::atomic<uint64_t> gSplitBytes{uint64_t{8} << 20};
+
+void readTail(const std::string& fileName, TailRows& t) noexcept {
+    try {
+        LineScanner in;
+        in.open(fileName, t.seekTo);
+        std::string_view line;
+        if (!in.next(line)) return;  // the part-line seekTo fell into
+        std::vector<FieldSpan> spans;
+        bool first = true;
+        uint64_t reservedFor = 0;
+        while (in.next(line)) {
+            if (first) {
+                t.start = in.lineStart();
+                first = false;
+            }
+            if (line.empty()) continue;
+            splitSpans(line, spans);
+            if (classify(line.substr(0, spans[0].length)) != HeaderKey::None) return;
+            if (t.rows == 0) t.fields = spans.size();
+            if (spans.size() != t.fields || t.fields < kWaveChannels || spans[2].length == 0) return;
+            if (t.rows >= static_cast<size_t>(kMaxSamples)) return;
+            if ((t.rows & 0xFFFF) == 0 && t.cancel.load(std::memory_order_relaxed)) return;
+            if (t.rows == reservedFor) {
+                // Room for the rest, estimated from the bytes per row so far.
+                const uint64_t done = in.lineStart() - t.start + line.size() + 1;
+                const uint64_t left = in.fileSize() > in.lineStart() ? in.fileSize() - in.lineStart() : 0;
+                const uint64_t more = t.rows == 0 ? 4096 : left * (t.rows + 1) / done + t.rows / 64 + 1024;
+                reservedFor = std::min<uint64_t>(t.rows + more, static_cast<uint64_t>(kMaxSamples));
+                for (auto& v : t.values) v.reserve(reservedFor);
+            }
+            for (size_t ch = 0; ch < kWaveChannels; ++ch)
+                t.values[ch].push_back(SampleValue(line.substr(spans[ch].start, spans[ch].length)));
+            ++t.rows;
+            t.lastLine.assign(line);
+        }
+        t.usable = !first && t.rows > 0;
+    } catch (...) {
+        t.usable = false;
+    }
+}
+
 }  // namespace
+
+void SetWaveCsvSplitBytes(uint64_t bytes) { gSplitBytes = bytes; }
 
 WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                               WaveFieldTable& table) {
@@ -230,13 +295,54 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
         pendingSpans.clear();
     };
 
+    std::unique_ptr<TailRows> tail;
+    std::thread tailThread;
+    struct JoinTail {
+        std::unique_ptr<TailRows>& tail;
+        std::thread& thread;
+        ~JoinTail() {
+            if (tail) tail->cancel = true;
+            if (thread.joinable()) thread.join();
+        }
+    } joinTail{tail, tailThread};
+
     try {
         LineScanner in;
         in.open(fileName);
         size_t capacity = record.wave[0].size();
         for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
+        auto ensureCapacity = [&](size_t rows) {
+            if (rows <= capacity) return;
+            size_t want = std::max<size_t>({rows, capacity * 2, 4096});
+            if (setup.RecordLength > counter) want = std::max<size_t>(want, static_cast<size_t>(setup.RecordLength));
+            want = std::min<size_t>(want, static_cast<size_t>(kMaxSamples));
+            record.ensureLength(static_cast<int32_t>(want));
+            capacity = want;
+        };
 
         while (in.next(line)) {
+            if (tail && in.lineStart() > tail->seekTo) {
+                // The second thread has read from here on: take its rows when
+                // reading on row by row would give the same.
+                tailThread.join();
+                const bool same = tail->usable && tail->start == in.lineStart() && inData &&
+                                  static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
+                                  !(setup.RecordLength > counter &&
+                                    static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
+                if (same) {
+                    if (tail->fields < pendingSpans.size()) settlePending();
+                    ensureCapacity(static_cast<size_t>(counter) + tail->rows);
+                    for (size_t ch = 0; ch < kWaveChannels; ++ch)
+                        std::copy(tail->values[ch].begin(), tail->values[ch].end(),
+                                  record.wave[ch].begin() + counter);
+                    counter += static_cast<int32_t>(tail->rows);
+                    pendingLine.swap(tail->lastLine);
+                    splitSpans(pendingLine, pendingSpans);
+                    tail.reset();
+                    break;
+                }
+                tail.reset();
+            }
             if (line.empty()) continue;
             splitSpans(line, spans);
             const HeaderKey what = classify(line.substr(0, spans[0].length));
@@ -247,6 +353,12 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
                 if (what == HeaderKey::DataStart) {
                     inData = true;
                     counter = 0;
+                    const uint64_t size = in.fileSize();
+                    if (!tail && !tailThread.joinable() && size >= gSplitBytes.load() && in.lineStart() < size / 2) {
+                        tail = std::make_unique<TailRows>();
+                        tail->seekTo = size / 2;
+                        tailThread = std::thread(readTail, std::string(fileName), std::ref(*tail));
+                    }
                 }
                 continue;
             }
@@ -259,11 +371,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
 
             if (static_cast<size_t>(counter) >= capacity) {
                 if (counter >= kMaxSamples) subscriptError();
-                size_t want = std::max<size_t>({static_cast<size_t>(counter) + 1, capacity * 2, 4096});
-                if (setup.RecordLength > counter) want = std::max<size_t>(want, static_cast<size_t>(setup.RecordLength));
-                want = std::min<size_t>(want, static_cast<size_t>(kMaxSamples));
-                record.ensureLength(static_cast<int32_t>(want));
-                capacity = want;
+                ensureCapacity(static_cast<size_t>(counter) + 1);
             }
             const auto k = static_cast<size_t>(counter);
             record.wave[0][k] = SampleValue(field(0));

@@ -42,6 +42,11 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
 WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                               WaveFieldTable& table);
 
+// Files of at least this many bytes are read by two threads, the second
+// reading the rows after the middle while the first reads up to there; the
+// result is the same as one thread's. 8 MiB unless set (tests set it low).
+void SetWaveCsvSplitBytes(uint64_t bytes);
+
 // Appends one "//波形のcsv形式ファイル" block of count rows with the shown
 // channels (shown[i] is true when DispOffCheck(i) is clear). Always returns 0.
 int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
