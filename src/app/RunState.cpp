@@ -178,10 +178,16 @@ bool RunState::SaveResults(UiPort& ui) {
     ui.setStatus(1, out.status);
     if (out.ok) {
         resultLinesWritten += lines;
-        if (lines > 1) ui.setStatus(2, std::to_string(lines - 1) + " result line(s) kept from earlier runs were saved.");
+        if (lines > 1) {
+            std::string text = std::to_string(lines - 1);
+            text += " result line(s) kept from earlier runs were saved.";
+            ui.setStatus(2, text);
+        }
     } else {
         ++resultLinesFailed;
-        ui.setStatus(2, std::to_string(lines) + " result line(s) are kept until the results file can be written.");
+        std::string text = std::to_string(lines);
+        text += " result line(s) are kept until the results file can be written.";
+        ui.setStatus(2, text);
     }
     return out.ok;
 }
