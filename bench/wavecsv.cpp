@@ -3,7 +3,11 @@
 
 #include <sys/resource.h>
 
+#include <array>
+#include <charconv>
 #include <cmath>
+#include <cstring>
+#include <vector>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -81,5 +85,54 @@ void BM_LoadWaveCsv(benchmark::State& state) {
     state.counters["arrays_MiB"] = 4.0 * kRows * sizeof(float) / (1024.0 * 1024.0);
 }
 BENCHMARK(BM_LoadWaveCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The yardstick for the reader: the same file through a plain
+// single-threaded std::from_chars loop (fread, memchr per line, four floats
+// per row, nothing else). This machine's speed varies from run to run; the
+// ratio of the two benchmarks does not.
+void BM_FromCharsReference(benchmark::State& state) {
+    if (!std::filesystem::exists(benchFile())) SaveWaveCsv(benchFile(), benchSetup(), benchRecord());
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::array<std::vector<float>, 4> out;
+        for (auto& o : out) o.resize(kRows);
+        state.ResumeTiming();
+        std::FILE* f = std::fopen(benchFile().c_str(), "rb");
+        std::vector<char> buf(size_t{4} << 20);
+        size_t have = 0;
+        size_t rows = 0;
+        bool data = false;
+        while (f) {
+            const size_t got = std::fread(buf.data() + have, 1, buf.size() - have, f);
+            if (got == 0) break;
+            have += got;
+            const char* p = buf.data();
+            const char* end = p + have;
+            while (const char* nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)))) {
+                if (!data) {
+                    data = std::memcmp(p, "Ch1 V", 5) == 0;
+                } else if (rows < static_cast<size_t>(kRows)) {
+                    const char* q = p;
+                    for (auto& o : out) {
+                        while (q < nl && *q == ' ') ++q;
+                        float v = 0;
+                        q = std::from_chars(q, nl, v).ptr;
+                        o[rows] = v;
+                        while (q < nl && *q != ',') ++q;
+                        if (q < nl) ++q;
+                    }
+                    ++rows;
+                }
+                p = nl + 1;
+            }
+            have = static_cast<size_t>(end - p);
+            std::memmove(buf.data(), p, have);
+        }
+        if (f) std::fclose(f);
+        if (rows != static_cast<size_t>(kRows)) state.SkipWithError("reference read failed");
+        benchmark::DoNotOptimize(out[3][kRows - 1]);
+    }
+}
+BENCHMARK(BM_FromCharsReference)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
