@@ -4,7 +4,7 @@ namespace mervasto {
 
 void ScriptedUi::setStatus(int panel, const std::string& text) {
     if (panel >= 1 && panel <= 4) status[panel] = text;
-    if (panel == 1) statusLog.push_back(text);
+    if (panel == 1 && keepStatusLog) statusLog.push_back(text);
     if (echo && !text.empty()) echo(text);
 }
 

@@ -37,7 +37,9 @@ public:
     std::deque<std::optional<std::string>> files;
     std::deque<std::optional<uint32_t>> colors;
 
-    std::vector<std::string> statusLog;  // panel 1 texts in order
+    std::vector<std::string> statusLog;  // panel 1 texts in order (when keepStatusLog)
+    // Off for long runs without a window, where the log would only grow.
+    bool keepStatusLog = true;
     std::string status[5];
     std::vector<Box> boxes;
     std::vector<std::string> dialogTitles;

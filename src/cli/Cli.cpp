@@ -320,6 +320,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.newAcquisition) a.DaqCheck = true;
     if (o.omitRange) a.OmitRangeEffect = true;
     ScriptedUi ui;
+    ui.keepStatusLog = false;
     ui.echo = o.format == "json" ? nullptr : &echoToStderr;
     if (!loadComparator(state, ui, o, err)) return kExitFileError;
 
@@ -344,6 +345,8 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     std::signal(SIGINT, previous);
     report.finish();
     const bool saved = reportUnsaved(state, err);
+    err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.LogGrid.nextRow - kLogHeaderRows, 0)
+        << " log row(s), " << state.resultLinesWritten << " result line(s) written\n";
     if (!state.RunFailure.empty()) {
         err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure << '\n';
         return kExitNoInstrument;

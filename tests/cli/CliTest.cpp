@@ -131,6 +131,7 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
                   kExitNoInstrument)
             << SimFaultName(c.fault);
         EXPECT_NE(err.str().find("ended after 2 pass(es)"), std::string::npos) << err.str();
+        EXPECT_NE(err.str().find("2 pass(es), 2 log row(s), 2 result line(s) written"), std::string::npos) << err.str();
         EXPECT_NE(err.str().find(c.message), std::string::npos) << SimFaultName(c.fault) << ": " << err.str();
         EXPECT_EQ(lineCount(results), 2u + 2u) << SimFaultName(c.fault);
 
