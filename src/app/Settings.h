@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "analysis/AnalysisTypes.h"
+
 namespace mervasto {
 
 // The settings as the main window's controls hold them: texts as typed,
@@ -12,8 +14,7 @@ namespace mervasto {
 // them through the runtime-compatible conversions when they need them.
 
 // The channel type list, by list index; channel 4 also has "Gate" (9).
-inline constexpr std::array<std::string_view, 10> kChannelTypes = {
-    "P.W.(%)", "Period", "Duty", "Ample", "P.W.", "Freq.", "rms", "Max", "Min", "Gate"};
+inline constexpr const auto& kChannelTypes = kSignalTypeText;
 inline constexpr int kGateIndex = 9;
 // Entries in the list of channel ch (0-based).
 inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
