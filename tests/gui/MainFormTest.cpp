@@ -3,6 +3,7 @@
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
 #include "common/TextFile.h"
+#include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/WaveCsv.h"
@@ -155,34 +156,50 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
     EXPECT_EQ(log.back(), "GTL");
 }
 
-// The instrument is switched off in the third pass of a series: one box says
-// why, the two passes already logged stay, the window is usable again, and
-// the next press connects to the instrument switched on again.
-TEST_F(MainFormTest, InstrumentSwitchedOffDuringASeries) {
+// The instrument fails in the third pass of a series: one box says why, the
+// two passes already logged stay, the window is usable again, and the next
+// press connects to the instrument once it is healthy.
+TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
+    struct Case {
+        SimFault fault;
+        const char* message;
+    };
+    const Case cases[] = {
+        {SimFault::Refuse, "closed the connection"},  // switched off
+        {SimFault::Silent, "did not send"},
+        {SimFault::Garbage, "not a data block"},
+        {SimFault::CloseMidBlock, "closed the connection"},
+    };
     SimOptions options;
     options.state.recordLength = 2000;
     options.acqDelayMs = 5;
     DsoSimulator sim(options);
     ASSERT_TRUE(sim.start());
     auto form = open();
+    form->state().link->setReplyTimeoutMs(300);
     find<QLineEdit>(*form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
-    find<QCheckBox>(*form, "RepeatCheck")->setChecked(true);
     find<QCheckBox>(*form, "DaqCheck")->setChecked(true);
     find<QLineEdit>(*form, "TotalRepeats")->setText("5");
-    sim.setFaultAfter(SimFault::Refuse, 8);
-    find<QPushButton>(*form, "WFStartCommand")->click();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_NE(boxes[0].find("closed the connection"), std::string::npos) << boxes[0];
-    EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2);
-    EXPECT_EQ(form->state().resultLinesWritten, 2);
-    EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+    int64_t written = 0;
+    for (const auto& c : cases) {
+        boxes.clear();
+        find<QCheckBox>(*form, "RepeatCheck")->setChecked(true);
+        sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        ASSERT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
+        EXPECT_NE(boxes[0].find(c.message), std::string::npos) << boxes[0];
+        EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().resultLinesWritten, written + 2) << SimFaultName(c.fault);
+        EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
 
-    sim.setFault(SimFault::None);
-    find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
-    find<QPushButton>(*form, "WFStartCommand")->click();
-    EXPECT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
-    EXPECT_EQ(form->state().resultLinesWritten, 3);
+        sim.setFault(SimFault::None);
+        find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        EXPECT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
+        EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+        written += 3;
+        EXPECT_EQ(form->state().resultLinesWritten, written) << SimFaultName(c.fault);
+    }
 }
 
 }  // namespace
