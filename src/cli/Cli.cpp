@@ -114,7 +114,7 @@ Options parse(const std::vector<std::string>& args) {
         } else if (a == "--timeout") {
             const std::string& v = need(i);
             double s = NumberText(v);
-            if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds, 0 .. 3600, not " + v};
+            if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds above 0, at most 3600, not " + v};
             o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
         } else if (a == "--new-acquisition") o.newAcquisition = true;
         else if (a == "--omit-range") o.omitRange = true;
