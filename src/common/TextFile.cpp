@@ -16,7 +16,6 @@
 namespace mervasto {
 
 namespace {
-constexpr size_t kReadChunk = 1 << 20;
 
 std::FILE* openFile(std::string_view fileName, const char* mode) {
 #ifdef _WIN32
@@ -65,91 +64,11 @@ std::string ToNarrow(std::string_view utf8) { return std::string(utf8); }
 std::string FromNarrow(std::string_view narrow) { return std::string(narrow); }
 #endif
 
-TextLineReader::~TextLineReader() { close(); }
-
-void TextLineReader::open(std::string_view fileName) {
-    close();
-    file_ = openFile(fileName, "rb");
-    if (!file_) throw RuntimeError(ErrorCode::FileNotFound, "File not found: " + std::string(fileName));
-    buffer_.resize(kReadChunk);
-    pos_ = end_ = 0;
-    eof_ = false;
-    pendingLf_ = false;
-}
-
-void TextLineReader::close() {
-    if (file_) std::fclose(file_);
-    file_ = nullptr;
-}
-
-bool TextLineReader::fill() {
-    if (eof_ || !file_) return false;
-    if (pos_ > 0) {
-        std::memmove(buffer_.data(), buffer_.data() + pos_, end_ - pos_);
-        end_ -= pos_;
-        pos_ = 0;
-    }
-    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a very long line
-    size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
-    if (got == 0) {
-        if (std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
-        eof_ = true;
-        return false;
-    }
-    end_ += got;
-    return true;
-}
-
 bool TextLineReader::next(std::string& line) {
-    if (!file_) return false;
-    size_t scanFrom = pos_;
-    while (true) {
-        if (pendingLf_ && pos_ < end_) {
-            if (buffer_[pos_] == '\n') ++pos_;
-            pendingLf_ = false;
-            scanFrom = pos_;
-        }
-        const char* base = buffer_.data();
-        const void* hit = nullptr;
-        size_t i = scanFrom;
-        for (; i < end_; ++i) {
-            char c = base[i];
-            if (c == '\n' || c == '\r') { hit = base + i; break; }
-        }
-        if (hit) {
-#ifdef _WIN32
-            line = FromNarrow(std::string_view(base + pos_, i - pos_));
-#else
-            line.assign(base + pos_, i - pos_);
-#endif
-            if (base[i] == '\r') {
-                if (i + 1 < end_) {
-                    pos_ = (base[i + 1] == '\n') ? i + 2 : i + 1;
-                } else {
-                    pos_ = i + 1;
-                    pendingLf_ = true;
-                }
-            } else {
-                pos_ = i + 1;
-            }
-            return true;
-        }
-        size_t consumed = i - pos_;
-        if (!fill()) {
-            if (pendingLf_) pendingLf_ = false;
-            if (pos_ < end_) {
-#ifdef _WIN32
-                line = FromNarrow(std::string_view(buffer_.data() + pos_, end_ - pos_));
-#else
-                line.assign(buffer_.data() + pos_, end_ - pos_);
-#endif
-                pos_ = end_;
-                return true;
-            }
-            return false;
-        }
-        scanFrom = pos_ + consumed;
-    }
+    std::string_view view;
+    if (!scanner_.next(view)) return false;
+    line = FromNarrow(view);
+    return true;
 }
 
 TextFileWriter::~TextFileWriter() { close(); }

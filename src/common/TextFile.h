@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/LineScanner.h"
+
 // Text files as the measurement files have always been: the platform's narrow
 // encoding (the active code page on Windows, UTF-8 elsewhere) and CR LF line
 // ends. Inside the program every text is UTF-8; the conversion happens here.
@@ -22,30 +24,19 @@ bool FileExists(std::string_view fileName);
 std::string ToNarrow(std::string_view utf8);
 std::string FromNarrow(std::string_view narrow);
 
-// Reads a text file line by line through a large buffer. A line ends at CR LF,
-// LF or a lone CR; the end marks are not part of the line.
+// Reads a text file line by line (a LineScanner), each line converted from
+// the narrow encoding. A line ends at CR LF, LF or a lone CR; the end marks
+// are not part of the line.
 class TextLineReader {
 public:
-    TextLineReader() = default;
-    ~TextLineReader();
-    TextLineReader(const TextLineReader&) = delete;
-    TextLineReader& operator=(const TextLineReader&) = delete;
-
     // Throws a FileNotFound RuntimeError when the file cannot be opened.
-    void open(std::string_view fileName);
+    void open(std::string_view fileName) { scanner_.open(fileName); }
     // False at end of file. Throws a FileIo RuntimeError on a read error.
     bool next(std::string& line);
-    void close();
+    void close() { scanner_.close(); }
 
 private:
-    bool fill();
-
-    std::FILE* file_ = nullptr;
-    std::string buffer_;
-    size_t pos_ = 0;
-    size_t end_ = 0;
-    bool eof_ = false;
-    bool pendingLf_ = false;  // a CR ended the last line; skip a following LF
+    LineScanner scanner_;
 };
 
 // Writes text lines ended by CR LF. Errors are remembered, not thrown: the

@@ -13,7 +13,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
-#include "wavefile/LineScanner.h"
+#include "common/LineScanner.h"
 #include "wavefile/SampleText.h"
 
 namespace mervasto {

@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include <algorithm>
 #include <functional>
 #include <filesystem>
@@ -27,9 +29,7 @@ namespace {
 class AcquisitionRun : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() /
-               ("mervasto-acq-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto-acq-");
         SimOptions o;
         o.state.recordLength = 2000;
         o.acqDelayMs = 5;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -14,10 +16,7 @@ namespace fs = std::filesystem;
 class ResumeFileTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = fs::temp_directory_path() /
-               ("mervasto_resume_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto_resume_");
         file_ = (dir_ / "Resume340.txt").string();
     }
     void TearDown() override { fs::remove_all(dir_); }

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include <filesystem>
 #include <fstream>
 
@@ -18,10 +20,7 @@ namespace {
 class RunStateFile : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() /
-               ("mervasto-runstate-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto-runstate-");
         state.FormLoad((dir_ / "data").string());
         for (const auto& name : ExampleNames()) {
             DsoSetup setup;

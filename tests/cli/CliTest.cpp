@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include "support/QtTestApp.h"
 
 #include <filesystem>
@@ -22,10 +24,7 @@ MERVASTO_QT_TEST_APP(QCoreApplication);
 class CliTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() /
-               ("mervasto-cli-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto-cli-");
         ASSERT_EQ(run({"make-examples", dir_.string()}), 0);
     }
     int run(std::vector<std::string> args) {

@@ -19,6 +19,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include "support/QtTestApp.h"
 
 #include <filesystem>
@@ -33,10 +35,7 @@ MERVASTO_QT_TEST_APP(QApplication);
 class MainFormTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() /
-               ("mervasto-gui-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto-gui-");
     }
     std::unique_ptr<MainForm> open() {
         auto form = std::make_unique<MainForm>((dir_ / "data").string());

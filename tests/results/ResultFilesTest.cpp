@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include <filesystem>
 #include <functional>
 #include <fstream>
@@ -16,10 +18,7 @@ namespace fs = std::filesystem;
 class ResultFilesTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = fs::temp_directory_path() /
-               ("mervasto_results_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto_results_");
     }
     void TearDown() override { fs::remove_all(dir_); }
     std::string path(const char* name) const { return (dir_ / name).string(); }

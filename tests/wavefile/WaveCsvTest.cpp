@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TestFolder.h"
+
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,11 +18,7 @@ namespace fs = std::filesystem;
 class WaveCsvTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = fs::temp_directory_path() /
-               ("mervasto_wavecsv_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = mervasto::test::FreshTestFolder("mervasto_wavecsv_");
     }
     void TearDown() override { fs::remove_all(dir_); }
 

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "common/RuntimeError.h"
-#include "wavefile/LineScanner.h"
+#include "common/LineScanner.h"
 
 namespace mervasto {
 namespace {

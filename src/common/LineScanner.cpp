@@ -1,4 +1,4 @@
-#include "wavefile/LineScanner.h"
+#include "common/LineScanner.h"
 
 #include <bit>
 #include <cstring>
