@@ -284,7 +284,7 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         {"garbage", [&] { sim->setFault(SimFault::Garbage); }, "is not a number"},
         {"block cut short", [&] { sim->setFault(SimFault::CloseMidBlock); }, "closed the connection"},
     };
-    state.link->setReplyTimeoutMs(300);
+    state.link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
     state.settings.analysis.RepeatCheck = true;
     state.settings.analysis.DaqCheck = true;
     state.settings.analysis.TotalRepeats = "10";

@@ -125,7 +125,7 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
     for (const auto& c : cases) {
         std::filesystem::remove(results);
         sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
-        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "0.3",
+        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "3",
                        "--format", "csv"}),
                   kExitNoInstrument)
             << SimFaultName(c.fault);

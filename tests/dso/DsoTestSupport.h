@@ -77,7 +77,7 @@ protected:
         sim = std::make_unique<DsoSimulator>(std::move(options));
         ASSERT_TRUE(sim->start());
         link.setReplyTimeoutMs(2000);
-        link.setQuietMs(100);
+        link.setQuietMs(400);  // well above a busy machine's scheduling hiccups
     }
     // Connects and identifies; the log starts empty afterwards.
     void linkUp() {
