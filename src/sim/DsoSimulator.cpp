@@ -569,6 +569,7 @@ void DsoSimulator::setFault(SimFault fault) {
     {
         std::lock_guard lock(shared_->m);
         shared_->opt.fault = fault;
+        shared_->faultAt = 0;  // a fault still waiting for its block is dropped
     }
     if (worker_) {
         Worker* w = worker_;

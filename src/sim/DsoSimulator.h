@@ -94,6 +94,7 @@ public:
 
     SimState state() const;
     void setState(const SimState& state);
+    // Sets the fault from now on and drops one still waiting (setFaultAfter).
     void setFault(SimFault fault);
     SimFault fault() const;
     void setAcqDelayMs(int ms);
