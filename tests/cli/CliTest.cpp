@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SeriesFaults.h"
 #include "support/TestFolder.h"
 
 #include "support/QtTestApp.h"
@@ -106,23 +107,10 @@ size_t lineCount(const std::filesystem::path& file) {
 // A series whose instrument fails in its third pass: exit status 4 with the
 // reason, the two result lines before it kept, and the next run connects.
 TEST_F(CliTest, InstrumentFailingInASeries) {
-    struct Case {
-        SimFault fault;
-        const char* message;
-    };
-    const Case cases[] = {
-        {SimFault::Refuse, "closed the connection"},
-        {SimFault::Silent, "did not"},
-        {SimFault::Garbage, "not a data block"},
-        {SimFault::CloseMidBlock, "closed the connection"},
-    };
-    SimOptions options;
-    options.state.recordLength = 2000;
-    options.acqDelayMs = 5;
-    DsoSimulator sim(options);
+    DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     const auto results = dir_ / "data" / "OutputData" / "ResultData.csv";
-    for (const auto& c : cases) {
+    for (const auto& c : test::kSeriesFaults) {
         std::filesystem::remove(results);
         sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "3",

@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SeriesFaults.h"
 #include "support/TestFolder.h"
 
 #include "support/QtTestApp.h"
@@ -159,20 +160,7 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
 // two passes already logged stay, the window is usable again, and the next
 // press connects to the instrument once it is healthy.
 TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
-    struct Case {
-        SimFault fault;
-        const char* message;
-    };
-    const Case cases[] = {
-        {SimFault::Refuse, "closed the connection"},  // switched off
-        {SimFault::Silent, "did not send"},
-        {SimFault::Garbage, "not a data block"},
-        {SimFault::CloseMidBlock, "closed the connection"},
-    };
-    SimOptions options;
-    options.state.recordLength = 2000;
-    options.acqDelayMs = 5;
-    DsoSimulator sim(options);
+    DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto form = open();
     form->state().link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
@@ -180,7 +168,7 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     find<QCheckBox>(*form, "DaqCheck")->setChecked(true);
     find<QLineEdit>(*form, "TotalRepeats")->setText("5");
     int64_t written = 0;
-    for (const auto& c : cases) {
+    for (const auto& c : test::kSeriesFaults) {
         boxes.clear();
         find<QCheckBox>(*form, "RepeatCheck")->setChecked(true);
         sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "sim/DsoSimulator.h"
+
+namespace mervasto::test {
+
+// The instrument faults a series is put through in its third pass, each with a
+// part of the message it must give.
+struct SeriesFault {
+    SimFault fault;
+    const char* message;
+};
+inline constexpr SeriesFault kSeriesFaults[] = {
+    {SimFault::Refuse, "closed the connection"},  // switched off
+    {SimFault::Silent, "did not send"},
+    {SimFault::Garbage, "not a data block"},
+    {SimFault::CloseMidBlock, "closed the connection"},
+};
+// Four channels of 2000 samples a pass: setFaultAfter(fault, 8) hits the third pass.
+inline SimOptions SeriesSimOptions() {
+    SimOptions options;
+    options.state.recordLength = 2000;
+    options.acqDelayMs = 5;
+    return options;
+}
+
+}  // namespace mervasto::test
