@@ -20,9 +20,7 @@ using namespace mervasto;
 
 constexpr int32_t kRows = 5000000;
 
-std::string benchFile() {
-    return (std::filesystem::temp_directory_path() / "mervasto_bench_wave.csv").string();
-}
+std::string benchFile() { return (std::filesystem::temp_directory_path() / "mervasto_bench_wave.csv").string(); }
 
 DsoSetup benchSetup() {
     DsoSetup s;

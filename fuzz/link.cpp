@@ -28,8 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     bool textTurn = true;
     while (fed < stream.size() || !pending.empty()) {
         if (textTurn) {
-            while (!ReplyComplete(pending, false) && feed()) {
-            }
+            while (!ReplyComplete(pending, false) && feed()) {}
             if (pending.empty()) break;
             std::string reply = TakeReplyLine(pending, maxLength);
             if (reply.find_first_of("\r\n") != std::string::npos) std::abort();
@@ -48,8 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             if (h.length < 0 || h.length > kMaxBlockBytes - 1) std::abort();
             const size_t total = kBlockHeaderBytes + static_cast<size_t>(h.length) + 1;
-            while (pending.size() < total && feed()) {
-            }
+            while (pending.size() < total && feed()) {}
             if (pending.size() < total) break;  // cut short: the link reports it
             pending.erase(0, total);
         }

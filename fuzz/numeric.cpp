@@ -14,8 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)Val(text);
     try {
         (void)NumberText(text);
-    } catch (const RuntimeError&) {
-    }
+    } catch (const RuntimeError&) {}
     if (std::isfinite(x) && ValSingle(PrintForm(x)) != x) std::abort();
     return 0;
 }

@@ -99,8 +99,9 @@ struct Run {
 }  // namespace
 
 AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results) {
-    Run run{input, params, results, std::max<int32_t>(input.WaveLength, 0),
-            params.entry != AnalysisEntry::CommAnaProcess, {}, {}};
+    Run run{
+        input, params, results, std::max<int32_t>(input.WaveLength, 0), params.entry != AnalysisEntry::CommAnaProcess,
+        {},    {}};
     const int32_t n = run.n;
     AnalysisWorkspace& ws = results.workspace;
     if (ws.lanes.empty()) ws.lanes.resize(1);
@@ -140,7 +141,8 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     std::vector<std::exception_ptr> failures(static_cast<size_t>(workers));
     auto work = [&](int lane) {
         try {
-            for (size_t j = next++; j < jobs.size(); j = next++) run.channel(jobs[j], ws.lanes[static_cast<size_t>(lane)]);
+            for (size_t j = next++; j < jobs.size(); j = next++)
+                run.channel(jobs[j], ws.lanes[static_cast<size_t>(lane)]);
         } catch (...) {
             failures[static_cast<size_t>(lane)] = std::current_exception();
         }

@@ -47,12 +47,12 @@ enum class AnalysisEntry {
 };
 
 struct ChannelParams {
-    bool DispOff = false;         // switched off: not analysed, results cleared
+    bool DispOff = false;              // switched off: not analysed, results cleared
     int32_t SignalType = kTypePeriod;  // list index 0..8, 9 = "Gate" (Ch4 only)
     double VRate = 1;
     bool PPCheck = false;
     bool DutyCheck = false;
-    bool channelStateOn = true;   // the channel state reads "ON"
+    bool channelStateOn = true;  // the channel state reads "ON"
 };
 
 struct AnalysisParams {
@@ -64,8 +64,8 @@ struct AnalysisParams {
     bool OmitRangeEffect = false;
     bool MemoryInput = false;  // waves from memory: the amplitude checks are skipped
     std::array<ChannelParams, kAnaChannels> channel{};
-    bool rejectFlag = false;    // a reject range has been read
-    int32_t rejectStart = 0;    // sample indices
+    bool rejectFlag = false;  // a reject range has been read
+    int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
     AnalysisEntry entry = AnalysisEntry::AnalysisCommon;
     LevelMethod levelMethod = LevelMethod::Peaks;
@@ -86,8 +86,8 @@ struct AnalysisWorkspace {
 // to the channels it analyses or clears (see docs/analysis.md).
 struct AnalysisResults {
     ChannelResultTable table;
-    CycleTable cycles;                            // cycles[ch].size() == Counts
-    std::array<std::string, kAnaChannels> note;   // why a channel has no results; empty otherwise
+    CycleTable cycles;                           // cycles[ch].size() == Counts
+    std::array<std::string, kAnaChannels> note;  // why a channel has no results; empty otherwise
     AnalysisWorkspace workspace;
 };
 

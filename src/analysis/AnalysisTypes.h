@@ -10,9 +10,9 @@
 // settings texts or windows.
 namespace mervasto {
 
-constexpr int kAnaChannels = 4;      // Ch1..Ch4, index 0..3
-constexpr int kResultChannels = 6;   // rows of the result table (0..5, 0..3 used)
-constexpr int kKinds = 7;            // measured kinds 0..6
+constexpr int kAnaChannels = 4;     // Ch1..Ch4, index 0..3
+constexpr int kResultChannels = 6;  // rows of the result table (0..5, 0..3 used)
+constexpr int kKinds = 7;           // measured kinds 0..6
 constexpr int32_t kCycleLimitMax = 500000;
 
 // The channel types, by list index of the type list.
@@ -28,8 +28,8 @@ enum SignalType : int {
     kTypeMin = 8,        // "Min"
     kTypeGate = 9,       // "Gate" (Ch4 only)
 };
-constexpr std::array<const char*, 10> kSignalTypeText = {
-    "P.W.(%)", "Period", "Duty", "Ample", "P.W.", "Freq.", "rms", "Max", "Min", "Gate"};
+constexpr std::array<const char*, 10> kSignalTypeText = {"P.W.(%)", "Period", "Duty", "Ample", "P.W.",
+                                                         "Freq.",   "rms",    "Max",  "Min",   "Gate"};
 
 // Statistics and levels of one channel and one measured kind.
 struct ChannelResult {

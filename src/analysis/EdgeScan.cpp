@@ -129,7 +129,7 @@ public:
     RingSamples(const MeanSamples<HS>& mean, float* buffer) : mean_(mean), buf_(buffer), n(mean.n) {}
 
     const MeanSamples<HS>& mean_;
-    float* buf_;              // buf_[k - base_] is sample k, for k in [base_, produced_)
+    float* buf_;  // buf_[k - base_] is sample k, for k in [base_, produced_)
     int32_t n;
     int32_t base_ = 0;
     int32_t produced_ = 0;
@@ -336,7 +336,8 @@ int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
 #else
     auto four = [](float) { return 0; };
 #endif
-    return firstFailing(src, j, end, [t](float v) { return v >= t; }, four);
+    return firstFailing(
+        src, j, end, [t](float v) { return v >= t; }, four);
 }
 
 template <class Src>
@@ -347,7 +348,8 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 #else
     auto four = [](float) { return 0; };
 #endif
-    return firstFailing(src, j, end, [t](float v) { return v <= t; }, four);
+    return firstFailing(
+        src, j, end, [t](float v) { return v <= t; }, four);
 }
 
 // (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
@@ -382,16 +384,16 @@ struct Running {
 
 double rowTwoValue(int32_t type, const CycleRecord& c, double sampleSec, double vRate) {
     switch (type) {
-        case kTypePwPercent: return c.Duty;
-        case kTypePeriod: return c.Period * sampleSec;
-        case kTypeDuty: return c.Duty;
-        case kTypeAmple: return c.Ample * vRate;
-        case kTypePw: return c.PulseWidth * sampleSec;
-        case kTypeFreq: return c.Freq;
-        case kTypeRms: return c.Rms * vRate;
-        case kTypeMax: return c.MaxValue * vRate;
-        case kTypeMin: return c.MinValue * vRate;
-        default: return 0;
+    case kTypePwPercent: return c.Duty;
+    case kTypePeriod: return c.Period * sampleSec;
+    case kTypeDuty: return c.Duty;
+    case kTypeAmple: return c.Ample * vRate;
+    case kTypePw: return c.PulseWidth * sampleSec;
+    case kTypeFreq: return c.Freq;
+    case kTypeRms: return c.Rms * vRate;
+    case kTypeMax: return c.MaxValue * vRate;
+    case kTypeMin: return c.MinValue * vRate;
+    default: return 0;
     }
 }
 
@@ -589,34 +591,34 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
         cycles.clear();
     } else {
         switch (s.halfSmooth) {
-            case 0: {
-                PlainSamples src(record.data() + start, count);
-                found = scanCycles(src, count, start, s, levels, cycles);
-                break;
-            }
-            case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch); break;
-            case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch); break;
-            case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch); break;
-            case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch); break;
-            case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch); break;
-            case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch); break;
-            case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch); break;
-            default: {
-                if (scratch.size() < static_cast<size_t>(count)) scratch.resize(static_cast<size_t>(count));
-                const std::span<float> smoothed(scratch.data(), static_cast<size_t>(count));
-                SmoothSamples(record, start, count, SmoothingNo, smoothed);
-                PlainSamples src(smoothed.data(), count);
-                found = scanCycles(src, count, start, s, levels, cycles);
-                break;
-            }
+        case 0: {
+            PlainSamples src(record.data() + start, count);
+            found = scanCycles(src, count, start, s, levels, cycles);
+            break;
+        }
+        case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch); break;
+        case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch); break;
+        case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch); break;
+        case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch); break;
+        case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch); break;
+        case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch); break;
+        case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch); break;
+        default: {
+            if (scratch.size() < static_cast<size_t>(count)) scratch.resize(static_cast<size_t>(count));
+            const std::span<float> smoothed(scratch.data(), static_cast<size_t>(count));
+            SmoothSamples(record, start, count, SmoothingNo, smoothed);
+            PlainSamples src(smoothed.data(), count);
+            found = scanCycles(src, count, start, s, levels, cycles);
+            break;
+        }
         }
     }
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     return found;
 }
 
-void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec,
-                     double VRate, ChannelResultTable& table) {
+void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec, double VRate,
+                     ChannelResultTable& table) {
     const int32_t count = static_cast<int32_t>(cycles.size());
     for (int kind = 0; kind < kKinds; ++kind) table.at(ch, kind).Counts = count;
     if (count == 0) return;
@@ -651,8 +653,7 @@ void ClearChannelResult(ChannelResultTable& table, int ch) {
     }
 }
 
-void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue,
-                      double& minValue) {
+void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue, double& minValue) {
     maxValue = -1e30;
     minValue = 1e30;
     if (first > last) return;

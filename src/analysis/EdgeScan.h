@@ -14,7 +14,7 @@ struct ScanSettings {
     int32_t signalType = kTypePeriod;  // list index 0..8
     bool PPCheck = false;              // carried for the comparator; no effect on the scan
     bool DutyCheck = false;
-    float Histerisis = 0;    // percent of (HighLevel - Level)
+    float Histerisis = 0;  // percent of (HighLevel - Level)
     int32_t MaxCycles = 1000;
     int32_t halfSmooth = 0;  // the scan stops this many + 2 samples short of the window end
     float SampleSec = 0;
@@ -54,8 +54,8 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
 // Statistics of cycles into the rows of channel ch (see docs/analysis.md for
 // what each row measures). Counts of every row = cycles.size(); rows are
 // marked Valid when there is at least one cycle.
-void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec,
-                     double VRate, ChannelResultTable& table);
+void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec, double VRate,
+                     ChannelResultTable& table);
 
 // Zeroes the statistics, counts and flags of every row of the channel;
 // levels, window and limits stay.
@@ -63,8 +63,7 @@ void ClearChannelResult(ChannelResultTable& table, int ch);
 
 // Largest and smallest of samples first..last (both included). An index
 // outside the samples is a Subscript RuntimeError.
-void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue,
-                      double& minValue);
+void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue, double& minValue);
 
 // Largest sample of startaddress + 1 .. endaddress - 1 and where it is (the
 // later index on equal values); the sample at startaddress itself is never

@@ -6,31 +6,31 @@
 
 namespace mervasto {
 
-void FindGateRange(std::span<const float> volts, float centre, float h, int32_t from, int32_t to,
-                   int32_t& GateStart, int32_t& GateEnd) {
+void FindGateRange(std::span<const float> volts, float centre, float h, int32_t from, int32_t to, int32_t& GateStart,
+                   int32_t& GateEnd) {
     const int32_t last = std::min<int32_t>(to, static_cast<int32_t>(volts.size()) - 1);
     int state = 0;
     for (int32_t i = std::max<int32_t>(from, 0); i <= last; ++i) {
         const float v = volts[static_cast<size_t>(i)];
         switch (state) {
-            case 0:
-                if (v < centre - h) state = 1;
-                break;
-            case 1:
-                if (v >= centre) {
-                    GateStart = i - 1;
-                    state = 2;
-                }
-                break;
-            case 2:
-                if (v >= centre + h) state = 3;
-                break;
-            default:
-                if (v < centre) {
-                    GateEnd = i;
-                    return;
-                }
-                break;
+        case 0:
+            if (v < centre - h) state = 1;
+            break;
+        case 1:
+            if (v >= centre) {
+                GateStart = i - 1;
+                state = 2;
+            }
+            break;
+        case 2:
+            if (v >= centre + h) state = 3;
+            break;
+        default:
+            if (v < centre) {
+                GateEnd = i;
+                return;
+            }
+            break;
         }
     }
 }

@@ -16,8 +16,8 @@ struct SampleRange {
 // GateStart (the sample before the first rise through the centre that came
 // from below centre - h) and GateEnd (the first sample back below the centre
 // after it has risen to centre + h). Values not found keep what they held.
-void FindGateRange(std::span<const float> volts, float centre, float h, int32_t from, int32_t to,
-                   int32_t& GateStart, int32_t& GateEnd);
+void FindGateRange(std::span<const float> volts, float centre, float h, int32_t from, int32_t to, int32_t& GateStart,
+                   int32_t& GateEnd);
 
 // ApplyLimitPoints: cuts margin / 10 of the record length n off both ends of
 // [start, end]. A margin that leaves nothing (or reaches outside the record)

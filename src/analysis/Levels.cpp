@@ -117,15 +117,14 @@ TwoLevels LevelHistogram::halves() const {
     return ordered(fullestBin(merged_, lowest, middle), fullestBin(merged_, middle + 1, highest));
 }
 
-bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method,
-                   TwoLevels& out, LevelHistogram& histogram) {
+bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out,
+                   LevelHistogram& histogram) {
     if (!histogram.count(raw, first, last)) return false;
     out = method == LevelMethod::Halves ? histogram.halves() : histogram.peaks();
     return true;
 }
 
-bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method,
-                   TwoLevels& out) {
+bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out) {
     LevelHistogram histogram;
     return FindTwoLevels(raw, first, last, method, out, histogram);
 }
@@ -148,9 +147,8 @@ void RawFromVolts(std::span<const float> volts, float voltsPerDiv, float offset,
     for (size_t k = 0; k < n; ++k) out[k] = RawFromVolts(volts[k], voltsPerDiv, offset);
 }
 
-SignalLevels GetSignalLevels(std::span<const int16_t> raw, int32_t first, int32_t last, float voltsPerDiv,
-                             float offset, float PLevel, LevelMethod method, LevelHistogram& histogram,
-                             const SignalLevels& keep) {
+SignalLevels GetSignalLevels(std::span<const int16_t> raw, int32_t first, int32_t last, float voltsPerDiv, float offset,
+                             float PLevel, LevelMethod method, LevelHistogram& histogram, const SignalLevels& keep) {
     TwoLevels two;
     if (!FindTwoLevels(raw, first, last, method, two, histogram)) return keep;
     SignalLevels r;

@@ -41,10 +41,9 @@ private:
 
 // Levels of samples first..last by the given method. Returns false and leaves
 // out untouched when there is nothing to count.
-bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method,
-                   TwoLevels& out, LevelHistogram& histogram);
-bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method,
-                   TwoLevels& out);
+bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out,
+                   LevelHistogram& histogram);
+bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out);
 
 // Sample code to volts: (s / 8192) x VoltsPerDiv - Offset.
 float VoltsFromRaw(int32_t sample, float voltsPerDiv, float offset);
@@ -70,8 +69,8 @@ struct GateLevels {
 
 // GetSignalLevels: levels of samples first..last of one channel. When the
 // range is empty the levels are returned as they came in `keep`.
-SignalLevels GetSignalLevels(std::span<const int16_t> raw, int32_t first, int32_t last, float voltsPerDiv,
-                             float offset, float PLevel, LevelMethod method, LevelHistogram& histogram,
+SignalLevels GetSignalLevels(std::span<const int16_t> raw, int32_t first, int32_t last, float voltsPerDiv, float offset,
+                             float PLevel, LevelMethod method, LevelHistogram& histogram,
                              const SignalLevels& keep = {});
 
 // GetGateLevels: levels of the whole record of the gate channel, in the same

@@ -94,7 +94,8 @@ void RunState::runPass(UiPort& ui) {
     DispDetailData(DetailDataGrid, displays, results.cycles, record.SampleSec);
     const std::string counter = std::to_string(RepeatCounter);
     if (settings.analysis.DDSaveCheck)
-        SaveDetailData(JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"), DetailDataGrid);
+        SaveDetailData(JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"),
+                       DetailDataGrid);
     if (settings.analysis.WDSaveCheck) {
         std::array<bool, 4> shown{};
         for (size_t ch = 0; ch < 4; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
@@ -137,7 +138,8 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
                 ui.setStatus(1, kRepeatCount + std::to_string(RepeatCounter));
                 runPass(ui);
                 if (TransferFailed || link->StopRequested || !a.DaqCheck) break;
-                if (RepeatCounter == INT32_MAX) throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
+                if (RepeatCounter == INT32_MAX)
+                    throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
                 ++RepeatCounter;
             }
         } else {
@@ -198,7 +200,8 @@ void RunState::WaveSave_Click(UiPort& ui) {
         if (settings.analysis.SaveWavesCheck) {
             makeFolder(dataDir);
             const std::string file = JoinPath(dataDir, base + ".csv");
-            if (FileExists(file) && ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
+            if (FileExists(file) &&
+                ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
                 SaveWaveCsv(file, setup, record);

@@ -38,8 +38,7 @@ std::string PrepareDataFolder(const std::optional<std::string>& overridePath) {
     // The default output folder is spelt "Outputdata"; on a case-sensitive
     // file system that would be a second folder without this link.
     const fs::path lowerCase = PathFromText(JoinPath(folder, "Outputdata"));
-    if (!fs::exists(fs::symlink_status(lowerCase, ec)))
-        fs::create_directory_symlink("OutputData", lowerCase, ec);
+    if (!fs::exists(fs::symlink_status(lowerCase, ec))) fs::create_directory_symlink("OutputData", lowerCase, ec);
     return folder;
 }
 

@@ -21,9 +21,7 @@ constexpr const char* kSelectInputTitle = "Select Input data file.";
 constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
 constexpr const char* kRunTimeErrorTitle = "Run-time error";
 
-std::string nextIndexText(const std::string& index) {
-    return std::to_string(ToInt16(Val(index) + 1));
-}
+std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
 }  // namespace
 
 void RunHandler(UiPort& ui, const std::function<void()>& body) {
@@ -45,8 +43,8 @@ RunState::RunState() : link(std::make_unique<DsoLink>()) {
 RunState::~RunState() = default;
 
 void RunState::FormLoad(const std::string& dataFolderOverride) {
-    DataFolder = PrepareDataFolder(dataFolderOverride.empty() ? std::nullopt
-                                                              : std::optional<std::string>(dataFolderOverride));
+    DataFolder =
+        PrepareDataFolder(dataFolderOverride.empty() ? std::nullopt : std::optional<std::string>(dataFolderOverride));
     LoadResumeParam(ResumeFileName(DataFolder), settings);
     SmoothingCount = ApplyStartupSettings(settings, DataFolder);
     SetupResultGrid1(ResultGrid1);
@@ -68,15 +66,14 @@ bool RunState::LoadSettingsFrom(const std::string& fileName) {
     return true;
 }
 
-std::string RunState::resultFileName() const {
-    return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName);
-}
+std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
 
 bool RunState::channelStateOn(int ch) const { return setup.TraceOn[static_cast<size_t>(ch + 1)] == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
     std::array<std::string, kAnaChannels> t;
-    for (int ch = 0; ch < kAnaChannels; ++ch) t[static_cast<size_t>(ch)] = std::string(settings.channels[static_cast<size_t>(ch)].signalText());
+    for (int ch = 0; ch < kAnaChannels; ++ch)
+        t[static_cast<size_t>(ch)] = std::string(settings.channels[static_cast<size_t>(ch)].signalText());
     return t;
 }
 
@@ -239,7 +236,9 @@ int16_t RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
         code.resize(static_cast<size_t>(record.WaveLength));
         const double vdiv = setup.VoltsPerDiv[static_cast<size_t>(ch + 1)];
         const double offset = setup.Offset[static_cast<size_t>(ch + 1)];
-        if (vdiv == 0) throw RuntimeError(ErrorCode::DivisionByZero, "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
+        if (vdiv == 0)
+            throw RuntimeError(ErrorCode::DivisionByZero,
+                               "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
         const float* v = record.wave[static_cast<size_t>(ch)].data();
         for (int32_t k = 0; k < record.WaveLength; ++k)
             code[static_cast<size_t>(k)] = ToInt16((offset + v[k]) / vdiv * 32.0 + 128.0);
@@ -259,7 +258,8 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
         auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(DataFolder, "Data"), "*.csv");
         if (!chosen) throw RuntimeError(ErrorCode::Canceled, kCanceled);
         if (RunDone) settings.analysis.SampleIndex = nextIndexText(settings.analysis.SampleIndex);
-        if (WaveTrans(ui, kInputTypeFile, *chosen) < 0) throw RuntimeError(ErrorCode::FileIo, "The wave file could not be read.");
+        if (WaveTrans(ui, kInputTypeFile, *chosen) < 0)
+            throw RuntimeError(ErrorCode::FileIo, "The wave file could not be read.");
         WavesPresent = true;
         RunDone = true;
         analysing = true;

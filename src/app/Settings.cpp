@@ -39,8 +39,14 @@ std::string lower(std::string_view s) {
 // A check box holds checked or unchecked, nothing else.
 bool checkValue(std::string_view text, bool& out) {
     std::string v = lower(TrimBlanks(text));
-    if (v == "1" || v == "true") { out = true; return true; }
-    if (v == "0" || v == "false") { out = false; return true; }
+    if (v == "1" || v == "true") {
+        out = true;
+        return true;
+    }
+    if (v == "0" || v == "false") {
+        out = false;
+        return true;
+    }
     return false;
 }
 
@@ -48,18 +54,26 @@ bool checkValue(std::string_view text, bool& out) {
 
 std::string SetSettingByName(Settings& settings, std::string_view name, std::string_view value) {
     AnalysisSettings& a = settings.analysis;
-    struct TextSetting { std::string_view name; std::string AnalysisSettings::*field; };
+    struct TextSetting {
+        std::string_view name;
+        std::string AnalysisSettings::*field;
+    };
     static const TextSetting kTexts[] = {
-        {"MaxCycles", &AnalysisSettings::MaxCycles},     {"TotalRepeats", &AnalysisSettings::TotalRepeats},
-        {"Histerisis", &AnalysisSettings::Histerisis},   {"PLevel", &AnalysisSettings::PLevel},
-        {"SmoothingNo", &AnalysisSettings::SmoothingNo}, {"LimitPoints", &AnalysisSettings::LimitPoints},
-        {"SampleNo", &AnalysisSettings::SampleNo},       {"SampleIndex", &AnalysisSettings::SampleIndex},
+        {"MaxCycles", &AnalysisSettings::MaxCycles},       {"TotalRepeats", &AnalysisSettings::TotalRepeats},
+        {"Histerisis", &AnalysisSettings::Histerisis},     {"PLevel", &AnalysisSettings::PLevel},
+        {"SmoothingNo", &AnalysisSettings::SmoothingNo},   {"LimitPoints", &AnalysisSettings::LimitPoints},
+        {"SampleNo", &AnalysisSettings::SampleNo},         {"SampleIndex", &AnalysisSettings::SampleIndex},
         {"IPAdressText", &AnalysisSettings::IPAdressText}, {"ZoomRate", &AnalysisSettings::ZoomRate},
     };
-    struct CheckSetting { std::string_view name; bool AnalysisSettings::*field; };
+    struct CheckSetting {
+        std::string_view name;
+        bool AnalysisSettings::*field;
+    };
     static const CheckSetting kChecks[] = {
-        {"OmitRangeEffect", &AnalysisSettings::OmitRangeEffect}, {"RepeatCheck", &AnalysisSettings::RepeatCheck},
-        {"DaqCheck", &AnalysisSettings::DaqCheck},               {"DDSaveCheck", &AnalysisSettings::DDSaveCheck},
+        {"OmitRangeEffect", &AnalysisSettings::OmitRangeEffect},
+        {"RepeatCheck", &AnalysisSettings::RepeatCheck},
+        {"DaqCheck", &AnalysisSettings::DaqCheck},
+        {"DDSaveCheck", &AnalysisSettings::DDSaveCheck},
         {"WDSaveCheck", &AnalysisSettings::WDSaveCheck},
     };
     const std::string badCheck = "The value of " + std::string(name) + " must be 0, 1, true or false.";
@@ -84,12 +98,19 @@ std::string SetSettingByName(Settings& settings, std::string_view name, std::str
         std::string_view base = name.substr(0, name.size() - 1);
         if (base == "ChInputSignal") {
             int index = ChannelTypeIndex(ch, value);
-            if (index < 0) return "ChInputSignal" + std::to_string(ch + 1) + " has no entry " + std::string(value) + ".";
+            if (index < 0)
+                return "ChInputSignal" + std::to_string(ch + 1) + " has no entry " + std::string(value) + ".";
             c.ChInputSignal = index;
             return "";
         }
-        if (base == "VRate") { c.VRate = std::string(value); return ""; }
-        if (base == "SigName") { c.SigName = std::string(value); return ""; }
+        if (base == "VRate") {
+            c.VRate = std::string(value);
+            return "";
+        }
+        if (base == "SigName") {
+            c.SigName = std::string(value);
+            return "";
+        }
         if (base == "DispOffCheck") return checkValue(value, c.DispOffCheck) ? "" : badCheck;
         if (base == "PPCheck") return checkValue(value, c.PPCheck) ? "" : badCheck;
         if (base == "DutyCheck") return checkValue(value, c.DutyCheck) ? "" : badCheck;

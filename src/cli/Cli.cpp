@@ -91,8 +91,10 @@ Options parse(const std::vector<std::string>& args) {
     };
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if (a == "--data-folder") o.dataFolder = need(i);
-        else if (a == "--settings") o.settingsFile = need(i);
+        if (a == "--data-folder")
+            o.dataFolder = need(i);
+        else if (a == "--settings")
+            o.settingsFile = need(i);
         else if (a == "--set") {
             const std::string& nv = need(i);
             auto eq = nv.find('=');
@@ -102,10 +104,14 @@ Options parse(const std::vector<std::string>& args) {
             o.format = need(i);
             if (o.format != "table" && o.format != "csv" && o.format != "json")
                 throw OptionError{"--format is table, csv or json, not " + o.format};
-        } else if (a == "--cycles") o.cycles = true;
-        else if (a == "--no-save") o.noSave = true;
-        else if (a == "--comparator") o.comparator = need(i);
-        else if (a == "--ip") o.ip = need(i);
+        } else if (a == "--cycles")
+            o.cycles = true;
+        else if (a == "--no-save")
+            o.noSave = true;
+        else if (a == "--comparator")
+            o.comparator = need(i);
+        else if (a == "--ip")
+            o.ip = need(i);
         else if (a == "--repeat") {
             const std::string& v = need(i);
             double n = NumberText(v);
@@ -116,11 +122,16 @@ Options parse(const std::vector<std::string>& args) {
             double s = NumberText(v);
             if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds above 0, at most 3600, not " + v};
             o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
-        } else if (a == "--new-acquisition") o.newAcquisition = true;
-        else if (a == "--omit-range") o.omitRange = true;
-        else if (a.size() > 1 && a[0] == '-' && a != "-") throw OptionError{"unknown option " + a};
-        else if (o.command.empty()) o.command = a;
-        else o.files.push_back(a);
+        } else if (a == "--new-acquisition")
+            o.newAcquisition = true;
+        else if (a == "--omit-range")
+            o.omitRange = true;
+        else if (a.size() > 1 && a[0] == '-' && a != "-")
+            throw OptionError{"unknown option " + a};
+        else if (o.command.empty())
+            o.command = a;
+        else
+            o.files.push_back(a);
     }
     return o;
 }
@@ -272,7 +283,7 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
-                                                                         : std::string();
+                                                                        : std::string();
     });
     if (status != kExitOk) return status;
     if (o.format == "json")

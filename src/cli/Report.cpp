@@ -24,7 +24,8 @@ void printGrid(std::ostream& out, const Grid& grid) {
         return n;
     };
     for (int32_t r = 0; r < grid.rows(); ++r)
-        for (int32_t c = 0; c <= lastCol; ++c) width[static_cast<size_t>(c)] = std::max(width[static_cast<size_t>(c)], chars(grid.text(r, c)));
+        for (int32_t c = 0; c <= lastCol; ++c)
+            width[static_cast<size_t>(c)] = std::max(width[static_cast<size_t>(c)], chars(grid.text(r, c)));
     for (int32_t r = 0; r < grid.rows(); ++r) {
         std::string line;
         for (int32_t c = 0; c <= lastCol; ++c) {
@@ -76,9 +77,9 @@ void PrintSetupText(std::ostream& out, const std::string& source, const DsoSetup
         << "TriggerMode: " << s.TriggerMode << '\n';
     for (int ch = 1; ch <= 4; ++ch) {
         const auto i = static_cast<size_t>(ch);
-        out << "CH" << ch << ": VoltsPerDiv " << ShortestText(s.VoltsPerDiv[i]) << ", Offset " << ShortestText(s.Offset[i])
-            << ", Coupling " << s.Coupling[i] << ", BandwidthLimit " << s.BandwidthLimit[i] << ", TraceOn " << s.TraceOn[i]
-            << ", Inverted " << (s.Inverted[i] ? "True" : "False") << '\n';
+        out << "CH" << ch << ": VoltsPerDiv " << ShortestText(s.VoltsPerDiv[i]) << ", Offset "
+            << ShortestText(s.Offset[i]) << ", Coupling " << s.Coupling[i] << ", BandwidthLimit " << s.BandwidthLimit[i]
+            << ", TraceOn " << s.TraceOn[i] << ", Inverted " << (s.Inverted[i] ? "True" : "False") << '\n';
     }
     out << "CursorPos: " << ShortestText(s.CursorPos[1]) << ", " << ShortestText(s.CursorPos[2])
         << (s.CursorsFromDso ? " (from the instrument)" : " (defaults)") << '\n';
@@ -135,8 +136,7 @@ void PrintRecordSummary(std::ostream& out, const DsoSetup& setup, const WaveReco
 ReportWriter::ReportWriter(std::ostream& out, std::string format, bool cycles)
     : out_(out), format_(std::move(format)), cycles_(cycles) {
     if (format_ == "json") out_ << "[";
-    if (format_ == "csv")
-        out_ << "file,pass,channel,type,analysed,min,max,mean,sigma,counts,verdict,note\n";
+    if (format_ == "csv") out_ << "file,pass,channel,type,analysed,min,max,mean,sigma,counts,verdict,note\n";
 }
 
 bool ReportWriter::pass(const std::string& file, const RunState& state, const std::vector<ScriptedUi::Box>& messages,
@@ -163,9 +163,9 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             const auto& r = t.at(ch, 2);
             out_ << file << ',' << (passNumber ? std::to_string(*passNumber) : "") << ',' << ch + 1 << ','
                  << state.settings.channels[static_cast<size_t>(ch)].signalText() << ','
-                 << (analysedChannel(state, ch) ? "true" : "false") << ',' << ExactText(r.Min) << ',' << ExactText(r.Max)
-                 << ',' << ExactText(r.Mean) << ',' << ExactText(r.Sigma) << ',' << r.Counts << ',' << verdictOf(ch) << ','
-                 << state.results.note[static_cast<size_t>(ch)] << '\n';
+                 << (analysedChannel(state, ch) ? "true" : "false") << ',' << ExactText(r.Min) << ','
+                 << ExactText(r.Max) << ',' << ExactText(r.Mean) << ',' << ExactText(r.Sigma) << ',' << r.Counts << ','
+                 << verdictOf(ch) << ',' << state.results.note[static_cast<size_t>(ch)] << '\n';
         }
     } else {
         JsonWriter j;
@@ -179,7 +179,8 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         j.key("gateStart").value(w.GateStart);
         j.key("gateEnd").value(w.GateEnd);
         j.key("messages").beginArray();
-        for (const auto& m : messages) j.beginObject().key("title").value(m.title).key("text").value(m.text).endObject();
+        for (const auto& m : messages)
+            j.beginObject().key("title").value(m.title).key("text").value(m.text).endObject();
         j.endArray();
         j.key("channels").beginArray();
         for (int ch = 0; ch < kAnaChannels; ++ch) {

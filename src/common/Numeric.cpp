@@ -20,10 +20,16 @@ size_t numberExtent(std::string_view s, bool& hasDigits) {
     const size_t n = s.size();
     if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
     size_t digits = 0;
-    while (i < n && isDigit(s[i])) { ++i; ++digits; }
+    while (i < n && isDigit(s[i])) {
+        ++i;
+        ++digits;
+    }
     if (i < n && s[i] == '.') {
         ++i;
-        while (i < n && isDigit(s[i])) { ++i; ++digits; }
+        while (i < n && isDigit(s[i])) {
+            ++i;
+            ++digits;
+        }
     }
     hasDigits = digits > 0;
     if (!hasDigits) return 0;
@@ -31,7 +37,10 @@ size_t numberExtent(std::string_view s, bool& hasDigits) {
         size_t j = i + 1;
         if (j < n && (s[j] == '+' || s[j] == '-')) ++j;
         size_t expDigits = 0;
-        while (j < n && isDigit(s[j])) { ++j; ++expDigits; }
+        while (j < n && isDigit(s[j])) {
+            ++j;
+            ++expDigits;
+        }
         if (expDigits > 0) i = j;
     }
     return i;
@@ -50,13 +59,13 @@ T parseExtent(std::string_view num) {
     for (char c : s) {
         if (c == 'd' || c == 'D') {
             if (copy) {
-                for (size_t k = 0; k < s.size(); ++k)
-                    buf[k] = (s[k] == 'd' || s[k] == 'D') ? 'e' : s[k];
+                for (size_t k = 0; k < s.size(); ++k) buf[k] = (s[k] == 'd' || s[k] == 'D') ? 'e' : s[k];
                 first = buf;
                 last = buf + s.size();
             } else {
                 big.assign(s);
-                for (char& b : big) if (b == 'd' || b == 'D') b = 'e';
+                for (char& b : big)
+                    if (b == 'd' || b == 'D') b = 'e';
                 first = big.data();
                 last = big.data() + big.size();
             }
@@ -88,7 +97,10 @@ struct Decimal {
 Decimal splitScientific(const char* first, const char* last) {
     Decimal d;
     const char* p = first;
-    if (p < last && *p == '-') { d.negative = true; ++p; }
+    if (p < last && *p == '-') {
+        d.negative = true;
+        ++p;
+    }
     for (; p < last && *p != 'e'; ++p)
         if (isDigit(*p) && d.count < 31) d.digits[d.count++] = *p;
     if (p < last && *p == 'e') {
@@ -147,7 +159,10 @@ void appendDecimal(std::string& out, const Decimal& d, int plainLimit, bool lead
 
 template <typename T>
 void appendPrint(std::string& out, T x, int plainLimit) {
-    if (x == 0) { out.append(" 0 "); return; }
+    if (x == 0) {
+        out.append(" 0 ");
+        return;
+    }
     if (!std::isfinite(x)) {
         out.append(std::isnan(x) ? " NaN " : (x < 0 ? "-Inf " : " Inf "));
         return;
@@ -159,7 +174,10 @@ void appendPrint(std::string& out, T x, int plainLimit) {
 
 template <typename T>
 void appendShortest(std::string& out, T x, int maxDigits, int plainLimit) {
-    if (x == 0) { out.push_back('0'); return; }
+    if (x == 0) {
+        out.push_back('0');
+        return;
+    }
     if (!std::isfinite(x)) {
         out.append(std::isnan(x) ? "NaN" : (x < 0 ? "-Inf" : "Inf"));
         return;

@@ -9,20 +9,19 @@ namespace mervasto {
 // boundary, shows the text and the program goes on; readers stop at the first
 // one and keep what they read.
 enum class ErrorCode : int {
-    TypeMismatch = 13,     // a text that must be a number is not one
-    Overflow = 6,          // a value does not fit the integer it goes into
-    Subscript = 9,         // an index outside an array
+    TypeMismatch = 13,  // a text that must be a number is not one
+    Overflow = 6,       // a value does not fit the integer it goes into
+    Subscript = 9,      // an index outside an array
     DivisionByZero = 11,
     FileNotFound = 53,
-    FileIo = 57,           // a read or write of a file failed
-    Link = 1000,           // the instrument link failed or was ended
-    Canceled = 1001,       // the user cancelled a dialog
+    FileIo = 57,      // a read or write of a file failed
+    Link = 1000,      // the instrument link failed or was ended
+    Canceled = 1001,  // the user cancelled a dialog
 };
 
 class RuntimeError : public std::runtime_error {
 public:
-    RuntimeError(ErrorCode code, const std::string& text)
-        : std::runtime_error(text), code_(code) {}
+    RuntimeError(ErrorCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
     ErrorCode code() const { return code_; }
 
 private:

@@ -94,7 +94,10 @@ void TextFileWriter::write(std::string_view text) {
 }
 
 void TextFileWriter::writeRaw(std::string_view bytes) {
-    if (!file_) { ok_ = false; return; }
+    if (!file_) {
+        ok_ = false;
+        return;
+    }
     if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) ok_ = false;
 }
 

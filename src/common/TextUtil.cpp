@@ -19,7 +19,8 @@ size_t SplitFieldsInto(std::string_view text, std::vector<std::string>& fields) 
     size_t start = 0;
     while (true) {
         size_t comma = text.find(',', start);
-        std::string_view field = text.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
+        std::string_view field =
+            text.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
         if (n < fields.size())
             fields[n].assign(field);
         else

@@ -47,7 +47,10 @@ public:
     // Colour as a 24-bit blue-green-red value; nullopt on Cancel.
     virtual std::optional<uint32_t> chooseColor(uint32_t initial) = 0;
     // Progress of a long transfer or load: done of total (total 0 hides it).
-    virtual void progress(int64_t done, int64_t total) { (void)done; (void)total; }
+    virtual void progress(int64_t done, int64_t total) {
+        (void)done;
+        (void)total;
+    }
     // Puts a text on the clipboard.
     virtual void setClipboardText(const std::string& text) { (void)text; }
 };

@@ -89,8 +89,7 @@ inline int64_t columnStart(int64_t c, int64_t n, int64_t columns) { return (c * 
 
 }  // namespace
 
-void DecimateScan(std::span<const float> samples, int32_t first, int32_t last, int32_t columns,
-                  DecimatedTrace& out) {
+void DecimateScan(std::span<const float> samples, int32_t first, int32_t last, int32_t columns, DecimatedTrace& out) {
     const int64_t n = prepare(samples.size(), first, last, columns, out);
     if (n == 0) return;
     const float* base = samples.data() + first;

@@ -30,8 +30,7 @@ struct DecimatedTrace {
 // When n < columns each entry is one sample (min == max). The range is
 // clamped to the samples present; an empty range or columns < 1 gives
 // count 0.
-void DecimateScan(std::span<const float> samples, int32_t first, int32_t last, int32_t columns,
-                  DecimatedTrace& out);
+void DecimateScan(std::span<const float> samples, int32_t first, int32_t last, int32_t columns, DecimatedTrace& out);
 
 // The same decimation from a min/max pyramid built once per record: blocks
 // of kFineBlock samples and of kCoarseBlock samples. A column then reads at

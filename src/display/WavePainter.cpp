@@ -24,7 +24,7 @@ constexpr int kLabelStrip = 18;
 constexpr int kSideMargin = 6;
 
 const QColor kBackground(0, 0, 0);
-const QColor kWindowTint(16, 22, 34);   // the analysis window
+const QColor kWindowTint(16, 22, 34);  // the analysis window
 const QColor kGridColour(90, 90, 90);
 const QColor kAxisColour(140, 140, 140);
 const QColor kTextColour(210, 210, 210);
@@ -121,8 +121,7 @@ int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
     return static_cast<int32_t>(std::clamp(first, 0.0, static_cast<double>(waveLength - count)));
 }
 
-void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table,
-                 const CycleTable& cycles) {
+void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table, const CycleTable& cycles) {
     view.WaveLength = record.WaveLength;
     view.SampleSec = record.SampleSec;
     for (int ch = 0; ch < kWaveChannels; ++ch) {

@@ -62,24 +62,23 @@ struct WaveView {
     int32_t rejectStart = 0;
     int32_t rejectEnd = 0;
     const CycleTable* cycles = nullptr;  // edges; cycles->channel[ch].size() records
-    int onlyChannel = -1;   // -1: every visible channel ("DSO Wave(All)"); 0..3: that one ("DSO Wave(Each)")
-    double zoom = 1;        // 1 = the whole record across the screen; clamped to [1, kMaxZoom)
+    int onlyChannel = -1;     // -1: every visible channel ("DSO Wave(All)"); 0..3: that one ("DSO Wave(Each)")
+    double zoom = 1;          // 1 = the whole record across the screen; clamped to [1, kMaxZoom)
     int32_t firstSample = 0;  // first visible sample; clamped so that the screen stays filled
-    bool labels = true;     // scale texts (need a QGuiApplication for fonts; skipped without one)
+    bool labels = true;       // scale texts (need a QGuiApplication for fonts; skipped without one)
 };
 
 // Fills the samples, levels, windows, reject range and cycles of a view from
 // the record and the analysis results; colours, scales, names, visibility and
 // zoom are the caller's.
-void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table,
-                 const CycleTable& cycles);
+void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table, const CycleTable& cycles);
 
 // Where things land in a picture: the graticule rectangle and the mapping of
 // samples and volts to it. The windows use it for the mouse as well.
 struct WaveGeometry {
-    QRectF plot;          // 10 x 8 divisions
-    int32_t first = 0;    // first visible sample
-    int32_t count = 0;    // visible samples (0: nothing to draw)
+    QRectF plot;        // 10 x 8 divisions
+    int32_t first = 0;  // first visible sample
+    int32_t count = 0;  // visible samples (0: nothing to draw)
 
     static WaveGeometry Of(const QRect& area, const WaveView& view);
     double divWidth() const { return plot.width() / 10.0; }

@@ -72,9 +72,7 @@ void DsoLink::ensureSocket() {
     });
 }
 
-bool DsoLink::socketOpen() const {
-    return socket_ && socket_->state() == QAbstractSocket::ConnectedState;
-}
+bool DsoLink::socketOpen() const { return socket_ && socket_->state() == QAbstractSocket::ConnectedState; }
 
 int16_t DsoLink::state() const {
     if (socketError_) return kLinkError;
@@ -117,8 +115,10 @@ void DsoLink::fail(const std::string& text) {
 void DsoLink::abort() {
     aborted_ = true;
     if (QThread::currentThread() != ownerThread_) return;  // the wait notices on its next tick
-    if (loop_) loop_->quit();
-    else close();
+    if (loop_)
+        loop_->quit();
+    else
+        close();
 }
 
 void DsoLink::requestStop() {
@@ -197,7 +197,8 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
         auto end = waitFor(
             [this] {
                 auto st = socket_->state();
-                return socketError_ || (st != QAbstractSocket::ConnectingState && st != QAbstractSocket::HostLookupState);
+                return socketError_ ||
+                       (st != QAbstractSocket::ConnectingState && st != QAbstractSocket::HostLookupState);
             },
             "connecting to the DSO", false, replyTimeoutMs_);
         if (end == WaitEnd::TimedOut) {
@@ -216,8 +217,8 @@ void DsoLink::SendDsoCommand(const std::string& command) {
     std::string line = command + '\n';
     socket_->write(line.data(), static_cast<qint64>(line.size()));
     const std::string what = "sending \"" + command + "\"";
-    if (waitFor([this] { return events.SendCompleted || socket_->bytesToWrite() == 0; }, what, true,
-                replyTimeoutMs_) == WaitEnd::TimedOut)
+    if (waitFor([this] { return events.SendCompleted || socket_->bytesToWrite() == 0; }, what, true, replyTimeoutMs_) ==
+        WaitEnd::TimedOut)
         fail("The DSO did not take the command \"" + command + "\" in time; the link was closed.");
 }
 
@@ -230,11 +231,11 @@ std::string DsoLink::QueryDso(const std::string& command, int32_t maxLength) {
     std::string line = command + '\n';
     socket_->write(line.data(), static_cast<qint64>(line.size()));
     const std::string what = "waiting for the reply to \"" + command + "\"";
-    auto end = waitFor([this] { return ReplyComplete(pending_, sinceDataMs() >= quietMs_); }, what, true,
-                       replyTimeoutMs_);
+    auto end =
+        waitFor([this] { return ReplyComplete(pending_, sinceDataMs() >= quietMs_); }, what, true, replyTimeoutMs_);
     if (end == WaitEnd::TimedOut && pending_.empty())
-        fail("The DSO did not answer \"" + command + "\" within " + std::to_string(replyTimeoutMs_ / 1000.0).substr(0, 4) +
-             " s; the link was closed.");
+        fail("The DSO did not answer \"" + command + "\" within " +
+             std::to_string(replyTimeoutMs_ / 1000.0).substr(0, 4) + " s; the link was closed.");
     return TakeReplyLine(pending_, maxLength);
 }
 

@@ -38,9 +38,9 @@ void FillDsoSetupDefaults(DsoSetup& setup) {
     setup.InfoDigit = "1";
     const QDateTime now = QDateTime::currentDateTime();
     const QLocale locale = QLocale::system();
-    setup.DateTime = (locale.toString(now.date(), QLocale::ShortFormat) + ' ' +
-                      locale.toString(now.time(), QLocale::ShortFormat))
-                         .toStdString();
+    setup.DateTime =
+        (locale.toString(now.date(), QLocale::ShortFormat) + ' ' + locale.toString(now.time(), QLocale::ShortFormat))
+            .toStdString();
     setup.TriggerSource = "CH1";
     setup.TriggerLevel = 0.0f;
     setup.TriggerDelay = 0.0f;

@@ -49,8 +49,8 @@ WaveTransferResult TransferDsoWave(DsoLink& link, const std::string& source, Wav
     int32_t count = ToInt32(static_cast<double>(end) - start + 1);
     if (count < 1) count = 10;
     if (end > kHighestIndex)
-        throw RuntimeError(ErrorCode::Subscript, "Subscript out of range: sample " + std::to_string(end) +
-                                                     " is beyond the longest record.");
+        throw RuntimeError(ErrorCode::Subscript,
+                           "Subscript out of range: sample " + std::to_string(end) + " is beyond the longest record.");
 
     if (word) {
         link.SendDsoCommand("DTBORD H/L");
@@ -125,7 +125,8 @@ WaveTransferResult TransferDsoChannel(DsoLink& link, int channelIndex, WaveTrans
 
 WaveTransferResult TransferDsoChannel(DsoLink& link, int channelIndex, WaveTransferContext& ctx, WaveRecord& record) {
     if (channelIndex < 0 || channelIndex >= kWaveChannels)
-        throw RuntimeError(ErrorCode::Subscript, "Subscript out of range: channel " + std::to_string(channelIndex + 1) + ".");
+        throw RuntimeError(ErrorCode::Subscript,
+                           "Subscript out of range: channel " + std::to_string(channelIndex + 1) + ".");
     const size_t ch = static_cast<size_t>(channelIndex);
     const size_t s = ch + 1;
     return TransferDsoChannel(link, channelIndex, ctx, record.wave[ch], record.raw[ch], ctx.setup.Offset[s],

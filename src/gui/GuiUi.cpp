@@ -61,15 +61,28 @@ MsgAnswer GuiUi::messageBox(const std::string& text, MsgButtons buttons, const s
     };
     switch (buttons) {
     case MsgButtons::Ok: add(QMessageBox::Ok, MsgAnswer::Ok); break;
-    case MsgButtons::OkCancel: add(QMessageBox::Ok, MsgAnswer::Ok); add(QMessageBox::Cancel, MsgAnswer::Cancel); break;
+    case MsgButtons::OkCancel:
+        add(QMessageBox::Ok, MsgAnswer::Ok);
+        add(QMessageBox::Cancel, MsgAnswer::Cancel);
+        break;
     case MsgButtons::AbortRetryIgnore:
-        add(QMessageBox::Abort, MsgAnswer::Abort); add(QMessageBox::Retry, MsgAnswer::Retry); add(QMessageBox::Ignore, MsgAnswer::Ignore);
+        add(QMessageBox::Abort, MsgAnswer::Abort);
+        add(QMessageBox::Retry, MsgAnswer::Retry);
+        add(QMessageBox::Ignore, MsgAnswer::Ignore);
         break;
     case MsgButtons::YesNoCancel:
-        add(QMessageBox::Yes, MsgAnswer::Yes); add(QMessageBox::No, MsgAnswer::No); add(QMessageBox::Cancel, MsgAnswer::Cancel);
+        add(QMessageBox::Yes, MsgAnswer::Yes);
+        add(QMessageBox::No, MsgAnswer::No);
+        add(QMessageBox::Cancel, MsgAnswer::Cancel);
         break;
-    case MsgButtons::YesNo: add(QMessageBox::Yes, MsgAnswer::Yes); add(QMessageBox::No, MsgAnswer::No); break;
-    case MsgButtons::RetryCancel: add(QMessageBox::Retry, MsgAnswer::Retry); add(QMessageBox::Cancel, MsgAnswer::Cancel); break;
+    case MsgButtons::YesNo:
+        add(QMessageBox::Yes, MsgAnswer::Yes);
+        add(QMessageBox::No, MsgAnswer::No);
+        break;
+    case MsgButtons::RetryCancel:
+        add(QMessageBox::Retry, MsgAnswer::Retry);
+        add(QMessageBox::Cancel, MsgAnswer::Cancel);
+        break;
     case MsgButtons::CancelTryContinue:
         addText("Cancel", QMessageBox::RejectRole, MsgAnswer::Cancel);
         addText("Try Again", QMessageBox::AcceptRole, MsgAnswer::TryAgain);

@@ -101,8 +101,9 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     DDSaveCheck_ = new QCheckBox("Detail Data", settingsBox);
     WDSaveCheck_ = new QCheckBox("Wave Data", settingsBox);
     const std::pair<QCheckBox*, const char*> checks[] = {
-        {RepeatCheck_, "RepeatCheck"}, {DaqCheck_, "DaqCheck"}, {OmitRangeEffect_, "OmitRangeEffect"},
-        {SaveWavesCheck_, "SaveWavesCheck"}, {SaveScreenCheck_, "SaveScreenCheck"}, {DDSaveCheck_, "DDSaveCheck"},
+        {RepeatCheck_, "RepeatCheck"},         {DaqCheck_, "DaqCheck"},
+        {OmitRangeEffect_, "OmitRangeEffect"}, {SaveWavesCheck_, "SaveWavesCheck"},
+        {SaveScreenCheck_, "SaveScreenCheck"}, {DDSaveCheck_, "DDSaveCheck"},
         {WDSaveCheck_, "WDSaveCheck"}};
     int row = 3;
     for (auto [box, name] : checks) {
@@ -193,7 +194,8 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     detail_ = new DetailCyclesForm(state_, *ui_, this);
 
     // Handlers.
-    connect(WFStartCommand_, &QPushButton::clicked, this, [this] { run([this] { state_.WFStartCommand_Click(*ui_); }); });
+    connect(WFStartCommand_, &QPushButton::clicked, this,
+            [this] { run([this] { state_.WFStartCommand_Click(*ui_); }); });
     connect(stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
     connect(save, &QPushButton::clicked, this, [this] { run([this] { state_.WaveSave_Click(*ui_); }); });
     connect(readRange, &QPushButton::clicked, this, [this] { run([this] { state_.ReadRejectRange_Click(*ui_); }); });
@@ -214,8 +216,14 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto inputFromFile = [this] { run([this] { state_.InputFromFile_Click(*ui_); }); };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
     connect(inputFile, &QAction::triggered, this, inputFromFile);
-    connect(showAll, &QAction::triggered, this, [this] { waveAll_->show(); waveAll_->raise(); });
-    connect(showEach, &QAction::triggered, this, [this] { waveEach_->show(); waveEach_->raise(); });
+    connect(showAll, &QAction::triggered, this, [this] {
+        waveAll_->show();
+        waveAll_->raise();
+    });
+    connect(showEach, &QAction::triggered, this, [this] {
+        waveEach_->show();
+        waveEach_->raise();
+    });
     connect(tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });
 
@@ -227,7 +235,8 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     enter(Histerisis_, [this] { state_.Histerisis_KeyPress(); });
     enter(SampleNo_, [this] { state_.SampleNo_KeyPress(); });
     enter(LimitPoints_, [this] { state_.LimitPoints_KeyPress(*ui_); });
-    connect(OmitRangeEffect_, &QCheckBox::clicked, this, [this] { run([this] { state_.OmitRangeEffect_Click(*ui_); }); });
+    connect(OmitRangeEffect_, &QCheckBox::clicked, this,
+            [this] { run([this] { state_.OmitRangeEffect_Click(*ui_); }); });
 
     state_.onChanged = [this] { refreshViews(); };
 
@@ -270,7 +279,8 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
         };
         ChInputSignal_[ch] = new QComboBox(f);
         name(ChInputSignal_[ch], "ChInputSignal");
-        for (int i = 0; i < ChannelTypeCount(ch); ++i) ChInputSignal_[ch]->addItem(q(std::string(kChannelTypes[static_cast<size_t>(i)])));
+        for (int i = 0; i < ChannelTypeCount(ch); ++i)
+            ChInputSignal_[ch]->addItem(q(std::string(kChannelTypes[static_cast<size_t>(i)])));
         VRate_[ch] = new QLineEdit(f);
         name(VRate_[ch], "VRate");
         SigName_[ch] = new QLineEdit(f);
@@ -297,7 +307,8 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
         into->addWidget(f);
         connect(colour, &QPushButton::clicked, this, [this, ch] {
             toSettings();
-            auto chosen = ui_->chooseColor(static_cast<uint32_t>(state_.settings.channels[static_cast<size_t>(ch)].BackColor));
+            auto chosen =
+                ui_->chooseColor(static_cast<uint32_t>(state_.settings.channels[static_cast<size_t>(ch)].BackColor));
             if (chosen) state_.settings.channels[static_cast<size_t>(ch)].BackColor = static_cast<int32_t>(*chosen);
             applyChannelColours();
             refreshViews();
@@ -314,7 +325,8 @@ void MainForm::applyChannelColours() {
     for (int ch = 0; ch < 4; ++ch) {
         const auto& c = state_.settings.channels[static_cast<size_t>(ch)];
         frame_[ch]->setStyleSheet(QStringLiteral("QGroupBox#%1 { background-color: %2; color: %3; }")
-                                      .arg(frame_[ch]->objectName(), ColorFromBgr(static_cast<uint32_t>(c.BackColor)).name(),
+                                      .arg(frame_[ch]->objectName(),
+                                           ColorFromBgr(static_cast<uint32_t>(c.BackColor)).name(),
                                            ColorFromBgr(static_cast<uint32_t>(c.ForeColor)).name()));
     }
 }
@@ -420,7 +432,8 @@ void MainForm::saveWindowPictures() {
     if (wave) {
         wave->raise();
         QApplication::processEvents();
-        SaveWindowPicture(wave->grab().toImage(), CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Wave.jpg"));
+        SaveWindowPicture(wave->grab().toImage(),
+                          CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Wave.jpg"));
     }
     raise();
     QApplication::processEvents();

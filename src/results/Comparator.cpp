@@ -52,8 +52,7 @@ void apply(const LimitLine& l, ChannelResultTable& table) {
 
 CellColour channelColour(const ChannelDisplay& cd) { return {cd.backColour, cd.foreColour}; }
 
-void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDisplay& cd,
-              const ChannelResult& r) {
+void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDisplay& cd, const ChannelResult& r) {
     std::vector<std::string> texts(kCycleGridCols);
     texts[0] = std::to_string(ref.channel + 1);
     texts[1] = cd.typeText;

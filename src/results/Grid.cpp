@@ -10,8 +10,8 @@ namespace {
 
 void checkCell(const Grid& grid, int32_t row, int32_t col) {
     if (!grid.contains(row, col)) {
-        throw RuntimeError(ErrorCode::Subscript, "Subscript out of range (cell " + std::to_string(row) + ", " +
-                                                     std::to_string(col) + ")");
+        throw RuntimeError(ErrorCode::Subscript,
+                           "Subscript out of range (cell " + std::to_string(row) + ", " + std::to_string(col) + ")");
     }
 }
 

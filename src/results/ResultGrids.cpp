@@ -27,46 +27,46 @@ std::string bareUnit(const char* suffix) { return std::string(suffix + (suffix[0
 
 UnitPair ResultUnits(int32_t typeIndex) {
     switch (typeIndex) {
-        case kTypePwPercent: return {" %", " s"};
-        case kTypePeriod: return {" s", " s"};
-        case kTypeDuty: return {" %", " %"};
-        case kTypeAmple: return {" V", " V"};
-        case kTypePw: return {" s", " s"};
-        case kTypeFreq: return {" Hz", " Hz"};
-        case kTypeRms:
-        case kTypeMax:
-        case kTypeMin: return {" V", " V"};
-        default: return {"", ""};
+    case kTypePwPercent: return {" %", " s"};
+    case kTypePeriod: return {" s", " s"};
+    case kTypeDuty: return {" %", " %"};
+    case kTypeAmple: return {" V", " V"};
+    case kTypePw: return {" s", " s"};
+    case kTypeFreq: return {" Hz", " Hz"};
+    case kTypeRms:
+    case kTypeMax:
+    case kTypeMin: return {" V", " V"};
+    default: return {"", ""};
     }
 }
 
 const char* DetailUnit(int32_t typeIndex) {
     switch (typeIndex) {
-        case kTypePwPercent:
-        case kTypeDuty: return "%";
-        case kTypePeriod:
-        case kTypePw: return "s";
-        case kTypeFreq: return "Hz";
-        case kTypeAmple:
-        case kTypeRms:
-        case kTypeMax:
-        case kTypeMin: return "V";
-        default: return "";
+    case kTypePwPercent:
+    case kTypeDuty: return "%";
+    case kTypePeriod:
+    case kTypePw: return "s";
+    case kTypeFreq: return "Hz";
+    case kTypeAmple:
+    case kTypeRms:
+    case kTypeMax:
+    case kTypeMin: return "V";
+    default: return "";
     }
 }
 
 double CycleValue(int32_t typeIndex, const CycleRecord& c, double SampleSec, double VRate) {
     switch (typeIndex) {
-        case kTypePwPercent:
-        case kTypeDuty: return c.Duty;
-        case kTypePeriod: return c.Period * SampleSec;
-        case kTypeAmple: return c.Ample * VRate;
-        case kTypePw: return c.PulseWidth * SampleSec;
-        case kTypeFreq: return c.Freq;
-        case kTypeRms: return c.Rms * VRate;
-        case kTypeMax: return c.MaxValue * VRate;
-        case kTypeMin: return c.MinValue * VRate;
-        default: return 0;
+    case kTypePwPercent:
+    case kTypeDuty: return c.Duty;
+    case kTypePeriod: return c.Period * SampleSec;
+    case kTypeAmple: return c.Ample * VRate;
+    case kTypePw: return c.PulseWidth * SampleSec;
+    case kTypeFreq: return c.Freq;
+    case kTypeRms: return c.Rms * VRate;
+    case kTypeMax: return c.MaxValue * VRate;
+    case kTypeMin: return c.MinValue * VRate;
+    default: return 0;
     }
 }
 
@@ -186,14 +186,16 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
     RedrawOff off(grid);
     size_t longest = 0;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        if (channels[static_cast<size_t>(ch)].shown()) longest = std::max(longest, cycles.channel[static_cast<size_t>(ch)].size());
+        if (channels[static_cast<size_t>(ch)].shown())
+            longest = std::max(longest, cycles.channel[static_cast<size_t>(ch)].size());
     }
     if (grid.cols() < kDetailGridCols) grid.setCols(kDetailGridCols);
     grid.setRows(static_cast<int32_t>(longest) + kDetailHeaderRows);
     grid.clearTexts();
     const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Total No.", "Unit"};
     SetGridColumn(grid, 0, kDetailHeaderRows - 1, 0, head);
-    for (size_t i = 0; i < longest; ++i) grid.text(kDetailHeaderRows + static_cast<int32_t>(i), 0) = std::to_string(i + 1);
+    for (size_t i = 0; i < longest; ++i)
+        grid.text(kDetailHeaderRows + static_cast<int32_t>(i), 0) = std::to_string(i + 1);
 
     const double ss = SampleSec;
     for (int ch = 0; ch < kAnaChannels; ++ch) {

@@ -51,12 +51,12 @@ struct ChannelDisplay {
     int32_t typeIndex = kTypePeriod;  // 0..8, 9 = "Gate" (Ch4 only)
     std::string typeText = "Period";  // as the type list shows it
     std::string SigName;
-    bool DispOffCheck = false;        // ticked: channel switched off
+    bool DispOffCheck = false;  // ticked: channel switched off
     std::string channelState = kChannelStateOn;
     double VRate = 1;
-    uint32_t backColour = 0xFFFFFF;   // blue-green-red
+    uint32_t backColour = 0xFFFFFF;  // blue-green-red
     uint32_t foreColour = 0x000000;
-    std::string note;                 // why a channel has no results; empty otherwise
+    std::string note;  // why a channel has no results; empty otherwise
 
     bool shown() const { return !DispOffCheck && channelState == kChannelStateOn; }
     bool isGate() const { return typeText == kGateTypeText; }

@@ -56,13 +56,13 @@ void GetValUnit(std::string_view cellText, std::string& val1, std::string& unit1
     const std::string_view m = cellText.substr(0, cellText.size() - 1);
     const char* exponent = nullptr;
     switch (val1.back()) {
-        case 'm': exponent = "e-3"; break;
-        case 'u': exponent = "e-6"; break;
-        case 'n': exponent = "e-9"; break;
-        case 'k':
-        case 'K': exponent = "e3"; break;
-        case 'M': exponent = "e6"; break;
-        default: break;
+    case 'm': exponent = "e-3"; break;
+    case 'u': exponent = "e-6"; break;
+    case 'n': exponent = "e-9"; break;
+    case 'k':
+    case 'K': exponent = "e3"; break;
+    case 'M': exponent = "e6"; break;
+    default: break;
     }
     if (exponent != nullptr) {
         val1.assign(m);

@@ -21,8 +21,8 @@ namespace mervasto {
 
 namespace {
 
-constexpr std::array<const char*, 9> kFaultNames = {"none",          "refuse",     "silent",     "late",   "one-byte",
-                                                    "close-mid-block", "bad-header", "huge-block", "garbage"};
+constexpr std::array<const char*, 9> kFaultNames = {
+    "none", "refuse", "silent", "late", "one-byte", "close-mid-block", "bad-header", "huge-block", "garbage"};
 const char kGarbage[] = "\x01\x02gArBaGe,,\x7f~";
 
 int ChannelsOf(const std::string& model) { return model.size() >= 7 && model[6] == '2' ? 2 : 4; }
@@ -419,21 +419,14 @@ private:
         char header[16];
         std::snprintf(header, sizeof header, "#8%08lld", static_cast<long long>(payload.size()));
         switch (fault) {
-        case SimFault::BadHeader:
-            std::snprintf(header, sizeof header, "#8 12X4567");
-            break;
-        case SimFault::HugeBlock:
-            reply(s, QByteArray("#899999999") + payload.left(16), true);
-            return;
-        case SimFault::Garbage:
-            reply(s, QByteArray(kGarbage) + "\n", true);
-            return;
+        case SimFault::BadHeader: std::snprintf(header, sizeof header, "#8 12X4567"); break;
+        case SimFault::HugeBlock: reply(s, QByteArray("#899999999") + payload.left(16), true); return;
+        case SimFault::Garbage: reply(s, QByteArray(kGarbage) + "\n", true); return;
         case SimFault::CloseMidBlock:
             s->write(QByteArray(header) + payload.left(payload.size() / 2));
             s->disconnectFromHost();
             return;
-        default:
-            break;
+        default: break;
         }
         reply(s, QByteArray(header) + payload + "\n", true);
     }
@@ -464,8 +457,7 @@ private:
             conns_[s].trickle += bytes;
             if (!trickle_->isActive()) trickle_->start();
             return;
-        default:
-            break;
+        default: break;
         }
         s->write(bytes);
     }
@@ -508,7 +500,8 @@ bool DsoSimulator::start() {
     thread_->start();
     bool ok = false;
     Worker* w = worker_;
-    QMetaObject::invokeMethod(w, [w, &ok] { ok = w->listen(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        w, [w, &ok] { ok = w->listen(); }, Qt::BlockingQueuedConnection);
     if (!ok) stop();
     return ok;
 }
@@ -573,7 +566,8 @@ void DsoSimulator::setFault(SimFault fault) {
     }
     if (worker_) {
         Worker* w = worker_;
-        QMetaObject::invokeMethod(w, [w, fault] { w->applyFault(fault); }, Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(
+            w, [w, fault] { w->applyFault(fault); }, Qt::BlockingQueuedConnection);
     }
 }
 
@@ -587,7 +581,8 @@ void DsoSimulator::setFaultAfter(SimFault fault, int blocks) {
 void DsoSimulator::switchOff() {
     if (!worker_) return setFault(SimFault::Refuse);
     Worker* w = worker_;
-    QMetaObject::invokeMethod(w, [w] { w->switchOff(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        w, [w] { w->switchOff(); }, Qt::BlockingQueuedConnection);
 }
 
 int DsoSimulator::blocksSent() const {

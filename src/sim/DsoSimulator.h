@@ -61,9 +61,9 @@ struct SimOptions {
     uint16_t port = 0;  // 0 = any free port
     SimState state;
     SimFault fault = SimFault::None;
-    int acqDelayMs = 50;    // WSGL to completed acquisition
-    int lateMs = 500;       // delay of the Late fault
-    int screenBytes = 0;    // 0 = the natural PNG size; otherwise exactly this many bytes
+    int acqDelayMs = 50;  // WSGL to completed acquisition
+    int lateMs = 500;     // delay of the Late fault
+    int screenBytes = 0;  // 0 = the natural PNG size; otherwise exactly this many bytes
     // When more than 0, the fault starts only when block number n + 1 is
     // asked for (a series that goes wrong halfway).
     int faultAfterBlocks = 0;

@@ -64,8 +64,7 @@ const std::vector<std::string>& ScenarioNames() {
     return names;
 }
 
-std::vector<std::vector<float>> GenerateScenario(const std::string& name, int channels, int32_t length,
-                                                 uint32_t seed) {
+std::vector<std::vector<float>> GenerateScenario(const std::string& name, int channels, int32_t length, uint32_t seed) {
     if (std::find(ScenarioNames().begin(), ScenarioNames().end(), name) == ScenarioNames().end())
         throw std::invalid_argument("unknown scenario \"" + name + "\"");
     channels = std::clamp(channels, 0, 4);
@@ -79,12 +78,14 @@ std::vector<std::vector<float>> GenerateScenario(const std::string& name, int ch
         const double period = ScenarioPeriod(ch, length);
         const double phase = period * (0.1 + 0.2 * ch);
         if (name == "duty-sweep") {
-            PulseTrain(v, period, [](double x) { return 0.1 + 0.8 * x; }, kHigh[c], rng, phase);
+            PulseTrain(
+                v, period, [](double x) { return 0.1 + 0.8 * x; }, kHigh[c], rng, phase);
         } else if (name == "encoder") {
             const double p = std::max(kMinPeriod, length / 50.0);
             if (ch <= 1) {
                 // B lags A by a quarter period.
-                PulseTrain(v, p, [](double) { return 0.5; }, 5.0f, rng, p * (0.1 + 0.25 * ch));
+                PulseTrain(
+                    v, p, [](double) { return 0.5; }, 5.0f, rng, p * (0.1 + 0.25 * ch));
             } else if (ch == 2) {
                 std::fill(v.begin(), v.end(), 0.0f);
                 for (double t = p * 0.35 + p; t < length; t += 16 * p) {
@@ -102,7 +103,8 @@ std::vector<std::vector<float>> GenerateScenario(const std::string& name, int ch
             std::fill(v.begin(), v.end(), 1.0f);
             continue;  // flat means flat: no noise
         } else {
-            PulseTrain(v, period, [c](double) { return kDuty[c]; }, kHigh[c], rng, phase);
+            PulseTrain(
+                v, period, [c](double) { return kDuty[c]; }, kHigh[c], rng, phase);
         }
         AddNoise(v, rng);
     }

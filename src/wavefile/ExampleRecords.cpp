@@ -26,10 +26,14 @@ float pulse(double i, double period, double duty, double start) {
     double high = duty * period;
     const double ramp = 3;
     double v;
-    if (t < ramp) v = t / ramp;
-    else if (t < high) v = 1;
-    else if (t < high + ramp) v = 1 - (t - high) / ramp;
-    else v = 0;
+    if (t < ramp)
+        v = t / ramp;
+    else if (t < high)
+        v = 1;
+    else if (t < high + ramp)
+        v = 1 - (t - high) / ramp;
+    else
+        v = 0;
     return static_cast<float>(v) * kHigh;
 }
 

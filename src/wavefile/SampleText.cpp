@@ -13,9 +13,8 @@ namespace {
 
 constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                              1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr double kNegPow10[] = {1e0,   1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,
-                                1e-8,  1e-9,  1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15,
-                                1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
+constexpr double kNegPow10[] = {1e0,   1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,  1e-9,  1e-10, 1e-11,
+                                1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
 // 10^e for e = -4 .. 7, to place the first digit.
 constexpr double kPlace[] = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
 constexpr uint64_t kPow10i[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
@@ -23,7 +22,7 @@ constexpr uint64_t kPow10i[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 100000
 // Round half to even for |v| < 2^51 in the default rounding mode.
 inline double roundEven(double v) {
     constexpr double kMagic = 6755399441055744.0;  // 1.5 x 2^52
-    const double t = v + kMagic;  // no fast-math here: the sum must round
+    const double t = v + kMagic;                   // no fast-math here: the sum must round
     return t - kMagic;
 }
 

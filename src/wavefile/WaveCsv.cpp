@@ -32,9 +32,7 @@ void flushIfFull(std::string& buf, TextFileWriter& out) {
 // Header values must be numbers; a stray text ends the read.
 float headerSingle(std::string_view text) { return ToSingle(NumberText(text)); }
 
-[[noreturn]] void subscriptError() {
-    throw RuntimeError(ErrorCode::Subscript, "Subscript out of range.");
-}
+[[noreturn]] void subscriptError() { throw RuntimeError(ErrorCode::Subscript, "Subscript out of range."); }
 
 // Rows in the file cannot run past the arrays the writer was given.
 size_t writableRows(const WaveRecord& record, int32_t count, int columns) {
@@ -79,8 +77,7 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     // arrays are skipped.
     int lastCh = std::min<int>(setup.ChannelCount, static_cast<int>(setup.TraceOn.size()) - 1);
     auto group = [&](const char* attr, auto valueOf) {
-        for (int i = 1; i <= lastCh; ++i)
-            line("CH" + std::to_string(i) + " " + attr + ",", valueOf(i));
+        for (int i = 1; i <= lastCh; ++i) line("CH" + std::to_string(i) + " " + attr + ",", valueOf(i));
     };
     group("Display", [&](int i) { return setup.TraceOn[i]; });
     group("Volt/div", [&](int i) { return PrintForm(setup.VoltsPerDiv[i]); });
@@ -97,8 +94,7 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     std::string buf(kFlushBytes + 4 * kSampleTextMax + 16, '\0');
     char* const base = buf.data();
     char* o = base;
-    const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(),
-                         record.wave[3].data()};
+    const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(), record.wave[3].data()};
     SampleTextCache cache;
     for (size_t k = 0; k < rows; ++k) {
         o = cache.write(o, w[0][k]);
@@ -177,9 +173,7 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
     const std::string_view key = table.field(0);
     const std::string_view value = table.field(1);
     switch (what) {
-    case HeaderKey::Points:
-        setup.RecordLength = ToInt32(NumberText(value));
-        break;
+    case HeaderKey::Points: setup.RecordLength = ToInt32(NumberText(value)); break;
     case HeaderKey::Channel: {
         // "CH3 Offset": the digit picks the entry; 5 is the math trace.
         double c = Val(MidText(key, 3, 1));
@@ -215,13 +209,13 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
 // other shape leaves it unusable and the first thread reads on by itself, so
 // that every quirk of the row-by-row reading stays where it was.
 struct TailRows {
-    uint64_t seekTo = 0;      // where the thread began (inside some line)
-    uint64_t start = 0;       // the first line it took: the one after the line holding seekTo
+    uint64_t seekTo = 0;  // where the thread began (inside some line)
+    uint64_t start = 0;   // the first line it took: the one after the line holding seekTo
     bool usable = false;
     std::array<std::vector<float>, kWaveChannels> values;
     size_t rows = 0;
     size_t fields = 0;
-    std::string lastLine;     // the last row, for the field table
+    std::string lastLine;  // the last row, for the field table
     std::atomic<bool> cancel{false};
 };
 
@@ -272,8 +266,7 @@ void readTail(const std::string& fileName, TailRows& t) noexcept {
 
 void SetWaveCsvSplitBytes(uint64_t bytes) { gSplitBytes = bytes; }
 
-WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
-                              WaveFieldTable& table) {
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table) {
     WaveCsvLoadResult result;
     int32_t counter = 0;
     bool inData = false;
@@ -325,16 +318,15 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
                 // The second thread has read from here on: take its rows when
                 // reading on row by row would give the same.
                 tailThread.join();
-                const bool same = tail->usable && tail->start == in.lineStart() && inData &&
-                                  static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
-                                  !(setup.RecordLength > counter &&
-                                    static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
+                const bool same =
+                    tail->usable && tail->start == in.lineStart() && inData &&
+                    static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
+                    !(setup.RecordLength > counter && static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
                 if (same) {
                     if (tail->fields < pendingSpans.size()) settlePending();
                     ensureCapacity(static_cast<size_t>(counter) + tail->rows);
                     for (size_t ch = 0; ch < kWaveChannels; ++ch)
-                        std::copy(tail->values[ch].begin(), tail->values[ch].end(),
-                                  record.wave[ch].begin() + counter);
+                        std::copy(tail->values[ch].begin(), tail->values[ch].end(), record.wave[ch].begin() + counter);
                     counter += static_cast<int32_t>(tail->rows);
                     pendingLine.swap(tail->lastLine);
                     splitSpans(pendingLine, pendingSpans);
@@ -402,8 +394,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
     return result;
 }
 
-int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
-                        std::array<bool, 4> shown) {
+int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown) {
     TextFileWriter out(fileName, TextFileWriter::Mode::Append);
     if (!out.isOpen()) return 0;
     std::string head = "//波形のcsv形式ファイル\r\nAddress";

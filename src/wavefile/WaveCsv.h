@@ -39,8 +39,7 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
 // Reads a wave CSV file into setup and record.wave (grown as needed, never
 // beyond kMaxSamples). RecordLength ends as the number of rows rounded to
 // tens. WaveLength and SampleSec are left to the caller.
-WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
-                              WaveFieldTable& table);
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table);
 
 // Files of at least this many bytes are read by two threads, the second
 // reading the rows after the middle while the first reads up to there; the
@@ -49,8 +48,7 @@ void SetWaveCsvSplitBytes(uint64_t bytes);
 
 // Appends one "//波形のcsv形式ファイル" block of count rows with the shown
 // channels (shown[i] is true when DispOffCheck(i) is clear). Always returns 0.
-int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
-                        std::array<bool, 4> shown);
+int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown);
 
 // The trigger address written in the header: the sample at the trigger
 // instant of a ten-division screen with the trigger at division 5. 0 when it

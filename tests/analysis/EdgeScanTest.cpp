@@ -59,15 +59,20 @@ TEST(ExtractCycles, EdgePositions) {
     };
     const std::vector<Case> cases = {
         {"jump: rounded midpoint, halves to even",
-         {0, 0, 0, 10, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 10}, {{2, 6, 8}, {8, 12, 14}}},
+         {0, 0, 0, 10, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 10},
+         {{2, 6, 8}, {8, 12, 14}}},
         {"band: midpoint of entry and the sample before the exit",
-         {0, 0, 4.5f, 5, 5.5f, 6.5f, 10, 10, 10, 0, 0, 0, 10, 10}, {{3, 8, 12}}},
+         {0, 0, 4.5f, 5, 5.5f, 6.5f, 10, 10, 10, 0, 0, 0, 10, 10},
+         {{3, 8, 12}}},
         {"dead zone swallows ripple smaller than h",
-         {0, 0, 4.5f, 5, 5.5f, 6.5f, 5.8f, 5.6f, 6.2f, 10, 10, 0, 0, 0, 10, 10}, {{3, 10, 14}}},
+         {0, 0, 4.5f, 5, 5.5f, 6.5f, 5.8f, 5.6f, 6.2f, 10, 10, 0, 0, 0, 10, 10},
+         {{3, 10, 14}}},
         {"ripple larger than h gives an extra edge",
-         {0, 0, 4.5f, 5, 5.5f, 6.5f, 4.8f, 10, 10, 0, 0, 0, 10, 10}, {{3, 6, 8}}},
+         {0, 0, 4.5f, 5, 5.5f, 6.5f, 4.8f, 10, 10, 0, 0, 0, 10, 10},
+         {{3, 6, 8}}},
         {"starting high waits for the first fall below the band",
-         {10, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 10, 10}, {{6, 8, 12}}},
+         {10, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 10, 10},
+         {{6, 8, 12}}},
         {"never below the band: nothing", {10, 10, 4.5f, 10, 10, 4.2f, 10, 10}, {}},
     };
     for (const auto& c : cases) EXPECT_EQ(scanEdges(c.v, settings()), c.want) << c.name;
@@ -93,8 +98,8 @@ TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
 
 TEST(ExtractCycles, CycleLimit) {
     const auto v = squareWave(200, 5);  // 19 cycles, 19 pulses
-    const std::array<int32_t, 3> cases[] = {{kTypePeriod, 1, 1},    {kTypePw, 1, 1},   {kTypePeriod, 3, 3},
-                                            {kTypePeriod, 0, 1},    {kTypePeriod, 1000, 19}, {kTypePw, 1000, 19}};
+    const std::array<int32_t, 3> cases[] = {{kTypePeriod, 1, 1}, {kTypePw, 1, 1},         {kTypePeriod, 3, 3},
+                                            {kTypePeriod, 0, 1}, {kTypePeriod, 1000, 19}, {kTypePw, 1000, 19}};
     for (const auto& [type, maxCycles, want] : cases) {
         ScanSettings s = settings(type);
         s.MaxCycles = maxCycles;
@@ -195,10 +200,10 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         EXPECT_EQ(cycles[0].MinValue, 2);
         EXPECT_EQ(cycles[0].Ample, 10);
         EXPECT_NEAR(cycles[1].Rms, rms1, 1e-12);
-        EXPECT_TRUE(near(rowOf(table.at(0, 0)), Row{1, 2, 1.5, 0.5}));  // pulse width, s
-        EXPECT_TRUE(near(rowOf(table.at(0, 3)), Row{3, 3, 3, 0}));      // period, s
+        EXPECT_TRUE(near(rowOf(table.at(0, 0)), Row{1, 2, 1.5, 0.5}));                // pulse width, s
+        EXPECT_TRUE(near(rowOf(table.at(0, 3)), Row{3, 3, 3, 0}));                    // period, s
         EXPECT_TRUE(near(rowOf(table.at(0, 4)), Row{1.0 / 3, 1.0 / 3, 1.0 / 3, 0}));  // Hz
-        EXPECT_TRUE(near(rowOf(table.at(0, 5)), Row{20, 20, 20, 0}));   // amplitude x VRate
+        EXPECT_TRUE(near(rowOf(table.at(0, 5)), Row{20, 20, 20, 0}));                 // amplitude x VRate
         EXPECT_TRUE(near(rowOf(table.at(0, 6)), Row{2 * rms0, 2 * rms1, rms0 + rms1, rms1 - rms0}));
     }
 }
@@ -255,8 +260,8 @@ TEST(ExtractCyclesFromRecord, SameAsSmoothingFirst) {
         const bool high = i < 100000 ? (i % 700) < 300 : i < 250000 ? i < 175000 : (i % 333) < 100;
         rec[static_cast<size_t>(i)] = (high ? 10.0f : 0.0f) + noise(rng);
     }
-    const std::array<int32_t, 4> cases[] = {{1, 0, n, 0},        {3, 0, n, 0},     {5, 17, n - 40, 1},
-                                            {15, 0, n, 1},       {17, 1000, 300000, 0}, {9, n - 5000, 5000, 0}};
+    const std::array<int32_t, 4> cases[] = {{1, 0, n, 0},  {3, 0, n, 0},          {5, 17, n - 40, 1},
+                                            {15, 0, n, 1}, {17, 1000, 300000, 0}, {9, n - 5000, 5000, 0}};
     for (const auto& [smoothingNo, start, count, reject] : cases) {
         ScanSettings s = settings(kTypeRms);
         s.MaxCycles = 500000;

@@ -62,13 +62,14 @@ protected:
 // Every setting away from its default.
 Settings changedSettings() {
     Settings s;
-    const char* pairs[][2] = {
-        {"MaxCycles", "2500"}, {"TotalRepeats", "77"}, {"RepeatCheck", "1"}, {"Histerisis", "12.5"},
-        {"PLevel", "40"}, {"SmoothingNo", "5"}, {"LimitPoints", "0.2"}, {"SampleNo", "Board A"},
-        {"SampleIndex", "9"}, {"IPAdressText", "10.0.0.7"}, {"ZoomRate", "20"}, {"DDSaveCheck", "1"},
-        {"WDSaveCheck", "1"}, {"DaqCheck", "1"}, {"OmitRangeEffect", "1"}, {"LevelMethod", "Halves"},
-        {"ChInputSignal1", "0"}, {"ChInputSignal2", "Duty"}, {"ChInputSignal3", "Max"}, {"ChInputSignal4", "Gate"},
-        {"VRate2", "10"}, {"SigName3", "Clock"}, {"DispOffCheck2", "1"}, {"DispOffCheck4", "1"}};
+    const char* pairs[][2] = {{"MaxCycles", "2500"},        {"TotalRepeats", "77"},     {"RepeatCheck", "1"},
+                              {"Histerisis", "12.5"},       {"PLevel", "40"},           {"SmoothingNo", "5"},
+                              {"LimitPoints", "0.2"},       {"SampleNo", "Board A"},    {"SampleIndex", "9"},
+                              {"IPAdressText", "10.0.0.7"}, {"ZoomRate", "20"},         {"DDSaveCheck", "1"},
+                              {"WDSaveCheck", "1"},         {"DaqCheck", "1"},          {"OmitRangeEffect", "1"},
+                              {"LevelMethod", "Halves"},    {"ChInputSignal1", "0"},    {"ChInputSignal2", "Duty"},
+                              {"ChInputSignal3", "Max"},    {"ChInputSignal4", "Gate"}, {"VRate2", "10"},
+                              {"SigName3", "Clock"},        {"DispOffCheck2", "1"},     {"DispOffCheck4", "1"}};
     for (const auto& [name, value] : pairs) EXPECT_EQ(SetSettingByName(s, name, value), "") << name;
     s.analysis.SaveWavesCheck = true;
     s.analysis.Comment = "\nfirst\nsecond";

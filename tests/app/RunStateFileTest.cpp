@@ -89,7 +89,9 @@ TEST_F(RunStateFile, ResultLinesWaitUntilTheFileCanBeWritten) {
 
 TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     std::ofstream(dir_ / "bad.csv", std::ios::binary) << "ModelName,DS-5354\r\nTime/div(second),abc\r\n";
-    struct Case { std::optional<std::string> file; };
+    struct Case {
+        std::optional<std::string> file;
+    };
     const Case cases[] = {{std::nullopt}, {(dir_ / "missing.csv").string()}, {(dir_ / "bad.csv").string()}};
     for (const auto& c : cases) {
         ui.files = {c.file};

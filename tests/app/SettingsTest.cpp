@@ -33,12 +33,12 @@ TEST(SettingsTest, SetSettingByName) {
         bool ok;
     };
     const Case cases[] = {
-        {"MaxCycles", "2000", true},      {"Histerisis", "abc", true},  {"ChInputSignal1", "Duty", true},
-        {"ChInputSignal2", "5", true},    {"ChInputSignal4", "Gate", true}, {"ChInputSignal3", "Gate", false},
-        {"ChInputSignal3", "9", false},   {"ChInputSignal1", "Pulse", false}, {"DispOffCheck2", "true", true},
-        {"DispOffCheck2", "2", false},    {"RepeatCheck", "1", true},   {"DaqCheck", "yes", false},
-        {"LevelMethod", "Halves", true},  {"LevelMethod", "Valleys", false}, {"VRate3", "10", true},
-        {"SigName5", "x", false},         {"NoSuchSetting", "1", false}, {"PPCheck4", "FALSE", true},
+        {"MaxCycles", "2000", true},     {"Histerisis", "abc", true},        {"ChInputSignal1", "Duty", true},
+        {"ChInputSignal2", "5", true},   {"ChInputSignal4", "Gate", true},   {"ChInputSignal3", "Gate", false},
+        {"ChInputSignal3", "9", false},  {"ChInputSignal1", "Pulse", false}, {"DispOffCheck2", "true", true},
+        {"DispOffCheck2", "2", false},   {"RepeatCheck", "1", true},         {"DaqCheck", "yes", false},
+        {"LevelMethod", "Halves", true}, {"LevelMethod", "Valleys", false},  {"VRate3", "10", true},
+        {"SigName5", "x", false},        {"NoSuchSetting", "1", false},      {"PPCheck4", "FALSE", true},
     };
     for (const auto& c : cases) {
         Settings s;
@@ -110,7 +110,8 @@ TEST(DataFoldersTest, CreatesTheTreeAndOneOutputFolder) {
     fs::remove_all(root);
     const std::string folder = PrepareDataFolder((root / "Mervasto").string());
     EXPECT_EQ(folder, (root / "Mervasto").string());
-    for (const char* sub : {"OutputData", "Parameter", "Debug"}) EXPECT_TRUE(fs::is_directory(root / "Mervasto" / sub)) << sub;
+    for (const char* sub : {"OutputData", "Parameter", "Debug"})
+        EXPECT_TRUE(fs::is_directory(root / "Mervasto" / sub)) << sub;
     EXPECT_TRUE(fs::is_directory(root / "Mervasto" / "Outputdata"));
     std::ofstream(root / "Mervasto" / "Outputdata" / "r.csv") << "x";
     EXPECT_TRUE(fs::exists(root / "Mervasto" / "OutputData" / "r.csv"));

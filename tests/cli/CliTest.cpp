@@ -70,11 +70,12 @@ TEST_F(CliTest, ExitStatusesOfBadOptionsAndFiles) {
 }
 
 TEST_F(CliTest, AnalyzePrintsJsonAndAppendsResultLines) {
-    ASSERT_EQ(run({"analyze", "--format", "json", "--cycles", example("pulses"), example("gated")}), kExitOk) << err.str();
+    ASSERT_EQ(run({"analyze", "--format", "json", "--cycles", example("pulses"), example("gated")}), kExitOk)
+        << err.str();
     const std::string json = out.str();
     EXPECT_EQ(json.front(), '[');
-    for (const char* key : {"\"waveLength\": 10000", "\"anaStart\"", "\"gateEnd\"", "\"rows\"", "\"cycles\"", "\"MidEdge\"",
-                            "\"type\": \"Period\"", "\"analysed\": true"})
+    for (const char* key : {"\"waveLength\": 10000", "\"anaStart\"", "\"gateEnd\"", "\"rows\"", "\"cycles\"",
+                            "\"MidEdge\"", "\"type\": \"Period\"", "\"analysed\": true"})
         EXPECT_NE(json.find(key), std::string::npos) << key;
     std::ifstream f(dir_ / "data" / "OutputData" / "ResultData.csv", std::ios::binary);
     std::vector<std::string> lines;
@@ -85,14 +86,17 @@ TEST_F(CliTest, AnalyzePrintsJsonAndAppendsResultLines) {
 }
 
 TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
-    std::ofstream(dir_ / "pass.txt", std::ios::binary) << "% every channel 1..100 cycles\r\n1,1,100\r\n2,1,100\r\n3,1,100\r\n4,1,100\r\n";
+    std::ofstream(dir_ / "pass.txt", std::ios::binary)
+        << "% every channel 1..100 cycles\r\n1,1,100\r\n2,1,100\r\n3,1,100\r\n4,1,100\r\n";
     std::ofstream(dir_ / "fail.txt", std::ios::binary) << "1,100,200\r\n";
     std::ofstream(dir_ / "bad.txt", std::ios::binary) << "9,1,2\r\n";
-    EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "pass.txt").string(), example("pulses")}), kExitOk) << err.str();
+    EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "pass.txt").string(), example("pulses")}), kExitOk)
+        << err.str();
     EXPECT_NE(out.str().find("Go"), std::string::npos);
     EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "fail.txt").string(), example("pulses")}), kExitNg);
     EXPECT_NE(out.str().find("NG"), std::string::npos);
-    EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "bad.txt").string(), example("pulses")}), kExitFileError);
+    EXPECT_EQ(run({"analyze", "--no-save", "--comparator", (dir_ / "bad.txt").string(), example("pulses")}),
+              kExitFileError);
     EXPECT_NE(err.str().find("Illegal Character."), std::string::npos);
     EXPECT_FALSE(FileExists((dir_ / "data" / "OutputData" / "ResultData.csv").string()));
 }

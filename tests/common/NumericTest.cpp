@@ -11,12 +11,15 @@
 using namespace mervasto;
 
 TEST(Val, TakesTheLongestLeadingNumber) {
-    struct Case { const char* text; double want; };
+    struct Case {
+        const char* text;
+        double want;
+    };
     const Case cases[] = {
-        {"", 0}, {"abc", 0}, {"  12.5 V", 12.5}, {".5", 0.5}, {"-.25", -0.25}, {"1e-6", 1e-6},
-        {"1E+3x", 1000}, {"+7", 7}, {"1e", 1}, {"1e+", 1}, {"\t3", 3}, {" .125 ", 0.125}, {"-", 0},
-        {".", 0}, {"1.5.5", 1.5}, {"2D3", 2000}, {"0x10", 0}, {"inf", 0}, {"nan", 0}, {"-0", 0},
-        {"1e400", INFINITY}, {"1e-400", 0},
+        {"", 0},         {"abc", 0}, {"  12.5 V", 12.5},  {".5", 0.5},   {"-.25", -0.25}, {"1e-6", 1e-6},
+        {"1E+3x", 1000}, {"+7", 7},  {"1e", 1},           {"1e+", 1},    {"\t3", 3},      {" .125 ", 0.125},
+        {"-", 0},        {".", 0},   {"1.5.5", 1.5},      {"2D3", 2000}, {"0x10", 0},     {"inf", 0},
+        {"nan", 0},      {"-0", 0},  {"1e400", INFINITY}, {"1e-400", 0},
     };
     for (const auto& c : cases) EXPECT_EQ(Val(c.text), c.want) << c.text;
 }
@@ -24,13 +27,16 @@ TEST(Val, TakesTheLongestLeadingNumber) {
 TEST(NumberText, IsStrictAboutTheWholeText) {
     EXPECT_EQ(NumberText(" 1.5 "), 1.5);
     EXPECT_EQ(NumberText("-.5"), -0.5);
-    for (const char* bad : {"", " ", "abc", "1.5V", "1 2"})
-        EXPECT_THROW(NumberText(bad), RuntimeError) << bad;
+    for (const char* bad : {"", " ", "abc", "1.5V", "1 2"}) EXPECT_THROW(NumberText(bad), RuntimeError) << bad;
 }
 
 TEST(ToInt, RoundsHalvesToEvenAndReportsOverflow) {
-    struct Case { double x; int32_t want; };
-    const Case cases[] = {{0.5, 0}, {1.5, 2}, {2.5, 2}, {-2.5, -2}, {-0.5, 0}, {1234.5, 1234}, {123.5, 124}, {2.4999, 2}};
+    struct Case {
+        double x;
+        int32_t want;
+    };
+    const Case cases[] = {{0.5, 0},  {1.5, 2},       {2.5, 2},     {-2.5, -2},
+                          {-0.5, 0}, {1234.5, 1234}, {123.5, 124}, {2.4999, 2}};
     for (const auto& c : cases) {
         EXPECT_EQ(ToInt32(c.x), c.want) << c.x;
         EXPECT_EQ(ToInt16(c.x), c.want) << c.x;
@@ -47,11 +53,24 @@ TEST(ToInt, RoundsHalvesToEvenAndReportsOverflow) {
 }
 
 TEST(PrintForm, KeepsTheBlankRuleAndDropsTheLeadingZero) {
-    struct Case { float x; const char* want; };
+    struct Case {
+        float x;
+        const char* want;
+    };
     const Case cases[] = {
-        {0.001f, " .001 "}, {-0.5f, "-.5 "}, {0.0f, " 0 "}, {1e-5f, " 1E-05 "}, {0.125f, " .125 "},
-        {1.25f, " 1.25 "}, {100000.0f, " 100000 "}, {1234567.0f, " 1234567 "}, {12345678.0f, " 1.2345678E+07 "},
-        {0.0001f, " .0001 "}, {-3.0f, "-3 "}, {1e20f, " 1E+20 "}, {2.5e-7f, " 2.5E-07 "},
+        {0.001f, " .001 "},
+        {-0.5f, "-.5 "},
+        {0.0f, " 0 "},
+        {1e-5f, " 1E-05 "},
+        {0.125f, " .125 "},
+        {1.25f, " 1.25 "},
+        {100000.0f, " 100000 "},
+        {1234567.0f, " 1234567 "},
+        {12345678.0f, " 1.2345678E+07 "},
+        {0.0001f, " .0001 "},
+        {-3.0f, "-3 "},
+        {1e20f, " 1E+20 "},
+        {2.5e-7f, " 2.5E-07 "},
     };
     for (const auto& c : cases) EXPECT_EQ(PrintForm(c.x), c.want) << c.x;
     EXPECT_EQ(PrintForm(int32_t{16711680}), " 16711680 ");
@@ -109,8 +128,12 @@ TEST(TextUtil, SplitsAndClamps) {
     EXPECT_EQ(FirstLine("1\r\n"), "1");
     EXPECT_EQ(FirstLine("abc"), "abc");
     EXPECT_EQ(FirstLine("a\nb"), "a");
-    struct Case { const char* text; const char* want; };
-    const Case cases[] = {{"0", "1"}, {"20000", "16000"}, {"abc", "1"}, {"16000", "16000"}, {"2.5", "2"}, {"3.5", "4"}, {"1e9", "16000"}};
+    struct Case {
+        const char* text;
+        const char* want;
+    };
+    const Case cases[] = {{"0", "1"},   {"20000", "16000"}, {"abc", "1"},    {"16000", "16000"},
+                          {"2.5", "2"}, {"3.5", "4"},       {"1e9", "16000"}};
     for (const auto& c : cases) EXPECT_EQ(LimitValueText(c.text, 1, 16000), c.want) << c.text;
     EXPECT_EQ(MidText("DS-5354", 7, 1), "4");
     EXPECT_EQ(MidText("DS-53", 7, 1), "");

@@ -57,21 +57,21 @@ TEST(WaveDecimator, ScanAndPyramidMatchBruteForce) {
     const std::vector<float> s = randomSamples(300001, 7);
     const int32_t end = static_cast<int32_t>(s.size()) - 1;
     const RangeCase cases[] = {
-        {0, end, 1600},           // whole record: coarse level
-        {0, end, 1},              // one column
-        {0, end, 7},              // columns much wider than a coarse block
-        {1, end - 1, 1599},       // ragged at both ends
-        {4095, 4096 * 3, 2},      // straddling coarse boundaries
-        {63, 64 * 300 + 1, 3},    // fine level only
-        {end - 9000, end, 50},    // touches the partial last blocks
+        {0, end, 1600},              // whole record: coarse level
+        {0, end, 1},                 // one column
+        {0, end, 7},                 // columns much wider than a coarse block
+        {1, end - 1, 1599},          // ragged at both ends
+        {4095, 4096 * 3, 2},         // straddling coarse boundaries
+        {63, 64 * 300 + 1, 3},       // fine level only
+        {end - 9000, end, 50},       // touches the partial last blocks
         {12345, 12345 + 999, 1000},  // one sample per column
-        {-100, end + 100, 800},   // clamped to the record
-        {100, 100, 10},           // one sample
-        {0, 99, 200},             // fewer samples than columns
-        {50, 49, 10},             // empty: first after last
-        {0, 99, 0},               // no columns
-        {end + 1, end + 50, 10},  // wholly beyond the record
-        {-20, -1, 10},            // wholly before it
+        {-100, end + 100, 800},      // clamped to the record
+        {100, 100, 10},              // one sample
+        {0, 99, 200},                // fewer samples than columns
+        {50, 49, 10},                // empty: first after last
+        {0, 99, 0},                  // no columns
+        {end + 1, end + 50, 10},     // wholly beyond the record
+        {-20, -1, 10},               // wholly before it
     };
     WaveDecimator pyramid;
     pyramid.build(s);

@@ -15,9 +15,9 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfi
 namespace mervasto {
 namespace {
 
-constexpr uint32_t kGreen = 0x0000FF00;    // 0x00BBGGRR
+constexpr uint32_t kGreen = 0x0000FF00;  // 0x00BBGGRR
 constexpr uint32_t kMagenta = 0x00FF00FF;
-const QColor kTint(16, 22, 34);            // background inside the analysis window
+const QColor kTint(16, 22, 34);  // background inside the analysis window
 
 // 1000 samples: 0 V up to sample 499, 2 V from 500. At 0.5 V/div and an
 // offset of -0.8 V on a 400 x 300 picture, 0 V is row 210, 1 V row 135, 2 V row 60.
@@ -68,10 +68,9 @@ TEST(WavePainter, SiTextPicksPrefixAndDigits) {
         double value;
         const char *unit, *text;
     } cases[] = {
-        {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},  {2, "V", "2 V"},
-        {0, "s", "0 s"},           {999.7, "Hz", "1 kHz"}, {1e-9, "s", "1 ns"},
-        {-0.02, "V", "-20 mV"},    {12.5e-6, "s", "12.5 us"}, {0.1, "s", "100 ms"},
-        {1.5e-13, "s", "0.15 ps"}, {2.5e6, "Hz", "2.5 MHz"},
+        {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},     {2, "V", "2 V"},          {0, "s", "0 s"},
+        {999.7, "Hz", "1 kHz"},    {1e-9, "s", "1 ns"},       {-0.02, "V", "-20 mV"},   {12.5e-6, "s", "12.5 us"},
+        {0.1, "s", "100 ms"},      {1.5e-13, "s", "0.15 ps"}, {2.5e6, "Hz", "2.5 MHz"},
     };
     for (const auto& c : cases) EXPECT_EQ(SiText(c.value, c.unit), c.text) << c.value;
 }
@@ -84,10 +83,10 @@ TEST(WavePainter, GeometryClampsZoomAndScroll) {
         double zoom;
         int32_t firstSample, first, count;
     } cases[] = {
-        {1, 300, 0, 1000},    {4, 500, 500, 250},   {4, 900, 750, 250},  {4, -5, 0, 250},
-        {0, 0, 0, 1000},      // below 1 means the whole record
-        {5000, 999, 999, 1},  // above the largest zoom rate
-        {3, 0, 0, 334},       // partial samples round up
+        {1, 300, 0, 1000},   {4, 500, 500, 250}, {4, 900, 750, 250},
+        {4, -5, 0, 250},     {0, 0, 0, 1000},  // below 1 means the whole record
+        {5000, 999, 999, 1},                   // above the largest zoom rate
+        {3, 0, 0, 334},                        // partial samples round up
     };
     for (const auto& c : cases) {
         v.zoom = c.zoom;
@@ -180,7 +179,7 @@ TEST(WavePainter, ChoosesChannelsZoomAndScroll) {
 
     s.view.onlyChannel = -1;
     second.visible = false;  // switched off
-    s.view.zoom = 4;  // samples 500..749: all at 2 V
+    s.view.zoom = 4;         // samples 500..749: all at 2 V
     s.view.firstSample = 500;
     im = s.paint();
     EXPECT_EQ(im.pixel(10, 60), green);
@@ -195,7 +194,7 @@ TEST(WavePainter, ChoosesChannelsZoomAndScroll) {
 TEST(WavePainter, EdgeMarkersOnlyWhenFewCyclesShow) {
     Scene s;
     // One cycle: rising at 250, falling at 500, rising at 750.
-    const CycleRecord c{0, 50, 500, 0, 500};  // Duty 50 %, MidEdge 500, Period 500
+    const CycleRecord c{0, 50, 500, 0, 500};   // Duty 50 %, MidEdge 500, Period 500
     s.cycles.channel[0] = {CycleRecord{}, c};  // a record without a period holds no edges
     const QRgb marker = ColorFromBgr(kGreen).lighter(160).rgb();
     const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), s.view);
@@ -227,7 +226,7 @@ TEST(WavePainter, WindowGateAndRejectRange) {
     QImage im = s.paint();
     EXPECT_EQ(im.pixel(21, 101), qRgb(0, 0, 0));  // outside the window
     EXPECT_EQ(im.pixel(51, 101), kTint.rgb());    // inside
-    EXPECT_EQ(im.pixel(20, 0), rgb(kMagenta));   // gate, dashed in the Ch4 colour
+    EXPECT_EQ(im.pixel(20, 0), rgb(kMagenta));    // gate, dashed in the Ch4 colour
 
     s.view.rejectFlag = true;  // x 200 .. 240 hatched
     s.view.rejectStart = 500;

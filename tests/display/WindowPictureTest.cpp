@@ -17,7 +17,8 @@ namespace fs = std::filesystem;
 
 TEST(WindowPicture, CaptureFileNames) {
     const std::string sep(1, fs::path::preferred_separator);
-    EXPECT_EQ(CaptureFileName("data", "S1", 0, kMainPictureSuffix), "data" + sep + "Outputdata" + sep + "S1_0_Main.jpg");
+    EXPECT_EQ(CaptureFileName("data", "S1", 0, kMainPictureSuffix),
+              "data" + sep + "Outputdata" + sep + "S1_0_Main.jpg");
     EXPECT_EQ(CaptureFileName("data/", "AB12", 1, kWavePictureSuffix), "data/Outputdata" + sep + "AB12_1_Wave.jpg");
     EXPECT_EQ(CaptureFileName("d", "", -3, kWavePictureSuffix), "d" + sep + "Outputdata" + sep + "_-3_Wave.jpg");
 }

@@ -68,11 +68,8 @@ TEST_F(SimTest, RepliesAreJoinedToTheirLineEndAndCut) {
         std::string expected;
     };
     const std::vector<Case> cases = {
-        {"1\r\n", true, 256, "1"},
-        {"no line end", true, 256, "no line end"},  // taken after the quiet time
-        {"abcdef", false, 3, "abc"},
-        {"two\nlines\n", true, 256, "two"},
-        {"", false, 80, ""},
+        {"1\r\n", true, 256, "1"},   {"no line end", true, 256, "no line end"},  // taken after the quiet time
+        {"abcdef", false, 3, "abc"}, {"two\nlines\n", true, 256, "two"},        {"", false, 80, ""},
     };
     for (const auto& c : cases) {
         sim->setReplyOverride("TRMD?", c.reply, c.raw);

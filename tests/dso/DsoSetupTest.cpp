@@ -114,7 +114,8 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
         {"C1:INV? ", "ON", [](const DsoSetup& s) { EXPECT_TRUE(s.Inverted[1]); }},
         {"C1:CPL? ", "", [](const DsoSetup& s) { EXPECT_EQ(s.Coupling[1], ""); }},
         {"ACQ?", "", [](const DsoSetup& s) { EXPECT_EQ(s.AcqMode, ""); }},
-        {"DTINF?", "short,reply", [](const DsoSetup& s) {
+        {"DTINF?", "short,reply",
+         [](const DsoSetup& s) {
              EXPECT_EQ(s.RecordLength, 500);
              EXPECT_EQ(s.Model, "short");
              EXPECT_EQ(s.DateTime, "");
@@ -134,8 +135,8 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
 TEST(RecordLengthTest, RoundedToTensHalvesToEven) {
     const std::string head = "Record Length = ";  // 16 characters
     const std::vector<std::pair<std::string, int32_t>> cases = {
-        {"1234", 1230}, {"1235", 1240}, {"1245", 1240}, {"1255", 1260}, {"4", 500}, {"5", 500},
-        {"15", 20},     {"0", 500},     {"", 500},      {"5000011", 5000010},
+        {"1234", 1230}, {"1235", 1240}, {"1245", 1240}, {"1255", 1260}, {"4", 500},
+        {"5", 500},     {"15", 20},     {"0", 500},     {"", 500},      {"5000011", 5000010},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(RecordLengthOfField(head + text), expected) << text;
     EXPECT_EQ(RecordLengthOfField("short"), 500);
@@ -161,10 +162,8 @@ TEST_F(SimTest, CursorReadout) {
     };
     const std::vector<Case> cases = {
         {"DH", 2.5, -1.0, 4.0f, 7.5f, true},  // swapped into order
-        {"DHDV", -5.0, 5.0, 0.0f, 10.0f, true},
-        {"DV", -2.0, 2.0, 1.0f, 9.0f, false},
-        {"OFF", 0.0, 0.0, 1.0f, 9.0f, false},
-        {"dh", 1.0, 2.0, 1.0f, 9.0f, false},
+        {"DHDV", -5.0, 5.0, 0.0f, 10.0f, true}, {"DV", -2.0, 2.0, 1.0f, 9.0f, false},
+        {"OFF", 0.0, 0.0, 1.0f, 9.0f, false},   {"dh", 1.0, 2.0, 1.0f, 9.0f, false},
     };
     startSim();
     linkUp();

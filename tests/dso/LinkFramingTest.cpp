@@ -20,7 +20,7 @@ TEST(LinkFramingTest, ReplyLines) {
         {"a\rb\n", false, true, 256, "a", "b\n"},  // a lone CR ends the line
         {"\n", false, true, 256, "", ""},
         {"+.025", false, false, 256, "+.025", ""},  // not yet: no line end, not quiet
-        {"+.025", true, true, 256, "+.025", ""},   // taken whole after the quiet time
+        {"+.025", true, true, 256, "+.025", ""},    // taken whole after the quiet time
         {"", true, false, 256, "", ""},
         {"abcdef\n", false, true, 3, "abc", ""},
         {"abcdef\n", false, true, -5, "", ""},

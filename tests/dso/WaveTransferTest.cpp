@@ -52,8 +52,9 @@ TEST_F(TransferTest, ByteAndWordFormatsWithInversion) {
         begin(o);
         const WaveTransferResult r = transfer(1);
         EXPECT_EQ(r.points, 500 * (c.word ? 2 : 1));
-        const Log expectedLog = c.word ? Log{"DTBORD H/L", "DTFORM WORD", "DTPOINTS 500", "DTSTART 0", "WAVESRC CH2", "DTWAVE?"}
-                                       : Log{"DTFORM BYTE", "DTPOINTS 500", "DTSTART 0", "WAVESRC CH2", "DTWAVE?"};
+        const Log expectedLog =
+            c.word ? Log{"DTBORD H/L", "DTFORM WORD", "DTPOINTS 500", "DTSTART 0", "WAVESRC CH2", "DTWAVE?"}
+                   : Log{"DTFORM BYTE", "DTPOINTS 500", "DTSTART 0", "WAVESRC CH2", "DTWAVE?"};
         EXPECT_EQ(sim->commandLog(), expectedLog);
 
         const auto truth = sim->record()[1];
@@ -100,7 +101,8 @@ TEST_F(TransferTest, ShortRangeFillsTheRestWithTheOffset) {
     EXPECT_EQ(sim->commandLog(), (Log{"DTFORM BYTE", "DTPOINTS 100", "DTSTART 100", "WAVESRC CH1", "DTWAVE?"}));
     const auto truth = sim->record()[0];
     for (size_t i = 0; i < 100; ++i) ASSERT_EQ(record.wave[0][i], 99.0f) << i;  // before the range: untouched
-    for (size_t i = 100; i < 200; ++i) ASSERT_EQ(record.wave[0][i], ExpectedVolts(truth[i], o.state.ch[0], false, false)) << i;
+    for (size_t i = 100; i < 200; ++i)
+        ASSERT_EQ(record.wave[0][i], ExpectedVolts(truth[i], o.state.ch[0], false, false)) << i;
     // The fill: offset / (vdiv / 32) = 16 counts, not scaled by 256, and 0 V.
     for (size_t i = 200; i < 500; ++i) {
         ASSERT_EQ(record.raw[0][i], 16) << i;
@@ -116,12 +118,11 @@ TEST_F(TransferTest, RangeRules) {
         std::string points, first;
     };
     const std::vector<Case> cases = {
-        {-1, -1, 0, "Period", "DTPOINTS 500", "DTSTART 0"},   // never set: the whole record
-        {-1, 300, 0, "Period", "DTPOINTS 291", "DTSTART 10"}, // a negative start begins at 10
-        {50, 20, 0, "Period", "DTPOINTS 2", "DTSTART 50"},    // end before start: two samples
-        {100, 199, 3, "Gate", "DTPOINTS 500", "DTSTART 0"},   // the gate is always whole
-        {100, 199, 3, "Period", "DTPOINTS 100", "DTSTART 100"},
-        {100, 199, 2, "Gate", "DTPOINTS 100", "DTSTART 100"},
+        {-1, -1, 0, "Period", "DTPOINTS 500", "DTSTART 0"},    // never set: the whole record
+        {-1, 300, 0, "Period", "DTPOINTS 291", "DTSTART 10"},  // a negative start begins at 10
+        {50, 20, 0, "Period", "DTPOINTS 2", "DTSTART 50"},     // end before start: two samples
+        {100, 199, 3, "Gate", "DTPOINTS 500", "DTSTART 0"},    // the gate is always whole
+        {100, 199, 3, "Period", "DTPOINTS 100", "DTSTART 100"}, {100, 199, 2, "Gate", "DTPOINTS 100", "DTSTART 100"},
     };
     begin(small());
     for (const auto& c : cases) {

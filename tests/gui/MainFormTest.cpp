@@ -35,9 +35,7 @@ MERVASTO_QT_TEST_APP(QApplication);
 
 class MainFormTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto-gui-");
-    }
+    void SetUp() override { dir_ = mervasto::test::FreshTestFolder("mervasto-gui-"); }
     std::unique_ptr<MainForm> open() {
         auto form = std::make_unique<MainForm>((dir_ / "data").string());
         form->ui().answerHook = [this](const std::string& text, MsgButtons, const std::string& title) {

@@ -11,10 +11,18 @@ namespace mervasto {
 namespace {
 
 TEST(JudgeCount, LimitsBelongToGo) {
-    const std::array<int32_t, 4> cases[] = {  // count, LL, UL, Go
-        {10, 10, 20, 1}, {20, 10, 20, 1}, {9, 10, 20, 0}, {21, 10, 20, 0}, {0, 0, 0, 1},
-        {15, 20, 10, 0}, {20, 20, 10, 0}, {10, 20, 10, 0},  // LL > UL: never Go
-        {INT32_MIN, INT32_MIN, INT32_MAX, 1}, {INT32_MAX, INT32_MIN, INT32_MAX, 1},
+    const std::array<int32_t, 4> cases[] = {
+        // count, LL, UL, Go
+        {10, 10, 20, 1},
+        {20, 10, 20, 1},
+        {9, 10, 20, 0},
+        {21, 10, 20, 0},
+        {0, 0, 0, 1},
+        {15, 20, 10, 0},
+        {20, 20, 10, 0},
+        {10, 20, 10, 0},  // LL > UL: never Go
+        {INT32_MIN, INT32_MIN, INT32_MAX, 1},
+        {INT32_MAX, INT32_MIN, INT32_MAX, 1},
     };
     for (const auto& [count, LL, UL, go] : cases) EXPECT_EQ(JudgeCount(count, LL, UL), go != 0) << count << " " << LL;
 }
@@ -41,10 +49,13 @@ TEST(LoadComparator, ReadsFieldsAndStopsAtTheFirstBadLine) {
         {"% only comments\r\n%1,2,3\r\n\r\n", true, {}},
         {"2,,,1.5", true, {{1, 0, 1, 2, 1.5f, 4}}},  // empty fields keep their values
         {"1,5,9,0.25,0.75,3,4\n6,-1,1", true, {{0, 0, 5, 9, 0.25f, 0.75f}, {0, 1, 1, 2, 3, 4}, {5, 0, -1, 1, 3, 4}}},
-        {"3,7,8,,,,,junk", true, {{2, 0, 7, 8, 3, 4}}},   // past the seventh field: ignored
-        {"4,1\r2,3", true, {{3, 0, 12, 3, 3, 4}}},         // CR inside a line dropped
+        {"3,7,8,,,,,junk", true, {{2, 0, 7, 8, 3, 4}}},        // past the seventh field: ignored
+        {"4,1\r2,3", true, {{3, 0, 12, 3, 3, 4}}},             // CR inside a line dropped
         {"1,5,9\n0,1,2\n2,1,1", false, {{0, 0, 5, 9, 3, 4}}},  // earlier lines stay
-        {"7,1,2", false, {}}, {"x,1,2", false, {}}, {",1,2", false, {}}, {"1,abc,2", false, {}},
+        {"7,1,2", false, {}},
+        {"x,1,2", false, {}},
+        {",1,2", false, {}},
+        {"1,abc,2", false, {}},
         {"1,2,3x", false, {}},
         {"1,2,3,1e-3,oops", false, {}},  // a bad field stops the whole line
         {"1,2147483648", false, {}},     // 32-bit overflow

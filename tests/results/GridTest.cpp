@@ -18,10 +18,8 @@ TEST(Grid, WritesCheckBoundsAndTextList) {
 
     const std::function<void()> bad[] = {
         [&] { SetGridRow(g, 0, 0, 2, two); },  // one past the text list
-        [&] { SetGridColumn(g, 0, 2, 0, two); },
-        [&] { SetGridCell(g, 4, 0, "x"); },
-        [&] { SetGridCell(g, 0, -1, "x"); },
-        [&] { (void)GetGridCell(g, 0, 3); },
+        [&] { SetGridColumn(g, 0, 2, 0, two); }, [&] { SetGridCell(g, 4, 0, "x"); },
+        [&] { SetGridCell(g, 0, -1, "x"); },     [&] { (void)GetGridCell(g, 0, 3); },
     };
     for (const auto& f : bad) {
         try {

@@ -17,9 +17,7 @@ namespace fs = std::filesystem;
 
 class ResultFilesTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto_results_");
-    }
+    void SetUp() override { dir_ = mervasto::test::FreshTestFolder("mervasto_results_"); }
     void TearDown() override { fs::remove_all(dir_); }
     std::string path(const char* name) const { return (dir_ / name).string(); }
 
@@ -155,7 +153,8 @@ namespace mervasto {
 namespace {
 
 TEST(SplitDetailSavePath, WaveBaseNameFromTheChosenFile) {
-    const std::array<const char*, 4> cases[] = {  // path, folder, file, wave base name
+    const std::array<const char*, 4> cases[] = {
+        // path, folder, file, wave base name
         {"C:\\ProgramData\\Mervasto\\OutputData\\a.csv", "C:\\ProgramData\\Mervasto\\OutputData", "a.csv", "a_Wave"},
         {"/home/u/run 1.csv", "/home/u", "run 1.csv", "run 1_Wave"},
         {"x.data", "", "x.data", "x._Wave"},  // always four characters off

@@ -27,11 +27,10 @@ std::string rowText(const Grid& g, int32_t row, int32_t c1, int32_t c2) {
 }
 
 TEST(DispResult, UnitPairsByType) {
-    const char* expected[] = {"500m %|500m %|250m s|250m s|",  "500m s|500m s|250m s|250m s|",
-                              "500m %|500m %|250m %|250m %|",  "500m V|500m V|250m V|250m V|",
-                              "500m s|500m s|250m s|250m s|",  "500m Hz|500m Hz|250m Hz|250m Hz|",
-                              "500m V|500m V|250m V|250m V|",  "500m V|500m V|250m V|250m V|",
-                              "500m V|500m V|250m V|250m V|"};
+    const char* expected[] = {
+        "500m %|500m %|250m s|250m s|", "500m s|500m s|250m s|250m s|", "500m %|500m %|250m %|250m %|",
+        "500m V|500m V|250m V|250m V|", "500m s|500m s|250m s|250m s|", "500m Hz|500m Hz|250m Hz|250m Hz|",
+        "500m V|500m V|250m V|250m V|", "500m V|500m V|250m V|250m V|", "500m V|500m V|250m V|250m V|"};
     for (int32_t type = 0; type < 9; ++type) {
         Grid g;
         SetupResultGrid1(g);
@@ -92,7 +91,8 @@ TEST(DispDetailData, OneRowPerCycleWithUnits) {
     Grid g;
     SetupDetailDataGrid(g, kDetailStartCycles);
     EXPECT_EQ(g.rows(), kDetailStartCycles + 5);
-    ChannelDisplays chs{channel(kTypePeriod, "p"), channel(kTypeAmple), channel(kTypeFreq), channel(kTypeDuty, "", true)};
+    ChannelDisplays chs{channel(kTypePeriod, "p"), channel(kTypeAmple), channel(kTypeFreq),
+                        channel(kTypeDuty, "", true)};
     chs[1].VRate = 10;
     CycleTable cycles;
     const CycleRecord c{.Ample = 0.5, .Period = 256, .Freq = 4000};
@@ -103,8 +103,8 @@ TEST(DispDetailData, OneRowPerCycleWithUnits) {
 
     ASSERT_EQ(g.rows(), 3 + kDetailHeaderRows);
     const char* expected[] = {"Channel|Ch1|Ch2|Ch3|Ch4|", "Sig. Name|p|sig|sig||", "Sig. Type|Period|Ample|Freq.||",
-                              "Total No.|3|1|0||",        "Unit|s|V|Hz||",          "1|244.14u s|5 V|||",
-                              "2|244.14u s||||",           "3|244.14u s||||"};
+                              "Total No.|3|1|0||",        "Unit|s|V|Hz||",         "1|244.14u s|5 V|||",
+                              "2|244.14u s||||",          "3|244.14u s||||"};
     for (int32_t r = 0; r < g.rows(); ++r) EXPECT_EQ(rowText(g, r, 0, 4), expected[r]) << r;
 }
 

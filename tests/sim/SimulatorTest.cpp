@@ -114,10 +114,11 @@ TEST(SimEncodingTest, CountsAreRoundedAndClamped) {
         int32_t counts;
     };
     const std::vector<Case> cases = {
-        {1.0f, 1.0, 0.0, false, 32},     {1.0f, 1.0, 0.0, true, 8192},  {-1.0f, 0.5, 0.0, false, -64},
-        {1.0f, 1.0, 0.5, false, 48},     {10.0f, 1.0, 0.0, false, 127}, {-10.0f, 1.0, 0.0, false, -128},
+        {1.0f, 1.0, 0.0, false, 32},     {1.0f, 1.0, 0.0, true, 8192},
+        {-1.0f, 0.5, 0.0, false, -64},   {1.0f, 1.0, 0.5, false, 48},
+        {10.0f, 1.0, 0.0, false, 127},   {-10.0f, 1.0, 0.0, false, -128},
         {10.0f, 1.0, 0.0, true, 32767},  {-10.0f, 1.0, 0.0, true, -32768},
-        {0.015625f, 1.0, 0.0, false, 0}, // half a count rounds to even
+        {0.015625f, 1.0, 0.0, false, 0},  // half a count rounds to even
     };
     for (const auto& c : cases) EXPECT_EQ(SimCounts(c.v, c.vdiv, c.offset, c.word), c.counts) << c.v;
 }

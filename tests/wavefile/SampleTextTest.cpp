@@ -43,7 +43,8 @@ TEST(SampleTextTest, AgreesWithGeneralRoutinesOnManyFloats) {
             char buf[kSampleTextMax];
             ASSERT_EQ(std::string(buf, cache.write(buf, x)), general) << x;
         }
-        ASSERT_EQ(std::bit_cast<uint32_t>(SampleValue(general)), std::bit_cast<uint32_t>(ValSingle(general))) << general;
+        ASSERT_EQ(std::bit_cast<uint32_t>(SampleValue(general)), std::bit_cast<uint32_t>(ValSingle(general)))
+            << general;
     }
 }
 
@@ -63,10 +64,11 @@ TEST(SampleTextTest, ParsesRandomDecimalsLikeVal) {
 }
 
 TEST(SampleTextTest, ParsesLikeVal) {
-    const char* texts[] = {"",        " ",        "-",        "+",          ".",         "-.5 ",     " .125 ",
-                           "1e",      "1E-05",    "1.5E+3x",  "2d3",        "-0",        "007.50",   "123456789",
-                           "1e-45",   "3.4e39",   "9999999",  "16777217",   " 12abc",    "0.000001", "1.e2",
-                           "\t-3.25", "1e+",      ".0000000000001234", "16777216", "8388609.5"};
+    const char* texts[] = {"",         " ",         "-",     "+",       ".",       "-.5 ",
+                           " .125 ",   "1e",        "1E-05", "1.5E+3x", "2d3",     "-0",
+                           "007.50",   "123456789", "1e-45", "3.4e39",  "9999999", "16777217",
+                           " 12abc",   "0.000001",  "1.e2",  "\t-3.25", "1e+",     ".0000000000001234",
+                           "16777216", "8388609.5"};
     for (const char* t : texts)
         EXPECT_EQ(std::bit_cast<uint32_t>(SampleValue(t)), std::bit_cast<uint32_t>(ValSingle(t))) << '"' << t << '"';
     EXPECT_EQ(fast(0.0f), " 0 ");

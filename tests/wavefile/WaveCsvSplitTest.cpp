@@ -81,7 +81,8 @@ TEST(WaveCsvSplitTest, TwoThreadsReadWhatOneReads) {
             for (size_t ch = 0; ch < 4; ++ch) {
                 const size_t common = std::min(one.record.wave[ch].size(), two.record.wave[ch].size());
                 ASSERT_GE(common, static_cast<size_t>(one.result.rowsRead)) << at;
-                EXPECT_EQ(std::memcmp(one.record.wave[ch].data(), two.record.wave[ch].data(), common * sizeof(float)), 0)
+                EXPECT_EQ(std::memcmp(one.record.wave[ch].data(), two.record.wave[ch].data(), common * sizeof(float)),
+                          0)
                     << at << ", Ch" << ch + 1;
             }
         }

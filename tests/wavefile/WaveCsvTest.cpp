@@ -17,9 +17,7 @@ namespace fs = std::filesystem;
 
 class WaveCsvTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto_wavecsv_");
-    }
+    void SetUp() override { dir_ = mervasto::test::FreshTestFolder("mervasto_wavecsv_"); }
     void TearDown() override { fs::remove_all(dir_); }
 
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
@@ -89,8 +87,9 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     EXPECT_NE(text.find("Time/div(second), .001 \r\n"), std::string::npos);
     EXPECT_NE(text.find("Trigger Address, 520 \r\n"), std::string::npos);
     EXPECT_NE(text.find("CH4 Display,ON\r\nCH1 Volt/div, .5 \r\n"), std::string::npos);
-    EXPECT_NE(text.find("CH4 Bandwidth,OFF\r\nPoints , 1000 \r\nCh1 V,Ch2 V,Ch3 V,Ch4 V\r\n 0 ,-.5 , 1E-05 , 1.25 \r\n"),
-              std::string::npos);
+    EXPECT_NE(
+        text.find("CH4 Bandwidth,OFF\r\nPoints , 1000 \r\nCh1 V,Ch2 V,Ch3 V,Ch4 V\r\n 0 ,-.5 , 1E-05 , 1.25 \r\n"),
+        std::string::npos);
 
     DsoSetup back;
     WaveRecord got;
@@ -129,8 +128,8 @@ TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
 
     // Within one file too: a short row takes columns 3 and 4 of the last
     // longer row, and a header line read later sees them as well.
-    writeFile("mixed.csv", header("DS-5354", "4", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") +
-                               "1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
+    writeFile("mixed.csv",
+              header("DS-5354", "4", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
     ASSERT_EQ(LoadWaveCsv(path("mixed.csv"), s, rec, table).status, 0);
     EXPECT_EQ(rec.wave[2][1], 3.0f);
     EXPECT_EQ(rec.wave[3][3], 12.0f);
