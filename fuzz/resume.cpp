@@ -1,5 +1,5 @@
 #include "FuzzFile.h"
-#include "app/ResumeFile.h"
+#include "app/core/ResumeFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     mervasto::Settings settings;

@@ -2,8 +2,8 @@
 // from the zoom cursors, and saving the waves and the instrument's screen.
 #include "app/RunState.h"
 
-#include "app/DataFolders.h"
-#include "app/Startup.h"
+#include "app/core/DataFolders.h"
+#include "app/core/Startup.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"

@@ -1,9 +1,9 @@
 #include "app/RunState.h"
 
 #include "analysis/Levels.h"
-#include "app/DataFolders.h"
-#include "app/ResumeFile.h"
-#include "app/Startup.h"
+#include "app/core/DataFolders.h"
+#include "app/core/ResumeFile.h"
+#include "app/core/Startup.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "analysis/Analysis.h"
-#include "app/Settings.h"
+#include "app/core/Settings.h"
 #include "common/UiPort.h"
 #include "results/Grid.h"
 #include "results/ResultFiles.h"

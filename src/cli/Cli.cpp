@@ -1,10 +1,10 @@
 #include "cli/Cli.h"
 
-#include "app/DataFolders.h"
+#include "app/core/DataFolders.h"
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
-#include "app/Settings.h"
-#include "app/Version.h"
+#include "app/core/Settings.h"
+#include "app/core/Version.h"
 #include "cli/Json.h"
 #include "cli/Report.h"
 #include "common/Numeric.h"

@@ -9,14 +9,17 @@ namespace mervasto {
 // boundary, shows the text and the program goes on; readers stop at the first
 // one and keep what they read.
 enum class ErrorCode : int {
-    TypeMismatch = 13,  // a text that must be a number is not one
-    Overflow = 6,       // a value does not fit the integer it goes into
-    Subscript = 9,      // an index outside an array
-    DivisionByZero = 11,
-    FileNotFound = 53,
-    FileIo = 57,      // a read or write of a file failed
-    Link = 1000,      // the instrument link failed or was ended
-    Canceled = 1001,  // the user cancelled a dialog
+    None = 0,             // no fault (an Outcome that succeeded)
+    Overflow = 6,         // a value does not fit the integer it goes into
+    OutOfMemory = 7,      // memory ran out
+    Subscript = 9,        // an index outside an array
+    DivisionByZero = 11,  // a division by zero
+    TypeMismatch = 13,    // a text that must be a number is not one
+    Internal = 51,        // a fault of the program itself
+    FileNotFound = 53,    // a file to read is not there
+    FileIo = 57,          // a read or write of a file failed
+    Link = 1000,          // the instrument link failed or was ended
+    Canceled = 1001,      // the user cancelled a dialog
 };
 
 class RuntimeError : public std::runtime_error {

@@ -21,8 +21,8 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
-#include "app/DataFolders.h"
-#include "app/Version.h"
+#include "app/core/DataFolders.h"
+#include "app/core/Version.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "dso/DsoLink.h"

@@ -190,13 +190,21 @@ public:
             shared_->opt.fault = SimFault::Refuse;
         }
         server_->close();
-        QTimer::singleShot(0, this, [this] {
-            for (auto& [s, c] : conns_) s->abort();
-        });
+        QTimer::singleShot(0, this, [this] { abortAll(); });
+    }
+
+    // Aborting a socket runs its disconnect handler, which erases it from
+    // the map: abort from a copy of the keys, never while iterating the map.
+    void abortAll() {
+        std::vector<QTcpSocket*> sockets;
+        sockets.reserve(conns_.size());
+        for (const auto& entry : conns_) sockets.push_back(entry.first);
+        for (QTcpSocket* s : sockets)
+            if (conns_.count(s)) s->abort();
     }
 
     void shutdown() {
-        for (auto& [s, c] : conns_) s->abort();
+        abortAll();
         conns_.clear();
         if (server_) server_->close();
     }

@@ -1,4 +1,4 @@
-#include "app/DataFolders.h"
+#include "app/core/DataFolders.h"
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "common/TextFile.h"

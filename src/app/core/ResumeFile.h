@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "app/Settings.h"
+#include "app/core/Settings.h"
 
 namespace mervasto {
 

@@ -1,4 +1,4 @@
-#include "app/ResumeFile.h"
+#include "app/core/ResumeFile.h"
 
 #include <vector>
 

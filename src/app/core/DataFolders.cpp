@@ -1,10 +1,10 @@
-#include "app/DataFolders.h"
+#include "app/core/DataFolders.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
-#include "app/Version.h"
+#include "app/core/Version.h"
 #include "common/TextFile.h"
 
 namespace mervasto {

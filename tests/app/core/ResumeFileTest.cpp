@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "app/ResumeFile.h"
+#include "app/core/ResumeFile.h"
 
 namespace mervasto {
 namespace {

@@ -1,9 +1,9 @@
-#include "app/Startup.h"
+#include "app/core/Startup.h"
 
 #include <cmath>
 #include <limits>
 
-#include "app/DataFolders.h"
+#include "app/core/DataFolders.h"
 #include "common/Numeric.h"
 #include "common/TextUtil.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/Settings.h"
+#include "app/core/Settings.h"
 
 namespace mervasto {
 

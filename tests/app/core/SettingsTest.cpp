@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "app/DataFolders.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
-#include "app/Version.h"
+#include "app/core/DataFolders.h"
+#include "app/core/Settings.h"
+#include "app/core/Startup.h"
+#include "app/core/Version.h"
 
 namespace mervasto {
 namespace {
