@@ -45,7 +45,7 @@ RunState::~RunState() = default;
 void RunState::FormLoad(const std::string& dataFolderOverride) {
     DataFolder =
         PrepareDataFolder(dataFolderOverride.empty() ? std::nullopt : std::optional<std::string>(dataFolderOverride));
-    LoadResumeParam(ResumeFileName(DataFolder), settings);
+    settingsProblems = LoadResumeParam(ResumeFileName(DataFolder), settings).problems;
     SmoothingCount = ApplyStartupSettings(settings, DataFolder);
     SetupResultGrid1(ResultGrid1);
     SetupLogGrid(LogGrid, static_cast<int32_t>(Val(settings.analysis.TotalRepeats)));
@@ -54,14 +54,15 @@ void RunState::FormLoad(const std::string& dataFolderOverride) {
     logFirst = true;
 }
 
-void RunState::FormUnload() {
-    SaveResumeParam(ResumeFileName(DataFolder), settings);
+Outcome RunState::FormUnload() {
+    Outcome saved = SaveResumeParam(ResumeFileName(DataFolder), settings);
     if (link) link->close();
+    return saved;
 }
 
 bool RunState::LoadSettingsFrom(const std::string& fileName) {
     if (!FileExists(fileName)) return false;
-    LoadResumeParam(fileName, settings);
+    settingsProblems = LoadResumeParam(fileName, settings).problems;
     SmoothingCount = ApplyStartupSettings(settings, DataFolder);
     return true;
 }

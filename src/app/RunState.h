@@ -9,6 +9,7 @@
 
 #include "analysis/Analysis.h"
 #include "app/core/Settings.h"
+#include "common/Outcome.h"
 #include "common/UiPort.h"
 #include "results/Grid.h"
 #include "results/ResultFiles.h"
@@ -44,7 +45,7 @@ public:
     // start-up rules, the grids. An empty override uses the default folder.
     void FormLoad(const std::string& dataFolderOverride = {});
     // Writes the resume file and closes the link.
-    void FormUnload();
+    Outcome FormUnload();
     // Settings from another resume file (the command line's --settings).
     bool LoadSettingsFrom(const std::string& fileName);
 
@@ -104,6 +105,9 @@ public:
 
     // --- state --------------------------------------------------------------
     Settings settings;
+    // Optional settings lines of the resume file that held bad values (each
+    // of those settings took its default).
+    std::vector<std::string> settingsProblems;
     std::string DataFolder;
     int32_t SmoothingCount = 1;
     WaveRecord record;

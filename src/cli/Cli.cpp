@@ -4,6 +4,7 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "app/core/Settings.h"
+#include "app/core/SettingsTable.h"
 #include "app/core/Version.h"
 #include "cli/Json.h"
 #include "cli/Report.h"
@@ -156,10 +157,12 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
         return false;
     }
+    for (const auto& problem : state.settingsProblems)
+        err << "mervasto-cli: warning: settings file, " << problem << '\n';
     for (const auto& [name, value] : o.sets) {
-        std::string why = SetSettingByName(state.settings, name, value);
-        if (!why.empty()) {
-            err << "mervasto-cli: --set " << name << '=' << value << ": " << why << '\n';
+        Outcome set = SetSettingByName(state.settings, name, value);
+        if (!set) {
+            err << "mervasto-cli: --set " << name << '=' << value << ": " << set.text() << '\n';
             return false;
         }
     }

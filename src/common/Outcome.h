@@ -23,6 +23,15 @@ public:
     static Outcome Ok() { return {}; }
     static Outcome From(const RuntimeError& e) { return {e.code(), e.what()}; }
 
+    // The same failure, marked as already told to the user in its own words
+    // (a status text or a box of its own), so that the boundary that shows
+    // failures does not show it again.
+    Outcome reported() && {
+        reported_ = true;
+        return std::move(*this);
+    }
+    bool wasReported() const { return reported_; }
+
     bool ok() const { return code_ == ErrorCode::None; }
     explicit operator bool() const { return ok(); }
     ErrorCode code() const { return code_; }
@@ -31,6 +40,7 @@ public:
 private:
     ErrorCode code_ = ErrorCode::None;
     std::string text_;
+    bool reported_ = false;
 };
 
 // Runs body and turns whatever it throws into an Outcome, so that nothing

@@ -453,7 +453,8 @@ void MainForm::closeEvent(QCloseEvent* e) {
                             state_.resultFileName() + ". They are on the clipboard.",
                         MsgButtons::Ok, "Failed to save Test Results.");
     }
-    state_.FormUnload();
+    Outcome saved = state_.FormUnload();
+    if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, "Run-time error");
     waveAll_->close();
     waveEach_->close();
     detail_->close();

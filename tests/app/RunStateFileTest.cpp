@@ -150,7 +150,7 @@ TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {
     state.settings.analysis.SampleNo = "Lot7";
     state.settings.channels[1].SigName = "encoder A";
     state.settings.analysis.LevelMethod = "Halves";
-    state.FormUnload();
+    ASSERT_TRUE(state.FormUnload().ok());
     RunState again;
     again.FormLoad((dir_ / "data").string());
     EXPECT_EQ(again.settings.analysis.SampleNo, "Lot7");

@@ -1,7 +1,9 @@
 #include "app/core/ResumeFile.h"
 
+#include <functional>
 #include <vector>
 
+#include "app/core/SettingsTable.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -14,40 +16,95 @@ namespace {
 constexpr int kMaxCommentLines = 257;
 constexpr double kMaxCyclesCap = 500000;
 
-std::string num(int64_t v) { return PrintForm(v); }
-std::string num(bool v) { return PrintForm(int64_t{v ? 1 : 0}); }
+// The legacy lines, in file order: a label and the fields its values fill.
+// Per-channel lines ("Ch<i> ...") are repeated for the four channels; three
+// lines follow rules of their own.
+enum class Line { Values, ChannelBlock, Comment, ComparatorPath };
+struct LegacyLine {
+    Line kind;
+    std::string_view label;                      // for a channel line, the text after "Ch<i> "
+    std::vector<std::string_view> fields = {};  // field names (per channel: without the number)
+};
+
+const std::vector<LegacyLine>& legacyLines() {
+    static const std::vector<LegacyLine> lines = {
+        {Line::Values, "Max周期数,", {"MaxCycles"}},
+        {Line::Values, "ヒステリシス,", {"Histerisis"}},
+        {Line::Values, "サンプル名称,", {"SampleNo"}},
+        {Line::Values, "追番,", {"SampleIndex"}},
+        {Line::Values, "IPアドレス,", {"IPAdressText"}},
+        {Line::Values, "拡大倍率,", {"ZoomRate"}},
+        {Line::Values, "格納選択,", {"SaveWavesCheck", "SaveScreenCheck"}},
+        {Line::Values, "移動平均回数,", {"SmoothingNo"}},
+        {Line::Values, "繰返し,", {"RepeatCheck", "TotalRepeats"}},
+        {Line::ChannelBlock, "信号タイプ,", {"ChInputSignal"}},
+        {Line::ChannelBlock, "のバック色,", {"BackColor"}},
+        {Line::ChannelBlock, "の文字色,", {"ForeColor"}},
+        {Line::ChannelBlock, "V倍率,", {"VRate"}},
+        {Line::ChannelBlock, "信号名称,", {"SigName"}},
+        {Line::ChannelBlock, "表示off,", {"DispOffCheck"}},
+        {Line::Comment, "コメント"},
+        {Line::Values, "範囲マージン(div),", {"LimitPoints"}},
+        {Line::Values, "除外チェック/範囲,", {"OmitRangeEffect", "RejectStart", "RejectEnd", "RejectRangeSet"}},
+        {Line::Values,
+         "Screen Layout,",
+         {"MainLeft", "MainTop", "WaveFormLeft", "WaveFormTop", "WaveFormAllLeft", "WaveFormAllTop"}},
+        {Line::ComparatorPath, ""},
+        {Line::Values, "詳細データ格納する/しない,", {"DDSaveCheck"}},
+        {Line::Values, "詳細データ格納パス,", {"OutputFolder", "DetailFileName", "DetailBaseName"}},
+        {Line::Values, "波形データ格納ファイルヘッダ/チェック,", {"WaveBaseName", "WDSaveCheck"}},
+        {Line::Values, "トリガチェック,", {"DaqCheck"}},
+        {Line::Values, "センタレベル,", {"PLevel"}},
+    };
+    return lines;
+}
+
+FieldRef legacyField(std::string_view name, int ch) {
+    FieldRef f = FindField(ch < 0 ? std::string(name) : std::string(name) + std::to_string(ch + 1));
+    if (!f) throw RuntimeError(ErrorCode::Internal, "The resume layout names no setting " + std::string(name) + ".");
+    return f;
+}
+
+// A legacy value as the runtime printed it: texts as they stand, numbers in
+// the print form (" 1 "), true/false as "True"/"False".
+std::string legacyText(const Settings& s, const FieldRef& f) {
+    const std::string plain = FieldText(s, f);
+    switch (f.field->kind) {
+    case FieldKind::Check:
+    case FieldKind::Index:
+    case FieldKind::Integer: return PrintForm(static_cast<int64_t>(NumberText(plain)));
+    case FieldKind::Flag: return BoolText(plain == "1");
+    default: return plain;
+    }
+}
 
 void invalidValue() { throw RuntimeError(ErrorCode::TypeMismatch, "Invalid property value."); }
 
-class ResumeReader {
-public:
-    explicit ResumeReader(std::string_view fileName) { in_.open(fileName); }
-
-    std::string line() {
-        std::string s;
-        if (!in_.next(s)) throw RuntimeError(ErrorCode::FileIo, "Input past end of file.");
-        return s;
-    }
-    // Splits the next line; field 0 is the label.
-    const std::vector<std::string>& fields() {
-        fields_ = SplitFields(line());
-        return fields_;
-    }
-    const std::string& text(size_t i) const {
-        if (i >= fields_.size()) throw RuntimeError(ErrorCode::Subscript, "Subscript out of range.");
-        return fields_[i];
-    }
-    int32_t number(size_t i) const { return ToInt32(NumberText(text(i))); }
-    bool check(size_t i) const {
-        int32_t v = number(i);
+// A legacy value read back the way the runtime converted it; a value the
+// control could not hold ends the load.
+void setLegacy(Settings& s, const FieldRef& f, const std::string& text) {
+    switch (f.field->kind) {
+    case FieldKind::Check: {
+        const int32_t v = ToInt32(NumberText(text));
         if (v != 0 && v != 1) invalidValue();
-        return v == 1;
+        (void)SetField(s, f, v ? "1" : "0");
+        return;
     }
-
-private:
-    TextLineReader in_;
-    std::vector<std::string> fields_;
-};
+    case FieldKind::Index: {
+        const int32_t v = ToInt32(NumberText(text));
+        if (v < -1 || v >= ChannelTypeCount(f.ch)) invalidValue();
+        s.channels[static_cast<size_t>(f.ch)].ChInputSignal = v;
+        return;
+    }
+    case FieldKind::Integer:
+        if (!SetField(s, f, std::to_string(ToInt32(NumberText(text))))) invalidValue();
+        return;
+    case FieldKind::Flag: (void)SetField(s, f, BoolFromText(text) ? "1" : "0"); return;
+    default:
+        if (!SetField(s, f, text)) invalidValue();
+        return;
+    }
+}
 
 // The comment is written line by line; the reader gives each back behind a
 // line feed.
@@ -63,144 +120,193 @@ void appendCommentLines(std::string& out, std::string_view comment) {
     }
 }
 
+using NextLine = std::function<bool(std::string&)>;
+
+// Reads the legacy lines in order; throws at the first line that is missing
+// or holds a value that cannot be converted.
+void readLegacy(const NextLine& next, Settings& s) {
+    std::string line;
+    auto nextLine = [&]() -> std::string& {
+        if (!next(line)) throw RuntimeError(ErrorCode::FileIo, "Input past end of file.");
+        return line;
+    };
+    auto values = [&](const std::vector<std::string_view>& names, int ch) {
+        const std::vector<std::string> fields = SplitFields(nextLine());
+        for (size_t i = 0; i < names.size(); ++i) {
+            if (i + 1 >= fields.size()) throw RuntimeError(ErrorCode::Subscript, "Subscript out of range.");
+            const FieldRef f = legacyField(names[i], ch);
+            setLegacy(s, f, fields[i + 1]);
+            if (f.field->name == "MaxCycles" && RoundHalfEven(Val(s.analysis.MaxCycles)) >= kMaxCyclesCap)
+                s.analysis.MaxCycles = "500000";
+        }
+    };
+    const auto& layout = legacyLines();
+    for (size_t i = 0; i < layout.size(); ++i) {
+        const LegacyLine& l = layout[i];
+        switch (l.kind) {
+        case Line::Values: values(l.fields, -1); break;
+        case Line::ChannelBlock: {
+            // The six channel lines come as one block per channel.
+            size_t end = i;
+            while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
+            for (int ch = 0; ch < kSettingChannels; ++ch)
+                for (size_t j = i; j < end; ++j) values(layout[j].fields, ch);
+            i = end - 1;
+            break;
+        }
+        case Line::Comment:
+            nextLine();  // the label
+            s.analysis.Comment.clear();
+            for (int n = 0; n < kMaxCommentLines; ++n) {
+                if (nextLine() == "//") break;
+                s.analysis.Comment += '\n';
+                s.analysis.Comment += line;
+            }
+            break;
+        case Line::ComparatorPath: s.ComparatorFile = nextLine(); break;
+        }
+    }
+}
+
+// The optional lines: "Label,value", any order, unknown labels ignored.
+void readOptional(const NextLine& next, Settings& s, ResumeLoad& load, int lineNumber) {
+    std::string line;
+    while (next(line)) {
+        ++lineNumber;
+        const size_t comma = line.find(',');
+        if (comma == std::string::npos) continue;
+        const std::string_view label = std::string_view(line).substr(0, comma);
+        const std::string_view value = std::string_view(line).substr(comma + 1);
+        FieldRef f = FindField(label);
+        if (!f || !f.field->optionalLine) {
+            f = {};
+            for (const auto& field : SettingFields())
+                if (field.optionalLine && !field.legacyLabel.empty() && field.legacyLabel == label) f = {&field, -1};
+        }
+        if (!f || !f.field->optionalLine) continue;
+        Outcome set = SetField(s, f, value);
+        if (!set) {
+            (void)SetField(s, f, DefaultText(f));
+            load.problems.push_back("line " + std::to_string(lineNumber) + ": " + set.text() + " The default " +
+                                    DefaultText(f) + " is used.");
+        }
+    }
+}
+
+ResumeLoad load(const NextLine& next, Settings& s) {
+    ResumeLoad result;
+    result.found = true;
+    for (const auto& field : SettingFields()) {
+        if (!field.optionalLine) continue;
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch)
+            (void)SetField(s, {&field, ch}, DefaultText({&field, ch}));
+    }
+    int linesRead = 0;
+    const NextLine counted = [&](std::string& line) {
+        if (!next(line)) return false;
+        ++linesRead;
+        return true;
+    };
+    try {
+        readLegacy(counted, s);
+        result.complete = true;
+        readOptional(counted, s, result, linesRead);
+    } catch (const RuntimeError&) {
+        // A legacy file ends where it cannot be read on; what was read stays.
+    }
+    return result;
+}
+
 }  // namespace
 
-int SaveResumeParam(std::string_view fileName, const Settings& s) {
-    const AnalysisSettings& a = s.analysis;
+std::string ResumeText(const Settings& s) {
     std::string out;
     auto line = [&](std::string_view label, std::string_view value) {
         out.append(label);
         out.append(value);
         out.append("\r\n");
     };
-    line("Max周期数,", a.MaxCycles);
-    line("ヒステリシス,", a.Histerisis);
-    line("サンプル名称,", a.SampleNo);
-    line("追番,", a.SampleIndex);
-    line("IPアドレス,", a.IPAdressText);
-    line("拡大倍率,", a.ZoomRate);
-    line("格納選択,", num(a.SaveWavesCheck) + "," + num(a.SaveScreenCheck));
-    line("移動平均回数,", a.SmoothingNo);
-    line("繰返し,", num(a.RepeatCheck) + "," + a.TotalRepeats);
-    for (size_t i = 0; i < s.channels.size(); ++i) {
-        const ChannelSettings& c = s.channels[i];
-        const std::string ch = "Ch" + std::to_string(i + 1);
-        line(ch + " 信号タイプ,", num(int64_t{c.ChInputSignal}));
-        line(ch + " のバック色,", num(int64_t{c.BackColor}));
-        line(ch + " の文字色,", num(int64_t{c.ForeColor}));
-        line(ch + " V倍率,", c.VRate);
-        line(ch + " 信号名称,", c.SigName);
-        line(ch + " 表示off,", num(c.DispOffCheck));
+    auto values = [&](std::string_view label, const std::vector<std::string_view>& names, int ch) {
+        std::string v;
+        for (size_t i = 0; i < names.size(); ++i) {
+            if (i) v += ',';
+            v += legacyText(s, legacyField(names[i], ch));
+        }
+        line(label, v);
+    };
+    const auto& layout = legacyLines();
+    for (size_t i = 0; i < layout.size(); ++i) {
+        const LegacyLine& l = layout[i];
+        switch (l.kind) {
+        case Line::Values: values(l.label, l.fields, -1); break;
+        case Line::ChannelBlock: {
+            size_t end = i;
+            while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
+            for (int ch = 0; ch < kSettingChannels; ++ch)
+                for (size_t j = i; j < end; ++j)
+                    values("Ch" + std::to_string(ch + 1) + " " + std::string(layout[j].label), layout[j].fields, ch);
+            i = end - 1;
+            break;
+        }
+        case Line::Comment:
+            line(l.label, "");
+            appendCommentLines(out, s.analysis.Comment);
+            line("//", "");
+            break;
+        case Line::ComparatorPath: line(s.ComparatorFile, ""); break;
+        }
     }
-    line("コメント", "");
-    appendCommentLines(out, a.Comment);
-    line("//", "");
-    line("範囲マージン(div),", a.LimitPoints);
-    line("除外チェック/範囲,", num(a.OmitRangeEffect) + "," + num(int64_t{s.RejectStart}) + "," +
-                                   num(int64_t{s.RejectEnd}) + "," + BoolText(s.RejectRangeSet));
-    const WindowPositions& w = s.windows;
-    line("Screen Layout,", num(int64_t{w.MainLeft}) + "," + num(int64_t{w.MainTop}) + "," +
-                               num(int64_t{w.WaveFormLeft}) + "," + num(int64_t{w.WaveFormTop}) + "," +
-                               num(int64_t{w.WaveFormAllLeft}) + "," + num(int64_t{w.WaveFormAllTop}));
-    line(s.ComparatorFile, "");
-    line("詳細データ格納する/しない,", num(a.DDSaveCheck));
-    line("詳細データ格納パス,", s.OutputFolder + "," + s.DetailFileName + "," + s.DetailBaseName);
-    line("波形データ格納ファイルヘッダ/チェック,", s.WaveBaseName + "," + num(a.WDSaveCheck));
-    line("トリガチェック,", num(a.DaqCheck));
-    line("センタレベル,", a.PLevel);
-    line("レベル検出方式,", a.LevelMethod);
-    return WriteFileReplacing(fileName, ToNarrow(out)) ? 0 : -1;
+    for (const auto& field : SettingFields()) {
+        if (!field.optionalLine) continue;
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch) {
+            const FieldRef f{&field, ch};
+            line(FieldName(f) + ",", FieldText(s, f));
+        }
+    }
+    return out;
 }
 
-int LoadResumeParam(std::string_view fileName, Settings& s) {
-    AnalysisSettings& a = s.analysis;
+Outcome SaveResumeParam(std::string_view fileName, const Settings& s) {
+    if (WriteFileReplacing(fileName, ToNarrow(ResumeText(s)))) return Outcome::Ok();
+    return {ErrorCode::FileIo, "The settings could not be written to " + std::string(fileName) + "."};
+}
+
+ResumeLoad LoadResumeParam(std::string_view fileName, Settings& s) {
+    TextLineReader in;
     try {
-        ResumeReader r(fileName);
-        r.fields();
-        a.MaxCycles = r.text(1);
-        if (RoundHalfEven(Val(a.MaxCycles)) >= kMaxCyclesCap) a.MaxCycles = "500000";
-        r.fields();
-        a.Histerisis = r.text(1);
-        r.fields();
-        a.SampleNo = r.text(1);
-        r.fields();
-        a.SampleIndex = r.text(1);
-        r.fields();
-        a.IPAdressText = r.text(1);
-        r.fields();
-        a.ZoomRate = r.text(1);
-        r.fields();
-        a.SaveWavesCheck = r.check(1);
-        a.SaveScreenCheck = r.check(2);
-        r.fields();
-        a.SmoothingNo = r.text(1);
-        r.fields();
-        a.RepeatCheck = r.check(1);
-        a.TotalRepeats = r.text(2);
-        for (size_t i = 0; i < s.channels.size(); ++i) {
-            ChannelSettings& c = s.channels[i];
-            r.fields();
-            int32_t index = r.number(1);
-            if (index < -1 || index >= ChannelTypeCount(static_cast<int>(i))) invalidValue();
-            c.ChInputSignal = index;
-            r.fields();
-            c.BackColor = r.number(1);
-            r.fields();
-            c.ForeColor = r.number(1);
-            r.fields();
-            c.VRate = r.text(1);
-            r.fields();
-            c.SigName = r.text(1);
-            r.fields();
-            c.DispOffCheck = r.check(1);
-        }
-        r.line();  // the comment's label
-        a.Comment.clear();
-        for (int i = 0; i < kMaxCommentLines; ++i) {
-            std::string l = r.line();
-            if (l == "//") break;
-            a.Comment += '\n';
-            a.Comment += l;
-        }
-        r.fields();
-        a.LimitPoints = r.text(1);
-        r.fields();
-        a.OmitRangeEffect = r.check(1);
-        s.RejectStart = r.number(2);
-        s.RejectEnd = r.number(3);
-        s.RejectRangeSet = BoolFromText(r.text(4));
-        r.fields();
-        WindowPositions& w = s.windows;
-        w.MainLeft = r.number(1);
-        w.MainTop = r.number(2);
-        w.WaveFormLeft = r.number(3);
-        w.WaveFormTop = r.number(4);
-        w.WaveFormAllLeft = r.number(5);
-        w.WaveFormAllTop = r.number(6);
-        s.ComparatorFile = r.line();
-        r.fields();
-        a.DDSaveCheck = r.check(1);
-        r.fields();
-        s.OutputFolder = r.text(1);
-        s.DetailFileName = r.text(2);
-        s.DetailBaseName = r.text(3);
-        r.fields();
-        s.WaveBaseName = r.text(1);
-        a.WDSaveCheck = r.check(2);
-        r.fields();
-        a.DaqCheck = r.check(1);
-        r.fields();
-        a.PLevel = r.text(1);
-        // Files of earlier builds end here.
-        a.LevelMethod = std::string(kLevelPeaks);
-        r.fields();
-        const std::string& method = r.text(1);
-        if (method != kLevelPeaks && method != kLevelHalves) invalidValue();
-        a.LevelMethod = method;
+        in.open(fileName);
     } catch (const RuntimeError&) {
-        return -1;
+        return {};
     }
-    return 0;
+    return load(
+        [&](std::string& line) {
+            try {
+                return in.next(line);
+            } catch (const RuntimeError&) {
+                return false;
+            }
+        },
+        s);
+}
+
+ResumeLoad LoadResumeText(std::string_view bytes, Settings& s) {
+    size_t pos = 0;
+    return load(
+        [&](std::string& line) {
+            if (pos >= bytes.size()) return false;
+            size_t end = bytes.find_first_of("\r\n", pos);
+            if (end == std::string_view::npos) end = bytes.size();
+            line = FromNarrow(bytes.substr(pos, end - pos));
+            pos = end;
+            if (pos < bytes.size() && bytes[pos] == '\r') ++pos;
+            else if (pos < bytes.size()) {
+                ++pos;  // a lone LF
+                return true;
+            }
+            if (pos < bytes.size() && bytes[pos] == '\n') ++pos;  // CR LF
+            return true;
+        },
+        s);
 }
 
 }  // namespace mervasto

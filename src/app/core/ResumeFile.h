@@ -1,22 +1,41 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "app/core/Settings.h"
+#include "common/Outcome.h"
 
 namespace mervasto {
 
-// The resume file keeps the settings from one start to the next. It is read
-// by position only; the labels are for people and are written exactly.
+// The resume file keeps the settings from one start to the next. Its legacy
+// lines are read by position only; their labels are for people and are
+// written exactly. After them come optional "Label,value" lines, one per
+// newer setting, matched by label in any order.
 
-// Writes every setting; the old file stays when the write fails. Returns 0,
-// or -1 when the file could not be written.
-int SaveResumeParam(std::string_view fileName, const Settings& settings);
+// Writes every setting through a temporary file, so that a failed write
+// leaves the old file whole; the outcome names the file and the reason.
+Outcome SaveResumeParam(std::string_view fileName, const Settings& settings);
 
-// Reads the settings in file order. The first missing line or value that
-// cannot be converted ends the load silently: what was read stays, the rest
-// keeps its previous value. Returns 0 when the whole file was read, -1 when
-// it stopped early (missing file included).
-int LoadResumeParam(std::string_view fileName, Settings& settings);
+// The whole file as it is written.
+std::string ResumeText(const Settings& settings);
+
+struct ResumeLoad {
+    bool found = false;     // the file could be opened
+    bool complete = false;  // every legacy line was read
+    // A bad optional line: the setting keeps its default and the text says
+    // which line and why. The other settings are not affected.
+    std::vector<std::string> problems;
+};
+
+// Reads the settings. The legacy lines are read in file order, and the
+// first missing line or value that cannot be converted ends that part
+// silently: what was read stays, the rest keeps its previous value. Each
+// newer setting takes its default unless its optional line holds a good
+// value; unknown labels are ignored.
+ResumeLoad LoadResumeParam(std::string_view fileName, Settings& settings);
+// The same from the file's bytes (the narrow encoding, any line ends).
+ResumeLoad LoadResumeText(std::string_view bytes, Settings& settings);
 
 }  // namespace mervasto

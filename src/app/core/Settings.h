@@ -41,10 +41,12 @@ struct AnalysisSettings {
     bool WDSaveCheck = false;
     bool DaqCheck = false;
     bool OmitRangeEffect = false;
-    int DispType = 1;
     // How the two signal levels are found: "Peaks" (histogram peaks) or
     // "Halves".
     std::string LevelMethod = std::string(kLevelPeaks);
+    // Seconds an exchange with the instrument may take before the link gives
+    // up on it.
+    std::string TimeoutSeconds = "10";
 };
 
 struct ChannelSettings {
@@ -91,11 +93,6 @@ struct Settings {
 
     static std::array<ChannelSettings, 4> defaultChannels();
 };
-
-// Sets one setting from a NAME=VALUE pair as typed on a command line. Returns
-// "" or the reason the value was refused (unknown name, a value the control
-// could not hold).
-std::string SetSettingByName(Settings& settings, std::string_view name, std::string_view value);
 
 // The list index of a channel type text or index text for channel ch
 // (0-based); -1 when the list has no such entry.

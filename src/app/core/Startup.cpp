@@ -27,7 +27,6 @@ int32_t ApplyStartupSettings(Settings& settings, std::string_view dataFolder) {
         if (c.ChInputSignal < 0) c.ChInputSignal = 1;
     a.TotalRepeats = LimitValueText(a.TotalRepeats, 1, kMaxTotalRepeats);
     a.MaxCycles = LimitValueText(a.MaxCycles, 1, kMaxMaxCycles);
-    a.DispType = 1;
     a.SmoothingNo = CheckSmoothingNo(a.SmoothingNo);
 
     // An old resume file, or none: everything goes to the default folder.

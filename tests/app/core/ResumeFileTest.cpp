@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "app/core/ResumeFile.h"
+#include "app/core/SettingsTable.h"
 
 namespace mervasto {
 namespace {
@@ -48,7 +49,7 @@ protected:
     // Every setting is written, so equal texts mean equal settings.
     std::string savedText(const Settings& s) const {
         const std::string other = (dir_ / "compare.txt").string();
-        SaveResumeParam(other, s);
+        (void)SaveResumeParam(other, s);
         std::ifstream in(other, std::ios::binary);
         std::stringstream ss;
         ss << in.rdbuf();
@@ -69,9 +70,10 @@ Settings changedSettings() {
                               {"WDSaveCheck", "1"},         {"DaqCheck", "1"},          {"OmitRangeEffect", "1"},
                               {"LevelMethod", "Halves"},    {"ChInputSignal1", "0"},    {"ChInputSignal2", "Duty"},
                               {"ChInputSignal3", "Max"},    {"ChInputSignal4", "Gate"}, {"VRate2", "10"},
-                              {"SigName3", "Clock"},        {"DispOffCheck2", "1"},     {"DispOffCheck4", "1"}};
-    for (const auto& [name, value] : pairs) EXPECT_EQ(SetSettingByName(s, name, value), "") << name;
-    s.analysis.SaveWavesCheck = true;
+                              {"SigName3", "Clock"},        {"DispOffCheck2", "1"},     {"DispOffCheck4", "1"},
+                              {"PPCheck2", "1"},            {"DutyCheck3", "true"},     {"TimeoutSeconds", "2.5"},
+                              {"SaveWavesCheck", "1"},      {"Comment", "x"}};
+    for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
         s.channels[i].BackColor = 0x102030 + i;
@@ -91,9 +93,9 @@ Settings changedSettings() {
 
 TEST_F(ResumeFileTest, RoundTripRestoresEverySetting) {
     const Settings saved = changedSettings();
-    ASSERT_EQ(SaveResumeParam(file_, saved), 0);
+    ASSERT_TRUE(SaveResumeParam(file_, saved).ok());
     Settings loaded;
-    EXPECT_EQ(LoadResumeParam(file_, loaded), 0);
+    EXPECT_TRUE(LoadResumeParam(file_, loaded).complete);
     // Every load puts a line feed before each comment line, the first included.
     EXPECT_EQ(loaded.analysis.Comment, "\n" + saved.analysis.Comment);
     loaded.analysis.Comment = saved.analysis.Comment;
@@ -106,9 +108,9 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     Settings s;
     s.analysis.Comment = "a\r\nb";
     s.analysis.SaveWavesCheck = true;
-    ASSERT_EQ(SaveResumeParam(file_, s), 0);
+    ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 47u);
+    ASSERT_EQ(ls.size(), 56u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -129,10 +131,12 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
     EXPECT_EQ(ls[44], "トリガチェック, 0 ");
     EXPECT_EQ(ls[45], "センタレベル,50");
-    EXPECT_EQ(ls[46], "レベル検出方式,Peaks");
+    EXPECT_EQ(ls[46], "LevelMethod,Peaks");
+    EXPECT_EQ(ls[47], "PPCheck1,0");
+    EXPECT_EQ(ls[55], "TimeoutSeconds,10");
 
     Settings loaded;
-    LoadResumeParam(file_, loaded);
+    (void)LoadResumeParam(file_, loaded);
     EXPECT_EQ(loaded.analysis.Comment, "\na\nb");
 }
 
@@ -141,9 +145,9 @@ TEST_F(ResumeFileTest, LongCommentShiftsLaterLines) {
     std::string comment;
     for (int i = 1; i <= 300; ++i) comment += (i > 1 ? "\n" : "") + std::to_string(i);
     s.analysis.Comment = comment;
-    ASSERT_EQ(SaveResumeParam(file_, s), 0);
+    ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     Settings loaded;
-    EXPECT_LT(LoadResumeParam(file_, loaded), 0);
+    EXPECT_FALSE(LoadResumeParam(file_, loaded).complete);
     std::string expected;
     for (int i = 1; i <= 257; ++i) expected += "\n" + std::to_string(i);
     EXPECT_EQ(loaded.analysis.Comment, expected);
@@ -156,25 +160,25 @@ TEST_F(ResumeFileTest, MaxCyclesIsCappedOnLoad) {
         {" 600000", "500000"}, {"500000", "500000"}, {"499999.4", "499999.4"}, {"abc", "abc"}};
     for (const auto& [stored, expected] : cases) {
         Settings s;
-        SaveResumeParam(file_, s);
+        (void)SaveResumeParam(file_, s);
         auto ls = lines();
         ls[0] = "Max周期数," + stored;
         writeLines(ls);
         Settings loaded;
-        EXPECT_EQ(LoadResumeParam(file_, loaded), 0);
+        EXPECT_TRUE(LoadResumeParam(file_, loaded).complete);
         EXPECT_EQ(loaded.analysis.MaxCycles, expected);
     }
 }
 
 TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     const Settings saved = changedSettings();
-    SaveResumeParam(file_, saved);
+    (void)SaveResumeParam(file_, saved);
     const auto full = lines();
 
     // Truncated after the Ch1 block: Ch1 kept, Ch2 onwards defaults.
     writeLines({full.begin(), full.begin() + 15});
     Settings loaded;
-    EXPECT_LT(LoadResumeParam(file_, loaded), 0);
+    EXPECT_FALSE(LoadResumeParam(file_, loaded).complete);
     EXPECT_EQ(loaded.analysis.TotalRepeats, "77");
     EXPECT_EQ(loaded.channels[0].ChInputSignal, 0);
     EXPECT_EQ(loaded.channels[1].ChInputSignal, 1);
@@ -185,7 +189,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     bad[16] = "Ch2 のバック色,red";
     writeLines(bad);
     Settings partial;
-    EXPECT_LT(LoadResumeParam(file_, partial), 0);
+    EXPECT_FALSE(LoadResumeParam(file_, partial).complete);
     EXPECT_EQ(partial.channels[1].ChInputSignal, 2);  // "Duty"
     EXPECT_EQ(partial.channels[1].BackColor, 0xFF00FF);
     EXPECT_EQ(partial.channels[1].VRate, "1.0");
@@ -195,21 +199,71 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     bad[9] = "Ch1 信号タイプ, 9 ";
     writeLines(bad);
     Settings noGate;
-    EXPECT_LT(LoadResumeParam(file_, noGate), 0);
+    EXPECT_FALSE(LoadResumeParam(file_, noGate).complete);
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
-    // A file from before the level method line loads whole with "Peaks".
-    writeLines({full.begin(), full.end() - 1});
+    // A file from before the optional lines loads whole with their defaults.
+    writeLines({full.begin(), full.end() - 10});
     Settings old;
     old.analysis.LevelMethod = "Halves";
-    LoadResumeParam(file_, old);
+    (void)LoadResumeParam(file_, old);
     EXPECT_EQ(old.analysis.PLevel, "40");
     EXPECT_EQ(old.analysis.LevelMethod, "Peaks");
 }
 
+// The lines after the legacy ones are matched by label: any order, unknown
+// labels ignored, a bad value reported and replaced by the default without
+// touching the others, an absent one back at its default.
+TEST_F(ResumeFileTest, OptionalLinesByLabel) {
+    Settings base;
+    ASSERT_TRUE(SaveResumeParam(file_, base).ok());
+    const auto full = lines();
+    const std::vector<std::string> legacy(full.begin(), full.begin() + 46);
+    struct Case {
+        std::vector<std::string> tail;
+        const char* level;
+        const char* timeout;
+        bool pp3;
+        size_t problems;
+    };
+    const Case cases[] = {
+        {{"TimeoutSeconds,4", "PPCheck3,1", "LevelMethod,Halves"}, "Halves", "4", true, 0},
+        {{"NewerThanThisProgram,7", "LevelMethod,Halves"}, "Halves", "10", false, 0},
+        {{"レベル検出方式,Halves"}, "Halves", "10", false, 0},  // the label of earlier builds
+        {{"LevelMethod,Valleys", "TimeoutSeconds,3", "PPCheck3,2"}, "Peaks", "3", false, 2},
+        {{"TimeoutSeconds,-1", "LevelMethod,Halves", "no comma here", ""}, "Halves", "10", false, 1},
+        {{}, "Peaks", "10", false, 0},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> file = legacy;
+        file.insert(file.end(), c.tail.begin(), c.tail.end());
+        writeLines(file);
+        Settings loaded;
+        loaded.analysis.TimeoutSeconds = "99";  // absent means default, not "as before"
+        loaded.channels[2].PPCheck = true;
+        const ResumeLoad load = LoadResumeParam(file_, loaded);
+        const std::string what = c.tail.empty() ? "(none)" : c.tail.front();
+        EXPECT_TRUE(load.complete) << what;
+        EXPECT_EQ(loaded.analysis.LevelMethod, c.level) << what;
+        EXPECT_EQ(loaded.analysis.TimeoutSeconds, c.timeout) << what;
+        EXPECT_EQ(loaded.channels[2].PPCheck, c.pp3) << what;
+        ASSERT_EQ(load.problems.size(), c.problems) << what;
+        if (c.problems) {
+            EXPECT_NE(load.problems[0].find("line 47"), std::string::npos) << load.problems[0];
+        }
+    }
+    // Text and file load the same way.
+    Settings fromText;
+    EXPECT_TRUE(LoadResumeText(ResumeText(changedSettings()), fromText).complete);
+    Settings fromFile;
+    ASSERT_TRUE(SaveResumeParam(file_, changedSettings()).ok());
+    EXPECT_TRUE(LoadResumeParam(file_, fromFile).complete);
+    EXPECT_EQ(ResumeText(fromText), ResumeText(fromFile));
+}
+
 TEST_F(ResumeFileTest, MissingFileLeavesDefaults) {
     Settings loaded;
-    EXPECT_LT(LoadResumeParam((dir_ / "none.txt").string(), loaded), 0);
+    EXPECT_FALSE(LoadResumeParam((dir_ / "none.txt").string(), loaded).complete);
     EXPECT_EQ(savedText(loaded), savedText(Settings{}));
 }
 

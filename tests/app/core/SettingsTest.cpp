@@ -2,9 +2,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "app/core/DataFolders.h"
 #include "app/core/Settings.h"
+#include "app/core/SettingsTable.h"
 #include "app/core/Startup.h"
 #include "app/core/Version.h"
 
@@ -39,21 +41,44 @@ TEST(SettingsTest, SetSettingByName) {
         {"DispOffCheck2", "2", false},   {"RepeatCheck", "1", true},         {"DaqCheck", "yes", false},
         {"LevelMethod", "Halves", true}, {"LevelMethod", "Valleys", false},  {"VRate3", "10", true},
         {"SigName5", "x", false},        {"NoSuchSetting", "1", false},      {"PPCheck4", "FALSE", true},
+        {"SaveWavesCheck", "1", true},   {"Comment", "a, b", true},          {"TimeoutSeconds", "0.5", true},
+        {"TimeoutSeconds", "0", false},  {"TimeoutSeconds", "ten", false},   {"RejectStart", "12", true},
+        {"RejectStart", "1.5", false},   {"BackColor1", "65280", true},      {"VRate0", "1", false},
     };
     for (const auto& c : cases) {
         Settings s;
-        std::string err = SetSettingByName(s, c.name, c.value);
-        EXPECT_EQ(err.empty(), c.ok) << c.name << "=" << c.value << ": " << err;
+        Outcome set = SetSettingByName(s, c.name, c.value);
+        EXPECT_EQ(set.ok(), c.ok) << c.name << "=" << c.value << ": " << set.text();
     }
     Settings s;
-    SetSettingByName(s, "ChInputSignal4", "Gate");
-    SetSettingByName(s, "ChInputSignal2", "5");
-    SetSettingByName(s, "DispOffCheck2", "true");
-    SetSettingByName(s, "SigName3", "Clock");
+    (void)SetSettingByName(s, "ChInputSignal4", "Gate");
+    (void)SetSettingByName(s, "ChInputSignal2", "5");
+    (void)SetSettingByName(s, "DispOffCheck2", "true");
+    (void)SetSettingByName(s, "SigName3", "Clock");
     EXPECT_EQ(s.channels[3].ChInputSignal, 9);
     EXPECT_EQ(s.channels[1].signalText(), "Freq.");
     EXPECT_TRUE(s.channels[1].DispOffCheck);
     EXPECT_EQ(s.channels[2].SigName, "Clock");
+}
+
+// Every field is found again by its command-line and control names, and
+// takes its own default text back.
+TEST(SettingsTest, TableNamesAndDefaults) {
+    std::set<std::string> names, controls;
+    for (const auto& field : SettingFields()) {
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch) {
+            const FieldRef f{&field, ch};
+            EXPECT_TRUE(names.insert(FieldName(f)).second) << FieldName(f);
+            EXPECT_EQ(FindField(FieldName(f)), f) << FieldName(f);
+            if (field.hasControl) {
+                EXPECT_TRUE(controls.insert(ControlName(f)).second) << ControlName(f);
+                EXPECT_EQ(FindControlField(ControlName(f)), f) << ControlName(f);
+            }
+            Settings s;
+            EXPECT_TRUE(SetField(s, f, DefaultText(f)).ok()) << FieldName(f);
+        }
+    }
+    EXPECT_EQ(FieldName(FindControlField("VRate1")), "VRate2");
 }
 
 TEST(StartupTest, ClampsAndRepairs) {
