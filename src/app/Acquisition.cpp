@@ -80,7 +80,7 @@ void RunState::runPass(UiPort& ui) {
     InputSource = kInputTypeDso;
     int16_t status = WaveTrans(ui, kInputTypeDso, {});
     WavesPresent = true;
-    if (onChanged) onChanged();
+    recordChanged();
     if (status < 0) {
         TransferFailed = true;
         if (RunFailure.empty()) RunFailure = kFailedTranslationSetup;
@@ -104,7 +104,8 @@ void RunState::runPass(UiPort& ui) {
     }
     SaveResults(ui);
     ++passesDone;
-    if (onChanged) onChanged();
+    gridsChanged();
+    passFinished();
 }
 
 void RunState::WFStartCommand_Click(UiPort& ui) {
@@ -130,7 +131,9 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         logFirst = true;
         link->StopRequested = false;
         if (RunDone) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
-        if (onChanged) onChanged();
+        settingsChanged();
+        gridsChanged();
+        runStarted();
         if (a.RepeatCheck) {
             RepeatCounter = 1;
             while (RepeatCounter <= RepeatLimit) {
@@ -161,7 +164,7 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         ui.setStatus(2, e.what());
     }
     Running = false;
-    if (onChanged) onChanged();
+    runEnded(RunFailure.empty() ? Outcome::Ok() : Outcome(ErrorCode::Link, RunFailure));
 }
 
 void RunState::Stop_Click() { link->requestStop(); }

@@ -139,7 +139,7 @@ AnalysisInput RunState::analysisInput() const {
 
 void RunState::refreshResultGrid() {
     TotalWaveDatas = Disp_Result(ResultGrid1, record.WaveLength, channelDisplays(), results.table);
-    if (onChanged) onChanged();
+    resultsChanged();
 }
 
 void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
@@ -167,6 +167,15 @@ void RunState::LimitPoints_KeyPress(UiPort& ui) {
 }
 
 void RunState::OmitRangeEffect_Click(UiPort& ui) { LimitPoints_KeyPress(ui); }
+
+void RunState::LimitEdited(UiPort& ui) {
+    if (!WavesPresent) {
+        refreshResultGrid();
+        return;
+    }
+    CommAnaProcess(ui);
+    SaveResults(ui);
+}
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine) return true;
@@ -267,7 +276,9 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
         runAnalysis(&ui, AnalysisEntry::AnalysisCommon);
         DispDetailData(DetailDataGrid, channelDisplays(), results.cycles, record.SampleSec);
         SaveResults(ui);
-        if (onChanged) onChanged();
+        settingsChanged();
+        recordChanged();
+        gridsChanged();
         return true;
     } catch (const RuntimeError& e) {
         if (analysing) {
@@ -283,16 +294,17 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
 void RunState::MaxCycles_KeyPress() {
     auto& t = settings.analysis.MaxCycles;
     if (RoundHalfEven(Val(t)) >= 500000) t = "500000";
-    SetupDetailDataGrid(DetailDataGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 500000.0)));
-    if (onChanged) onChanged();
+    ResizeDetailDataGrid(DetailDataGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 500000.0)));
+    settingsChanged();
+    gridsChanged();
 }
 
 void RunState::TotalRepeats_KeyPress() {
     auto& t = settings.analysis.TotalRepeats;
     if (RoundHalfEven(Val(t)) >= 16000) t = "16000";
-    SetupLogGrid(LogGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 16000.0)));
-    logFirst = true;
-    if (onChanged) onChanged();
+    ResizeLogGrid(LogGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 16000.0)));
+    settingsChanged();
+    gridsChanged();
 }
 
 void RunState::Histerisis_KeyPress() {
@@ -351,8 +363,14 @@ bool RunState::LoadComparator(UiPort& ui, const std::string& fileName) {
 }
 
 void RunState::SelectComparator_Click(UiPort& ui) {
-    auto chosen = ui.chooseOpenFile(kSelectComparatorTitle, settings.ComparatorFile, JoinPath(DataFolder, "Comparator"),
-                                    "*.txt;*.csv");
+    // The dialog opens where the last comparator file was, with its name.
+    std::string folder = JoinPath(DataFolder, "Comparator");
+    std::string name = settings.ComparatorFile;
+    if (const size_t cut = name.find_last_of("/\\"); cut != std::string::npos) {
+        folder = name.substr(0, cut);
+        name = name.substr(cut + 1);
+    }
+    auto chosen = ui.chooseOpenFile(kSelectComparatorTitle, name, folder, "*.txt;*.csv");
     if (!chosen) return;
     LoadComparator(ui, *chosen);
 }

@@ -9,6 +9,7 @@
 
 #include "analysis/Analysis.h"
 #include "app/core/Settings.h"
+#include "common/Event.h"
 #include "common/Outcome.h"
 #include "common/UiPort.h"
 #include "results/Grid.h"
@@ -62,6 +63,9 @@ public:
     void CommAnaProcess(UiPort& ui);
     void LimitPoints_KeyPress(UiPort& ui);
     void OmitRangeEffect_Click(UiPort& ui);
+    // A limit typed in the comparator grid: the present record is analysed
+    // again through CommAnaProcess and its result line appended.
+    void LimitEdited(UiPort& ui);
 
     void WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
@@ -99,9 +103,16 @@ public:
     // Refreshes ResultGrid1 (and TotalWaveDatas) from the results.
     void refreshResultGrid();
 
-    // Called whenever the record, results or grids changed, so that views
-    // can repaint. May be empty.
-    std::function<void()> onChanged;
+    // --- events: what changed, for the views and the command line ----------
+    Event<> recordChanged;    // a new record (file or instrument) is in place
+    Event<> resultsChanged;   // analysis results and the result grid
+    Event<> gridsChanged;     // the log or detail grid: rows written or resized
+    Event<> settingsChanged;  // the program wrote settings back (index, clamps)
+    Event<> runStarted;       // an instrument run began (Running is true)
+    Event<> passFinished;     // an instrument pass is analysed, logged and saved
+    // An instrument run ended (Running is false again): ok when it ran through
+    // or was stopped, else why it ended early (also kept in RunFailure).
+    Event<const Outcome&> runEnded;
 
     // --- state --------------------------------------------------------------
     Settings settings;

@@ -341,12 +341,10 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;
     int64_t passes = 0;
-    state.onChanged = [&] {
-        if (state.passesDone > passes) {
-            passes = state.passesDone;
-            anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
-        }
-    };
+    const Subscription reportPasses = state.passFinished.subscribe([&] {
+        ++passes;
+        anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
+    });
     gInterrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
     QTimer stopWatch;

@@ -29,12 +29,16 @@ std::string CaptureFileName(std::string_view dataFolder, std::string_view sample
     return name;
 }
 
-bool SaveWindowPicture(const QImage& image, const std::string& fileName) {
-    if (image.isNull() || fileName.empty()) return false;
+Outcome SaveWindowPicture(const QImage& image, const std::string& fileName) {
+    auto failed = [&](const QString& reason) {
+        return Outcome(ErrorCode::FileIo, fileName + ": " + reason.toStdString());
+    };
+    if (image.isNull()) return failed(QStringLiteral("there is no picture to write."));
+    if (fileName.empty()) return failed(QStringLiteral("no file name."));
     // Written beside the target and renamed over it, so a failed write keeps
     // the old picture and never leaves half a file.
     QSaveFile file(QString::fromStdString(fileName));
-    if (!file.open(QIODevice::WriteOnly)) return false;
+    if (!file.open(QIODevice::WriteOnly)) return failed(file.errorString());
     QImageWriter writer(&file, "jpeg");
     writer.setQuality(kPictureQuality);
     // JPEG has no alpha; flatten onto white rather than let the encoder guess.
@@ -51,10 +55,12 @@ bool SaveWindowPicture(const QImage& image, const std::string& fileName) {
         written = writer.write(image);
     }
     if (!written) {
+        const QString reason = writer.errorString();
         file.cancelWriting();
-        return false;
+        return failed(reason);
     }
-    return file.commit();
+    if (!file.commit()) return failed(file.errorString());
+    return Outcome::Ok();
 }
 
 }  // namespace mervasto

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/Outcome.h"
+
 class QImage;
 
 // Pictures of the program's own windows, kept beside the results of the
@@ -24,8 +26,8 @@ std::string CaptureFileName(std::string_view dataFolder, std::string_view sample
 
 // Writes the picture as JPEG (quality 50), replacing any file of that name.
 // The file appears only when complete; nothing temporary is left behind.
-// False when it could not be written (for instance a name the file system
-// refuses).
-bool SaveWindowPicture(const QImage& image, const std::string& fileName);
+// Fails with the file name and the reason when it could not be written (a
+// name the file system refuses, a folder that is missing or read-only).
+Outcome SaveWindowPicture(const QImage& image, const std::string& fileName);
 
 }  // namespace mervasto

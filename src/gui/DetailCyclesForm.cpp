@@ -27,6 +27,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     auto* top = new QHBoxLayout;
     auto* select = new QPushButton("Select Comparator", this);
     select->setObjectName("SelectComparator");
+    select_ = select;
     top->addWidget(select);
     top->addWidget(new QLabel("Comparator File", this));
     file_ = new QLineEdit(this);
@@ -37,8 +38,8 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     SetupDetailCycleGrid(grid_);
     model_ = new GridModel(&grid_, this);
     model_->editable = [this](int row, int col) {
-        return (col == kCycleColLL || col == kCycleColUL) && row >= 1 && row - 1 < static_cast<int>(rows_.size()) &&
-               rows_[static_cast<size_t>(row - 1)].limits;
+        return !running_ && (col == kCycleColLL || col == kCycleColUL) && row >= 1 &&
+               row - 1 < static_cast<int>(rows_.size()) && rows_[static_cast<size_t>(row - 1)].limits;
     };
     model_->edited = [this](int row, int col, const std::string& text) { return editLimit(row, col, text); };
     view_ = new QTableView(this);
@@ -48,7 +49,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     view_->verticalHeader()->hide();
     layout->addWidget(view_, 1);
     connect(select, &QPushButton::clicked, this, [this] {
-        state_.SelectComparator_Click(ui_);
+        RunHandler(ui_, [this] { state_.SelectComparator_Click(ui_); });
         refresh();
     });
     resize(520, 420);
@@ -56,9 +57,18 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
 }
 
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
-    bool ok = EditDetailCycleLimit(grid_, rows_, state_.channelDisplays(), state_.results.table, row, col, text);
-    if (ok) state_.refreshResultGrid();
+    if (running_) return false;
+    bool ok = false;
+    RunHandler(ui_, [&] {
+        ok = EditDetailCycleLimit(grid_, rows_, state_.channelDisplays(), state_.results.table, row, col, text);
+        if (ok) state_.LimitEdited(ui_);
+    });
     return ok;
+}
+
+void DetailCyclesForm::setRunning(bool running) {
+    running_ = running;
+    select_->setEnabled(!running);
 }
 
 void DetailCyclesForm::refresh() {

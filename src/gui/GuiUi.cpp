@@ -97,7 +97,7 @@ MsgAnswer GuiUi::messageBox(const std::string& text, MsgButtons buttons, const s
 
 std::optional<std::string> GuiUi::chooseOpenFile(const std::string& title, const std::string& initialName,
                                                  const std::string& initialFolder, const std::string& filter) {
-    if (fileHook) return fileHook(title);
+    if (fileHook) return fileHook(title, initialName, initialFolder);
     QString start = q(initialFolder);
     if (!initialName.empty()) start += QStringLiteral("/") + q(initialName);
     QString f = QFileDialog::getOpenFileName(parent_, q(title), start, dialogFilter(filter));
@@ -107,7 +107,7 @@ std::optional<std::string> GuiUi::chooseOpenFile(const std::string& title, const
 
 std::optional<std::string> GuiUi::chooseSaveFile(const std::string& title, const std::string& initialName,
                                                  const std::string& initialFolder, const std::string& filter) {
-    if (fileHook) return fileHook(title);
+    if (fileHook) return fileHook(title, initialName, initialFolder);
     QString start = q(initialFolder);
     if (!initialName.empty()) start += QStringLiteral("/") + q(initialName);
     QString f = QFileDialog::getSaveFileName(parent_, q(title), start, dialogFilter(filter));

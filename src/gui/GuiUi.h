@@ -34,7 +34,9 @@ public:
     // Tests answer the dialogs instead of a person; when set, no modal
     // dialog is shown.
     std::function<MsgAnswer(const std::string& text, MsgButtons, const std::string& title)> answerHook;
-    std::function<std::optional<std::string>(const std::string& title)> fileHook;
+    std::function<std::optional<std::string>(const std::string& title, const std::string& initialName,
+                                             const std::string& initialFolder)>
+        fileHook;
 
 private:
     QPointer<QWidget> parent_;

@@ -28,7 +28,9 @@
 #include "dso/DsoLink.h"
 #include "gui/DetailCyclesForm.h"
 #include "gui/GridModel.h"
+#include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
+#include "gui/SettingsBinding.h"
 #include "gui/WaveWindow.h"
 
 namespace mervasto {
@@ -37,7 +39,6 @@ namespace {
 constexpr const char* kCaption = "Periods/Encoder Pulses Analyzing";
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
-std::string s(const QString& t) { return t.toStdString(); }
 
 QTableView* makeGridView(QWidget* parent, const char* name, GridModel* model) {
     auto* v = new QTableView(parent);
@@ -48,6 +49,13 @@ QTableView* makeGridView(QWidget* parent, const char* name, GridModel* model) {
     v->verticalHeader()->setDefaultSectionSize(20);
     v->setSelectionMode(QAbstractItemView::ContiguousSelection);
     return v;
+}
+
+// The column widths the results layer gives its grid, in pixels.
+void applyColumnWidths(QTableView* v, const Grid& grid) {
+    for (int c = 0; c < grid.cols() && c < static_cast<int>(grid.colWidth.size()); ++c)
+        if (grid.colWidth[static_cast<size_t>(c)] > 0 && v->columnWidth(c) != grid.colWidth[static_cast<size_t>(c)])
+            v->setColumnWidth(c, grid.colWidth[static_cast<size_t>(c)]);
 }
 
 // The selected range of a view, or its current cell when nothing is selected.
@@ -82,14 +90,22 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto* g = new QGridLayout(settingsBox);
     MaxCycles_ = addBox(settingsBox, "MaxCycles", "Max Periods", g, 0, 0, "<Enter>");
     TotalRepeats_ = addBox(settingsBox, "TotalRepeats", "Total Repeats", g, 1, 0, "<Enter>");
-    Histerisis_ = addBox(settingsBox, "Histerisis", "Hysteresis (%)", g, 2, 0, "<Enter>");
-    PLevel_ = addBox(settingsBox, "PLevel", "Level (%)", g, 3, 0);
+    Histerisis_ = addBox(settingsBox, "Histerisis", "Hysteresis", g, 2, 0, "<Enter>");
+    Histerisis_->setToolTip("Hysteresis in percent of the half amplitude");
+    PLevel_ = addBox(settingsBox, "PLevel", "Level", g, 3, 0, "%");
+    PLevel_->setToolTip("Decision level in percent between the low and the high level");
+    SmoothingNo_ = addBox(settingsBox, "SmoothingNo", "Smoothing", g, 4, 0, "(Odd)");
+    LimitPoints_ = addBox(settingsBox, "LimitPoints", "Margin", g, 5, 0, "<Enter>");
+    LimitPoints_->setToolTip("Margin cut off at both ends of the analysis window, in screen divisions");
+    auto* levelLabel = new QLabel("Level Method", settingsBox);
     LevelMethod_ = new QComboBox(settingsBox);
     LevelMethod_->setObjectName("LevelMethod");
     LevelMethod_->addItems({"Peaks", "Halves"});
-    g->addWidget(LevelMethod_, 3, 3);
-    SmoothingNo_ = addBox(settingsBox, "SmoothingNo", "Smoothing", g, 4, 0, "(Odd)");
-    LimitPoints_ = addBox(settingsBox, "LimitPoints", "Margin (div)", g, 5, 0, "<Enter>");
+    levelLabel->setBuddy(LevelMethod_);
+    g->addWidget(levelLabel, 6, 0);
+    g->addWidget(LevelMethod_, 6, 1);
+    TimeoutSeconds_ = addBox(settingsBox, "TimeoutSeconds", "Time-out (s)", g, 6, 4);
+    TimeoutSeconds_->setToolTip("How long one exchange with the instrument may take before it is given up");
     SampleNo_ = addBox(settingsBox, "SampleNo", "Sample Name", g, 0, 4, "<Enter>");
     SampleIndex_ = addBox(settingsBox, "SampleIndex", "Index", g, 1, 4);
     ZoomRate_ = addBox(settingsBox, "ZoomRate", "Zoom", g, 2, 4, "<2000");
@@ -130,8 +146,9 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto* tcpip = new QPushButton("TCP/IP Address", settingsBox);
     tcpip->setObjectName("TCPIPAddressSet");
     g->addWidget(tcpip, 0, 7);
-    g->addWidget(addressFrame_, 0, 8, 2, 2);
     main->addWidget(settingsBox);
+    // A row of its own: shown, it pushes the rest down instead of covering it.
+    main->addWidget(addressFrame_);
 
     // Channels.
     auto* chRow = new QHBoxLayout;
@@ -193,7 +210,12 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
     detail_ = new DetailCyclesForm(state_, *ui_, this);
 
+    lockedDuringRun_ = {WFStartCommand_, save, readRange, InputFromFile_, LimitPoints_, OmitRangeEffect_};
+    actionsLockedDuringRun_ = {inputFile};
+
     // Handlers.
+    GuardedApplication::setFailureSink(
+        [this](const Outcome& o) { ui_->messageBox(o.text(), MsgButtons::Ok, "Run-time error"); });
     connect(WFStartCommand_, &QPushButton::clicked, this,
             [this] { run([this] { state_.WFStartCommand_Click(*ui_); }); });
     connect(stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
@@ -208,11 +230,15 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         state_.ResultCopy_Click(*ui_, v == LogGrid_ ? 0 : 1, r1, c1, r2, c2);
     });
     connect(detailForm, &QPushButton::clicked, this, [this] {
+        detail_->setRunning(state_.Running);
         detail_->refresh();
         detail_->show();
         detail_->raise();
     });
-    connect(colorInit, &QPushButton::clicked, this, [this] { run([this] { state_.ColorInit_Click(); }); });
+    connect(colorInit, &QPushButton::clicked, this, [this] {
+        run([this] { state_.ColorInit_Click(); });
+        applyChannelColours();
+    });
     auto inputFromFile = [this] { run([this] { state_.InputFromFile_Click(*ui_); }); };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
     connect(inputFile, &QAction::triggered, this, inputFromFile);
@@ -237,12 +263,24 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     enter(LimitPoints_, [this] { state_.LimitPoints_KeyPress(*ui_); });
     connect(OmitRangeEffect_, &QCheckBox::clicked, this,
             [this] { run([this] { state_.OmitRangeEffect_Click(*ui_); }); });
+    connect(ZoomRate_, &QLineEdit::returnPressed, this, [this] {
+        waveAll_->refresh();
+        waveEach_->refresh();
+    });
 
-    state_.onChanged = [this] { refreshViews(); };
+    auto refresh = [this] { refreshViews(); };
+    for (Event<>* e : {&state_.recordChanged, &state_.resultsChanged, &state_.gridsChanged, &state_.settingsChanged,
+                       &state_.passFinished, &state_.runStarted})
+        subscriptions_.push_back(e->subscribe(refresh));
+    subscriptions_.push_back(state_.runEnded.subscribe([this](const Outcome&) {
+        refreshViews();
+        if (closeAfterRun_) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
+    }));
 
     // Start-up: state, controls, window placement.
     state_.FormLoad(dataFolderOverride);
-    fromSettings();
+    binding_ = new SettingsBinding(state_.settings, this);
+    showSettings();
     refreshViews();
     resize(1100, 760);
     const auto& w = state_.settings.windows;
@@ -306,18 +344,14 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
         frame_[ch] = f;
         into->addWidget(f);
         connect(colour, &QPushButton::clicked, this, [this, ch] {
-            toSettings();
             auto chosen =
                 ui_->chooseColor(static_cast<uint32_t>(state_.settings.channels[static_cast<size_t>(ch)].BackColor));
             if (chosen) state_.settings.channels[static_cast<size_t>(ch)].BackColor = static_cast<int32_t>(*chosen);
             applyChannelColours();
             refreshViews();
         });
-        // The measurement choices are read again at the next analysis.
-        auto reevaluate = [this] { toSettings(); };
-        connect(DutyCheck_[ch], &QCheckBox::clicked, this, reevaluate);
-        connect(PPCheck_[ch], &QCheckBox::clicked, this, reevaluate);
-        connect(ChInputSignal_[ch], &QComboBox::activated, this, reevaluate);
+        // The measurement choices are fields of their own, read again at
+        // the next analysis.
     }
 }
 
@@ -331,37 +365,7 @@ void MainForm::applyChannelColours() {
     }
 }
 
-void MainForm::toSettings() {
-    if (updating_) return;
-    auto& a = state_.settings.analysis;
-    a.MaxCycles = s(MaxCycles_->text());
-    a.TotalRepeats = s(TotalRepeats_->text());
-    a.Histerisis = s(Histerisis_->text());
-    a.PLevel = s(PLevel_->text());
-    a.SmoothingNo = s(SmoothingNo_->text());
-    a.LimitPoints = s(LimitPoints_->text());
-    a.SampleNo = s(SampleNo_->text());
-    a.SampleIndex = s(SampleIndex_->text());
-    a.ZoomRate = s(ZoomRate_->text());
-    a.IPAdressText = s(IPAdressText_->text());
-    a.Comment = s(Comment_->toPlainText());
-    a.LevelMethod = s(LevelMethod_->currentText());
-    a.RepeatCheck = RepeatCheck_->isChecked();
-    a.DaqCheck = DaqCheck_->isChecked();
-    a.OmitRangeEffect = OmitRangeEffect_->isChecked();
-    a.SaveWavesCheck = SaveWavesCheck_->isChecked();
-    a.SaveScreenCheck = SaveScreenCheck_->isChecked();
-    a.DDSaveCheck = DDSaveCheck_->isChecked();
-    a.WDSaveCheck = WDSaveCheck_->isChecked();
-    for (size_t ch = 0; ch < 4; ++ch) {
-        auto& c = state_.settings.channels[ch];
-        c.ChInputSignal = ChInputSignal_[ch]->currentIndex();
-        c.VRate = s(VRate_[ch]->text());
-        c.SigName = s(SigName_[ch]->text());
-        c.DispOffCheck = DispOffCheck_[ch]->isChecked();
-        c.PPCheck = PPCheck_[ch]->isChecked();
-        c.DutyCheck = DutyCheck_[ch]->isChecked();
-    }
+void MainForm::storeWindowPositions() {
     auto& w = state_.settings.windows;
     w.MainLeft = x();
     w.MainTop = y();
@@ -371,39 +375,9 @@ void MainForm::toSettings() {
     w.WaveFormAllTop = waveAll_->y();
 }
 
-void MainForm::fromSettings() {
-    updating_ = true;
-    const auto& a = state_.settings.analysis;
-    MaxCycles_->setText(q(a.MaxCycles));
-    TotalRepeats_->setText(q(a.TotalRepeats));
-    Histerisis_->setText(q(a.Histerisis));
-    PLevel_->setText(q(a.PLevel));
-    SmoothingNo_->setText(q(a.SmoothingNo));
-    LimitPoints_->setText(q(a.LimitPoints));
-    SampleNo_->setText(q(a.SampleNo));
-    SampleIndex_->setText(q(a.SampleIndex));
-    ZoomRate_->setText(q(a.ZoomRate));
-    IPAdressText_->setText(q(a.IPAdressText));
-    if (Comment_->toPlainText() != q(a.Comment)) Comment_->setPlainText(q(a.Comment));
-    LevelMethod_->setCurrentText(q(a.LevelMethod));
-    RepeatCheck_->setChecked(a.RepeatCheck);
-    DaqCheck_->setChecked(a.DaqCheck);
-    OmitRangeEffect_->setChecked(a.OmitRangeEffect);
-    SaveWavesCheck_->setChecked(a.SaveWavesCheck);
-    SaveScreenCheck_->setChecked(a.SaveScreenCheck);
-    DDSaveCheck_->setChecked(a.DDSaveCheck);
-    WDSaveCheck_->setChecked(a.WDSaveCheck);
-    for (size_t ch = 0; ch < 4; ++ch) {
-        const auto& c = state_.settings.channels[ch];
-        ChInputSignal_[ch]->setCurrentIndex(c.ChInputSignal);
-        VRate_[ch]->setText(q(c.VRate));
-        SigName_[ch]->setText(q(c.SigName));
-        DispOffCheck_[ch]->setChecked(c.DispOffCheck);
-        PPCheck_[ch]->setChecked(c.PPCheck);
-        DutyCheck_[ch]->setChecked(c.DutyCheck);
-    }
+void MainForm::showSettings() {
+    binding_->showAll();
     applyChannelColours();
-    updating_ = false;
 }
 
 void MainForm::refreshViews() {
@@ -411,38 +385,55 @@ void MainForm::refreshViews() {
     logModel_->refresh();
     detailModel_->refresh();
     TotalWaveDatas_->setText(q(state_.TotalWaveDatas));
-    WFStartCommand_->setEnabled(!state_.Running);
+    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.ResultGrid1);
+    applyColumnWidths(LogGrid_, state_.LogGrid);
+    applyColumnWidths(DetailDataGrid_, state_.DetailDataGrid);
+    applyRunning();
     waveAll_->refresh();
     waveEach_->refresh();
     if (detail_->isVisible()) detail_->refresh();
-    fromSettings();
+    binding_->showChanged();
+}
+
+void MainForm::applyRunning() {
+    const bool idle = !state_.Running;
+    for (QWidget* w : lockedDuringRun_) w->setEnabled(idle);
+    for (QAction* a : actionsLockedDuringRun_) a->setEnabled(idle);
+    detail_->setRunning(!idle);
 }
 
 void MainForm::run(const std::function<void()>& handler) {
-    toSettings();
     RunHandler(*ui_, handler);
-    fromSettings();
     refreshViews();
 }
 
 void MainForm::saveWindowPictures() {
-    toSettings();
     const std::string name = state_.sampleName();
     WaveWindow* wave = waveAll_->isVisible() ? waveAll_ : (waveEach_->isVisible() ? waveEach_ : nullptr);
     if (wave) {
         wave->raise();
         QApplication::processEvents();
-        SaveWindowPicture(wave->grab().toImage(),
-                          CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Wave.jpg"));
+        Outcome saved = SaveWindowPicture(wave->grab().toImage(),
+                                          CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Wave.jpg"));
+        if (!saved) return GuardedApplication::report(saved);
     }
     raise();
     QApplication::processEvents();
-    SaveWindowPicture(grab().toImage(), CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Main.jpg"));
+    Outcome saved = SaveWindowPicture(grab().toImage(),
+                                      CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Main.jpg"));
+    if (!saved) return GuardedApplication::report(saved);
     ++state_.CaptureCounter;
 }
 
 void MainForm::closeEvent(QCloseEvent* e) {
-    toSettings();
+    if (state_.Running) {
+        // A Stop: the window closes once the pass in progress has ended.
+        closeAfterRun_ = true;
+        state_.Stop_Click();
+        e->ignore();
+        return;
+    }
+    storeWindowPositions();
     state_.link->abort();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.

@@ -7,6 +7,7 @@
 
 #include "app/RunState.h"
 
+class QAction;
 class QCheckBox;
 class QGridLayout;
 class QHBoxLayout;
@@ -21,6 +22,7 @@ class QTableView;
 namespace mervasto {
 
 class DetailCyclesForm;
+class SettingsBinding;
 class GridModel;
 class GuiUi;
 class WaveWindow;
@@ -40,9 +42,9 @@ public:
     WaveWindow* waveEach() { return waveEach_; }
     DetailCyclesForm* detailCycles() { return detail_; }
 
-    // Controls <-> settings.
-    void toSettings();
-    void fromSettings();
+    // Every control from the settings (after they were loaded or set from
+    // outside); a control's own changes reach the settings by themselves.
+    void showSettings();
     // Grids, wave windows and buttons after the state changed.
     void refreshViews();
 
@@ -57,8 +59,12 @@ private:
                       const char* after = nullptr);
     void buildChannelFrames(QWidget* parent, QHBoxLayout* into);
     void applyChannelColours();
-    // Runs a handler with the controls copied in before and back after.
+    // Runs a command handler at the window's boundary, then refreshes.
     void run(const std::function<void()>& handler);
+    // Commands that start their own exchange on the link or replace the
+    // record are off while an instrument run is in progress.
+    void applyRunning();
+    void storeWindowPositions();
 
     RunState state_;
     std::unique_ptr<GuiUi> ui_;
@@ -72,6 +78,7 @@ private:
     QLineEdit* SampleNo_;
     QLineEdit* SampleIndex_;
     QLineEdit* ZoomRate_;
+    QLineEdit* TimeoutSeconds_;
     QLineEdit* IPAdressText_;
     QLineEdit* TotalWaveDatas_;
     QPlainTextEdit* Comment_;
@@ -103,7 +110,12 @@ private:
     WaveWindow* waveAll_;
     WaveWindow* waveEach_;
     DetailCyclesForm* detail_;
-    bool updating_ = false;
+    SettingsBinding* binding_;
+    std::vector<QWidget*> lockedDuringRun_;
+    std::vector<QAction*> actionsLockedDuringRun_;
+    std::vector<Subscription> subscriptions_;
+    // The window was asked to close during a run: it closes when the run ends.
+    bool closeAfterRun_ = false;
 };
 
 }  // namespace mervasto

@@ -1,10 +1,10 @@
-#include <QApplication>
 #include <QCommandLineParser>
 #include <QTimer>
 
 #include <iostream>
 #include <memory>
 
+#include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
@@ -13,7 +13,7 @@
 using namespace mervasto;
 
 int main(int argc, char** argv) {
-    QApplication app(argc, argv);
+    GuardedApplication app(argc, argv);
     QCommandLineParser parser;
     parser.setApplicationDescription("Periods/Encoder Pulses Analyzing");
     parser.addHelpOption();
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     MainForm form(parser.value(dataFolder).toStdString());
     if (sim) {
         form.state().settings.analysis.IPAdressText = sim->address();
-        form.fromSettings();
+        form.showSettings();
     }
     form.show();
     form.waveAll()->show();
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
         const QString dir = parser.value(screenshot);
         QTimer::singleShot(100, [&, dir] {
             form.state().settings.analysis.IPAdressText = sim->address();
-            form.fromSettings();
+            form.showSettings();
             form.state().WFStartCommand_Click(form.ui());
             form.refreshViews();
             form.grab().save(dir + "/main-window.png");

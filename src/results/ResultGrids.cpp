@@ -108,6 +108,25 @@ void SetupDetailDataGrid(Grid& grid, int32_t cycles) {
     for (int32_t c = 0; c < kDetailGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.2);
 }
 
+void ResizeLogGrid(Grid& grid, int32_t TotalRepeats) {
+    if (grid.rows() == 0) return SetupLogGrid(grid, TotalRepeats);
+    RedrawOff off(grid);
+    grid.setRows(std::max(std::max(TotalRepeats, int32_t{1}) + 5, grid.nextRow));
+}
+
+void ResizeDetailDataGrid(Grid& grid, int32_t cycles) {
+    if (grid.rows() == 0) return SetupDetailDataGrid(grid, cycles);
+    int32_t filled = grid.rows();
+    while (filled > kDetailHeaderRows) {
+        bool empty = true;
+        for (int32_t c = 1; c < grid.cols() && empty; ++c) empty = grid.text(filled - 1, c).empty();
+        if (!empty) break;
+        --filled;
+    }
+    RedrawOff off(grid);
+    grid.setRows(std::max(std::max(cycles, int32_t{0}) + kDetailHeaderRows, filled));
+}
+
 std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& channels,
                         const ChannelResultTable& table) {
     if (grid.rows() < kResultGridRows || grid.cols() < kResultGridCols) SetupResultGrid1(grid);

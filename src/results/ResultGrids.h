@@ -76,6 +76,11 @@ void SetupResultGrid1(Grid& grid);
 void SetupLogGrid(Grid& grid, int32_t TotalRepeats);
 // cycles: 15000 at start-up, MaxCycles after its Enter check.
 void SetupDetailDataGrid(Grid& grid, int32_t cycles);
+// A new Total Repeats or Max Periods while the grid holds rows: the grid gets
+// room for that many rows (and the rows a pass appends beyond it) but never
+// fewer rows than it has filled, and keeps every text.
+void ResizeLogGrid(Grid& grid, int32_t TotalRepeats);
+void ResizeDetailDataGrid(Grid& grid, int32_t cycles);
 
 // Fills ResultGrid1 from the kind-2 records and returns the text of the
 // wave length box ("Wave Length=<n>").

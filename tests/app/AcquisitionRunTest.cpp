@@ -291,12 +291,12 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
     for (const auto& c : cases) {
         std::filesystem::remove(state.resultFileName());
         const int64_t written = state.resultLinesWritten;
-        state.onChanged = [&] {
+        Subscription injectAfterTwo = state.passFinished.subscribe([&] {
             if (state.resultLinesWritten == written + 2) {
                 c.inject();
-                state.onChanged = nullptr;
+                injectAfterTwo.reset();
             }
-        };
+        });
         const size_t boxes = ui.boxes.size();
         state.WFStartCommand_Click(ui);
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;

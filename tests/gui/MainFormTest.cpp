@@ -1,4 +1,5 @@
 #include "gui/DetailCyclesForm.h"
+#include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
@@ -12,10 +13,15 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QGroupBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
+
+#include "common/RuntimeError.h"
+#include "results/ResultFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -31,7 +37,7 @@ using namespace mervasto;
 
 namespace {
 
-MERVASTO_QT_TEST_APP(QApplication);
+MERVASTO_QT_TEST_APP(GuardedApplication);
 
 class MainFormTest : public ::testing::Test {
 protected:
@@ -42,7 +48,9 @@ protected:
             boxes.push_back(title + ": " + text);
             return MsgAnswer::Ok;
         };
-        form->ui().fileHook = [this](const std::string&) -> std::optional<std::string> {
+        form->ui().fileHook = [this](const std::string&, const std::string&,
+                                     const std::string& folder) -> std::optional<std::string> {
+            dialogFolders.push_back(folder);
             if (files.empty()) return std::nullopt;
             auto f = files.front();
             files.erase(files.begin());
@@ -70,9 +78,27 @@ protected:
         QTest::keyClick(e, Qt::Key_Return);
     }
 
+    // The lines of ResultData.csv after its two header lines.
+    std::vector<std::string> resultLines(MainForm& form) {
+        std::vector<std::string> lines;
+        std::ifstream in(form.state().resultFileName(), std::ios::binary);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        if (lines.size() >= 2) lines.erase(lines.begin(), lines.begin() + 2);
+        return lines;
+    }
+    // A series of `passes` from the simulator, New Acquisition ticked.
+    void prepareSeries(MainForm& form, DsoSimulator& sim, int passes) {
+        form.state().link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
+        find<QLineEdit>(form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
+        find<QCheckBox>(form, "DaqCheck")->setChecked(true);
+        find<QCheckBox>(form, "RepeatCheck")->setChecked(true);
+        typeEnter(find<QLineEdit>(form, "TotalRepeats"), QString::number(passes));
+    }
+
     std::filesystem::path dir_;
     std::vector<std::string> boxes;
     std::vector<std::string> files;
+    std::vector<std::string> dialogFolders;
 };
 
 TEST_F(MainFormTest, StartsWithDefaultsOnAnEmptyDataFolder) {
@@ -185,6 +211,195 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         written += 3;
         EXPECT_EQ(form->state().resultLinesWritten, written) << SimFaultName(c.fault);
     }
+}
+
+// A fault no handler caught itself ends in the run-time error box, whichever
+// way it came: a slot, or a limit the comparator grid's check refuses.
+TEST_F(MainFormTest, FaultsInHandlersEndInTheErrorBox) {
+    auto form = open();
+    form->show();
+    QPushButton faulty("faulty", form.get());
+    QObject::connect(&faulty, &QPushButton::clicked,
+                     [] { throw RuntimeError(ErrorCode::Overflow, "Overflow: a test fault."); });
+    faulty.show();
+    QTest::mouseClick(&faulty, Qt::LeftButton);
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0], "Run-time error: Overflow: a test fault.");
+
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    const size_t linesAfterLoad = resultLines(*form).size();
+    find<QPushButton>(*form, "DetailCycles")->click();
+    auto* view = find<QTableView>(*form->detailCycles(), "DetailCycleGrid");
+    const Grid& g = form->detailCycles()->grid();
+    int row = 1;
+    while (row < g.rows() && g.text(row, kCycleColLL).empty()) ++row;
+    ASSERT_LT(row, g.rows());
+    auto typeLimit = [&](const QString& text) {
+        const QModelIndex cell = view->model()->index(row, kCycleColLL);
+        view->setCurrentIndex(cell);
+        view->edit(cell);
+        auto* editor = view->findChild<QLineEdit*>();
+        ASSERT_NE(editor, nullptr);
+        editor->selectAll();
+        QTest::keyClicks(editor, text);
+        QTest::keyClick(editor, Qt::Key_Return);
+        QApplication::processEvents();                                    // the view commits the edit from its queue
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);  // and drops the editor
+    };
+    typeLimit("3e9");
+    ASSERT_EQ(boxes.size(), 2u);
+    EXPECT_EQ(boxes[1].rfind("Run-time error: ", 0), 0u) << boxes[1];
+    EXPECT_EQ(resultLines(*form).size(), linesAfterLoad);
+
+    // A limit the check takes judges again and appends the result line.
+    typeLimit("100000");
+    EXPECT_EQ(boxes.size(), 2u);
+    EXPECT_EQ(g.text(row, kCycleColLL), "100000");
+    EXPECT_EQ(g.text(row, 5), "NG");
+    EXPECT_EQ(resultLines(*form).size(), linesAfterLoad + 1);
+}
+
+// The comparator dialog opens in the folder of the last comparator file.
+TEST_F(MainFormTest, ComparatorDialogOpensWhereTheLastFileWas) {
+    auto form = open();
+    std::filesystem::create_directories(dir_ / "limits");
+    const std::string file = (dir_ / "limits" / "a.txt").string();
+    std::ofstream(file, std::ios::binary) << "% none\r\n";
+    files = {file, {}};
+    find<QPushButton>(*form->detailCycles(), "SelectComparator")->click();
+    find<QPushButton>(*form->detailCycles(), "SelectComparator")->click();
+    ASSERT_EQ(dialogFolders.size(), 2u);
+    EXPECT_EQ(dialogFolders[0], (dir_ / "data" / "Comparator").string());
+    EXPECT_EQ(dialogFolders[1], (dir_ / "limits").string());
+}
+
+// During a series the controls are live: a sample name confirmed, a channel
+// switched off and New Acquisition unticked take effect at the next pass;
+// commands that would use the link or replace the record are off meanwhile.
+TEST_F(MainFormTest, ControlsAreLiveDuringASeries) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    auto form = open();
+    prepareSeries(*form, sim, 8);
+    const char* locked[] = {"WFStartCommand", "WaveSave", "ReadRejectRange", "LimitPoints", "OmitRangeEffect"};
+    int pass = 0;
+    std::vector<bool> enabledDuringRun;
+    Subscription user = form->state().passFinished.subscribe([&] {
+        ++pass;
+        for (const char* name : locked) enabledDuringRun.push_back(find<QWidget>(*form, name)->isEnabled());
+        enabledDuringRun.push_back(form->findChild<QAction*>("InputFromFileAction")->isEnabled());
+        enabledDuringRun.push_back(find<QWidget>(*form->detailCycles(), "SelectComparator")->isEnabled());
+        if (pass == 2) {
+            typeEnter(find<QLineEdit>(*form, "SampleNo"), "Lot7_");
+            QTest::mouseClick(find<QCheckBox>(*form, "DispOffCheck1"), Qt::LeftButton);
+            typeEnter(find<QLineEdit>(*form, "TotalRepeats"), "20");  // room, not a new log
+        }
+        if (pass == 4) QTest::mouseClick(find<QCheckBox>(*form, "DaqCheck"), Qt::LeftButton);
+    });
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
+    EXPECT_EQ(pass, 4);
+    for (bool on : enabledDuringRun) EXPECT_FALSE(on);
+    for (const char* name : locked) EXPECT_TRUE(find<QWidget>(*form, name)->isEnabled()) << name;
+    EXPECT_TRUE(form->findChild<QAction*>("InputFromFileAction")->isEnabled());
+
+    const auto lines = resultLines(*form);
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[1].find("Lot7_"), std::string::npos);
+    EXPECT_NE(lines[2].find("Lot7_1"), std::string::npos) << lines[2];
+    EXPECT_NE(lines[3].find("Lot7_1"), std::string::npos) << lines[3];
+    const Grid& log = form->state().LogGrid;
+    EXPECT_EQ(log.nextRow, kLogHeaderRows + 4);
+    EXPECT_EQ(log.rows(), 25);
+    for (int r = 0; r < 4; ++r) {
+        EXPECT_EQ(log.text(kLogHeaderRows + r, 0), std::to_string(r + 1));
+        EXPECT_FALSE(log.text(kLogHeaderRows + r, 1).empty());
+        EXPECT_EQ(log.text(kLogHeaderRows + r, 5).empty(), r >= 2) << "pass " << r + 1;
+    }
+    // The controls still show what the user set.
+    EXPECT_EQ(find<QLineEdit>(*form, "SampleNo")->text(), "Lot7_");
+    EXPECT_TRUE(find<QCheckBox>(*form, "DispOffCheck1")->isChecked());
+    EXPECT_FALSE(find<QCheckBox>(*form, "DaqCheck")->isChecked());
+}
+
+// Closing the window in the middle of a series stops it after the pass in
+// progress, returns the instrument to local, saves the settings and closes.
+TEST_F(MainFormTest, ClosingDuringASeriesStopsThenCloses) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    auto form = open();
+    form->show();
+    prepareSeries(*form, sim, 10);
+    typeEnter(find<QLineEdit>(*form, "SampleNo"), "Closing");
+    Subscription closeAtTwo = form->state().passFinished.subscribe([&] {
+        if (form->state().passesDone == 2) form->close();
+    });
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    QApplication::processEvents();
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
+    EXPECT_FALSE(form->isVisible());
+    EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2);
+    EXPECT_EQ(sim.commandLog().back(), "GTL");
+    auto again = open();
+    EXPECT_EQ(find<QLineEdit>(*again, "SampleNo")->text(), "Closing");
+}
+
+// Failures that used to pass in silence, and grids that keep their rows.
+TEST_F(MainFormTest, PictureFailureAndGridResizes) {
+    auto form = open();
+    form->show();
+    find<QLineEdit>(*form, "SampleNo")->setText("no/such/folder");
+    find<QPushButton>(*form, "SaveWave")->click();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].rfind("Run-time error: ", 0), 0u) << boxes[0];
+    EXPECT_NE(boxes[0].find("no/such/folder"), std::string::npos) << boxes[0];
+    find<QLineEdit>(*form, "SampleNo")->setText("Good");
+    find<QPushButton>(*form, "SaveWave")->click();
+    EXPECT_EQ(boxes.size(), 1u);
+    EXPECT_TRUE(FileExists((dir_ / "data" / "Outputdata" / "Good1_0_Main.jpg").string()));
+
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    Grid& log = form->state().LogGrid;
+    log.nextRow = kLogHeaderRows + 3;
+    log.text(kLogHeaderRows + 2, 0) = "3";
+    typeEnter(find<QLineEdit>(*form, "TotalRepeats"), "1");
+    EXPECT_EQ(log.rows(), kLogHeaderRows + 3);  // never fewer than the rows filled
+    EXPECT_EQ(log.text(kLogHeaderRows + 2, 0), "3");
+    typeEnter(find<QLineEdit>(*form, "TotalRepeats"), "50");
+    EXPECT_EQ(log.rows(), 55);
+    EXPECT_EQ(log.text(kLogHeaderRows + 2, 0), "3");
+
+    const Grid& detail = form->state().DetailDataGrid;
+    ASSERT_FALSE(detail.text(kDetailHeaderRows + 10, 1).empty());
+    typeEnter(find<QLineEdit>(*form, "MaxCycles"), "3");
+    EXPECT_GT(detail.rows(), kDetailHeaderRows + 10);
+    EXPECT_FALSE(detail.text(kDetailHeaderRows + 10, 1).empty());
+}
+
+// Captions as the user's manual names them, a frame that covers nothing, and
+// the column widths of the results layer.
+TEST_F(MainFormTest, LayoutAndCaptions) {
+    auto form = open();
+    form->show();
+    QStringList captions;
+    for (auto* l : form->findChildren<QLabel*>()) captions << l->text();
+    for (const char* c : {"Hysteresis", "Level", "Margin", "Level Method", "Time-out (s)"})
+        EXPECT_TRUE(captions.contains(c)) << c;
+    find<QPushButton>(*form, "TCPIPAddressSet")->click();
+    QApplication::processEvents();
+    auto* frame = find<QGroupBox>(*form, "AddressFrame");
+    ASSERT_TRUE(frame->isVisible());
+    const QRect frameRect(frame->mapTo(form.get(), QPoint()), frame->size());
+    for (auto* w : form->findChildren<QCheckBox*>()) {
+        if (!w->isVisible()) continue;
+        const QRect r(w->mapTo(form.get(), QPoint()), w->size());
+        EXPECT_FALSE(frameRect.intersects(r)) << w->objectName().toStdString();
+    }
+    auto* logView = find<QTableView>(*form, "LogGrid");
+    EXPECT_EQ(logView->columnWidth(0), form->state().LogGrid.colWidth[0]);
+    EXPECT_EQ(logView->columnWidth(1), form->state().LogGrid.colWidth[1]);
 }
 
 }  // namespace
