@@ -14,7 +14,7 @@ QString q(const std::string& s) { return QString::fromStdString(s); }
 SettingsBinding::SettingsBinding(Settings& settings, QWidget* root) : QObject(root), settings_(settings) {
     for (QWidget* w : root->findChildren<QWidget*>()) {
         const FieldRef ref = FindControlField(w->objectName().toStdString());
-        if (ref) bound_.push_back({ref, w, {}});
+        if (ref) bound_.push_back({ref, w, {}, w->toolTip()});
     }
     for (size_t i = 0; i < bound_.size(); ++i) {
         QWidget* w = bound_[i].control;
@@ -37,9 +37,13 @@ SettingsBinding::SettingsBinding(Settings& settings, QWidget* root) : QObject(ro
 void SettingsBinding::userChanged(Bound& b, const std::string& text) {
     if (showing_) return;
     Outcome set = SetField(settings_, b.ref, text);
-    b.control->setProperty("refused", !set.ok());
-    b.control->setToolTip(set.ok() ? QString() : q(set.text()));
-    b.control->setStyleSheet(set.ok() ? QString() : QStringLiteral("background-color: #ffd0d0;"));
+    // A refused text is marked until it is corrected (style sheets are
+    // touched only on a change: each one costs the widget a new style).
+    if (b.control->property("refused").toBool() != !set.ok()) {
+        b.control->setProperty("refused", !set.ok());
+        b.control->setStyleSheet(set.ok() ? QString() : QStringLiteral("background-color: #ffd0d0;"));
+    }
+    b.control->setToolTip(set.ok() ? b.help : q(set.text()));
     if (!set) return;
     b.shown = FieldText(settings_, b.ref);
     if (edited) edited(b.ref);
@@ -62,8 +66,11 @@ void SettingsBinding::show(Bound& b) {
             box->setCurrentText(q(text));
     }
     showing_ = false;
-    w->setStyleSheet(QString());
-    w->setToolTip(QString());
+    if (w->property("refused").toBool()) {
+        w->setProperty("refused", false);
+        w->setStyleSheet(QString());
+        w->setToolTip(b.help);
+    }
     b.shown = text;
 }
 

@@ -38,6 +38,7 @@ private:
         FieldRef ref;
         QWidget* control;
         std::string shown;  // the field's text when the control last matched it
+        QString help;       // the control's own tool tip
     };
     void show(Bound& b);
     void userChanged(Bound& b, const std::string& text);

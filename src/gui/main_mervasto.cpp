@@ -26,9 +26,16 @@ int main(int argc, char** argv) {
                                   "Run one acquisition from the simulated instrument, save pictures of the "
                                   "main window and the wave window into DIR and quit.",
                                   "DIR");
+    QCommandLineOption dso("dso", "Talk to the instrument at this address (HOST or HOST:PORT).", "ADDRESS");
+    QCommandLineOption series("series",
+                              "Start a series of this many passes with New Acquisition at once, and quit when "
+                              "it has ended (long runs and memory checks).",
+                              "PASSES");
     parser.addOption(dataFolder);
     parser.addOption(simulate);
     parser.addOption(screenshot);
+    parser.addOption(dso);
+    parser.addOption(series);
     parser.process(app);
 
     std::unique_ptr<DsoSimulator> sim;
@@ -43,8 +50,8 @@ int main(int argc, char** argv) {
     }
 
     MainForm form(parser.value(dataFolder).toStdString());
-    if (sim) {
-        form.state().settings.analysis.IPAdressText = sim->address();
+    if (sim || parser.isSet(dso)) {
+        form.state().settings.analysis.IPAdressText = sim ? sim->address() : parser.value(dso).toStdString();
         form.showSettings();
     }
     form.show();
@@ -62,6 +69,21 @@ int main(int argc, char** argv) {
             form.close();
             app.quit();
         });
+    }
+    Subscription quitAfterSeries;
+    if (parser.isSet(series)) {
+        auto& a = form.state().settings.analysis;
+        a.RepeatCheck = a.DaqCheck = true;
+        a.TotalRepeats = parser.value(series).toStdString();
+        form.showSettings();
+        quitAfterSeries = form.state().runEnded.subscribe([&](const Outcome& end) {
+            if (!end) std::cerr << "mervasto: the series ended early: " << end.text() << '\n';
+            QTimer::singleShot(0, &form, [&] {
+                form.close();
+                app.quit();
+            });
+        });
+        QTimer::singleShot(0, &form, [&] { form.state().WFStartCommand_Click(form.ui()); });
     }
     int rc = app.exec();
     return rc;

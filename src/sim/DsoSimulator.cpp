@@ -11,6 +11,9 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <cmath>
 #include <cstdio>
 
@@ -120,6 +123,7 @@ std::vector<uint8_t> SimScreenPng(const std::vector<std::vector<float>>& record,
 
 struct DsoSimulator::Shared {
     mutable std::mutex m;
+    std::condition_variable logged;  // a command was added to the log
     SimOptions opt;
     std::vector<std::vector<float>> record;
     std::vector<std::string> log;
@@ -253,6 +257,7 @@ private:
         {
             std::lock_guard lock(shared_->m);
             shared_->log.push_back(line);
+            shared_->logged.notify_all();
             auto o = shared_->overrides.find(line);
             if (o == shared_->overrides.end()) o = shared_->overrides.find(std::string(Trim(line)));
             if (o != shared_->overrides.end()) {
@@ -540,6 +545,12 @@ std::string DsoSimulator::address() const { return "127.0.0.1:" + std::to_string
 std::vector<std::string> DsoSimulator::commandLog() const {
     std::lock_guard lock(shared_->m);
     return shared_->log;
+}
+
+bool DsoSimulator::waitForLastCommand(const std::string& command, int timeoutMs) const {
+    std::unique_lock lock(shared_->m);
+    return shared_->logged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                    [&] { return !shared_->log.empty() && shared_->log.back() == command; });
 }
 
 void DsoSimulator::clearLog() {

@@ -89,6 +89,10 @@ public:
 
     // Every line received, without its LF.
     std::vector<std::string> commandLog() const;
+    // Waits until the last command logged is this one (the client's last
+    // command may still be on its way when the client returns). False when
+    // it did not come within the time.
+    bool waitForLastCommand(const std::string& command, int timeoutMs = 5000) const;
     void clearLog();
     int connectionCount() const;
 

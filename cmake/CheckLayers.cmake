@@ -1,0 +1,56 @@
+cmake_minimum_required(VERSION 3.25)
+
+# Run by ctest (test "LayerIncludes"): every include of a project header must
+# point to the same layer or one below it, the portable core includes no Qt
+# header at all, and no layer under gui includes a Qt Widgets header.
+#   cmake -DSOURCE_DIR=<repo> -P cmake/CheckLayers.cmake
+
+# What each layer may include, besides itself. app/core is the Qt-free part of app.
+set(allowed_common "")
+set(allowed_wavefile common)
+set(allowed_analysis common wavefile)
+set(allowed_results common wavefile analysis)
+set(allowed_dso common wavefile analysis results)
+set(allowed_sim common wavefile analysis)
+set(allowed_app/core common wavefile analysis results)
+set(allowed_app common wavefile analysis results dso app/core)
+set(allowed_display common wavefile analysis results dso app/core app)
+set(allowed_gui common wavefile analysis results dso sim app/core app display)
+set(allowed_cli common wavefile analysis results dso sim app/core app display)
+set(qt_free common wavefile analysis results app/core)
+set(widgets_regex "#include <(QtWidgets|QWidget|QApplication|QMainWindow|QMessageBox|QDialog|QFileDialog|QColorDialog|QLabel|QPushButton|QLineEdit|QCheckBox|QComboBox|QTableView|QTabWidget|QGroupBox|QStatusBar|QProgressBar|QScrollBar|QBoxLayout|QHBoxLayout|QVBoxLayout|QGridLayout|QMenuBar|QMenu|QToolTip|QAbstractItemView|QHeaderView)[>/]")
+
+set(problems "")
+foreach(layer common wavefile analysis results dso sim app/core app display gui cli)
+  file(GLOB_RECURSE files "${SOURCE_DIR}/src/${layer}/*.h" "${SOURCE_DIR}/src/${layer}/*.cpp")
+  foreach(f IN LISTS files)
+    # app/core's files are checked as app/core, not again as app.
+    if(layer STREQUAL "app" AND f MATCHES "/src/app/core/")
+      continue()
+    endif()
+    file(STRINGS "${f}" lines REGEX "^[ \t]*#[ \t]*include")
+    file(RELATIVE_PATH rel "${SOURCE_DIR}" "${f}")
+    foreach(line IN LISTS lines)
+      if(line MATCHES "#[ \t]*include \"([a-z]+)/(core/)?")
+        set(target "${CMAKE_MATCH_1}")
+        if(CMAKE_MATCH_2)
+          set(target "${target}/core")
+        endif()
+        if(NOT target STREQUAL layer AND NOT target IN_LIST allowed_${layer})
+          string(APPEND problems "${rel}: ${layer} includes ${target} (a layer above it): ${line}\n")
+        endif()
+      endif()
+      if(layer IN_LIST qt_free AND line MATCHES "#[ \t]*include <Q")
+        string(APPEND problems "${rel}: ${layer} is Qt-free but includes ${line}\n")
+      endif()
+      if(NOT layer STREQUAL "gui" AND line MATCHES "${widgets_regex}")
+        string(APPEND problems "${rel}: only gui may include Widgets headers: ${line}\n")
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+
+if(problems)
+  message(FATAL_ERROR "Layer rules broken:\n${problems}")
+endif()
+message(STATUS "Layer includes: every include points down")
