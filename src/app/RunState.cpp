@@ -179,34 +179,10 @@ void RunState::LimitEdited(UiPort& ui) {
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine) return true;
-    unsavedResultLines.push_back(ResultDataLine(sampleName(), results.table));
-    const auto lines = static_cast<int64_t>(unsavedResultLines.size());
-    SaveOutcome out = SaveResultLines(resultFileName(), typeTexts(), unsavedResultLines);
-    ui.setStatus(1, out.status);
-    if (out.ok) {
-        resultLinesWritten += lines;
-        if (lines > 1) {
-            std::string text = std::to_string(lines - 1);
-            text += " result line(s) kept from earlier runs were saved.";
-            ui.setStatus(2, text);
-        }
-    } else {
-        ++resultLinesFailed;
-        std::string text = std::to_string(lines);
-        text += " result line(s) are kept until the results file can be written.";
-        ui.setStatus(2, text);
-    }
-    return out.ok;
+    return resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) {
-    if (unsavedResultLines.empty()) return true;
-    const auto lines = static_cast<int64_t>(unsavedResultLines.size());
-    SaveOutcome out = SaveResultLines(resultFileName(), typeTexts(), unsavedResultLines);
-    ui.setStatus(1, out.status);
-    if (out.ok) resultLinesWritten += lines;
-    return out.ok;
-}
+bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, resultFileName(), typeTexts()); }
 
 void RunState::fillRawFromVolts() {
     const int channels = setup.ChannelCount == 4 ? 4 : 2;

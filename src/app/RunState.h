@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "analysis/Analysis.h"
+#include "app/ResultLineQueue.h"
 #include "app/core/Settings.h"
 #include "common/Event.h"
 #include "common/Outcome.h"
@@ -158,13 +159,9 @@ public:
     bool logFirst = true;
     // Instrument passes analysed since start-up.
     int64_t passesDone = 0;
-    // Results lines appended, and failed attempts, since start-up.
-    int64_t resultLinesWritten = 0;
-    int64_t resultLinesFailed = 0;
-    // Lines that could not be written yet (full disk, read-only folder):
-    // they go first with the next run's line.
-    std::vector<std::string> unsavedResultLines;
-    // Tries once more to write the unsaved lines; true when none is left.
+    // The result lines, written and waiting (see ResultLineQueue).
+    ResultLineQueue resultLines;
+    // Tries once more to write the waiting lines; true when none is left.
     bool SaveUnsavedResults(UiPort& ui);
     // Off for a command-line run with --no-save.
     bool saveResultLine = true;

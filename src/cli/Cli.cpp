@@ -145,9 +145,9 @@ void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 bool reportUnsaved(RunState& state, std::ostream& err) {
     ScriptedUi quiet;
     if (state.SaveUnsavedResults(quiet)) return true;
-    err << "mervasto-cli: " << kFailedToSaveTestResults << " These " << state.unsavedResultLines.size()
-        << " line(s) belong in " << state.resultFileName() << ":\n";
-    for (const auto& line : state.unsavedResultLines) err << line << '\n';
+    std::string text = state.resultLines.leftOverText(state.resultFileName());
+    for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
+    err << "mervasto-cli: " << text << '\n';
     return false;
 }
 
@@ -358,7 +358,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     report.finish();
     const bool saved = reportUnsaved(state, err);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.LogGrid.nextRow - kLogHeaderRows, 0)
-        << " log row(s), " << state.resultLinesWritten << " result line(s) written\n";
+        << " log row(s), " << state.resultLines.written() << " result line(s) written\n";
     if (!state.RunFailure.empty()) {
         err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure << '\n';
         return kExitNoInstrument;

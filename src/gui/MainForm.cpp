@@ -437,12 +437,9 @@ void MainForm::closeEvent(QCloseEvent* e) {
     state_.link->abort();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.
-        std::string text;
-        for (const auto& line : state_.unsavedResultLines) text += line + "\r\n";
+        const std::string text = state_.resultLines.leftOverText(state_.resultFileName());
         ui_->setClipboardText(text);
-        ui_->messageBox(std::to_string(state_.unsavedResultLines.size()) + " result line(s) could not be saved to " +
-                            state_.resultFileName() + ". They are on the clipboard.",
-                        MsgButtons::Ok, "Failed to save Test Results.");
+        ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }
     Outcome saved = state_.FormUnload();
     if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, "Run-time error");

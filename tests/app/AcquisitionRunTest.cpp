@@ -290,9 +290,9 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
     state.settings.analysis.TotalRepeats = "10";
     for (const auto& c : cases) {
         std::filesystem::remove(state.resultFileName());
-        const int64_t written = state.resultLinesWritten;
+        const int64_t written = state.resultLines.written();
         Subscription injectAfterTwo = state.passFinished.subscribe([&] {
-            if (state.resultLinesWritten == written + 2) {
+            if (state.resultLines.written() == written + 2) {
                 c.inject();
                 injectAfterTwo.reset();
             }

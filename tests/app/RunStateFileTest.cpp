@@ -75,16 +75,16 @@ TEST_F(RunStateFile, ResultLinesWaitUntilTheFileCanBeWritten) {
     for (int run = 1; run <= 2; ++run) {
         ASSERT_TRUE(state.InputFromFile_Click(ui));
         EXPECT_EQ(ui.status[1], "Failed to save Test Results.");
-        EXPECT_EQ(state.unsavedResultLines.size(), static_cast<size_t>(run));
+        EXPECT_EQ(state.resultLines.waiting().size(), static_cast<size_t>(run));
         EXPECT_EQ(state.ResultGrid1.text(2, 7), "49");  // the results stay on the screen
     }
     std::filesystem::remove(state.resultFileName());
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_TRUE(state.unsavedResultLines.empty());
+    EXPECT_TRUE(state.resultLines.waiting().empty());
     const auto lines = resultLines();
     ASSERT_EQ(lines.size(), 5u);
     for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
-    EXPECT_EQ(state.resultLinesWritten, 3);
+    EXPECT_EQ(state.resultLines.written(), 3);
 }
 
 TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {

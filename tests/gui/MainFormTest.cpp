@@ -198,7 +198,7 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         ASSERT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
         EXPECT_NE(boxes[0].find(c.message), std::string::npos) << boxes[0];
         EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2) << SimFaultName(c.fault);
-        EXPECT_EQ(form->state().resultLinesWritten, written + 2) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().resultLines.written(), written + 2) << SimFaultName(c.fault);
         EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
 
         sim.setFault(SimFault::None);
@@ -207,7 +207,7 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         EXPECT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
         EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
         written += 3;
-        EXPECT_EQ(form->state().resultLinesWritten, written) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().resultLines.written(), written) << SimFaultName(c.fault);
     }
 }
 

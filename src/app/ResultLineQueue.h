@@ -1,0 +1,43 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "analysis/AnalysisTypes.h"
+#include "common/UiPort.h"
+
+namespace mervasto {
+
+// The result lines on their way to ResultData.csv. A line the file would not
+// take (a full disk, a read-only folder) waits here and goes out first with
+// the next one, so that none is lost; whatever is still waiting when the
+// program ends is handed to the user by leftOverText(). The window and the
+// command line both use this one owner.
+class ResultLineQueue {
+public:
+    using TypeTexts = std::array<std::string, kAnaChannels>;
+
+    // Appends a line after the ones waiting and writes them all. The status
+    // texts go to the UI port: the file's own in panel 1, what happened to
+    // lines kept from earlier in panel 2. True when the file took them.
+    bool append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line);
+    // Tries once more to write the waiting lines; true when none is left.
+    bool flush(UiPort& ui, const std::string& fileName, const TypeTexts& types);
+
+    const std::vector<std::string>& waiting() const { return waiting_; }
+    // What to tell the user about lines that are still waiting, naming the
+    // file they belong in; the lines follow, one per line (CR LF).
+    std::string leftOverText(const std::string& fileName) const;
+
+    int64_t written() const { return written_; }
+    int64_t failedAttempts() const { return failed_; }
+
+private:
+    std::vector<std::string> waiting_;
+    int64_t written_ = 0;
+    int64_t failed_ = 0;
+};
+
+}  // namespace mervasto
