@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
@@ -34,12 +35,17 @@ int main(int argc, char** argv) {
     parser.addOption(dataFolder);
     parser.addOption(simulate);
     parser.addOption(screenshot);
+    QCommandLineOption demo("demo",
+                            "With the simulated instrument: run a 20-pass series in which a scripted user "
+                            "changes the sample name, switches Ch2 off and presses Stop; print what happened "
+                            "and quit.");
     parser.addOption(dso);
     parser.addOption(series);
+    parser.addOption(demo);
     parser.process(app);
 
     std::unique_ptr<DsoSimulator> sim;
-    if (parser.isSet(simulate) || parser.isSet(screenshot)) {
+    if (parser.isSet(simulate) || parser.isSet(screenshot) || (parser.isSet(demo) && !parser.isSet(dso))) {
         SimOptions options;
         options.state.scenario = parser.isSet(simulate) ? parser.value(simulate).toStdString() : "pulses";
         sim = std::make_unique<DsoSimulator>(options);
@@ -84,6 +90,22 @@ int main(int argc, char** argv) {
             });
         });
         QTimer::singleShot(0, &form, [&] { form.state().WFStartCommand_Click(form.ui()); });
+    }
+    if (parser.isSet(demo)) {
+        StartDemoSeries(form, [&](const std::string& report) {
+            std::string text = report;
+            for (char& c : text)
+                if (c == '\r') c = '\n';
+            std::cout << text << '\n';
+            if (sim)
+                std::cout << "instrument's last command: "
+                          << (sim->waitForLastCommand("GTL", 3000) ? "GTL" : sim->commandLog().back()) << '\n';
+            std::cout.flush();
+            QTimer::singleShot(3000, &form, [&] {
+                form.close();
+                app.quit();
+            });
+        });
     }
     int rc = app.exec();
     return rc;
