@@ -116,6 +116,7 @@ std::optional<std::string> GuiUi::chooseSaveFile(const std::string& title, const
 }
 
 std::optional<uint32_t> GuiUi::chooseColor(uint32_t initial) {
+    if (colorHook) return colorHook(initial);
     QColor c = QColorDialog::getColor(ColorFromBgr(initial), parent_);
     if (!c.isValid()) return std::nullopt;
     return BgrFromColor(c);

@@ -37,6 +37,7 @@ public:
     std::function<std::optional<std::string>(const std::string& title, const std::string& initialName,
                                              const std::string& initialFolder)>
         fileHook;
+    std::function<std::optional<uint32_t>(uint32_t initial)> colorHook;
 
 private:
     QPointer<QWidget> parent_;

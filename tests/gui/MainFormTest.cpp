@@ -13,6 +13,9 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
+#include <QItemSelectionModel>
+#include <QTabWidget>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -395,9 +398,54 @@ TEST_F(MainFormTest, LayoutAndCaptions) {
         const QRect r(w->mapTo(form.get(), QPoint()), w->size());
         EXPECT_FALSE(frameRect.intersects(r)) << w->objectName().toStdString();
     }
+    // A text the Time-out field refuses stays in its box, marked; the field
+    // keeps its last good value until the text is corrected.
+    auto* timeout = find<QLineEdit>(*form, "TimeoutSeconds");
+    EXPECT_EQ(timeout->text(), "10");
+    timeout->setText("abc");
+    form->refreshViews();
+    EXPECT_EQ(timeout->text(), "abc");
+    EXPECT_TRUE(timeout->property("refused").toBool());
+    EXPECT_EQ(form->state().settings.analysis.TimeoutSeconds, "10");
+    timeout->setText("2.5");
+    EXPECT_FALSE(timeout->property("refused").toBool());
+    EXPECT_EQ(form->state().settings.analysis.TimeoutSeconds, "2.5");
+
     auto* logView = find<QTableView>(*form, "LogGrid");
     EXPECT_EQ(logView->columnWidth(0), form->state().LogGrid.colWidth[0]);
     EXPECT_EQ(logView->columnWidth(1), form->state().LogGrid.colWidth[1]);
+}
+
+// Copy puts the selected cells, or the current one, on the clipboard; a
+// cancelled colour dialog changes nothing, a chosen colour is kept.
+TEST_F(MainFormTest, CopyAndColourChoice) {
+    auto form = open();
+    form->show();
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    auto* tabs = find<QTabWidget>(*form, "SSTab1");
+    auto* detail = find<QTableView>(*form, "DetailDataGrid");
+    tabs->setCurrentWidget(detail);
+    const Grid& g = form->state().DetailDataGrid;
+    detail->setCurrentIndex(detail->model()->index(kDetailHeaderRows, 1));
+    find<QPushButton>(*form, "ResultCopy")->click();
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), g.text(kDetailHeaderRows, 1));
+    detail->selectionModel()->select(
+        QItemSelection(detail->model()->index(kDetailHeaderRows, 1), detail->model()->index(kDetailHeaderRows + 1, 2)),
+        QItemSelectionModel::ClearAndSelect);
+    find<QPushButton>(*form, "ResultCopy")->click();
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(),
+              GridClipboardText(g, kDetailHeaderRows, 1, kDetailHeaderRows + 1, 2));
+    ASSERT_EQ(boxes.size(), 2u);
+
+    const int32_t before = form->state().settings.channels[1].BackColor;
+    form->ui().colorHook = [](uint32_t) -> std::optional<uint32_t> { return std::nullopt; };
+    find<QPushButton>(*form, "ColorSet1")->click();
+    EXPECT_EQ(form->state().settings.channels[1].BackColor, before);
+    form->ui().colorHook = [](uint32_t) -> std::optional<uint32_t> { return 0x123456; };
+    find<QPushButton>(*form, "ColorSet1")->click();
+    EXPECT_EQ(form->state().settings.channels[1].BackColor, 0x123456);
+    EXPECT_NE(find<QGroupBox>(*form, "EachChTypeFrame1")->styleSheet().indexOf("#563412"), -1);
 }
 
 }  // namespace
