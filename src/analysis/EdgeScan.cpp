@@ -353,6 +353,8 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 }
 
 // (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
+// Callers pass record sample numbers: rounding window-relative numbers would
+// move an edge by one whenever the window starts at an odd sample.
 int32_t halfEvenMidpoint(int32_t a, int32_t b) {
     const int64_t sum = int64_t{a} + b;
     const int64_t half = sum >> 1;
@@ -519,7 +521,7 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
                     ++j;
                     w = sample(j);
                 } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                if (recordEdge(halfEvenMidpoint(j - 1, entry))) {
+                if (recordEdge(halfEvenMidpoint(start + j - 1, start + entry) - start)) {
                     stopped = true;
                     break;
                 }
@@ -535,7 +537,7 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
                     prev = j;
                 } else {
                     // Jumped across the level between two samples.
-                    if (recordEdge(halfEvenMidpoint(j, prev))) {
+                    if (recordEdge(halfEvenMidpoint(start + j, start + prev) - start)) {
                         stopped = true;
                         break;
                     }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <vector>
@@ -86,6 +87,40 @@ TEST(RunAnalysis, GateWindowWithAndWithoutMargin) {
             EXPECT_LE(c.MidEdge - c.PulseWidth + c.Period, anaEnd);
         }
         EXPECT_NEAR(res.table.at(0, 2).Mean, 20e-6, 1e-12);
+    }
+}
+
+// A gate that opens at an odd sample: the cycles inside it are the same
+// cycles, with the same rms, as those of the whole record.
+TEST(RunAnalysis, GateOpeningAtAnOddSampleKeepsTheEdges) {
+    Record r(1200);
+    // Rises and falls over 20 samples in steps of 0.25 V: every edge is found
+    // on the band path, and its walk through the band ends on a tie.
+    for (size_t i = 0; i < 1200; ++i) {
+        const int32_t t = static_cast<int32_t>(i % 80);
+        const float up = std::min(5.0f, 0.25f * static_cast<float>(t));
+        r.volts[0][i] = t < 40 ? up : std::max(0.0f, 5.0f - 0.25f * static_cast<float>(t - 40));
+    }
+    AnalysisResults whole;
+    RunAnalysis(r.input(), params({0}), whole);
+    ASSERT_GT(whole.cycles.channel[0].size(), 10u);
+    for (int32_t opens : {101, 200}) {
+        Record g = r;
+        std::fill(g.volts[3].begin(), g.volts[3].end(), 0.0f);
+        for (int32_t i = opens; i < opens + 700; ++i) g.volts[3][static_cast<size_t>(i)] = 5;
+        AnalysisResults gated;
+        RunAnalysis(g.input(), params({0, 3}, true), gated);
+        ASSERT_EQ(gated.table.at(3, 0).AnaStart, opens - 1);
+        const auto& in = gated.cycles.channel[0];
+        ASSERT_GT(in.size(), 5u) << opens;
+        for (const auto& c : in) {
+            const auto same = std::find_if(whole.cycles.channel[0].begin(), whole.cycles.channel[0].end(),
+                                           [&](const CycleRecord& w) { return w.MidEdge == c.MidEdge; });
+            ASSERT_NE(same, whole.cycles.channel[0].end()) << opens << " " << c.MidEdge;
+            EXPECT_EQ(std::make_tuple(c.PulseWidth, c.Period, c.Rms),
+                      std::make_tuple(same->PulseWidth, same->Period, same->Rms))
+                << opens << " " << c.MidEdge;
+        }
     }
 }
 

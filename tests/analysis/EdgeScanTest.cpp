@@ -80,6 +80,40 @@ TEST(ExtractCycles, EdgePositions) {
     EXPECT_EQ(scanEdges(cases[0].v, settings(), 1000), (std::vector<Edges>{{1002, 1006, 1008}, {1008, 1012, 1014}}));
 }
 
+// Edges are rounded on record sample numbers: a window that starts at an odd
+// sample must find the same edges (and so the same rms) as one that starts at
+// an even sample.
+TEST(ExtractCycles, EdgesDoNotDependOnWhereTheWindowStarts) {
+    // Jumps with midpoints x.5, and slow rises whose band walk ends on a tie.
+    std::vector<float> rec(8, 0.0f);
+    for (int rep = 0; rep < 3; ++rep) {
+        for (float x : {10.0f, 10.0f, 10.0f, 0.0f, 0.0f, 0.0f, 4.5f, 5.0f, 5.5f, 7.0f, 10.0f, 10.0f, 0.0f, 0.0f})
+            rec.push_back(x);
+    }
+    struct Cycle {
+        int32_t e0, e1, e2;
+        double rms;
+        bool operator==(const Cycle&) const = default;
+    };
+    auto scan = [&](int32_t start) {
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> cycles;
+        const std::span<const float> window(rec.data() + start, rec.size() - static_cast<size_t>(start));
+        ExtractCycles(0, window, start, settings(), table, cycles);
+        std::vector<Cycle> out;
+        for (const auto& c : cycles) {
+            const int32_t e0 = c.MidEdge - static_cast<int32_t>(c.PulseWidth);
+            out.push_back({e0, c.MidEdge, e0 + static_cast<int32_t>(c.Period), c.Rms});
+        }
+        return out;
+    };
+    const auto whole = scan(0);
+    ASSERT_EQ(whole.size(), 5u);
+    EXPECT_EQ(whole[0].e0, 8);   // 7.5 rounds to 8
+    EXPECT_EQ(whole[0].e1, 10);  // 10.5 rounds to 10
+    for (int32_t start = 1; start < 8; ++start) EXPECT_EQ(scan(start), whole) << "window from " << start;
+}
+
 TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
     // Edges 2, 4, 6, 10, 14, 16.
     const std::vector<float> v = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};
