@@ -15,6 +15,10 @@ std::string SignalCheckText(int ch) {
     return std::string(kSignalCheckTextHead) + std::to_string(ch + 1) + kSignalCheckTextTail;
 }
 
+std::string MaxPeriodsNote(int32_t limit) {
+    return std::string(kNoteMaxPeriodsHead) + std::to_string(limit) + kNoteMaxPeriodsTail;
+}
+
 namespace {
 
 struct Run {
@@ -91,8 +95,11 @@ struct Run {
         s.rejectFlag = par.rejectFlag;
         s.rejectStart = par.rejectStart;
         s.rejectEnd = par.rejectEnd;
+        bool more = false;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
-                                res.table, res.cycles.channel[c], lane.smoothed);
+                                res.table, res.cycles.channel[c], lane.smoothed, &more);
+        res.cycleLimitReached[c] = more;
+        if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
 };
 
@@ -106,6 +113,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     AnalysisWorkspace& ws = results.workspace;
     if (ws.lanes.empty()) ws.lanes.resize(1);
     for (auto& note : results.note) note.clear();
+    results.cycleLimitReached.fill(false);
 
     ChannelResult& w = results.table.at(3, 0);
     w.GateStart = 0;

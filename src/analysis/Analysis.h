@@ -24,6 +24,11 @@ inline constexpr const char* kCompletedAnalysis = "Completed Analysis.";
 // Why a channel has no results although it is switched on.
 inline constexpr const char* kNoteLevelsClose = "levels closer than 1/3 div";
 inline constexpr const char* kNoteGateLevelsClose = "gate levels closer than 1/3 div";
+// A channel with results whose scan ended at the cycle limit with more cycles
+// left: kNoteMaxPeriodsHead + limit + kNoteMaxPeriodsTail. No comma, so that
+// it stands as one field in comma-separated output.
+inline constexpr const char* kNoteMaxPeriodsHead = "stopped at Max Periods (";
+inline constexpr const char* kNoteMaxPeriodsTail = "); the record holds more cycles";
 
 // The record as the analysis sees it. volts[ch] and raw[ch] must hold at
 // least WaveLength samples, otherwise the channel gives no results.
@@ -86,8 +91,13 @@ struct AnalysisWorkspace {
 // to the channels it analyses or clears (see docs/analysis.md).
 struct AnalysisResults {
     ChannelResultTable table;
-    CycleTable cycles;                           // cycles[ch].size() == Counts
-    std::array<std::string, kAnaChannels> note;  // why a channel has no results; empty otherwise
+    CycleTable cycles;  // cycles[ch].size() == Counts
+    // Why a channel has no results, or that its scan stopped at the cycle
+    // limit; empty otherwise.
+    std::array<std::string, kAnaChannels> note;
+    // The scan stopped at the cycle limit and the window holds more cycles
+    // (the note says so; the channel has results).
+    std::array<bool, kAnaChannels> cycleLimitReached{};
     AnalysisWorkspace workspace;
 };
 
@@ -102,5 +112,8 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
 
 // "Overflowed or Underflowed or Smaller Ch<n> Signal. Check Signal !"
 std::string SignalCheckText(int ch);
+
+// "stopped at Max Periods (<limit>); the record holds more cycles"
+std::string MaxPeriodsNote(int32_t limit);
 
 }  // namespace mervasto

@@ -415,12 +415,16 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
 namespace {
 
 // The edge scan over n samples of src; window sample 0 is sample `start`.
+// `more` tells whether the window holds a further whole cycle (or pulse)
+// after the cycle limit was reached: the scan goes on, recording nothing,
+// until it finds one or reaches the end.
 template <class Src>
 int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                   std::vector<CycleRecord>& cycles) {
+                   std::vector<CycleRecord>& cycles, bool& more) {
     const int32_t limit = CycleLimit(s.MaxCycles);
     ReserveCycles(cycles, limit);
     cycles.clear();
+    more = false;
     if (n <= 0) return 0;
     const float level = levels.Level;
     const float h = (levels.HighLevel - level) * s.Histerisis / 100.0f;
@@ -449,13 +453,22 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
 
     auto sample = [&](int32_t j) { return src.at(j < n ? j : n - 1); };
 
-    // Appends an edge; true when the cycle limit ends the scan.
+    bool full = false;  // the cycle limit is reached; only looking for one more
+    // Appends an edge; true when the scan is over.
     auto recordEdge = [&](int32_t e) -> bool {
         edge[k++] = e;
         if (k == 2 && pulse) {
+            if (full) return more = true;
             cycles[static_cast<size_t>(cycle)].PulseWidth = edge[1] - edge[0];
-            if (++cycle >= limit) return true;
-            cycles.emplace_back();
+            if (++cycle >= limit)
+                full = true;
+            else
+                cycles.emplace_back();
+        }
+        if (k == 3 && full) {
+            if (!pulse) return more = true;
+            k = 1;
+            edge[0] = edge[2];
         }
         if (k == 3) {
             if (edge[2] == edge[0]) edge[2] = edge[0] + 1;
@@ -474,8 +487,10 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
             c.Rms = std::sqrt(m.sumSquares / period);
             if (!pulse) {
                 c.PulseWidth = e1 - e0;
-                if (++cycle >= limit) return true;
-                cycles.emplace_back();
+                if (++cycle >= limit)
+                    full = true;
+                else
+                    cycles.emplace_back();
             }
             k = 1;
             edge[0] = edge[2];
@@ -562,29 +577,33 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
 
 template <int HS>
 int32_t scanMeans(std::span<const float> record, int32_t start, int32_t count, const ScanSettings& s,
-                  const ChannelResult& levels, std::vector<CycleRecord>& cycles, std::vector<float>& scratch) {
+                  const ChannelResult& levels, std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
+                  bool& more) {
     const MeanSamples<HS> mean(record.data(), static_cast<int32_t>(record.size()), start, count);
     if (scratch.size() < RingSamples<HS>::kFloats) scratch.resize(RingSamples<HS>::kFloats);
     RingSamples<HS> src(mean, scratch.data());
-    return scanCycles(src, count, start, s, levels, cycles);
+    return scanCycles(src, count, start, s, levels, cycles, more);
 }
 
 }  // namespace
 
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles) {
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles) {
     ClearChannelResult(table, ch);
     const int32_t n = static_cast<int32_t>(window.size());
     PlainSamples src(window.data(), n);
-    const int32_t count = scanCycles(src, n, start, s, table.at(ch, 0), cycles);
+    bool more = false;
+    const int32_t count = scanCycles(src, n, start, s, table.at(ch, 0), cycles, more);
+    if (moreCycles) *moreCycles = more;
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     return count;
 }
 
 int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
-                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch) {
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch, bool* moreCycles) {
     ClearChannelResult(table, ch);
+    bool more = false;
     ScanSettings s = settings;
     s.halfSmooth = HalfSmooth(SmoothingNo);
     const ChannelResult& levels = table.at(ch, 0);
@@ -595,27 +614,28 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
         switch (s.halfSmooth) {
         case 0: {
             PlainSamples src(record.data() + start, count);
-            found = scanCycles(src, count, start, s, levels, cycles);
+            found = scanCycles(src, count, start, s, levels, cycles, more);
             break;
         }
-        case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch); break;
-        case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch); break;
-        case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch); break;
-        case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch); break;
-        case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch); break;
-        case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch); break;
-        case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch); break;
+        case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch, more); break;
         default: {
             if (scratch.size() < static_cast<size_t>(count)) scratch.resize(static_cast<size_t>(count));
             const std::span<float> smoothed(scratch.data(), static_cast<size_t>(count));
             SmoothSamples(record, start, count, SmoothingNo, smoothed);
             PlainSamples src(smoothed.data(), count);
-            found = scanCycles(src, count, start, s, levels, cycles);
+            found = scanCycles(src, count, start, s, levels, cycles, more);
             break;
         }
         }
     }
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
+    if (moreCycles) *moreCycles = more;
     return found;
 }
 

@@ -39,9 +39,10 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit);
 // that starts at sample `start`; window[k] is sample start + k. Levels come
 // from table.at(ch, 0). Replaces `cycles` with the cycles found, clears the
 // channel's statistics and summarises the cycles into rows 0..6. Returns the
-// number of cycles.
+// number of cycles. *moreCycles, when given, tells whether the scan stopped at
+// the cycle limit with at least one more whole cycle left in the window.
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles);
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles = nullptr);
 
 // The same scan straight from the channel's record (volts) over samples
 // start .. start + count - 1, smoothed with SmoothingNo as SmoothSamples does
@@ -49,7 +50,8 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
 // out while scanning; longer ones are smoothed into `scratch` first.
 int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
-                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch);
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
+                                bool* moreCycles = nullptr);
 
 // Statistics of cycles into the rows of channel ch (see docs/analysis.md for
 // what each row measures). Counts of every row = cycles.size(); rows are

@@ -189,6 +189,28 @@ TEST(RunAnalysis, EntriesDecideChannelsAndMessages) {
     EXPECT_EQ(SignalCheckText(1), "Overflowed or Underflowed or Smaller Ch2 Signal. Check Signal !");
 }
 
+TEST(RunAnalysis, NoteTellsThatTheScanStoppedAtMaxPeriods) {
+    Record r(1000);
+    r.square(0, 50, 25);  // starts high: 18 cycles
+    const std::pair<int32_t, std::string> cases[] = {
+        {5, "stopped at Max Periods (5); the record holds more cycles"},
+        {17, "stopped at Max Periods (17); the record holds more cycles"},
+        {18, ""},
+        {2000000, ""},
+    };
+    for (const auto& [maxCycles, note] : cases) {
+        AnalysisParams p = params({0});
+        p.MaxCycles = maxCycles;
+        AnalysisResults res;
+        res.cycleLimitReached[0] = true;
+        RunAnalysis(r.input(), p, res);
+        EXPECT_EQ(res.note[0], note) << maxCycles;
+        EXPECT_EQ(res.cycleLimitReached[0], !note.empty()) << maxCycles;
+        EXPECT_EQ(res.table.at(0, 2).Counts, std::min(maxCycles, 18)) << maxCycles;
+    }
+    EXPECT_EQ(MaxPeriodsNote(500000), "stopped at Max Periods (500000); the record holds more cycles");
+}
+
 TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     Record r(1000);
     for (int ch = 0; ch < 4; ++ch) r.square(ch, 100, 50);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
@@ -146,6 +147,32 @@ TEST(ExtractCycles, CycleLimit) {
     EXPECT_EQ(CycleLimit(500000), 500000);
     EXPECT_EQ(CycleLimit(2000000000), 500000);
     EXPECT_EQ(CycleLimit(-4), 1);
+}
+
+// At the cycle limit the scan looks one cycle (or pulse) further, recording
+// nothing, to tell whether the window held more.
+TEST(ExtractCycles, CycleLimitTellsWhetherMoreWereLeft) {
+    const auto v = squareWave(200, 5);
+    for (int32_t type : {kTypePeriod, kTypePw, kTypePwPercent}) {
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> all;
+        bool more = true;
+        const int32_t n = ExtractCycles(0, v, 0, settings(type), table, all, &more);
+        ASSERT_EQ(n, 19) << type;
+        EXPECT_FALSE(more);
+        for (int32_t limit : {1, 2, n - 1, n, n + 1}) {
+            ScanSettings s = settings(type);
+            s.MaxCycles = limit;
+            std::vector<CycleRecord> cut;
+            more = !(limit < n);
+            EXPECT_EQ(ExtractCycles(0, v, 0, s, table, cut, &more), std::min(limit, n)) << type << " " << limit;
+            EXPECT_EQ(more, limit < n) << type << " " << limit;
+            for (size_t k = 0; k < cut.size(); ++k)
+                EXPECT_EQ(std::make_tuple(cut[k].PulseWidth, cut[k].Period, cut[k].MidEdge, cut[k].Rms),
+                          std::make_tuple(all[k].PulseWidth, all[k].Period, all[k].MidEdge, all[k].Rms))
+                    << type << " " << limit << " record " << k;
+        }
+    }
 }
 
 TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
