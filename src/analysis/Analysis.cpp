@@ -33,7 +33,7 @@ struct Run {
     bool inUse(int ch) const {
         const ChannelParams& cp = par.channel[static_cast<size_t>(ch)];
         if (cp.DispOff) return false;
-        return par.entry == AnalysisEntry::AnalysisCommon || cp.channelStateOn;
+        return !par.requireStateOn || cp.channelStateOn;
     }
 
     // A channel of a two-channel record has no scale and no samples.
@@ -106,9 +106,7 @@ struct Run {
 }  // namespace
 
 AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results) {
-    Run run{
-        input, params, results, std::max<int32_t>(input.WaveLength, 0), params.entry != AnalysisEntry::CommAnaProcess,
-        {},    {}};
+    Run run{input, params, results, std::max<int32_t>(input.WaveLength, 0), params.produceMessages, {}, {}};
     const int32_t n = run.n;
     AnalysisWorkspace& ws = results.workspace;
     if (ws.lanes.empty()) ws.lanes.resize(1);

@@ -43,21 +43,13 @@ struct AnalysisInput {
     std::array<float, kAnaChannels> Offset{};
 };
 
-// Who started the run: decides which channels are analysed and whether the
-// signal-check messages are produced.
-enum class AnalysisEntry {
-    AnalysisCommon,       // after a transfer: channels not switched off; messages
-    CommAnaProcess,       // limit editor: switched on and state "ON"; no messages
-    LimitPointsKeyPress,  // margin / reject-range change: switched on and state "ON"; messages
-};
-
 struct ChannelParams {
     bool DispOff = false;              // switched off: not analysed, results cleared
     int32_t SignalType = kTypePeriod;  // list index 0..8, 9 = "Gate" (Ch4 only)
     double VRate = 1;
     bool PPCheck = false;
     bool DutyCheck = false;
-    bool channelStateOn = true;  // the channel state reads "ON"
+    bool channelStateOn = true;  // the channel state reads "ON" (see requireStateOn)
 };
 
 struct AnalysisParams {
@@ -72,7 +64,11 @@ struct AnalysisParams {
     bool rejectFlag = false;  // a reject range has been read
     int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
-    AnalysisEntry entry = AnalysisEntry::AnalysisCommon;
+    // The signal-check messages are handed back (not for a quiet re-analysis).
+    bool produceMessages = true;
+    // Only channels whose state reads "ON" are analysed (a re-analysis);
+    // otherwise every channel not switched off is.
+    bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
     int threads = 0;  // 0: one per core (at most one per channel)
 };

@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "analysis/AnalysisTypes.h"
+#include "analysis/CycleStatistics.h"
 
-// Edges, cycles and their statistics for one channel.
+// The hysteresis scan of one channel: edges, cycles and their measurements.
 namespace mervasto {
 
 // What one channel's scan needs besides its samples and levels.
@@ -32,9 +33,6 @@ int32_t CycleLimit(int32_t MaxCycles);
 // ticked, a range was read, and both its ends lie within 1..length - 1.
 bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength);
 
-// Makes room for `limit` cycles so that the scan itself never allocates.
-void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit);
-
 // ExtractCycles: scans the (smoothed) samples of channel ch over the window
 // that starts at sample `start`; window[k] is sample start + k. Levels come
 // from table.at(ch, 0). Replaces `cycles` with the cycles found, clears the
@@ -52,28 +50,5 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
                                 std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
                                 bool* moreCycles = nullptr);
-
-// Statistics of cycles into the rows of channel ch (see docs/analysis.md for
-// what each row measures). Counts of every row = cycles.size(); rows are
-// marked Valid when there is at least one cycle.
-void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec, double VRate,
-                     ChannelResultTable& table);
-
-// Zeroes the statistics, counts and flags of every row of the channel;
-// levels, window and limits stay.
-void ClearChannelResult(ChannelResultTable& table, int ch);
-
-// Largest and smallest of samples first..last (both included). An index
-// outside the samples is a Subscript RuntimeError.
-void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue, double& minValue);
-
-// Largest sample of startaddress + 1 .. endaddress - 1 and where it is (the
-// later index on equal values); the sample at startaddress itself is never
-// looked at. -1e30 when that range is empty, 0 with MaxAddress untouched when
-// the wave has no samples.
-double Get_Wave_Max(std::span<const float> wave, int32_t startaddress, int32_t endaddress, int32_t& MaxAddress);
-
-// Largest cycle count in the rows of Ch1..Ch4, at least 1.
-int32_t GetMaxPeriod(const ChannelResultTable& table);
 
 }  // namespace mervasto

@@ -158,33 +158,33 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
     }
 }
 
-TEST(RunAnalysis, EntriesDecideChannelsAndMessages) {
+TEST(RunAnalysis, StateAndMessageSwitchesDecideChannelsAndMessages) {
     struct Case {
-        AnalysisEntry entry;
-        bool stateOn, analysed;
+        bool produceMessages, requireStateOn, stateOn, analysed;
         size_t messages;
     };
     const Case cases[] = {
-        {AnalysisEntry::AnalysisCommon, false, true, 1},       {AnalysisEntry::AnalysisCommon, true, true, 1},
-        {AnalysisEntry::CommAnaProcess, false, false, 0},      {AnalysisEntry::CommAnaProcess, true, true, 0},
-        {AnalysisEntry::LimitPointsKeyPress, false, false, 0}, {AnalysisEntry::LimitPointsKeyPress, true, true, 1},
+        {true, false, false, true, 1},  {true, false, true, true, 1},  {false, true, false, false, 0},
+        {false, true, true, true, 0},   {true, true, false, false, 0}, {true, true, true, true, 1},
+        {false, false, false, true, 0},
     };
     for (const auto& c : cases) {
         Record r(1000);
         r.square(1, 50, 25);  // starts high: 19 rising edges, 18 cycles
         for (int32_t i = 300; i < 700; ++i) r.volts[3][static_cast<size_t>(i)] = 0.1f;  // gate too small
         AnalysisParams p = params({1, 3}, true);
-        p.entry = c.entry;
+        p.produceMessages = c.produceMessages;
+        p.requireStateOn = c.requireStateOn;
         for (auto& ch : p.channel) ch.channelStateOn = c.stateOn;
         AnalysisResults res;
         res.table.at(1, 2).Counts = 3;
         res.cycles.channel[1].resize(3);
         const AnalysisOutcome out = RunAnalysis(r.input(), p, res);
-        const int entry = static_cast<int>(c.entry);
-        EXPECT_EQ(res.table.at(1, 2).Counts, c.analysed ? 18 : 0) << entry << c.stateOn;
+        const int mode = 2 * c.produceMessages + c.requireStateOn;
+        EXPECT_EQ(res.table.at(1, 2).Counts, c.analysed ? 18 : 0) << mode << c.stateOn;
         EXPECT_EQ(static_cast<int32_t>(res.cycles.channel[1].size()), res.table.at(1, 2).Counts);
-        EXPECT_EQ(out.messages.size(), c.messages) << entry << c.stateOn;
-        EXPECT_EQ(res.note[3], c.analysed ? kNoteGateLevelsClose : "") << entry << c.stateOn;
+        EXPECT_EQ(out.messages.size(), c.messages) << mode << c.stateOn;
+        EXPECT_EQ(res.note[3], c.analysed ? kNoteGateLevelsClose : "") << mode << c.stateOn;
     }
     EXPECT_EQ(SignalCheckText(1), "Overflowed or Underflowed or Smaller Ch2 Signal. Check Signal !");
 }

@@ -9,7 +9,6 @@
 
 #include "analysis/EdgeScan.h"
 #include "analysis/Smoothing.h"
-#include "common/RuntimeError.h"
 
 namespace mervasto {
 namespace {
@@ -281,31 +280,6 @@ TEST(ExtractCycles, NoCyclesClearsTheStatisticsOnly) {
               std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, int16_t{0}, int16_t{0}));
     EXPECT_EQ(r.UL, 77);
     EXPECT_EQ(table.at(0, 0).Level, 5);
-}
-
-TEST(WaveHelpers, MaxMinAndMaxPeriod) {
-    const std::vector<float> w = {5, 1, 3, 3, 2};
-    int32_t at = 77;
-    EXPECT_EQ(Get_Wave_Max(w, 0, 4, at), 3);  // sample 0 is never looked at
-    EXPECT_EQ(at, 3);                         // the later of equal values
-    EXPECT_EQ(Get_Wave_Max(w, 0, 1, at), -1e30);
-    EXPECT_EQ(at, 0);
-    EXPECT_EQ(Get_Wave_Max(std::vector<float>{0, 1, 2, 9}, 0, 3, at), 2);  // end excluded
-    at = 77;
-    EXPECT_EQ(Get_Wave_Max(std::vector<float>{}, 0, 3, at), 0);
-    EXPECT_EQ(at, 77);
-    EXPECT_THROW(Get_Wave_Max(w, 0, 9, at), RuntimeError);
-
-    double mx = 0, mn = 0;
-    GetMinMaxInRange(std::vector<float>{3, -1, 4, 1, 5}, 1, 3, mx, mn);
-    EXPECT_EQ(std::make_pair(mx, mn), std::make_pair(4.0, -1.0));
-    EXPECT_THROW(GetMinMaxInRange(w, 2, 5, mx, mn), RuntimeError);
-
-    ChannelResultTable t;
-    EXPECT_EQ(GetMaxPeriod(t), 1);
-    t.at(2, 3).Counts = 42;
-    t.at(4, 1).Counts = 100;  // rows past Ch4 do not count
-    EXPECT_EQ(GetMaxPeriod(t), 42);
 }
 
 // The scan straight from the record (averages worked out on the way, in a
