@@ -38,8 +38,8 @@ struct ChannelResult {
     double Mean = 0;
     double Sigma = 0;
     int32_t Counts = 0;
-    int16_t Go = 0;       // verdict of the count against LL/UL (-1 = "Go")
-    int16_t Valid = 0;    // -1 when the statistics hold a measurement
+    bool Go = false;      // the count lies within LL/UL
+    bool Valid = false;   // the statistics hold a measurement
     float HighLevel = 0;  // V
     float LowLevel = 0;   // V
     float Level = 0;      // V, decision level

@@ -23,7 +23,7 @@ struct Running {
         r.Max = mx;
         r.Mean = sum / count;
         r.Sigma = std::sqrt(std::fabs(sumSquares / count - r.Mean * r.Mean));
-        r.Valid = -1;
+        r.Valid = true;
     }
 };
 
@@ -75,8 +75,8 @@ void ClearChannelResult(ChannelResultTable& table, int ch) {
         ChannelResult& r = table.at(ch, kind);
         r.Min = r.Max = r.Mean = r.Sigma = 0;
         r.Counts = 0;
-        r.Go = 0;
-        r.Valid = 0;
+        r.Go = false;
+        r.Valid = false;
     }
 }
 

@@ -218,7 +218,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     p.channel[3].SignalType = kTypeGate;  // switched off: cleared, and no gate
     AnalysisResults res;
     for (int ch = 1; ch < 4; ++ch) {
-        res.table.at(ch, 2) = ChannelResult{1, 2, 3, 4, 5, -1, -1};
+        res.table.at(ch, 2) = ChannelResult{1, 2, 3, 4, 5, true, true};
         res.table.at(ch, 2).LL = 4;
         res.table.at(ch, 0).HighLevel = 3;
         res.cycles.channel[static_cast<size_t>(ch)].resize(5);
@@ -229,7 +229,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     EXPECT_TRUE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
     for (int ch = 1; ch < 4; ++ch) {
         const ChannelResult& c = res.table.at(ch, 2);
-        EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, int16_t{0}, 4)) << ch;
+        EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, false, 4)) << ch;
         EXPECT_EQ(res.table.at(ch, 0).HighLevel, 3) << ch;  // levels stay
         EXPECT_TRUE(res.cycles.channel[static_cast<size_t>(ch)].empty()) << ch;
     }

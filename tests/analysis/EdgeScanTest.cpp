@@ -253,7 +253,7 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         EXPECT_TRUE(near(rowOf(table.at(0, 1)), duty)) << type;
         for (int kind = 0; kind < kKinds; ++kind) {
             EXPECT_EQ(table.at(0, kind).Counts, 2);
-            EXPECT_EQ(table.at(0, kind).Valid, -1);
+            EXPECT_TRUE(table.at(0, kind).Valid);
         }
         if (type != kTypePeriod) continue;
         EXPECT_EQ(cycles[0].MaxValue, 12);
@@ -270,14 +270,14 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
 
 TEST(ExtractCycles, NoCyclesClearsTheStatisticsOnly) {
     auto table = levelsTable(0);
-    table.at(0, 2) = ChannelResult{5, 6, 7, 8, 9, -1, -1};
+    table.at(0, 2) = ChannelResult{5, 6, 7, 8, 9, true, true};
     table.at(0, 2).UL = 77;
     std::vector<CycleRecord> cycles(3);
     EXPECT_EQ(ExtractCycles(0, std::vector<float>(50, 10.0f), 0, settings(), table, cycles), 0);
     EXPECT_TRUE(cycles.empty());
     const ChannelResult& r = table.at(0, 2);
     EXPECT_EQ(std::make_tuple(r.Min, r.Max, r.Mean, r.Sigma, r.Counts, r.Go, r.Valid),
-              std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, int16_t{0}, int16_t{0}));
+              std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, false, false));
     EXPECT_EQ(r.UL, 77);
     EXPECT_EQ(table.at(0, 0).Level, 5);
 }
