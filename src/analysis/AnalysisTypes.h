@@ -63,11 +63,25 @@ struct ChannelResultTable {
     }
 };
 
-// One cycle (or pulse) of one channel. Times in samples, volts in volts.
+// One cycle (or pulse) of one channel. Times in samples, volts in volts;
+// edges are sample numbers of the record.
+//
+// Period types: FirstEdge, MidEdge, LastEdge are the rising, falling and
+// next rising edge of the cycle, and every field describes that cycle.
+//
+// Pulse types ("P.W.(%)", "P.W."): record n is pulse n. FirstEdge and
+// LastEdge are the rising and falling edge of pulse n, which PulseWidth
+// measures. Period, Duty, Ample, Freq, Rms, MaxValue, MinValue and MidEdge
+// belong to the cycle that began with pulse n - 1: it runs from record
+// n - 1's FirstEdge through MidEdge (the falling edge of pulse n - 1) to this
+// record's FirstEdge. Where that cycle does not exist (record 0, the first
+// pulse after a reject range) those fields are 0.
 struct CycleRecord {
     double Ample = 0;
     double Duty = 0;
     int32_t MidEdge = 0;
+    int32_t FirstEdge = 0;
+    int32_t LastEdge = 0;
     double PulseWidth = 0;
     double Period = 0;
     double Freq = 0;

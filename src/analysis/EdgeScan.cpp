@@ -85,7 +85,10 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
         edge[k++] = e;
         if (k == 2 && pulse) {
             if (full) return more = true;
-            cycles[static_cast<size_t>(cycle)].PulseWidth = edge[1] - edge[0];
+            CycleRecord& c = cycles[static_cast<size_t>(cycle)];
+            c.PulseWidth = edge[1] - edge[0];
+            c.FirstEdge = start + edge[0];
+            c.LastEdge = start + edge[1];
             if (++cycle >= limit)
                 full = true;
             else
@@ -108,6 +111,10 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
             c.MinValue = m.minValue;
             c.Ample = m.maxValue - m.minValue;
             c.MidEdge = start + e1;
+            if (!pulse) {
+                c.FirstEdge = start + e0;
+                c.LastEdge = start + e2;
+            }
             const double seconds = sampleSec * period;
             c.Freq = seconds != 0 ? 1.0 / seconds : 0.0;
             c.Rms = std::sqrt(m.sumSquares / period);

@@ -130,6 +130,65 @@ TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
     EXPECT_EQ(scanEdges(v, settings(kTypePeriod)), (std::vector<Edges>{{2, 4, 6}, {6, 10, 14}}));
 }
 
+// What a wave view needs to mark "cycle n": the edges each record holds, and
+// for pulse types the one-record shift between the pulse and the cycle.
+TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
+    using Rec = std::array<int32_t, 4>;  // FirstEdge, MidEdge, LastEdge, Period
+    const std::vector<float> pulses = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};  // 2 4 6 10 14 16
+    struct Case {
+        const char* name;
+        std::vector<float> v;
+        int32_t type, start;
+        bool reject;
+        std::vector<Rec> want;
+    };
+    const std::vector<Case> cases = {
+        {"period", pulses, kTypePeriod, 0, false, {{2, 4, 6, 4}, {6, 10, 14, 8}}},
+        {"period, late window", pulses, kTypeDuty, 1000, false, {{1002, 1004, 1006, 4}, {1006, 1010, 1014, 8}}},
+        {"pulse: record n's period ends at its pulse",
+         pulses,
+         kTypePw,
+         0,
+         false,
+         {{2, 0, 4, 0}, {6, 4, 10, 4}, {14, 10, 16, 8}}},
+        {"pulse, late window",
+         pulses,
+         kTypePwPercent,
+         500,
+         false,
+         {{502, 0, 504, 0}, {506, 504, 510, 4}, {514, 510, 516, 8}}},
+        // Edges 4 10 14 20 | rejected 22..37 | 44 50 54.
+        {"pulse after a reject range has no cycle before it",
+         squareWave(60, 5),
+         kTypePw,
+         0,
+         true,
+         {{4, 0, 10, 0}, {14, 10, 20, 10}, {44, 0, 50, 0}}},
+    };
+    for (const auto& c : cases) {
+        ScanSettings s = settings(c.type);
+        s.OmitRangeEffect = s.rejectFlag = c.reject;
+        s.rejectStart = 22;
+        s.rejectEnd = 37;
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> cycles;
+        ExtractCycles(0, c.v, c.start, s, table, cycles);
+        std::vector<Rec> got;
+        for (const auto& r : cycles)
+            got.push_back({r.FirstEdge, r.MidEdge, r.LastEdge, static_cast<int32_t>(r.Period)});
+        EXPECT_EQ(got, c.want) << c.name;
+        // The rule a view relies on: a pulse record's cycle runs from the
+        // previous record's first edge to its own.
+        const bool pulse = c.type == kTypePw || c.type == kTypePwPercent;
+        for (size_t n = 1; pulse && n < cycles.size(); ++n) {
+            if (cycles[n].Period == 0) continue;
+            EXPECT_EQ(cycles[n].Period, cycles[n].FirstEdge - cycles[n - 1].FirstEdge) << c.name << n;
+            EXPECT_EQ(cycles[n].Duty * cycles[n].Period / 100, cycles[n].MidEdge - cycles[n - 1].FirstEdge)
+                << c.name << n;
+        }
+    }
+}
+
 TEST(ExtractCycles, CycleLimit) {
     const auto v = squareWave(200, 5);  // 19 cycles, 19 pulses
     const std::array<int32_t, 3> cases[] = {{kTypePeriod, 1, 1}, {kTypePw, 1, 1},         {kTypePeriod, 3, 3},
