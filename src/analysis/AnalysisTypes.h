@@ -80,14 +80,15 @@ struct CycleRecord {
     double Ample = 0;
     double Duty = 0;
     int32_t MidEdge = 0;
-    int32_t FirstEdge = 0;
-    int32_t LastEdge = 0;
     double PulseWidth = 0;
     double Period = 0;
     double Freq = 0;
     double Rms = 0;
     double MaxValue = 0;
     double MinValue = 0;
+    // Last, so that positional initialisers of the fields above still fit.
+    int32_t FirstEdge = 0;
+    int32_t LastEdge = 0;
 };
 
 // Cycle records per channel, index = cycle number.

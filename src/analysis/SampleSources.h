@@ -165,7 +165,10 @@ private:
     }
 };
 
-constexpr int kLanes = 16;
+// Sample 16k + r goes to partial sum q[r] (the last few to q[0], q[1], ...),
+// so the loop does not wait on one chain of additions; finish combines them
+// pairwise in a fixed tree.
+inline constexpr int kLanes = 16;
 
 inline SpanMeasure finish(const double* q, float mx, float mn) {
     const double a = ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]));
