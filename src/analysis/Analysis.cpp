@@ -15,6 +15,10 @@ std::string SignalCheckText(int ch) {
     return std::string(kSignalCheckTextHead) + std::to_string(ch + 1) + kSignalCheckTextTail;
 }
 
+std::string MaxPeriodsNote(int32_t limit) {
+    return std::string(kNoteMaxPeriodsHead) + std::to_string(limit) + kNoteMaxPeriodsTail;
+}
+
 namespace {
 
 struct Run {
@@ -29,7 +33,7 @@ struct Run {
     bool inUse(int ch) const {
         const ChannelParams& cp = par.channel[static_cast<size_t>(ch)];
         if (cp.DispOff) return false;
-        return par.entry == AnalysisEntry::AnalysisCommon || cp.channelStateOn;
+        return !par.requireStateOn || cp.channelStateOn;
     }
 
     // A channel of a two-channel record has no scale and no samples.
@@ -91,21 +95,23 @@ struct Run {
         s.rejectFlag = par.rejectFlag;
         s.rejectStart = par.rejectStart;
         s.rejectEnd = par.rejectEnd;
+        bool more = false;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
-                                res.table, res.cycles.channel[c], lane.smoothed);
+                                res.table, res.cycles.channel[c], lane.smoothed, &more);
+        res.cycleLimitReached[c] = more;
+        if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
 };
 
 }  // namespace
 
 AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& params, AnalysisResults& results) {
-    Run run{
-        input, params, results, std::max<int32_t>(input.WaveLength, 0), params.entry != AnalysisEntry::CommAnaProcess,
-        {},    {}};
+    Run run{input, params, results, std::max<int32_t>(input.WaveLength, 0), params.produceMessages, {}, {}};
     const int32_t n = run.n;
     AnalysisWorkspace& ws = results.workspace;
     if (ws.lanes.empty()) ws.lanes.resize(1);
     for (auto& note : results.note) note.clear();
+    results.cycleLimitReached.fill(false);
 
     ChannelResult& w = results.table.at(3, 0);
     w.GateStart = 0;

@@ -24,6 +24,11 @@ inline constexpr const char* kCompletedAnalysis = "Completed Analysis.";
 // Why a channel has no results although it is switched on.
 inline constexpr const char* kNoteLevelsClose = "levels closer than 1/3 div";
 inline constexpr const char* kNoteGateLevelsClose = "gate levels closer than 1/3 div";
+// A channel with results whose scan ended at the cycle limit with more cycles
+// left: kNoteMaxPeriodsHead + limit + kNoteMaxPeriodsTail. No comma, so that
+// it stands as one field in comma-separated output.
+inline constexpr const char* kNoteMaxPeriodsHead = "stopped at Max Periods (";
+inline constexpr const char* kNoteMaxPeriodsTail = "); the record holds more cycles";
 
 // The record as the analysis sees it. volts[ch] and raw[ch] must hold at
 // least WaveLength samples, otherwise the channel gives no results.
@@ -38,21 +43,13 @@ struct AnalysisInput {
     std::array<float, kAnaChannels> Offset{};
 };
 
-// Who started the run: decides which channels are analysed and whether the
-// signal-check messages are produced.
-enum class AnalysisEntry {
-    AnalysisCommon,       // after a transfer: channels not switched off; messages
-    CommAnaProcess,       // limit editor: switched on and state "ON"; no messages
-    LimitPointsKeyPress,  // margin / reject-range change: switched on and state "ON"; messages
-};
-
 struct ChannelParams {
     bool DispOff = false;              // switched off: not analysed, results cleared
     int32_t SignalType = kTypePeriod;  // list index 0..8, 9 = "Gate" (Ch4 only)
     double VRate = 1;
     bool PPCheck = false;
     bool DutyCheck = false;
-    bool channelStateOn = true;  // the channel state reads "ON"
+    bool channelStateOn = true;  // the channel state reads "ON" (see requireStateOn)
 };
 
 struct AnalysisParams {
@@ -67,7 +64,11 @@ struct AnalysisParams {
     bool rejectFlag = false;  // a reject range has been read
     int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
-    AnalysisEntry entry = AnalysisEntry::AnalysisCommon;
+    // The signal-check messages are handed back (not for a quiet re-analysis).
+    bool produceMessages = true;
+    // Only channels whose state reads "ON" are analysed (a re-analysis);
+    // otherwise every channel not switched off is.
+    bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
     int threads = 0;  // 0: one per core (at most one per channel)
 };
@@ -86,8 +87,13 @@ struct AnalysisWorkspace {
 // to the channels it analyses or clears (see docs/analysis.md).
 struct AnalysisResults {
     ChannelResultTable table;
-    CycleTable cycles;                           // cycles[ch].size() == Counts
-    std::array<std::string, kAnaChannels> note;  // why a channel has no results; empty otherwise
+    CycleTable cycles;  // cycles[ch].size() == Counts
+    // Why a channel has no results, or that its scan stopped at the cycle
+    // limit; empty otherwise.
+    std::array<std::string, kAnaChannels> note;
+    // The scan stopped at the cycle limit and the window holds more cycles
+    // (the note says so; the channel has results).
+    std::array<bool, kAnaChannels> cycleLimitReached{};
     AnalysisWorkspace workspace;
 };
 
@@ -102,5 +108,8 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
 
 // "Overflowed or Underflowed or Smaller Ch<n> Signal. Check Signal !"
 std::string SignalCheckText(int ch);
+
+// "stopped at Max Periods (<limit>); the record holds more cycles"
+std::string MaxPeriodsNote(int32_t limit);
 
 }  // namespace mervasto

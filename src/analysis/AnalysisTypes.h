@@ -38,8 +38,8 @@ struct ChannelResult {
     double Mean = 0;
     double Sigma = 0;
     int32_t Counts = 0;
-    int16_t Go = 0;       // verdict of the count against LL/UL (-1 = "Go")
-    int16_t Valid = 0;    // -1 when the statistics hold a measurement
+    bool Go = false;      // the count lies within LL/UL
+    bool Valid = false;   // the statistics hold a measurement
     float HighLevel = 0;  // V
     float LowLevel = 0;   // V
     float Level = 0;      // V, decision level
@@ -63,7 +63,19 @@ struct ChannelResultTable {
     }
 };
 
-// One cycle (or pulse) of one channel. Times in samples, volts in volts.
+// One cycle (or pulse) of one channel. Times in samples, volts in volts;
+// edges are sample numbers of the record.
+//
+// Period types: FirstEdge, MidEdge, LastEdge are the rising, falling and
+// next rising edge of the cycle, and every field describes that cycle.
+//
+// Pulse types ("P.W.(%)", "P.W."): record n is pulse n. FirstEdge and
+// LastEdge are the rising and falling edge of pulse n, which PulseWidth
+// measures. Period, Duty, Ample, Freq, Rms, MaxValue, MinValue and MidEdge
+// belong to the cycle that began with pulse n - 1: it runs from record
+// n - 1's FirstEdge through MidEdge (the falling edge of pulse n - 1) to this
+// record's FirstEdge. Where that cycle does not exist (record 0, the first
+// pulse after a reject range) those fields are 0.
 struct CycleRecord {
     double Ample = 0;
     double Duty = 0;
@@ -74,6 +86,9 @@ struct CycleRecord {
     double Rms = 0;
     double MaxValue = 0;
     double MinValue = 0;
+    // Last, so that positional initialisers of the fields above still fit.
+    int32_t FirstEdge = 0;
+    int32_t LastEdge = 0;
 };
 
 // Cycle records per channel, index = cycle number.

@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "analysis/AnalysisTypes.h"
+#include "analysis/CycleStatistics.h"
 
-// Edges, cycles and their statistics for one channel.
+// The hysteresis scan of one channel: edges, cycles and their measurements.
 namespace mervasto {
 
 // What one channel's scan needs besides its samples and levels.
@@ -32,16 +33,14 @@ int32_t CycleLimit(int32_t MaxCycles);
 // ticked, a range was read, and both its ends lie within 1..length - 1.
 bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength);
 
-// Makes room for `limit` cycles so that the scan itself never allocates.
-void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit);
-
 // ExtractCycles: scans the (smoothed) samples of channel ch over the window
 // that starts at sample `start`; window[k] is sample start + k. Levels come
 // from table.at(ch, 0). Replaces `cycles` with the cycles found, clears the
 // channel's statistics and summarises the cycles into rows 0..6. Returns the
-// number of cycles.
+// number of cycles. *moreCycles, when given, tells whether the scan stopped at
+// the cycle limit with at least one more whole cycle left in the window.
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles);
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles = nullptr);
 
 // The same scan straight from the channel's record (volts) over samples
 // start .. start + count - 1, smoothed with SmoothingNo as SmoothSamples does
@@ -49,29 +48,7 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
 // out while scanning; longer ones are smoothed into `scratch` first.
 int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
-                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch);
-
-// Statistics of cycles into the rows of channel ch (see docs/analysis.md for
-// what each row measures). Counts of every row = cycles.size(); rows are
-// marked Valid when there is at least one cycle.
-void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cycles, float SampleSec, double VRate,
-                     ChannelResultTable& table);
-
-// Zeroes the statistics, counts and flags of every row of the channel;
-// levels, window and limits stay.
-void ClearChannelResult(ChannelResultTable& table, int ch);
-
-// Largest and smallest of samples first..last (both included). An index
-// outside the samples is a Subscript RuntimeError.
-void GetMinMaxInRange(std::span<const float> wave, int32_t first, int32_t last, double& maxValue, double& minValue);
-
-// Largest sample of startaddress + 1 .. endaddress - 1 and where it is (the
-// later index on equal values); the sample at startaddress itself is never
-// looked at. -1e30 when that range is empty, 0 with MaxAddress untouched when
-// the wave has no samples.
-double Get_Wave_Max(std::span<const float> wave, int32_t startaddress, int32_t endaddress, int32_t& MaxAddress);
-
-// Largest cycle count in the rows of Ch1..Ch4, at least 1.
-int32_t GetMaxPeriod(const ChannelResultTable& table);
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
+                                bool* moreCycles = nullptr);
 
 }  // namespace mervasto

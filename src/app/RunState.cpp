@@ -119,7 +119,8 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.rejectFlag = settings.RejectRangeSet;
     p.rejectStart = settings.RejectStart;
     p.rejectEnd = settings.RejectEnd;
-    p.entry = entry;
+    p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
+    p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
     return p;
 }

@@ -31,6 +31,14 @@ inline constexpr const char* kInputTypeFile = "FILE";
 inline constexpr const char* kInputTypeDso = "DSO";
 inline constexpr const char* kConfirmationTitle = "Confirmation";
 
+// Which handler started an analysis: decides the channels analysed and
+// whether the signal-check messages are shown.
+enum class AnalysisEntry {
+    AnalysisCommon,       // after a transfer: channels not switched off; messages
+    CommAnaProcess,       // limit editor: switched on and state "ON"; no messages
+    LimitPointsKeyPress,  // margin / reject-range change: switched on and state "ON"; messages
+};
+
 // The one owner of everything a run touches: the settings, the record and the
 // instrument's setup, the analysis results, the grids, the link and the run
 // flags. The main window and the command line each hold one; the windows are

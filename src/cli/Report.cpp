@@ -41,7 +41,9 @@ void printGrid(std::ostream& out, const Grid& grid) {
 bool analysedChannel(const RunState& state, int ch) {
     const auto& c = state.settings.channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
-    return state.results.note[static_cast<size_t>(ch)].empty() &&
+    // A channel cut at "Max Periods" has a note and results.
+    return (state.results.note[static_cast<size_t>(ch)].empty() ||
+            state.results.cycleLimitReached[static_cast<size_t>(ch)]) &&
            static_cast<int32_t>(state.record.raw[static_cast<size_t>(ch)].size()) >= state.record.WaveLength &&
            state.record.WaveLength > 0;
 }

@@ -61,7 +61,7 @@ void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDis
         texts[kCycleColLL] = std::to_string(r.LL);
         texts[kCycleColUL] = std::to_string(r.UL);
     }
-    const bool go = r.Go != 0;
+    const bool go = r.Go;
     texts[kCycleColVerdict] = go ? kVerdictGo : kVerdictNg;
     SetGridRow(grid, row, 0, kCycleGridCols - 1, texts);
     for (int32_t c = 0; c < kCycleGridCols; ++c) grid.setCellColour(row, c, channelColour(cd));
@@ -73,7 +73,7 @@ void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDis
 bool JudgeCount(int32_t count, int32_t LL, int32_t UL) { return !(count > UL || count < LL); }
 
 void JudgeAll(ChannelResultTable& table) {
-    for (ChannelResult& r : table.cell) r.Go = JudgeCount(r.Counts, r.LL, r.UL) ? int16_t{-1} : int16_t{0};
+    for (ChannelResult& r : table.cell) r.Go = JudgeCount(r.Counts, r.LL, r.UL);
 }
 
 ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table) {
@@ -129,7 +129,7 @@ std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays
     grid.setRows(1 + static_cast<int32_t>(rows.size()));
     for (size_t i = 0; i < rows.size(); ++i) {
         ChannelResult& r = table.at(rows[i].channel, rows[i].kind);
-        r.Go = JudgeCount(r.Counts, r.LL, r.UL) ? int16_t{-1} : int16_t{0};
+        r.Go = JudgeCount(r.Counts, r.LL, r.UL);
         writeRow(grid, 1 + static_cast<int32_t>(i), rows[i], channels[static_cast<size_t>(rows[i].channel)], r);
     }
     return rows;
@@ -144,10 +144,10 @@ bool EditDetailCycleLimit(Grid& grid, const std::vector<CycleGridRow>& rows, con
     const int32_t value = ToInt32(Val(text));
     ChannelResult& r = table.at(ref.channel, ref.kind);
     (col == kCycleColLL ? r.LL : r.UL) = value;
-    r.Go = JudgeCount(r.Counts, r.LL, r.UL) ? int16_t{-1} : int16_t{0};
+    r.Go = JudgeCount(r.Counts, r.LL, r.UL);
     RedrawOff off(grid);
     writeRow(grid, row, ref, channels[static_cast<size_t>(ref.channel)], r);
-    if (r.Go == 0) GenNGPulse(0, true);
+    if (!r.Go) GenNGPulse(0, true);
     return true;
 }
 

@@ -148,7 +148,7 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
         }
         if (cd.shown()) {
             const ChannelResult& r = table.at(ch, 2);
-            if (r.Valid != 0) {
+            if (r.Valid) {
                 const UnitPair u = ResultUnits(cd.typeIndex);
                 texts[0] = siText(r.Min, u.first);
                 texts[1] = siText(r.Max, u.first);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <vector>
@@ -89,6 +90,40 @@ TEST(RunAnalysis, GateWindowWithAndWithoutMargin) {
     }
 }
 
+// A gate that opens at an odd sample: the cycles inside it are the same
+// cycles, with the same rms, as those of the whole record.
+TEST(RunAnalysis, GateOpeningAtAnOddSampleKeepsTheEdges) {
+    Record r(1200);
+    // Rises and falls over 20 samples in steps of 0.25 V: every edge is found
+    // on the band path, and its walk through the band ends on a tie.
+    for (size_t i = 0; i < 1200; ++i) {
+        const int32_t t = static_cast<int32_t>(i % 80);
+        const float up = std::min(5.0f, 0.25f * static_cast<float>(t));
+        r.volts[0][i] = t < 40 ? up : std::max(0.0f, 5.0f - 0.25f * static_cast<float>(t - 40));
+    }
+    AnalysisResults whole;
+    RunAnalysis(r.input(), params({0}), whole);
+    ASSERT_GT(whole.cycles.channel[0].size(), 10u);
+    for (int32_t opens : {101, 200}) {
+        Record g = r;
+        std::fill(g.volts[3].begin(), g.volts[3].end(), 0.0f);
+        for (int32_t i = opens; i < opens + 700; ++i) g.volts[3][static_cast<size_t>(i)] = 5;
+        AnalysisResults gated;
+        RunAnalysis(g.input(), params({0, 3}, true), gated);
+        ASSERT_EQ(gated.table.at(3, 0).AnaStart, opens - 1);
+        const auto& in = gated.cycles.channel[0];
+        ASSERT_GT(in.size(), 5u) << opens;
+        for (const auto& c : in) {
+            const auto same = std::find_if(whole.cycles.channel[0].begin(), whole.cycles.channel[0].end(),
+                                           [&](const CycleRecord& w) { return w.MidEdge == c.MidEdge; });
+            ASSERT_NE(same, whole.cycles.channel[0].end()) << opens << " " << c.MidEdge;
+            EXPECT_EQ(std::make_tuple(c.PulseWidth, c.Period, c.Rms),
+                      std::make_tuple(same->PulseWidth, same->Period, same->Rms))
+                << opens << " " << c.MidEdge;
+        }
+    }
+}
+
 // Levels a third of a division apart: with a large offset the float levels
 // are exactly a third apart; without, just below or just above.
 TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
@@ -123,35 +158,57 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
     }
 }
 
-TEST(RunAnalysis, EntriesDecideChannelsAndMessages) {
+TEST(RunAnalysis, StateAndMessageSwitchesDecideChannelsAndMessages) {
     struct Case {
-        AnalysisEntry entry;
-        bool stateOn, analysed;
+        bool produceMessages, requireStateOn, stateOn, analysed;
         size_t messages;
     };
     const Case cases[] = {
-        {AnalysisEntry::AnalysisCommon, false, true, 1},       {AnalysisEntry::AnalysisCommon, true, true, 1},
-        {AnalysisEntry::CommAnaProcess, false, false, 0},      {AnalysisEntry::CommAnaProcess, true, true, 0},
-        {AnalysisEntry::LimitPointsKeyPress, false, false, 0}, {AnalysisEntry::LimitPointsKeyPress, true, true, 1},
+        {true, false, false, true, 1},  {true, false, true, true, 1},  {false, true, false, false, 0},
+        {false, true, true, true, 0},   {true, true, false, false, 0}, {true, true, true, true, 1},
+        {false, false, false, true, 0},
     };
     for (const auto& c : cases) {
         Record r(1000);
         r.square(1, 50, 25);  // starts high: 19 rising edges, 18 cycles
         for (int32_t i = 300; i < 700; ++i) r.volts[3][static_cast<size_t>(i)] = 0.1f;  // gate too small
         AnalysisParams p = params({1, 3}, true);
-        p.entry = c.entry;
+        p.produceMessages = c.produceMessages;
+        p.requireStateOn = c.requireStateOn;
         for (auto& ch : p.channel) ch.channelStateOn = c.stateOn;
         AnalysisResults res;
         res.table.at(1, 2).Counts = 3;
         res.cycles.channel[1].resize(3);
         const AnalysisOutcome out = RunAnalysis(r.input(), p, res);
-        const int entry = static_cast<int>(c.entry);
-        EXPECT_EQ(res.table.at(1, 2).Counts, c.analysed ? 18 : 0) << entry << c.stateOn;
+        const int mode = 2 * c.produceMessages + c.requireStateOn;
+        EXPECT_EQ(res.table.at(1, 2).Counts, c.analysed ? 18 : 0) << mode << c.stateOn;
         EXPECT_EQ(static_cast<int32_t>(res.cycles.channel[1].size()), res.table.at(1, 2).Counts);
-        EXPECT_EQ(out.messages.size(), c.messages) << entry << c.stateOn;
-        EXPECT_EQ(res.note[3], c.analysed ? kNoteGateLevelsClose : "") << entry << c.stateOn;
+        EXPECT_EQ(out.messages.size(), c.messages) << mode << c.stateOn;
+        EXPECT_EQ(res.note[3], c.analysed ? kNoteGateLevelsClose : "") << mode << c.stateOn;
     }
     EXPECT_EQ(SignalCheckText(1), "Overflowed or Underflowed or Smaller Ch2 Signal. Check Signal !");
+}
+
+TEST(RunAnalysis, NoteTellsThatTheScanStoppedAtMaxPeriods) {
+    Record r(1000);
+    r.square(0, 50, 25);  // starts high: 18 cycles
+    const std::pair<int32_t, std::string> cases[] = {
+        {5, "stopped at Max Periods (5); the record holds more cycles"},
+        {17, "stopped at Max Periods (17); the record holds more cycles"},
+        {18, ""},
+        {2000000, ""},
+    };
+    for (const auto& [maxCycles, note] : cases) {
+        AnalysisParams p = params({0});
+        p.MaxCycles = maxCycles;
+        AnalysisResults res;
+        res.cycleLimitReached[0] = true;
+        RunAnalysis(r.input(), p, res);
+        EXPECT_EQ(res.note[0], note) << maxCycles;
+        EXPECT_EQ(res.cycleLimitReached[0], !note.empty()) << maxCycles;
+        EXPECT_EQ(res.table.at(0, 2).Counts, std::min(maxCycles, 18)) << maxCycles;
+    }
+    EXPECT_EQ(MaxPeriodsNote(500000), "stopped at Max Periods (500000); the record holds more cycles");
 }
 
 TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
@@ -161,7 +218,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     p.channel[3].SignalType = kTypeGate;  // switched off: cleared, and no gate
     AnalysisResults res;
     for (int ch = 1; ch < 4; ++ch) {
-        res.table.at(ch, 2) = ChannelResult{1, 2, 3, 4, 5, -1, -1};
+        res.table.at(ch, 2) = ChannelResult{1, 2, 3, 4, 5, true, true};
         res.table.at(ch, 2).LL = 4;
         res.table.at(ch, 0).HighLevel = 3;
         res.cycles.channel[static_cast<size_t>(ch)].resize(5);
@@ -172,7 +229,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     EXPECT_TRUE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
     for (int ch = 1; ch < 4; ++ch) {
         const ChannelResult& c = res.table.at(ch, 2);
-        EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, int16_t{0}, 4)) << ch;
+        EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, false, 4)) << ch;
         EXPECT_EQ(res.table.at(ch, 0).HighLevel, 3) << ch;  // levels stay
         EXPECT_TRUE(res.cycles.channel[static_cast<size_t>(ch)].empty()) << ch;
     }

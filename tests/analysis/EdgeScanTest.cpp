@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
@@ -8,7 +9,6 @@
 
 #include "analysis/EdgeScan.h"
 #include "analysis/Smoothing.h"
-#include "common/RuntimeError.h"
 
 namespace mervasto {
 namespace {
@@ -80,6 +80,40 @@ TEST(ExtractCycles, EdgePositions) {
     EXPECT_EQ(scanEdges(cases[0].v, settings(), 1000), (std::vector<Edges>{{1002, 1006, 1008}, {1008, 1012, 1014}}));
 }
 
+// Edges are rounded on record sample numbers: a window that starts at an odd
+// sample must find the same edges (and so the same rms) as one that starts at
+// an even sample.
+TEST(ExtractCycles, EdgesDoNotDependOnWhereTheWindowStarts) {
+    // Jumps with midpoints x.5, and slow rises whose band walk ends on a tie.
+    std::vector<float> rec(8, 0.0f);
+    for (int rep = 0; rep < 3; ++rep) {
+        for (float x : {10.0f, 10.0f, 10.0f, 0.0f, 0.0f, 0.0f, 4.5f, 5.0f, 5.5f, 7.0f, 10.0f, 10.0f, 0.0f, 0.0f})
+            rec.push_back(x);
+    }
+    struct Cycle {
+        int32_t e0, e1, e2;
+        double rms;
+        bool operator==(const Cycle&) const = default;
+    };
+    auto scan = [&](int32_t start) {
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> cycles;
+        const std::span<const float> window(rec.data() + start, rec.size() - static_cast<size_t>(start));
+        ExtractCycles(0, window, start, settings(), table, cycles);
+        std::vector<Cycle> out;
+        for (const auto& c : cycles) {
+            const int32_t e0 = c.MidEdge - static_cast<int32_t>(c.PulseWidth);
+            out.push_back({e0, c.MidEdge, e0 + static_cast<int32_t>(c.Period), c.Rms});
+        }
+        return out;
+    };
+    const auto whole = scan(0);
+    ASSERT_EQ(whole.size(), 5u);
+    EXPECT_EQ(whole[0].e0, 8);   // 7.5 rounds to 8
+    EXPECT_EQ(whole[0].e1, 10);  // 10.5 rounds to 10
+    for (int32_t start = 1; start < 8; ++start) EXPECT_EQ(scan(start), whole) << "window from " << start;
+}
+
 TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
     // Edges 2, 4, 6, 10, 14, 16.
     const std::vector<float> v = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};
@@ -94,6 +128,65 @@ TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
         }
     }
     EXPECT_EQ(scanEdges(v, settings(kTypePeriod)), (std::vector<Edges>{{2, 4, 6}, {6, 10, 14}}));
+}
+
+// What a wave view needs to mark "cycle n": the edges each record holds, and
+// for pulse types the one-record shift between the pulse and the cycle.
+TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
+    using Rec = std::array<int32_t, 4>;  // FirstEdge, MidEdge, LastEdge, Period
+    const std::vector<float> pulses = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};  // 2 4 6 10 14 16
+    struct Case {
+        const char* name;
+        std::vector<float> v;
+        int32_t type, start;
+        bool reject;
+        std::vector<Rec> want;
+    };
+    const std::vector<Case> cases = {
+        {"period", pulses, kTypePeriod, 0, false, {{2, 4, 6, 4}, {6, 10, 14, 8}}},
+        {"period, late window", pulses, kTypeDuty, 1000, false, {{1002, 1004, 1006, 4}, {1006, 1010, 1014, 8}}},
+        {"pulse: record n's period ends at its pulse",
+         pulses,
+         kTypePw,
+         0,
+         false,
+         {{2, 0, 4, 0}, {6, 4, 10, 4}, {14, 10, 16, 8}}},
+        {"pulse, late window",
+         pulses,
+         kTypePwPercent,
+         500,
+         false,
+         {{502, 0, 504, 0}, {506, 504, 510, 4}, {514, 510, 516, 8}}},
+        // Edges 4 10 14 20 | rejected 22..37 | 44 50 54.
+        {"pulse after a reject range has no cycle before it",
+         squareWave(60, 5),
+         kTypePw,
+         0,
+         true,
+         {{4, 0, 10, 0}, {14, 10, 20, 10}, {44, 0, 50, 0}}},
+    };
+    for (const auto& c : cases) {
+        ScanSettings s = settings(c.type);
+        s.OmitRangeEffect = s.rejectFlag = c.reject;
+        s.rejectStart = 22;
+        s.rejectEnd = 37;
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> cycles;
+        ExtractCycles(0, c.v, c.start, s, table, cycles);
+        std::vector<Rec> got;
+        for (const auto& r : cycles)
+            got.push_back({r.FirstEdge, r.MidEdge, r.LastEdge, static_cast<int32_t>(r.Period)});
+        EXPECT_EQ(got, c.want) << c.name;
+        // The rule a view relies on: a pulse record's cycle runs from the
+        // previous record's first edge to its own.
+        const bool pulse = c.type == kTypePw || c.type == kTypePwPercent;
+        for (size_t n = 1; pulse && n < cycles.size(); ++n) {
+            if (cycles[n].Period == 0) continue;
+            EXPECT_EQ(cycles[n].Period, cycles[n].FirstEdge - cycles[n - 1].FirstEdge) << c.name << n;
+            EXPECT_EQ(cycles[n].Duty * cycles[n].Period / 100, cycles[n].MidEdge - cycles[n - 1].FirstEdge)
+                << c.name << n;
+        }
+    }
 }
 
 TEST(ExtractCycles, CycleLimit) {
@@ -112,6 +205,32 @@ TEST(ExtractCycles, CycleLimit) {
     EXPECT_EQ(CycleLimit(500000), 500000);
     EXPECT_EQ(CycleLimit(2000000000), 500000);
     EXPECT_EQ(CycleLimit(-4), 1);
+}
+
+// At the cycle limit the scan looks one cycle (or pulse) further, recording
+// nothing, to tell whether the window held more.
+TEST(ExtractCycles, CycleLimitTellsWhetherMoreWereLeft) {
+    const auto v = squareWave(200, 5);
+    for (int32_t type : {kTypePeriod, kTypePw, kTypePwPercent}) {
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> all;
+        bool more = true;
+        const int32_t n = ExtractCycles(0, v, 0, settings(type), table, all, &more);
+        ASSERT_EQ(n, 19) << type;
+        EXPECT_FALSE(more);
+        for (int32_t limit : {1, 2, n - 1, n, n + 1}) {
+            ScanSettings s = settings(type);
+            s.MaxCycles = limit;
+            std::vector<CycleRecord> cut;
+            more = !(limit < n);
+            EXPECT_EQ(ExtractCycles(0, v, 0, s, table, cut, &more), std::min(limit, n)) << type << " " << limit;
+            EXPECT_EQ(more, limit < n) << type << " " << limit;
+            for (size_t k = 0; k < cut.size(); ++k)
+                EXPECT_EQ(std::make_tuple(cut[k].PulseWidth, cut[k].Period, cut[k].MidEdge, cut[k].Rms),
+                          std::make_tuple(all[k].PulseWidth, all[k].Period, all[k].MidEdge, all[k].Rms))
+                    << type << " " << limit << " record " << k;
+        }
+    }
 }
 
 TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
@@ -193,7 +312,7 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         EXPECT_TRUE(near(rowOf(table.at(0, 1)), duty)) << type;
         for (int kind = 0; kind < kKinds; ++kind) {
             EXPECT_EQ(table.at(0, kind).Counts, 2);
-            EXPECT_EQ(table.at(0, kind).Valid, -1);
+            EXPECT_TRUE(table.at(0, kind).Valid);
         }
         if (type != kTypePeriod) continue;
         EXPECT_EQ(cycles[0].MaxValue, 12);
@@ -210,41 +329,16 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
 
 TEST(ExtractCycles, NoCyclesClearsTheStatisticsOnly) {
     auto table = levelsTable(0);
-    table.at(0, 2) = ChannelResult{5, 6, 7, 8, 9, -1, -1};
+    table.at(0, 2) = ChannelResult{5, 6, 7, 8, 9, true, true};
     table.at(0, 2).UL = 77;
     std::vector<CycleRecord> cycles(3);
     EXPECT_EQ(ExtractCycles(0, std::vector<float>(50, 10.0f), 0, settings(), table, cycles), 0);
     EXPECT_TRUE(cycles.empty());
     const ChannelResult& r = table.at(0, 2);
     EXPECT_EQ(std::make_tuple(r.Min, r.Max, r.Mean, r.Sigma, r.Counts, r.Go, r.Valid),
-              std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, int16_t{0}, int16_t{0}));
+              std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, false, false));
     EXPECT_EQ(r.UL, 77);
     EXPECT_EQ(table.at(0, 0).Level, 5);
-}
-
-TEST(WaveHelpers, MaxMinAndMaxPeriod) {
-    const std::vector<float> w = {5, 1, 3, 3, 2};
-    int32_t at = 77;
-    EXPECT_EQ(Get_Wave_Max(w, 0, 4, at), 3);  // sample 0 is never looked at
-    EXPECT_EQ(at, 3);                         // the later of equal values
-    EXPECT_EQ(Get_Wave_Max(w, 0, 1, at), -1e30);
-    EXPECT_EQ(at, 0);
-    EXPECT_EQ(Get_Wave_Max(std::vector<float>{0, 1, 2, 9}, 0, 3, at), 2);  // end excluded
-    at = 77;
-    EXPECT_EQ(Get_Wave_Max(std::vector<float>{}, 0, 3, at), 0);
-    EXPECT_EQ(at, 77);
-    EXPECT_THROW(Get_Wave_Max(w, 0, 9, at), RuntimeError);
-
-    double mx = 0, mn = 0;
-    GetMinMaxInRange(std::vector<float>{3, -1, 4, 1, 5}, 1, 3, mx, mn);
-    EXPECT_EQ(std::make_pair(mx, mn), std::make_pair(4.0, -1.0));
-    EXPECT_THROW(GetMinMaxInRange(w, 2, 5, mx, mn), RuntimeError);
-
-    ChannelResultTable t;
-    EXPECT_EQ(GetMaxPeriod(t), 1);
-    t.at(2, 3).Counts = 42;
-    t.at(4, 1).Counts = 100;  // rows past Ch4 do not count
-    EXPECT_EQ(GetMaxPeriod(t), 42);
 }
 
 // The scan straight from the record (averages worked out on the way, in a

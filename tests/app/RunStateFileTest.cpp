@@ -143,7 +143,7 @@ TEST_F(RunStateFile, GateAndReanalysisAndComparator) {
     std::ofstream(dir_ / "limits.txt", std::ios::binary) << "% Ch1 needs 100 cycles\r\n1,100,200\r\n";
     EXPECT_TRUE(state.LoadComparator(ui, (dir_ / "limits.txt").string()));
     EXPECT_FALSE(JudgeCount(state.results.table.at(0, 0).Counts, 100, 200));
-    EXPECT_EQ(state.results.table.at(0, 0).Go, 0);
+    EXPECT_FALSE(state.results.table.at(0, 0).Go);
 }
 
 TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {

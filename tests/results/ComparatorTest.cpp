@@ -108,15 +108,15 @@ TEST(DetailCycleGrid, BuildsJudgesAndEditsLimits) {
     EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|Go|");
     EXPECT_EQ(rowText(g, 2), "3|Duty|5|10|100|NG|");
     EXPECT_EQ(rowText(g, 3), "4|Gate|1|||NG|");  // the gate shows no limits
-    EXPECT_EQ(t.at(0, 0).Go, -1);
-    EXPECT_EQ(t.at(2, 0).Go, 0);
+    EXPECT_TRUE(t.at(0, 0).Go);
+    EXPECT_FALSE(t.at(2, 0).Go);
     EXPECT_EQ(g.cellColour(1, 5)->back, 0x00FF00u);
     EXPECT_EQ(g.cellColour(2, 5)->back, kNgBackColour);
 
     // LL down to the count: Go; UL below the count: NG.
     EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 2, 3, "5"));
     EXPECT_EQ(rowText(g, 2), "3|Duty|5|5|100|Go|");
-    EXPECT_EQ(t.at(2, 0).Go, -1);
+    EXPECT_TRUE(t.at(2, 0).Go);
     EXPECT_EQ(g.cellColour(2, 5)->back, chs[2].backColour);
     EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, 4, "49"));
     EXPECT_EQ(rowText(g, 1), "1|Period|50|10|49|NG|");

@@ -17,7 +17,7 @@ ChannelDisplay channel(int32_t type, const char* name = "sig", bool off = false)
 }
 
 ChannelResult result(double mn, double mx, double mean, double sigma, int32_t counts) {
-    return {.Min = mn, .Max = mx, .Mean = mean, .Sigma = sigma, .Counts = counts, .Valid = -1};
+    return {.Min = mn, .Max = mx, .Mean = mean, .Sigma = sigma, .Counts = counts, .Valid = true};
 }
 
 std::string rowText(const Grid& g, int32_t row, int32_t c1, int32_t c2) {

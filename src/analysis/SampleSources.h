@@ -1,0 +1,266 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+#if defined(__x86_64__) && defined(__GNUC__)
+#define MERVASTO_AVX2 1
+#include <immintrin.h>
+#endif
+
+// Where the edge scan reads its samples from, and the vector kernels that
+// read them. Used by the scan only; not part of the analysis interface.
+namespace mervasto::samples {
+
+#if defined(MERVASTO_AVX2)
+// The wide loops give exactly the values of the narrow ones; they are used
+// where the processor has them.
+bool hasAvx2();
+#endif
+
+struct SpanMeasure {
+    double maxValue;
+    double minValue;
+    double sumSquares;
+};
+
+// Max, min and sum of squares of samples x[0 .. count - 1], count >= 1. The
+// sum is made of sixteen partial sums combined in a fixed order, so the result
+// depends on the samples only, not on the width of the loop that ran.
+SpanMeasure measureRange(const float* x, int32_t count);
+
+// Where the scan reads its samples from. Plain: an array of samples as they
+// are (smoothed beforehand, or not smoothed at all). Mean<HS>: the centred
+// mean of 2 HS + 1 samples of the record, worked out as it is read, so that
+// a long record is read once instead of being smoothed into a second array
+// and read again; it gives exactly the values of SmoothSamples.
+struct PlainSamples {
+    const float* x;
+    int32_t n;
+
+    PlainSamples(const float* samples, int32_t count) : x(samples), n(count) {}
+    float at(int32_t j) const { return x[j]; }
+    // Samples j .. j + count - 1, one after the other.
+    const float* span(int32_t j, int32_t) const { return x + j; }
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t) {}
+};
+
+template <int HS>
+struct MeanSamples {
+    static constexpr float kInv = 1.0f / (2 * HS + 1);  // as SmoothSamples
+    const float* x;  // x[j] is sample j of the window; x[j - HS .. j + HS] read where they exist
+    int32_t n;
+    int32_t vectorFrom;  // [vectorFrom, vectorTo): the whole mean lies in the record
+    int32_t vectorTo;
+
+    MeanSamples(const float* record, int32_t recordLength, int32_t start, int32_t count)
+        : x(record + start),
+          n(count),
+          vectorFrom(std::clamp(HS - start, 0, count)),
+          vectorTo(std::clamp(recordLength - HS - start, vectorFrom, count)) {}
+
+    float at(int32_t j) const {
+        if (j < vectorFrom || j >= vectorTo) return x[j];
+        const float* w = x + j - HS;
+        float s = w[0];
+        for (int t = 1; t <= 2 * HS; ++t) s += w[t];
+        return s * kInv;
+    }
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t) {}
+};
+
+// out[t] = centred mean at x + t for t < count (all of x[t - HS .. t + HS]
+// exist), summed in the same order as MeanSamples::at.
+template <int HS>
+void meanRun(const float* x, float* out, int32_t count) {
+    constexpr float inv = MeanSamples<HS>::kInv;
+    int32_t t = 0;
+#if defined(__SSE2__)
+    for (; t + 4 <= count; t += 4) {
+        const float* w = x + t - HS;
+        __m128 s = _mm_loadu_ps(w);
+        for (int r = 1; r <= 2 * HS; ++r) s = _mm_add_ps(s, _mm_loadu_ps(w + r));
+        _mm_storeu_ps(out + t, _mm_mul_ps(s, _mm_set1_ps(inv)));
+    }
+#endif
+    for (; t < count; ++t) {
+        const float* w = x + t - HS;
+        float s = w[0];
+        for (int r = 1; r <= 2 * HS; ++r) s += w[r];
+        out[t] = s * inv;
+    }
+}
+
+#if defined(MERVASTO_AVX2)
+template <int HS>
+__attribute__((target("avx2"))) void meanRunAvx2(const float* x, float* out, int32_t count) {
+    constexpr float inv = MeanSamples<HS>::kInv;
+    int32_t t = 0;
+    for (; t + 8 <= count; t += 8) {
+        const float* w = x + t - HS;
+        __m256 s = _mm256_loadu_ps(w);
+        for (int r = 1; r <= 2 * HS; ++r) s = _mm256_add_ps(s, _mm256_loadu_ps(w + r));
+        _mm256_storeu_ps(out + t, _mm256_mul_ps(s, _mm256_set1_ps(inv)));
+    }
+    _mm256_zeroupper();  // the narrow code after this must not pay for the wide registers
+    meanRun<HS>(x + t, out + t, count - t);
+}
+#endif
+
+// MeanSamples worked out once, a chunk ahead of the scan, into a buffer that
+// keeps the latest 32,768 to 131,072 of them: it stays in the cache for the
+// measurements of each cycle, and the record is read only once. A cycle that
+// reaches further back is measured from the record.
+template <int HS>
+class RingSamples {
+public:
+    static constexpr int32_t kKeep = 1 << 15;
+    static constexpr int32_t kChunk = 2048;
+    static constexpr size_t kFloats = static_cast<size_t>(4 * kKeep);
+
+    RingSamples(const MeanSamples<HS>& mean, float* buffer) : mean_(mean), buf_(buffer), n(mean.n) {}
+
+    const MeanSamples<HS>& mean_;
+    float* buf_;  // buf_[k - base_] is sample k, for k in [base_, produced_)
+    int32_t n;
+    int32_t base_ = 0;
+    int32_t produced_ = 0;
+
+    float at(int32_t j) {
+        if (j >= produced_) produce(j);
+        return buf_[j - base_];
+    }
+    const float* span(int32_t j, int32_t count) {
+        if (j + count > produced_) produce(j + count - 1);
+        return buf_ + (j - base_);
+    }
+    SpanMeasure measure(int32_t a, int32_t b);
+    void restart(int32_t j) { base_ = produced_ = j; }
+
+private:
+    void produce(int32_t upTo) {
+        while (produced_ <= upTo && produced_ < n) {
+            if (produced_ - base_ + kChunk > 4 * kKeep) {
+                std::copy(buf_ + (produced_ - kKeep - base_), buf_ + (produced_ - base_), buf_);
+                base_ = produced_ - kKeep;
+            }
+            const int32_t end = std::min(n, produced_ + kChunk);
+            float* out = buf_ + (produced_ - base_);  // sample k goes to out[k - produced_]
+            int32_t k = produced_;
+            for (; k < end && k < mean_.vectorFrom; ++k) out[k - produced_] = mean_.at(k);
+            const int32_t runEnd = std::max(k, std::min(end, mean_.vectorTo));
+#if defined(MERVASTO_AVX2)
+            if (hasAvx2())
+                meanRunAvx2<HS>(mean_.x + k, out + (k - produced_), runEnd - k);
+            else
+#endif
+                meanRun<HS>(mean_.x + k, out + (k - produced_), runEnd - k);
+            for (k = runEnd; k < end; ++k) out[k - produced_] = mean_.at(k);
+            produced_ = end;
+        }
+    }
+};
+
+// Sample 16k + r goes to partial sum q[r] (the last few to q[0], q[1], ...),
+// so the loop does not wait on one chain of additions; finish combines them
+// pairwise in a fixed tree.
+inline constexpr int kLanes = 16;
+
+inline SpanMeasure finish(const double* q, float mx, float mn) {
+    const double a = ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]));
+    const double b = ((q[8] + q[9]) + (q[10] + q[11])) + ((q[12] + q[13]) + (q[14] + q[15]));
+    return SpanMeasure{mx, mn, a + b};
+}
+
+// The same as measureRange over samples a..b of any source, one by one, with
+// the same partial sums.
+template <class Src>
+SpanMeasure measureSpan(Src& src, int32_t a, int32_t b) {
+    double q[kLanes] = {};
+    float mx = src.at(a), mn = mx;
+    const int32_t count = b - a + 1;
+    int32_t t = 0;
+    for (; t + kLanes <= count; t += kLanes) {
+        for (int r = 0; r < kLanes; ++r) {
+            const float v = src.at(a + t + r);
+            q[r] += static_cast<double>(v) * v;
+            mx = std::max(mx, v);
+            mn = std::min(mn, v);
+        }
+    }
+    for (int r = 0; t < count; ++t, ++r) {
+        const float v = src.at(a + t);
+        q[r] += static_cast<double>(v) * v;
+        mx = std::max(mx, v);
+        mn = std::min(mn, v);
+    }
+    return finish(q, mx, mn);
+}
+
+template <int HS>
+SpanMeasure MeanSamples<HS>::measure(int32_t a, int32_t b) {
+    return measureSpan(*this, a, b);
+}
+
+template <int HS>
+SpanMeasure RingSamples<HS>::measure(int32_t a, int32_t b) {
+    if (a >= base_ && b < produced_) return measureRange(buf_ + (a - base_), b - a + 1);
+    MeanSamples<HS> fromRecord = mean_;
+    return measureSpan(fromRecord, a, b);
+}
+
+// First index in [j, end) whose sample fails keep(sample) (or end): the skip
+// over long flat stretches of the scan. keepFour is the same test on four
+// samples, giving a 4-bit mask of the failures.
+template <class Src, class Keep, class KeepFour>
+int32_t firstFailing(Src& src, int32_t j, int32_t end, Keep keep, KeepFour keepFour) {
+    constexpr int32_t kBlock = 512;
+    while (j < end) {
+        const int32_t len = std::min(end - j, kBlock);
+        const float* x = src.span(j, len);
+        int32_t k = 0;
+#if defined(__SSE2__)
+        for (; k + 16 <= len; k += 16) {
+            const int m = keepFour(_mm_loadu_ps(x + k)) | keepFour(_mm_loadu_ps(x + k + 4)) << 4 |
+                          keepFour(_mm_loadu_ps(x + k + 8)) << 8 | keepFour(_mm_loadu_ps(x + k + 12)) << 12;
+            if (m != 0) return j + k + __builtin_ctz(static_cast<unsigned>(m));
+        }
+#else
+        (void)keepFour;
+#endif
+        for (; k < len; ++k)
+            if (!keep(x[k])) return j + k;
+        j += len;
+    }
+    return end;
+}
+
+template <class Src>
+int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
+#if defined(__SSE2__)
+    const __m128 tv = _mm_set1_ps(t);
+    auto four = [tv](__m128 v) { return _mm_movemask_ps(_mm_cmpnge_ps(v, tv)); };
+#else
+    auto four = [](float) { return 0; };
+#endif
+    return firstFailing(
+        src, j, end, [t](float v) { return v >= t; }, four);
+}
+
+template <class Src>
+int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
+#if defined(__SSE2__)
+    const __m128 tv = _mm_set1_ps(t);
+    auto four = [tv](__m128 v) { return _mm_movemask_ps(_mm_cmpnle_ps(v, tv)); };
+#else
+    auto four = [](float) { return 0; };
+#endif
+    return firstFailing(
+        src, j, end, [t](float v) { return v <= t; }, four);
+}
+
+}  // namespace mervasto::samples
