@@ -272,8 +272,9 @@ std::string ResumeText(const Settings& s) {
 }
 
 Outcome SaveResumeParam(std::string_view fileName, const Settings& s) {
-    if (WriteFileReplacing(fileName, ToNarrow(ResumeText(s)))) return Outcome::Ok();
-    return {ErrorCode::FileIo, "The settings could not be written to " + std::string(fileName) + "."};
+    Outcome written = WriteFileReplacing(fileName, ToNarrow(ResumeText(s)));
+    if (written) return written;
+    return {written.code(), "The settings could not be written to " + written.text()};
 }
 
 ResumeLoad LoadResumeParam(std::string_view fileName, Settings& s) {
