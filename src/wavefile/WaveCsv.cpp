@@ -435,7 +435,7 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
                                   std::to_string(result.rowsDeclared) + " sample rows it declares.");
     if (inData && counter > 0 && setup.ChannelCount != 2 && setup.ChannelCount != 4) {
         result.channelCountNote =
-            "The model name \"" + setup.Model + "\" gives no channel count; Ch3 and Ch4 are not read.";
+            "The model name \"" + setup.Model + "\" gives no channel count; Ch3 and Ch4 are left out.";
         result.warnings.push_back(source.name + ": " + result.channelCountNote);
     }
     // Later analysis relies on a multiple of ten, even if that claims up to

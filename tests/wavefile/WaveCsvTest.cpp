@@ -332,7 +332,7 @@ TEST_F(WaveCsvTest, WarningsOfFilesThatStillLoad) {
         {"model with trailing blanks", header("DS-5354  ", "3", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows, {}, 4, 3},
         {"model without a count",
          header("DS-535X", "20", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows,
-         {cutShort, "The model name \"DS-535X\" gives no channel count; Ch3 and Ch4 are not read."},
+         {cutShort, "The model name \"DS-535X\" gives no channel count; Ch3 and Ch4 are left out."},
          0,
          20},
     };
