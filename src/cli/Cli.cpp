@@ -62,7 +62,7 @@ Commands:
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on a silent instrument after this long (default 10)
-Exit status: 0 success, 1 a file could not be read, 2 bad options, 3 a verdict is NG,
+Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 a verdict is NG,
 4 the instrument cannot be reached or failed during the run (the passes before it are kept).
 )";
 

@@ -73,60 +73,6 @@ bool TextLineReader::next(std::string& line) {
     return true;
 }
 
-TextFileWriter::~TextFileWriter() { close(); }
-
-bool TextFileWriter::open(std::string_view fileName, Mode mode) {
-    close();
-    file_ = openFile(fileName, mode == Mode::Append ? "ab" : "wb");
-    ok_ = file_ != nullptr;
-    return ok_;
-}
-
-void TextFileWriter::writeLine(std::string_view text) {
-    write(text);
-    writeRaw("\r\n");
-}
-
-void TextFileWriter::write(std::string_view text) {
-#ifdef _WIN32
-    writeRaw(ToNarrow(text));
-#else
-    writeRaw(text);
-#endif
-}
-
-void TextFileWriter::writeRaw(std::string_view bytes) {
-    if (!file_) {
-        ok_ = false;
-        return;
-    }
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) ok_ = false;
-}
-
-bool TextFileWriter::flush() {
-    if (!file_) return false;
-    if (std::fflush(file_) != 0) ok_ = false;
-    return ok_;
-}
-
-bool TextFileWriter::sync() {
-    if (!flush()) return false;
-#ifdef _WIN32
-    if (_commit(_fileno(file_)) != 0) ok_ = false;
-#else
-    if (::fsync(fileno(file_)) != 0) ok_ = false;
-#endif
-    return ok_;
-}
-
-bool TextFileWriter::close() {
-    if (file_) {
-        if (std::fclose(file_) != 0) ok_ = false;
-        file_ = nullptr;
-    }
-    return ok_;
-}
-
 namespace {
 
 int lastError(int fallback = EIO) { return errno != 0 ? errno : fallback; }

@@ -45,38 +45,6 @@ private:
     LineScanner scanner_;
 };
 
-// Writes text lines ended by CR LF. Errors are remembered, not thrown: the
-// writers go on past a failed statement and the caller asks ok() when it
-// cares.
-class TextFileWriter {
-public:
-    enum class Mode { Truncate, Append };
-    TextFileWriter() = default;
-    TextFileWriter(std::string_view fileName, Mode mode) { open(fileName, mode); }
-    ~TextFileWriter();
-    TextFileWriter(const TextFileWriter&) = delete;
-    TextFileWriter& operator=(const TextFileWriter&) = delete;
-
-    bool open(std::string_view fileName, Mode mode);
-    void writeLine(std::string_view text);
-    // Text without a line end, converted to the narrow encoding.
-    void write(std::string_view text);
-    // Bytes as they stand (already narrow, line ends included).
-    void writeRaw(std::string_view bytes);
-    // Flushes to the operating system; false when anything failed so far.
-    bool flush();
-    // Flushes and asks the system to put the bytes on the disk (so that a
-    // power cut after a rename finds them there).
-    bool sync();
-    bool close();
-    bool ok() const { return ok_; }
-    bool isOpen() const { return file_ != nullptr; }
-
-private:
-    std::FILE* file_ = nullptr;
-    bool ok_ = false;
-};
-
 // Writes a whole file through a temporary file beside it (its name unique to
 // this process), which commit() puts on the disk and renames over the file,
 // syncing the folder after the rename. A failed, interrupted or crashed write
