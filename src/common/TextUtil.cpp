@@ -21,7 +21,9 @@ std::vector<std::string> SplitFields(std::string_view text) {
 }
 
 size_t SplitFieldsInto(std::string_view text, std::vector<std::string>& fields) {
-    if (static_cast<size_t>(std::count(text.begin(), text.end(), ',')) >= kMaxFields) TooManyFields();
+    const size_t count = static_cast<size_t>(std::count(text.begin(), text.end(), ',')) + 1;
+    if (count > kMaxFields) TooManyFields();
+    if (fields.size() < count) fields.reserve(count);
     size_t n = 0;
     size_t start = 0;
     while (true) {

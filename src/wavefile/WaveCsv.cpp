@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <memory>
-#include <thread>
 #include <bit>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -258,6 +263,56 @@ struct Source {
     }
 };
 
+// The second reader runs on one thread kept for the program's life: starting
+// a thread for every file cost more than reading a short file.
+class TailThread {
+public:
+    static TailThread& get() {
+        static TailThread thread;
+        return thread;
+    }
+    ~TailThread() {
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+    std::future<void> start(std::function<void()> job) {
+        std::packaged_task<void()> task(std::move(job));
+        std::future<void> done = task.get_future();
+        {
+            std::lock_guard lock(mutex_);
+            jobs_.push_back(std::move(task));
+        }
+        wake_.notify_one();
+        return done;
+    }
+
+private:
+    TailThread() : thread_([this] { run(); }) {}
+    void run() {
+        while (true) {
+            std::packaged_task<void()> task;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait(lock, [&] { return stop_ || !jobs_.empty(); });
+                if (jobs_.empty()) return;
+                task = std::move(jobs_.front());
+                jobs_.pop_front();
+            }
+            task();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<std::packaged_task<void()>> jobs_;
+    bool stop_ = false;
+    std::thread thread_;  // last: starts once the rest is ready
+};
+
 void readTail(const Source& source, TailRows& t) noexcept {
     try {
         LineScanner in;
@@ -323,15 +378,15 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
     };
 
     std::unique_ptr<TailRows> tail;
-    std::thread tailThread;
-    struct JoinTail {
+    std::future<void> tailDone;
+    struct WaitForTail {
         std::unique_ptr<TailRows>& tail;
-        std::thread& thread;
-        ~JoinTail() {
+        std::future<void>& done;
+        ~WaitForTail() {
             if (tail) tail->cancel = true;
-            if (thread.joinable()) thread.join();
+            if (done.valid()) done.wait();
         }
-    } joinTail{tail, tailThread};
+    } waitForTail{tail, tailDone};
 
     try {
         source.open(in, 0);
@@ -341,6 +396,11 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
             if (rows <= capacity) return;
             size_t want = std::max<size_t>({rows, capacity * 2, 4096});
             if (setup.RecordLength > counter) want = std::max<size_t>(want, static_cast<size_t>(setup.RecordLength));
+            // A row takes at least two bytes: a file cannot hold more rows
+            // than that, whatever its "Points" line claims.
+            const uint64_t size = in.size();
+            if (size > in.lineStart())
+                want = std::min<size_t>(want, std::max<size_t>(rows, counter + (size - in.lineStart()) / 2 + 1));
             want = std::min<size_t>(want, static_cast<size_t>(kMaxSamples));
             record.ensureLength(static_cast<int32_t>(want));
             capacity = want;
@@ -350,7 +410,7 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
             if (tail && in.lineStart() > tail->seekTo) {
                 // The second thread has read from here on: take its rows when
                 // reading on row by row would give the same.
-                tailThread.join();
+                tailDone.get();
                 const bool same =
                     tail->usable && tail->start == in.lineStart() && inData &&
                     static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
@@ -380,10 +440,11 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
                     inData = true;
                     counter = 0;
                     const uint64_t size = in.size();
-                    if (!tail && !tailThread.joinable() && size >= options.splitBytes && in.lineStart() < size / 2) {
+                    if (!tail && !tailDone.valid() && size >= options.splitBytes && in.lineStart() < size / 2) {
                         tail = std::make_unique<TailRows>();
                         tail->seekTo = size / 2;
-                        tailThread = std::thread(readTail, std::cref(source), std::ref(*tail));
+                        TailRows* rows = tail.get();
+                        tailDone = TailThread::get().start([&source, rows] { readTail(source, *rows); });
                     }
                 }
                 continue;
