@@ -57,7 +57,8 @@ long peakRssKiB() {
 void BM_SaveWaveCsv(benchmark::State& state) {
     const DsoSetup setup = benchSetup();
     const WaveRecord record = benchRecord();
-    for (auto _ : state) SaveWaveCsv(benchFile(), setup, record);
+    for (auto _ : state)
+        if (!SaveWaveCsv(benchFile(), setup, record)) state.SkipWithError("save failed");
     state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(benchFile()));
 }
 BENCHMARK(BM_SaveWaveCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
@@ -66,7 +67,7 @@ BENCHMARK(BM_SaveWaveCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
 // read in a fresh process only when this benchmark runs alone
 // (--benchmark_filter=Load).
 void BM_LoadWaveCsv(benchmark::State& state) {
-    if (!std::filesystem::exists(benchFile())) SaveWaveCsv(benchFile(), benchSetup(), benchRecord());
+    if (!std::filesystem::exists(benchFile())) (void)SaveWaveCsv(benchFile(), benchSetup(), benchRecord());
     const long before = peakRssKiB();
     for (auto _ : state) {
         state.PauseTiming();
@@ -89,7 +90,7 @@ BENCHMARK(BM_LoadWaveCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
 // per row, nothing else). This machine's speed varies from run to run; the
 // ratio of the two benchmarks does not.
 void BM_FromCharsReference(benchmark::State& state) {
-    if (!std::filesystem::exists(benchFile())) SaveWaveCsv(benchFile(), benchSetup(), benchRecord());
+    if (!std::filesystem::exists(benchFile())) (void)SaveWaveCsv(benchFile(), benchSetup(), benchRecord());
     for (auto _ : state) {
         state.PauseTiming();
         std::array<std::vector<float>, 4> out;

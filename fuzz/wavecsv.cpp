@@ -1,4 +1,3 @@
-#include "FuzzFile.h"
 #include "wavefile/WaveCsv.h"
 
 #include <algorithm>
@@ -13,16 +12,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // the two ways and hold different stale samples beyond the rows read.
     WaveFieldTable tables[2];
     WaveRecord records[2];
-    const std::string file = WriteFuzzFile(data, size);
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     WaveCsvLoadResult results[2];
     DsoSetup setups[2];
     for (int way = 0; way < 2; ++way) {
-        SetWaveCsvSplitBytes(way == 0 ? ~uint64_t{0} : 1);
-        results[way] = LoadWaveCsv(file, setups[way], records[way], tables[way]);
+        WaveCsvReadOptions options;
+        options.splitBytes = way == 0 ? ~uint64_t{0} : 1;
+        results[way] = LoadWaveCsvBytes(bytes, "fuzz.csv", setups[way], records[way], tables[way], options);
     }
     if (results[0].status != results[1].status || results[0].rowsRead != results[1].rowsRead ||
-        results[0].errorText != results[1].errorText || setups[0].RecordLength != setups[1].RecordLength ||
-        tables[0].fields != tables[1].fields)
+        results[0].errorText != results[1].errorText || results[0].warnings != results[1].warnings ||
+        setups[0].RecordLength != setups[1].RecordLength || tables[0].fields != tables[1].fields)
+        std::abort();
+    // Nothing refused reaches the analysis with an interval that is not a
+    // positive number.
+    if (results[0].status == 0 && results[0].rowsRead > 0 &&
+        !(setups[0].SampleInterval > 0 && setups[0].SampleInterval < 1e38f))
         std::abort();
     for (size_t ch = 0; ch < 4; ++ch) {
         const size_t n = std::min(records[0].wave[ch].size(), records[1].wave[ch].size());

@@ -94,12 +94,12 @@ void RunState::runPass(UiPort& ui) {
     DispDetailData(DetailDataGrid, displays, results.cycles, record.SampleSec);
     const std::string counter = std::to_string(RepeatCounter);
     if (settings.analysis.DDSaveCheck)
-        SaveDetailData(JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"),
+        (void)SaveDetailData(JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"),
                        DetailDataGrid);
     if (settings.analysis.WDSaveCheck) {
         std::array<bool, 4> shown{};
         for (size_t ch = 0; ch < 4; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
-        AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
+        (void)AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
                         record.WaveLength, shown);
     }
     SaveResults(ui);
@@ -207,7 +207,7 @@ void RunState::WaveSave_Click(UiPort& ui) {
                 ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
-                SaveWaveCsv(file, setup, record);
+                (void)SaveWaveCsv(file, setup, record);
                 ui.setStatus(1, kStoredData);
             }
         }

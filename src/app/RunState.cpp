@@ -205,7 +205,8 @@ void RunState::fillRawFromVolts() {
 int16_t RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    WaveCsvLoadResult loaded = LoadWaveCsv(filename, setup, record, fieldTable);
+    lastFileLoad = LoadWaveCsv(filename, setup, record, fieldTable);
+    const WaveCsvLoadResult& loaded = lastFileLoad;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);
         return -1;

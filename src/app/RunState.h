@@ -133,6 +133,8 @@ public:
     WaveRecord record;
     DsoSetup setup;
     WaveFieldTable fieldTable;
+    // What the last file input's read said: the refusal reason, warnings.
+    WaveCsvLoadResult lastFileLoad;
     AnalysisResults results;
     AnalysisOutcome lastOutcome;
 

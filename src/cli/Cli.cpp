@@ -33,6 +33,9 @@ namespace {
 
 std::atomic<bool> gInterrupted{false};
 
+// The title of a wave file's warnings among a pass's JSON "messages".
+constexpr const char* kWaveFileWarningTitle = "Wave File";
+
 extern "C" void onInterrupt(int) { gInterrupted = true; }
 
 constexpr const char* kUsage = R"(mervasto-cli: Periods/Encoder Pulses Analyzing from the command line.
@@ -59,7 +62,7 @@ Commands:
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on a silent instrument after this long (default 10)
-Exit status: 0 success, 1 a file could not be read, 2 bad options, 3 a verdict is NG,
+Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 a verdict is NG,
 4 the instrument cannot be reached or failed during the run (the passes before it are kept).
 )";
 
@@ -183,9 +186,10 @@ int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
         WaveRecord record;
         WaveCsvLoadResult r = LoadWaveCsv(f, setup, record, table);
         if (r.status < 0) {
-            err << f << ": " << r.errorText << '\n';
+            err << "mervasto-cli: " << r.errorText << '\n';
             status = kExitFileError;
         }
+        for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
         PrintSetupText(out, f, setup);
         out << "Rows read: " << r.rowsRead << '\n';
         PrintRecordSummary(out, setup, record);
@@ -219,12 +223,23 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     for (const auto& f : o.files) {
         ui.files.push_back(f);
         size_t boxesBefore = ui.boxes.size();
+        state.lastFileLoad = {};
         if (!state.InputFromFile_Click(ui)) {
-            err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
+            // The reader's own words say why, naming the file and the line.
+            if (state.lastFileLoad.status < 0)
+                err << "mervasto-cli: " << state.lastFileLoad.errorText << '\n';
+            else
+                err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
             status = kExitFileError;
             continue;
         }
         std::vector<ScriptedUi::Box> boxes(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore), ui.boxes.end());
+        for (const auto& w : state.lastFileLoad.warnings) {
+            if (o.format == "json")
+                boxes.insert(boxes.begin(), ScriptedUi::Box{w, MsgButtons::Ok, kWaveFileWarningTitle});
+            else
+                err << "mervasto-cli: warning: " << w << '\n';
+        }
         if (o.comparator) JudgeAll(state.results.table);
         anyNg |= report.pass(f, state, boxes, o.comparator.has_value(), std::nullopt);
         if (o.format != "json" && !state.saveResultLine) continue;
@@ -241,12 +256,16 @@ int commandMakeExamples(const Options& o, std::ostream& out, std::ostream& err) 
         err << "mervasto-cli make-examples: name the folder to write into\n";
         return kExitBadOptions;
     }
+    // Only files really written are listed; the first failure ends the run.
     for (const auto& name : ExampleNames()) {
         DsoSetup setup;
         WaveRecord record;
         MakeExampleRecord(name, setup, record);
         std::string file = JoinPath(o.files[0], name + ".csv");
-        SaveWaveCsv(file, setup, record);
+        if (Outcome saved = SaveWaveCsv(file, setup, record); !saved) {
+            err << "mervasto-cli: " << saved.text() << '\n';
+            return kExitFileError;
+        }
         out << file << '\n';
     }
     return kExitOk;
@@ -308,7 +327,10 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
         return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
     });
     if (status != kExitOk) return status;
-    SaveWaveCsv(o.files[0], state.setup, state.record);
+    if (Outcome saved = SaveWaveCsv(o.files[0], state.setup, state.record); !saved) {
+        err << "mervasto-cli: " << saved.text() << '\n';
+        return kExitFileError;
+    }
     out << "Saved " << state.record.WaveLength << " samples of " << state.setup.ChannelCount << " channels to "
         << o.files[0] << '\n';
     return kExitOk;

@@ -7,10 +7,50 @@
 
 namespace mervasto {
 
+namespace {
+
+// The length of the well-formed UTF-8 sequence at s[i], or 0 when the bytes
+// there are not one (a stray continuation byte, an overlong form, a
+// surrogate, a code point above U+10FFFF, a sequence cut short).
+size_t utf8Length(std::string_view s, size_t i) {
+    const auto b = [&](size_t k) { return i + k < s.size() ? static_cast<unsigned char>(s[i + k]) : 0u; };
+    const unsigned lead = b(0);
+    const auto cont = [&](size_t k, unsigned lo = 0x80, unsigned hi = 0xBF) { return b(k) >= lo && b(k) <= hi; };
+    if (lead < 0x80) return 1;
+    if (lead >= 0xC2 && lead <= 0xDF) return cont(1) ? 2 : 0;
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        const unsigned lo = lead == 0xE0 ? 0xA0 : 0x80;
+        const unsigned hi = lead == 0xED ? 0x9F : 0xBF;
+        return cont(1, lo, hi) && cont(2) ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        const unsigned lo = lead == 0xF0 ? 0x90 : 0x80;
+        const unsigned hi = lead == 0xF4 ? 0x8F : 0xBF;
+        return cont(1, lo, hi) && cont(2) && cont(3) ? 4 : 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
 std::string JsonEscape(std::string_view s) {
     std::string o;
     o.reserve(s.size() + 2);
-    for (char c : s) {
+    for (size_t i = 0; i < s.size();) {
+        const char c = s[i];
+        const size_t n = utf8Length(s, i);
+        if (n == 0) {
+            // File names and headers are bytes, not always UTF-8; JSON must be.
+            o += "\\ufffd";
+            ++i;
+            continue;
+        }
+        if (n > 1) {
+            o.append(s.substr(i, n));
+            i += n;
+            continue;
+        }
+        ++i;
         switch (c) {
         case '"': o += "\\\""; break;
         case '\\': o += "\\\\"; break;
@@ -18,9 +58,9 @@ std::string JsonEscape(std::string_view s) {
         case '\r': o += "\\r"; break;
         case '\t': o += "\\t"; break;
         default:
-            if (static_cast<unsigned char>(c) < 0x20) {
+            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
                 char b[8];
-                std::snprintf(b, sizeof b, "\\u%04x", c);
+                std::snprintf(b, sizeof b, "\\u%04x", static_cast<unsigned char>(c));
                 o += b;
             } else {
                 o.push_back(c);

@@ -36,6 +36,9 @@ private:
     bool afterKey_ = false;
 };
 
+// The text as a JSON string's content. Bytes that are not well-formed UTF-8
+// become U+FFFD, so that the output stays valid JSON whatever a file name or
+// a file's header holds.
 std::string JsonEscape(std::string_view s);
 
 }  // namespace mervasto

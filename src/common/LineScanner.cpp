@@ -1,9 +1,11 @@
 #include "common/LineScanner.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -13,6 +15,8 @@ namespace mervasto {
 namespace {
 
 constexpr size_t kChunk = size_t{4} << 20;
+static_assert(kChunk > 2 * kMaxLineBytes, "a whole line must fit the buffer beside the rest of the last read");
+
 // The first CR or LF in [p, end), or end.
 const char* findLineEnd(const char* p, const char* end) {
     for (; end - p >= 8; p += 8) {
@@ -40,17 +44,23 @@ const char* FindByte(const char* p, const char* end, char c) {
     return end;
 }
 
+std::string SystemReason(int error) { return std::generic_category().message(error); }
+
 LineScanner::~LineScanner() { close(); }
 
 void LineScanner::open(std::string_view fileName, uint64_t offset) {
     close();
     path_ = PathFromText(fileName);
+    errno = 0;
 #ifdef _WIN32
-    file_ = _wfopen(PathFromText(fileName).c_str(), L"rb");
+    file_ = _wfopen(path_.c_str(), L"rb");
 #else
-    file_ = std::fopen(PathFromText(fileName).c_str(), "rb");
+    file_ = std::fopen(path_.c_str(), "rb");
 #endif
-    if (!file_) throw RuntimeError(ErrorCode::FileNotFound, "File not found: " + std::string(fileName));
+    if (!file_) {
+        const int error = errno;
+        throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
+    }
 #ifdef _WIN32
     const int sought = offset > 0 ? _fseeki64(file_, static_cast<long long>(offset), SEEK_SET) : 0;
 #else
@@ -58,14 +68,34 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
 #endif
     if (sought != 0) throw RuntimeError(ErrorCode::FileIo, "Read error.");
     buffer_.resize(kChunk);
+    data_ = buffer_.data();
+    memory_ = false;
     consumed_ = offset;
     lineStart_ = offset;
+    lineNumber_ = 0;
     pos_ = end_ = 0;
     eof_ = false;
     pendingLf_ = false;
 }
 
-uint64_t LineScanner::fileSize() const {
+void LineScanner::openBytes(std::string_view bytes, uint64_t offset) {
+    close();
+    path_.clear();
+    memory_ = true;
+    memorySize_ = bytes.size();
+    offset = std::min<uint64_t>(offset, bytes.size());
+    data_ = bytes.data() + offset;
+    consumed_ = offset;
+    lineStart_ = offset;
+    lineNumber_ = 0;
+    pos_ = 0;
+    end_ = bytes.size() - static_cast<size_t>(offset);
+    eof_ = true;
+    pendingLf_ = false;
+}
+
+uint64_t LineScanner::size() const {
+    if (memory_) return memorySize_;
     std::error_code ec;
     if (path_.empty()) return 0;
     const auto n = std::filesystem::file_size(path_, ec);
@@ -75,6 +105,7 @@ uint64_t LineScanner::fileSize() const {
 void LineScanner::close() {
     if (file_) std::fclose(file_);
     file_ = nullptr;
+    memory_ = false;
 }
 
 bool LineScanner::fill() {
@@ -85,7 +116,6 @@ bool LineScanner::fill() {
         end_ -= pos_;
         pos_ = 0;
     }
-    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);  // a very long line
     const size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
     if (got == 0) {
         if (std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
@@ -96,25 +126,32 @@ bool LineScanner::fill() {
     return true;
 }
 
+void LineScanner::tooLong() {
+    ++lineNumber_;
+    throw RuntimeError(ErrorCode::FileIo, "The line is longer than 1 MiB (" + std::to_string(kMaxLineBytes) +
+                                              " bytes); reading stops here.");
+}
+
 bool LineScanner::next(std::string_view& line) {
-    if (!file_) return false;
+    if (!file_ && !memory_) return false;
     size_t scanned = 0;  // bytes after pos_ known to hold no end mark
     while (true) {
         if (pendingLf_ && pos_ < end_) {
-            if (buffer_[pos_] == '\n') ++pos_;
+            if (data_[pos_] == '\n') ++pos_;
             pendingLf_ = false;
         }
-        const char* base = buffer_.data();
-        const char* start = base + pos_;
-        const char* stop = base + end_;
-        const char* hit = findLineEnd(start + scanned, stop);
+        const char* start = data_ + pos_;
+        const char* stop = data_ + end_;
+        const char* hit = lfOnly_ ? FindByte(start + scanned, stop, '\n') : findLineEnd(start + scanned, stop);
+        if (static_cast<size_t>(hit - start) > kMaxLineBytes) tooLong();
         if (hit < stop) {
             line = std::string_view(start, static_cast<size_t>(hit - start));
             lineStart_ = consumed_ + pos_;
-            size_t after = static_cast<size_t>(hit - base) + 1;
+            ++lineNumber_;
+            size_t after = static_cast<size_t>(hit - data_) + 1;
             if (*hit == '\r') {
                 if (after < end_) {
-                    if (base[after] == '\n') ++after;
+                    if (data_[after] == '\n') ++after;
                 } else {
                     pendingLf_ = true;
                 }
@@ -126,8 +163,9 @@ bool LineScanner::next(std::string_view& line) {
         if (!fill()) {
             pendingLf_ = false;
             if (pos_ < end_) {
-                line = std::string_view(buffer_.data() + pos_, end_ - pos_);
+                line = std::string_view(data_ + pos_, end_ - pos_);
                 lineStart_ = consumed_ + pos_;
+                ++lineNumber_;
                 pos_ = end_;
                 return true;
             }

@@ -2,6 +2,7 @@
 
 #include "common/RuntimeError.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -10,6 +11,7 @@
 #include <io.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -71,102 +73,142 @@ bool TextLineReader::next(std::string& line) {
     return true;
 }
 
-TextFileWriter::~TextFileWriter() { close(); }
+namespace {
 
-bool TextFileWriter::open(std::string_view fileName, Mode mode) {
-    close();
-    file_ = openFile(fileName, mode == Mode::Append ? "ab" : "wb");
-    ok_ = file_ != nullptr;
-    return ok_;
-}
+int lastError(int fallback = EIO) { return errno != 0 ? errno : fallback; }
 
-void TextFileWriter::writeLine(std::string_view text) {
-    write(text);
-    writeRaw("\r\n");
-}
-
-void TextFileWriter::write(std::string_view text) {
+std::string temporaryName(std::string_view fileName) {
+    static std::atomic<unsigned> serial{0};
 #ifdef _WIN32
-    writeRaw(ToNarrow(text));
+    const long pid = static_cast<long>(GetCurrentProcessId());
 #else
-    writeRaw(text);
+    const long pid = static_cast<long>(::getpid());
+#endif
+    return std::string(fileName) + ".tmp" + std::to_string(pid) + "-" + std::to_string(serial++);
+}
+
+// After a rename the new directory entry is only safe once the folder itself
+// is on the disk.
+void syncFolderOf(std::string_view fileName) {
+#ifndef _WIN32
+    std::filesystem::path folder = PathFromText(fileName).parent_path();
+    if (folder.empty()) folder = ".";
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (fd < 0) return;
+    (void)::fsync(fd);
+    ::close(fd);
+#else
+    (void)fileName;
 #endif
 }
 
-void TextFileWriter::writeRaw(std::string_view bytes) {
-    if (!file_) {
-        ok_ = false;
-        return;
+}  // namespace
+
+Outcome WriteFailure(std::string_view fileName, int error) {
+    return {ErrorCode::FileIo, std::string(fileName) + ": " + SystemReason(error) + "."};
+}
+
+FileReplacer::FileReplacer(std::string_view fileName) : fileName_(fileName), temp_(temporaryName(fileName)) {
+    errno = 0;
+    file_ = openFile(temp_, "wb");
+    if (!file_) error_ = lastError(ENOENT);
+}
+
+FileReplacer::~FileReplacer() {
+    if (file_) std::fclose(file_);
+    if (!committed_) {
+        std::error_code ec;
+        std::filesystem::remove(PathFromText(temp_), ec);
     }
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) ok_ = false;
 }
 
-bool TextFileWriter::flush() {
-    if (!file_) return false;
-    if (std::fflush(file_) != 0) ok_ = false;
-    return ok_;
+void FileReplacer::write(std::string_view bytes) {
+    if (error_ != 0 || !file_ || bytes.empty()) return;
+    errno = 0;
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) error_ = lastError();
 }
 
-bool TextFileWriter::sync() {
-    if (!flush()) return false;
+Outcome FileReplacer::commit() {
+    if (file_ && error_ == 0) {
+        errno = 0;
+        if (std::fflush(file_) != 0) error_ = lastError();
 #ifdef _WIN32
-    if (_commit(_fileno(file_)) != 0) ok_ = false;
+        if (error_ == 0 && _commit(_fileno(file_)) != 0) error_ = lastError();
 #else
-    if (::fsync(fileno(file_)) != 0) ok_ = false;
+        if (error_ == 0 && ::fsync(fileno(file_)) != 0) error_ = lastError();
 #endif
-    return ok_;
-}
-
-bool TextFileWriter::close() {
+    }
     if (file_) {
-        if (std::fclose(file_) != 0) ok_ = false;
+        errno = 0;
+        if (std::fclose(file_) != 0 && error_ == 0) error_ = lastError();
         file_ = nullptr;
     }
-    return ok_;
-}
-
-bool WriteFileReplacing(std::string_view fileName, std::string_view bytes) {
-    std::string temp = std::string(fileName) + ".tmp";
-    {
-        TextFileWriter w;
-        if (!w.open(temp, TextFileWriter::Mode::Truncate)) return false;
-        w.writeRaw(bytes);
-        w.sync();
-        if (!w.close()) {
-            std::error_code ec;
-            std::filesystem::remove(PathFromText(temp), ec);
-            return false;
-        }
-    }
+    if (error_ != 0) return WriteFailure(fileName_, error_);
     std::error_code ec;
-    std::filesystem::rename(PathFromText(temp), PathFromText(fileName), ec);
-    if (ec) {
-        std::filesystem::remove(PathFromText(temp), ec);
-        return false;
-    }
-    return true;
+    std::filesystem::rename(PathFromText(temp_), PathFromText(fileName_), ec);
+    if (ec) return WriteFailure(fileName_, ec.value());
+    committed_ = true;
+    syncFolderOf(fileName_);
+    return Outcome::Ok();
 }
 
-bool AppendToFile(std::string_view fileName, std::string_view bytes) {
+FileAppender::FileAppender(std::string_view fileName) : fileName_(fileName) {
     const std::filesystem::path path = PathFromText(fileName);
     std::error_code ec;
-    const bool existed = std::filesystem::exists(path, ec);
-    const auto oldSize = existed ? std::filesystem::file_size(path, ec) : 0;
-    const bool sized = !ec;
-    TextFileWriter w;
-    bool ok = w.open(fileName, TextFileWriter::Mode::Append);
-    if (ok) {
-        w.writeRaw(bytes);
-        ok = w.flush();
-        ok = w.close() && ok;
+    existed_ = std::filesystem::exists(path, ec);
+    oldSize_ = existed_ ? std::filesystem::file_size(path, ec) : 0;
+    if (ec) {
+        error_ = ec.value();
+        return;
     }
-    if (!ok && sized && std::filesystem::is_regular_file(path, ec)) {
-        if (existed)
-            std::filesystem::resize_file(path, oldSize, ec);
-        else
-            std::filesystem::remove(path, ec);
+    errno = 0;
+    file_ = openFile(fileName, "ab");
+    if (!file_) error_ = lastError(ENOENT);
+}
+
+FileAppender::~FileAppender() {
+    if (!finished_) (void)finish();
+}
+
+void FileAppender::write(std::string_view bytes) {
+    if (error_ != 0 || !file_ || bytes.empty()) return;
+    errno = 0;
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) error_ = lastError();
+}
+
+Outcome FileAppender::finish() {
+    finished_ = true;
+    const bool opened = file_ != nullptr;
+    if (file_) {
+        errno = 0;
+        if (std::fflush(file_) != 0 && error_ == 0) error_ = lastError();
+        if (std::fclose(file_) != 0 && error_ == 0) error_ = lastError();
+        file_ = nullptr;
     }
-    return ok;
+    if (error_ == 0) return Outcome::Ok();
+    if (opened) {
+        const std::filesystem::path path = PathFromText(fileName_);
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(path, ec)) {
+            if (existed_)
+                std::filesystem::resize_file(path, oldSize_, ec);
+            else
+                std::filesystem::remove(path, ec);
+        }
+    }
+    return WriteFailure(fileName_, error_);
+}
+
+Outcome WriteFileReplacing(std::string_view fileName, std::string_view bytes) {
+    FileReplacer out(fileName);
+    out.write(bytes);
+    return out.commit();
+}
+
+Outcome AppendToFile(std::string_view fileName, std::string_view bytes) {
+    FileAppender out(fileName);
+    out.write(bytes);
+    return out.finish();
 }
 
 }  // namespace mervasto

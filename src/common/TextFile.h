@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "common/LineScanner.h"
+#include "common/Outcome.h"
 
 // Text files as the measurement files have always been: the platform's narrow
 // encoding (the active code page on Windows, UTF-8 elsewhere) and CR LF line
@@ -31,54 +32,73 @@ class TextLineReader {
 public:
     // Throws a FileNotFound RuntimeError when the file cannot be opened.
     void open(std::string_view fileName) { scanner_.open(fileName); }
-    // False at end of file. Throws a FileIo RuntimeError on a read error.
+    // Reads bytes that stay in place until reading ends.
+    void openBytes(std::string_view bytes) { scanner_.openBytes(bytes); }
+    // False at end of file. Throws a FileIo RuntimeError on a read error or
+    // a line longer than kMaxLineBytes.
     bool next(std::string& line);
     void close() { scanner_.close(); }
+    // The 1-based number of the line last read (or refused).
+    uint64_t lineNumber() const { return scanner_.lineNumber(); }
 
 private:
     LineScanner scanner_;
 };
 
-// Writes text lines ended by CR LF. Errors are remembered, not thrown: the
-// writers go on past a failed statement and the caller asks ok() when it
-// cares.
-class TextFileWriter {
+// Writes a whole file through a temporary file beside it (its name unique to
+// this process), which commit() puts on the disk and renames over the file,
+// syncing the folder after the rename. A failed, interrupted or crashed write
+// leaves the old file whole; the temporary file goes unless committed.
+class FileReplacer {
 public:
-    enum class Mode { Truncate, Append };
-    TextFileWriter() = default;
-    TextFileWriter(std::string_view fileName, Mode mode) { open(fileName, mode); }
-    ~TextFileWriter();
-    TextFileWriter(const TextFileWriter&) = delete;
-    TextFileWriter& operator=(const TextFileWriter&) = delete;
+    explicit FileReplacer(std::string_view fileName);
+    ~FileReplacer();
+    FileReplacer(const FileReplacer&) = delete;
+    FileReplacer& operator=(const FileReplacer&) = delete;
 
-    bool open(std::string_view fileName, Mode mode);
-    void writeLine(std::string_view text);
-    // Text without a line end, converted to the narrow encoding.
-    void write(std::string_view text);
-    // Bytes as they stand (already narrow, line ends included).
-    void writeRaw(std::string_view bytes);
-    // Flushes to the operating system; false when anything failed so far.
-    bool flush();
-    // Flushes and asks the system to put the bytes on the disk (so that a
-    // power cut after a rename finds them there).
-    bool sync();
-    bool close();
-    bool ok() const { return ok_; }
-    bool isOpen() const { return file_ != nullptr; }
+    // Bytes as they stand (already narrow). The first failure is kept and
+    // later writes are skipped.
+    void write(std::string_view bytes);
+    // The outcome names the file and the system's reason.
+    Outcome commit();
 
 private:
+    std::string fileName_;
+    std::string temp_;
     std::FILE* file_ = nullptr;
-    bool ok_ = false;
+    int error_ = 0;
+    bool committed_ = false;
 };
 
-// Writes the whole content to a temporary file beside fileName, puts it on
-// the disk and renames it over fileName, so that a failed, interrupted or
-// crashed write leaves the old file whole.
-bool WriteFileReplacing(std::string_view fileName, std::string_view bytes);
+// Appends to a file (created when missing). finish() flushes; on any failure
+// (full disk, read-only folder) the file is cut back to its old length, so
+// that no part of this append is left for the next one to join.
+class FileAppender {
+public:
+    explicit FileAppender(std::string_view fileName);
+    ~FileAppender();
+    FileAppender(const FileAppender&) = delete;
+    FileAppender& operator=(const FileAppender&) = delete;
 
-// Appends bytes to a file (created when missing) and flushes them. On any
-// failure (full disk, read-only folder) the file is cut back to its old
-// length, so that no half line is left for the next append to join.
-bool AppendToFile(std::string_view fileName, std::string_view bytes);
+    void write(std::string_view bytes);
+    Outcome finish();
+
+private:
+    std::string fileName_;
+    std::FILE* file_ = nullptr;
+    bool existed_ = false;
+    uint64_t oldSize_ = 0;
+    int error_ = 0;
+    bool finished_ = false;
+};
+
+// A write failure as the user reads it: the file and the reason.
+Outcome WriteFailure(std::string_view fileName, int error);
+
+// The whole content through a FileReplacer.
+Outcome WriteFileReplacing(std::string_view fileName, std::string_view bytes);
+
+// Appends bytes through a FileAppender: all of them or none.
+Outcome AppendToFile(std::string_view fileName, std::string_view bytes);
 
 }  // namespace mervasto

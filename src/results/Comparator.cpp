@@ -1,9 +1,8 @@
 #include "results/Comparator.h"
 
-#include <fstream>
-#include <iterator>
 #include <optional>
 
+#include "common/LineScanner.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -20,9 +19,10 @@ struct LimitLine {
     std::optional<float> limit[4];  // kind 0 first/second, kind 1 first/second
 };
 
+// Too many fields is no bad character: SplitFields' fault goes to the caller.
 std::optional<LimitLine> parseLine(std::string_view line) {
+    const std::vector<std::string> f = SplitFields(line);
     try {
-        const std::vector<std::string> f = SplitFields(line);
         LimitLine out;
         const int32_t ch = ToInt32(NumberText(f[0]));
         if (ch < 1 || ch > kResultChannels) return std::nullopt;
@@ -76,30 +76,51 @@ void JudgeAll(ChannelResultTable& table) {
     for (ChannelResult& r : table.cell) r.Go = JudgeCount(r.Counts, r.LL, r.UL);
 }
 
-ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table) {
-    size_t pos = 0;
+namespace {
+
+// Lines end at LF only; a CR anywhere in a line is dropped.
+ComparatorLoad loadLines(LineScanner& in, ChannelResultTable& table) {
+    in.setLineEnds(LineScanner::LineEnds::LfOnly);
+    std::string_view raw;
     std::string line;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string_view::npos) end = text.size();
+    while (in.next(raw)) {
         line.clear();
-        for (char c : text.substr(pos, end - pos)) {
+        for (char c : raw)
             if (c != '\r') line += c;
-        }
-        pos = end + 1;
         if (line.empty() || line[0] == '%') continue;
-        const std::optional<LimitLine> parsed = parseLine(line);
+        const std::optional<LimitLine> parsed = parseLine(FromNarrow(line));
         if (!parsed) return {false, kIllegalCharacter};
         apply(*parsed, table);
     }
     return {true, ""};
 }
 
+ComparatorLoad guardedLoad(LineScanner& in, std::string_view name, ChannelResultTable& table) {
+    try {
+        return loadLines(in, table);
+    } catch (const RuntimeError& e) {
+        // A line too long or of too many fields: the limits before it stay.
+        std::string where = name.empty() ? "Line " : std::string(name) + ", line ";
+        return {false, where + std::to_string(in.lineNumber()) + ": " + e.what()};
+    }
+}
+
+}  // namespace
+
+ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table) {
+    LineScanner in;
+    in.openBytes(text);
+    return guardedLoad(in, {}, table);
+}
+
 ComparatorLoad LoadComparatorFile(std::string_view path, ChannelResultTable& table) {
-    std::ifstream in(PathFromText(path), std::ios::binary);
-    if (!in) return {false, kNoFile};
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return LoadComparatorText(FromNarrow(bytes), table);
+    LineScanner in;
+    try {
+        in.open(path);
+    } catch (const RuntimeError&) {
+        return {false, kNoFile};
+    }
+    return guardedLoad(in, path, table);
 }
 
 void SetupDetailCycleGrid(Grid& grid) {

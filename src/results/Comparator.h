@@ -38,13 +38,16 @@ void JudgeAll(ChannelResultTable& table);
 
 struct ComparatorLoad {
     bool ok = false;
-    std::string message;  // "" when ok, else "No File." or "Illegal Character."
+    // "" when ok, else "No File.", "Illegal Character." or, for a line too
+    // long or of too many fields, a text that names the file and the line.
+    std::string message;
 };
 
 // Reads a comparator file into the table: per line channel (1..6), LL and
 // UL of kind 0, the two value limits of kind 0, the two of kind 1. Empty
 // lines and lines starting with "%" are skipped, an empty field keeps the
 // stored value. A bad line stops the reading; earlier lines stay in force.
+// Lines end at LF; carriage returns inside a line are dropped.
 ComparatorLoad LoadComparatorFile(std::string_view path, ChannelResultTable& table);
 // The same over text already in memory.
 ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table);

@@ -72,20 +72,23 @@ DetailSavePath SplitDetailSavePath(std::string_view path) {
     return out;
 }
 
-bool SaveDetailData(std::string_view fileName, Grid& grid) {
+Outcome SaveDetailData(std::string_view fileName, Grid& grid) {
     RedrawOff off(grid);
-    TextFileWriter out(fileName, TextFileWriter::Mode::Truncate);
-    std::string line;
-    for (int32_t r = 0; r < grid.rows() && out.ok(); ++r) {
-        line.clear();
+    FileReplacer out(fileName);
+    std::string text;
+    for (int32_t r = 0; r < grid.rows(); ++r) {
         for (int32_t c = 0; c < grid.cols(); ++c) {
-            if (c > 0) line += ',';
-            line += grid.text(r, c);
+            if (c > 0) text += ',';
+            text += grid.text(r, c);
         }
-        out.writeLine(line);
+        text += "\r\n";
+        if (text.size() >= (size_t{1} << 20)) {
+            out.write(ToNarrow(text));
+            text.clear();
+        }
     }
-    const bool flushed = out.flush();
-    return out.close() && flushed;
+    out.write(ToNarrow(text));
+    return out.commit();
 }
 
 }  // namespace mervasto

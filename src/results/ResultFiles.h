@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "analysis/AnalysisTypes.h"
+#include "common/Outcome.h"
 #include "results/Grid.h"
 
 // The cumulative results file ("ResultData.csv") and the detail files.
@@ -55,8 +56,9 @@ struct DetailSavePath {
 };
 DetailSavePath SplitDetailSavePath(std::string_view path);
 
-// Writes the grid as a CSV image (every row, every column, no quoting),
-// replacing the file. False when the file could not be written.
-bool SaveDetailData(std::string_view fileName, Grid& grid);
+// Writes the grid as a CSV image (every row, every column, no quoting)
+// through a temporary file, so that a failed write leaves the old file whole.
+// The outcome names the file and the reason.
+Outcome SaveDetailData(std::string_view fileName, Grid& grid);
 
 }  // namespace mervasto

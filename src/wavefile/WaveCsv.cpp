@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <memory>
-#include <thread>
 #include <bit>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -22,9 +27,10 @@ namespace {
 
 constexpr size_t kFlushBytes = size_t{4} << 20;
 
-void flushIfFull(std::string& buf, TextFileWriter& out) {
+template <class Out>
+void flushIfFull(std::string& buf, Out& out) {
     if (buf.size() >= kFlushBytes) {
-        out.writeRaw(buf);
+        out.write(buf);
         buf.clear();
     }
 }
@@ -54,9 +60,8 @@ int32_t TriggerAddress(const DsoSetup& setup) {
     }
 }
 
-int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
-    TextFileWriter out(fileName, TextFileWriter::Mode::Truncate);
-    if (!out.isOpen()) return 0;
+Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
+    FileReplacer out(fileName);
 
     std::string head;
     auto line = [&](std::string_view key, std::string_view value) {
@@ -88,7 +93,7 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
 
     const int columns = setup.ChannelCount == 2 ? 2 : 4;
     head.append(columns == 2 ? "Ch1 V,Ch2 V\r\n" : "Ch1 V,Ch2 V,Ch3 V,Ch4 V\r\n");
-    out.write(head);
+    out.write(ToNarrow(head));
 
     const size_t rows = writableRows(record, setup.RecordLength, columns);
     std::string buf(kFlushBytes + 4 * kSampleTextMax + 16, '\0');
@@ -105,13 +110,12 @@ int16_t SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
         *o++ = '\r';
         *o++ = '\n';
         if (static_cast<size_t>(o - base) >= kFlushBytes) {
-            out.writeRaw(std::string_view(base, static_cast<size_t>(o - base)));
+            out.write(std::string_view(base, static_cast<size_t>(o - base)));
             o = base;
         }
     }
-    out.writeRaw(std::string_view(base, static_cast<size_t>(o - base)));
-    out.close();
-    return 0;
+    out.write(std::string_view(base, static_cast<size_t>(o - base)));
+    return out.commit();
 }
 
 namespace {
@@ -130,6 +134,7 @@ void splitSpans(std::string_view line, std::vector<FieldSpan>& spans) {
     uint32_t at = 0;
     // Eight bytes at a time; every comma in a group is a field end.
     for (; size - at >= 8; at += 8) {
+        if (spans.size() >= kMaxFields) TooManyFields();
         uint64_t chunk;
         std::memcpy(&chunk, base + at, sizeof chunk);
         for (uint64_t hit = ByteMask(chunk, ','); hit != 0; hit &= hit - 1) {
@@ -145,6 +150,7 @@ void splitSpans(std::string_view line, std::vector<FieldSpan>& spans) {
         }
     }
     spans.push_back({fieldStart, size - fieldStart});
+    if (spans.size() > kMaxFields) TooManyFields();
 }
 
 // Which setup line a first field names; None for sample rows and ignored lines.
@@ -169,9 +175,16 @@ HeaderKey classify(std::string_view key) {
     return HeaderKey::None;
 }
 
-void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
-    const std::string_view key = table.field(0);
-    const std::string_view value = table.field(1);
+// A time or voltage scale that is not finite would carry Inf or NaN into
+// every result; a sample interval must also be above zero.
+float checkedScale(std::string_view value, bool positive) {
+    const float v = headerSingle(value);
+    if (!std::isfinite(v) || (positive && !(v > 0)))
+        throw RuntimeError(ErrorCode::TypeMismatch, positive ? "must be a number above 0" : "must be a finite number");
+    return v;
+}
+
+void applyHeaderValue(HeaderKey what, std::string_view key, std::string_view value, DsoSetup& setup) {
     switch (what) {
     case HeaderKey::Points: setup.RecordLength = ToInt32(NumberText(value)); break;
     case HeaderKey::Channel: {
@@ -183,23 +196,38 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
         if (attr == "Disp")
             setup.TraceOn[ch] = std::string(value);
         else if (attr == "Volt")
-            setup.VoltsPerDiv[ch] = headerSingle(value);
+            setup.VoltsPerDiv[ch] = checkedScale(value, false);
         else
-            setup.Offset[ch] = headerSingle(value);
+            setup.Offset[ch] = checkedScale(value, false);
         break;
     }
     case HeaderKey::Model:
         setup.Model = std::string(value);
-        setup.ChannelCount = ToInt16(Val(RightText(setup.Model, 1)));
+        // "DS-5354 " still names four channels.
+        setup.ChannelCount = ToInt16(Val(RightText(TrimBlanks(setup.Model), 1)));
         break;
     case HeaderKey::File: setup.InfoDigit = std::string(value); break;
     case HeaderKey::DateTime: setup.DateTime = std::string(value); break;
-    case HeaderKey::TimePerDiv: setup.TimePerDiv = headerSingle(value); break;
-    case HeaderKey::Delay: setup.TriggerDelay = headerSingle(value); break;
-    case HeaderKey::Delta: setup.SampleInterval = headerSingle(value); break;
+    case HeaderKey::TimePerDiv: setup.TimePerDiv = checkedScale(value, false); break;
+    case HeaderKey::Delay: setup.TriggerDelay = checkedScale(value, false); break;
+    case HeaderKey::Delta: setup.SampleInterval = checkedScale(value, true); break;
     case HeaderKey::Mode: setup.AcqMode = std::string(value); break;
     case HeaderKey::DataStart:
     case HeaderKey::None: break;
+    }
+}
+
+void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
+    const std::string_view key = table.field(0);
+    const std::string_view value = table.field(1);
+    try {
+        applyHeaderValue(what, key, value, setup);
+    } catch (const RuntimeError& e) {
+        const std::string why = e.what();
+        const std::string field = "\"" + std::string(key) + "\" ";
+        const std::string quoted = "\"" + std::string(value) + "\"";
+        throw RuntimeError(e.code(), why.starts_with("must") ? field + why + ", not " + quoted + "."
+                                                             : field + "holds " + quoted + ": " + why);
     }
 }
 
@@ -219,13 +247,76 @@ struct TailRows {
     std::atomic<bool> cancel{false};
 };
 
-// Files shorter than this are read by one thread.
-std::atomic<uint64_t> gSplitBytes{uint64_t{8} << 20};
+// Where the lines come from: a file, or its bytes in memory. Both are read
+// through the same code, so that a reader fed from memory (the fuzzers) meets
+// every path a file takes.
+struct Source {
+    std::string name;
+    std::string_view bytes;
+    bool memory = false;
 
-void readTail(const std::string& fileName, TailRows& t) noexcept {
+    void open(LineScanner& in, uint64_t offset) const {
+        if (memory)
+            in.openBytes(bytes, offset);
+        else
+            in.open(name, offset);
+    }
+};
+
+// The second reader runs on one thread kept for the program's life: starting
+// a thread for every file cost more than reading a short file.
+class TailThread {
+public:
+    static TailThread& get() {
+        static TailThread thread;
+        return thread;
+    }
+    ~TailThread() {
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+    std::future<void> start(std::function<void()> job) {
+        std::packaged_task<void()> task(std::move(job));
+        std::future<void> done = task.get_future();
+        {
+            std::lock_guard lock(mutex_);
+            jobs_.push_back(std::move(task));
+        }
+        wake_.notify_one();
+        return done;
+    }
+
+private:
+    TailThread() : thread_([this] { run(); }) {}
+    void run() {
+        while (true) {
+            std::packaged_task<void()> task;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait(lock, [&] { return stop_ || !jobs_.empty(); });
+                if (jobs_.empty()) return;
+                task = std::move(jobs_.front());
+                jobs_.pop_front();
+            }
+            task();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<std::packaged_task<void()>> jobs_;
+    bool stop_ = false;
+    std::thread thread_;  // last: starts once the rest is ready
+};
+
+void readTail(const Source& source, TailRows& t) noexcept {
     try {
         LineScanner in;
-        in.open(fileName, t.seekTo);
+        source.open(in, t.seekTo);
         std::string_view line;
         if (!in.next(line)) return;  // the part-line seekTo fell into
         std::vector<FieldSpan> spans;
@@ -246,7 +337,7 @@ void readTail(const std::string& fileName, TailRows& t) noexcept {
             if (t.rows == reservedFor) {
                 // Room for the rest, estimated from the bytes per row so far.
                 const uint64_t done = in.lineStart() - t.start + line.size() + 1;
-                const uint64_t left = in.fileSize() > in.lineStart() ? in.fileSize() - in.lineStart() : 0;
+                const uint64_t left = in.size() > in.lineStart() ? in.size() - in.lineStart() : 0;
                 const uint64_t more = t.rows == 0 ? 4096 : left * (t.rows + 1) / done + t.rows / 64 + 1024;
                 reservedFor = std::min<uint64_t>(t.rows + more, static_cast<uint64_t>(kMaxSamples));
                 for (auto& v : t.values) v.reserve(reservedFor);
@@ -262,12 +353,10 @@ void readTail(const std::string& fileName, TailRows& t) noexcept {
     }
 }
 
-}  // namespace
-
-void SetWaveCsvSplitBytes(uint64_t bytes) { gSplitBytes = bytes; }
-
-WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table) {
+WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+                       const WaveCsvReadOptions& options) {
     WaveCsvLoadResult result;
+    LineScanner in;
     int32_t counter = 0;
     bool inData = false;
     auto& f = table.fields;
@@ -289,25 +378,29 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
     };
 
     std::unique_ptr<TailRows> tail;
-    std::thread tailThread;
-    struct JoinTail {
+    std::future<void> tailDone;
+    struct WaitForTail {
         std::unique_ptr<TailRows>& tail;
-        std::thread& thread;
-        ~JoinTail() {
+        std::future<void>& done;
+        ~WaitForTail() {
             if (tail) tail->cancel = true;
-            if (thread.joinable()) thread.join();
+            if (done.valid()) done.wait();
         }
-    } joinTail{tail, tailThread};
+    } waitForTail{tail, tailDone};
 
     try {
-        LineScanner in;
-        in.open(fileName);
+        source.open(in, 0);
         size_t capacity = record.wave[0].size();
         for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
         auto ensureCapacity = [&](size_t rows) {
             if (rows <= capacity) return;
             size_t want = std::max<size_t>({rows, capacity * 2, 4096});
             if (setup.RecordLength > counter) want = std::max<size_t>(want, static_cast<size_t>(setup.RecordLength));
+            // A row takes at least two bytes: a file cannot hold more rows
+            // than that, whatever its "Points" line claims.
+            const uint64_t size = in.size();
+            if (size > in.lineStart())
+                want = std::min<size_t>(want, std::max<size_t>(rows, counter + (size - in.lineStart()) / 2 + 1));
             want = std::min<size_t>(want, static_cast<size_t>(kMaxSamples));
             record.ensureLength(static_cast<int32_t>(want));
             capacity = want;
@@ -317,7 +410,7 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
             if (tail && in.lineStart() > tail->seekTo) {
                 // The second thread has read from here on: take its rows when
                 // reading on row by row would give the same.
-                tailThread.join();
+                tailDone.get();
                 const bool same =
                     tail->usable && tail->start == in.lineStart() && inData &&
                     static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
@@ -342,14 +435,16 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
                 settlePending();
                 SplitFieldsInto(FromNarrow(line), f);
                 applyHeader(what, table, setup);
+                if (what == HeaderKey::Points) result.rowsDeclared = setup.RecordLength;
                 if (what == HeaderKey::DataStart) {
                     inData = true;
                     counter = 0;
-                    const uint64_t size = in.fileSize();
-                    if (!tail && !tailThread.joinable() && size >= gSplitBytes.load() && in.lineStart() < size / 2) {
+                    const uint64_t size = in.size();
+                    if (!tail && !tailDone.valid() && size >= options.splitBytes && in.lineStart() < size / 2) {
                         tail = std::make_unique<TailRows>();
                         tail->seekTo = size / 2;
-                        tailThread = std::thread(readTail, std::string(fileName), std::ref(*tail));
+                        TailRows* rows = tail.get();
+                        tailDone = TailThread::get().start([&source, rows] { readTail(source, *rows); });
                     }
                 }
                 continue;
@@ -382,11 +477,28 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
         settlePending();
         const auto* runtime = dynamic_cast<const RuntimeError*>(&e);
         result.status = runtime ? -static_cast<int>(runtime->code()) : -1;
-        result.errorText = e.what();
+        result.errorText = source.name;
+        if (in.lineNumber() > 0) result.errorText += ", line " + std::to_string(in.lineNumber());
+        result.errorText += ": ";
+        result.errorText += e.what();
         result.rowsRead = counter;
         return result;
     }
     result.rowsRead = counter;
+    if (inData && counter > 0 && !(std::isfinite(setup.SampleInterval) && setup.SampleInterval > 0)) {
+        // Periods and frequencies from no interval would be 0 and Inf.
+        result.status = -static_cast<int>(ErrorCode::TypeMismatch);
+        result.errorText = source.name + ": no \"Delta\" line gives the sample interval.";
+        return result;
+    }
+    if (inData && result.rowsDeclared > counter)
+        result.warnings.push_back(source.name + ": the file ends after " + std::to_string(counter) + " of the " +
+                                  std::to_string(result.rowsDeclared) + " sample rows it declares.");
+    if (inData && counter > 0 && setup.ChannelCount != 2 && setup.ChannelCount != 4) {
+        result.channelCountNote =
+            "The model name \"" + setup.Model + "\" gives no channel count; Ch3 and Ch4 are left out.";
+        result.warnings.push_back(source.name + ": " + result.channelCountNote);
+    }
     // Later analysis relies on a multiple of ten, even if that claims up to
     // four samples more than the file held.
     setup.RecordLength = static_cast<int32_t>(RoundHalfEven(counter / 10.0)) * 10;
@@ -394,14 +506,25 @@ WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRe
     return result;
 }
 
-int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown) {
-    TextFileWriter out(fileName, TextFileWriter::Mode::Append);
-    if (!out.isOpen()) return 0;
+}  // namespace
+
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+                              const WaveCsvReadOptions& options) {
+    return load(Source{std::string(fileName), {}, false}, setup, record, table, options);
+}
+
+WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup, WaveRecord& record,
+                                   WaveFieldTable& table, const WaveCsvReadOptions& options) {
+    return load(Source{std::string(name), bytes, true}, setup, record, table, options);
+}
+
+Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown) {
+    FileAppender out(fileName);
     std::string head = "//波形のcsv形式ファイル\r\nAddress";
     for (int i = 0; i < 4; ++i)
         if (shown[i]) head += ",Ch" + std::to_string(i + 1) + "(V)";
     head.append("\r\n");
-    out.write(head);
+    out.write(ToNarrow(head));
 
     size_t rows = count > 0 ? static_cast<size_t>(count) : 0;
     for (int i = 0; i < 4; ++i)
@@ -418,9 +541,8 @@ int16_t AppendWaveTable(std::string_view fileName, const WaveRecord& record, int
         buf.append("\r\n");
         flushIfFull(buf, out);
     }
-    out.writeRaw(buf);
-    out.close();
-    return 0;
+    out.write(buf);
+    return out.finish();
 }
 
 }  // namespace mervasto

@@ -26,7 +26,7 @@ protected:
             DsoSetup setup;
             WaveRecord record;
             MakeExampleRecord(name, setup, record);
-            SaveWaveCsv((dir_ / (name + ".csv")).string(), setup, record);
+            EXPECT_TRUE(SaveWaveCsv((dir_ / (name + ".csv")).string(), setup, record));
         }
     }
     std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }

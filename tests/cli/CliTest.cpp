@@ -1,4 +1,5 @@
 #include "cli/Cli.h"
+#include "cli/Json.h"
 
 #include "common/TextFile.h"
 #include "sim/DsoSimulator.h"
@@ -138,6 +139,97 @@ TEST_F(CliTest, ResultLinesTheFileRefusesArePrinted) {
     EXPECT_NE(err.str().find("Failed to save Test Results. These 2 line(s) belong in"), std::string::npos) << err.str();
     EXPECT_NE(err.str().find("\nSample1,"), std::string::npos);
     EXPECT_NE(err.str().find("\nSample2,"), std::string::npos);
+}
+
+TEST_F(CliTest, FailedWritesSayWhichFileAndWhyAndExitOne) {
+    const std::string missing = (dir_ / "no-folder").string();
+    EXPECT_EQ(run({"make-examples", missing}), kExitFileError);
+    EXPECT_EQ(out.str(), "");  // no file is listed that was never written
+    EXPECT_EQ(err.str().rfind("mervasto-cli: " + missing + "/", 0), 0u) << err.str();
+    EXPECT_NE(err.str().find(": No such file or directory.\n"), std::string::npos) << err.str();
+
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::string target = missing + "/fetched.csv";
+    EXPECT_EQ(run({"fetch", "--ip", sim.address(), target}), kExitFileError);
+    EXPECT_EQ(out.str().find("Saved"), std::string::npos) << out.str();
+    EXPECT_EQ(err.str(), "mervasto-cli: " + target + ": No such file or directory.\n");
+}
+
+TEST_F(CliTest, RefusedAndCutShortFilesSayWhy) {
+    const std::string head = "ModelName,DS-5352\r\nTime/div(second), .001 \r\nCH1 Volt/div, 1 \r\nCH2 Volt/div, 1 \r\n";
+    const auto bad = dir_ / "bad.csv";
+    std::ofstream(bad, std::ios::binary) << head << "Delta (second), 0 \r\nPoints , 20 \r\nCh1 V,Ch2 V\r\n1,2\r\n";
+    for (const char* command : {"info", "analyze"}) {
+        EXPECT_EQ(run({command, "--no-save", bad.string()}), kExitFileError) << command;
+        EXPECT_NE(
+            err.str().find("mervasto-cli: " + bad.string() + ", line 5: \"Delta (second)\" must be a number above 0"),
+            std::string::npos)
+            << command << ": " << err.str();
+    }
+
+    // Cut short: 12 of 40 rows, rounded to 10 samples for the analysis.
+    const auto cut = dir_ / "cut.csv";
+    {
+        std::ofstream f(cut, std::ios::binary);
+        f << head << "Delta (second), 1E-06 \r\nPoints , 40 \r\nCh1 V,Ch2 V\r\n";
+        for (int k = 0; k < 12; ++k) f << (k % 2 ? " 1 , 0 \r\n" : " 0 , 0 \r\n");
+    }
+    const std::string warning = cut.string() + ": the file ends after 12 of the 40 sample rows it declares.";
+    EXPECT_EQ(run({"analyze", "--no-save", cut.string()}), kExitOk) << err.str();
+    EXPECT_NE(err.str().find("mervasto-cli: warning: " + warning), std::string::npos) << err.str();
+    EXPECT_EQ(run({"analyze", "--no-save", "--format", "json", cut.string()}), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("\"text\": \"" + JsonEscape(warning) + "\""), std::string::npos) << out.str();
+}
+
+// True when bytes are well-formed UTF-8.
+bool validUtf8(const std::string& s) {
+    for (size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        const size_t n = c < 0x80                 ? 1
+                         : c >= 0xC2 && c <= 0xDF ? 2
+                         : c >= 0xE0 && c <= 0xEF ? 3
+                         : c >= 0xF0 && c <= 0xF4 ? 4
+                                                  : 0;
+        if (n == 0 || i + n > s.size()) return false;
+        for (size_t k = 1; k < n; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
+        i += n;
+    }
+    return true;
+}
+
+TEST(JsonEscapeTest, OutputIsValidUtf8WhateverTheBytes) {
+    struct Case {
+        std::string in;
+        std::string want;
+    };
+    const Case cases[] = {
+        {"plain", "plain"},
+        {"q\"b\\n\n\t\x01\x7f", "q\\\"b\\\\n\\n\\t\\u0001\\u007f"},
+        {"波形 µs", "波形 µs"},
+        {"\xff", "\\ufffd"},
+        {"a\x80"
+         "b",
+         "a\\ufffdb"},                                         // a stray continuation byte
+        {"\xc0\xaf", "\\ufffd\\ufffd"},                        // an overlong "/"
+        {"\xed\xa0\x80", "\\ufffd\\ufffd\\ufffd"},             // a surrogate
+        {"\xf4\x90\x80\x80", "\\ufffd\\ufffd\\ufffd\\ufffd"},  // above U+10FFFF
+        {"\xe6\xb3", "\\ufffd\\ufffd"},                        // cut short
+        {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(JsonEscape(c.in), c.want) << c.in;
+        EXPECT_TRUE(validUtf8(JsonEscape(c.in))) << c.in;
+    }
+}
+
+TEST_F(CliTest, JsonOfAFileNameThatIsNoUtf8IsStillUtf8) {
+    const auto odd = dir_ / "\xff\xfe-\xe6\xb3.csv";
+    std::filesystem::copy_file(example("pulses"), odd);
+    ASSERT_EQ(run({"analyze", "--no-save", "--format", "json", odd.string()}), kExitOk) << err.str();
+    EXPECT_TRUE(validUtf8(out.str()));
+    EXPECT_NE(out.str().find("\\ufffd\\ufffd-\\ufffd\\ufffd.csv"), std::string::npos);
 }
 
 TEST_F(CliTest, UnreachableInstrumentIsExitStatusFour) {

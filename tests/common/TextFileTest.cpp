@@ -25,15 +25,8 @@ std::string slurp(const std::string& p) {
 }
 }  // namespace
 
-TEST(TextFile, WritesCrLfAndReadsAnyLineEnd) {
+TEST(TextFile, ReadsAnyLineEnd) {
     std::string p = tempPath("lines.txt");
-    {
-        TextFileWriter w(p, TextFileWriter::Mode::Truncate);
-        w.writeLine("Max周期数, 1000");
-        w.writeLine("");
-        EXPECT_TRUE(w.close());
-    }
-    EXPECT_EQ(slurp(p), "Max周期数, 1000\r\n\r\n");
     {
         std::ofstream f(p, std::ios::binary);
         f << "a\r\nb\nc\rd\r\n\r\ne";
@@ -54,13 +47,53 @@ TEST(TextFile, MissingFileIsAnErrorAndNotAFile) {
     EXPECT_THROW(r.open(tempPath("none.txt")), RuntimeError);
 }
 
-TEST(TextFile, ReplacingWriteLeavesNoTemporary) {
-    std::string p = tempPath("replace.txt");
+#ifdef __linux__
+// Runs body with the largest file this process may write set to bytes, as if
+// the disk were full from there on.
+template <class Body>
+void withFileSizeLimit(size_t bytes, Body body) {
+    rlimit old{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = old;
+    small.rlim_cur = bytes;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    body();
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+}
+#endif
+
+TEST(TextFile, ReplacingWriteKeepsTheOldFileOnFailureAndLeavesNoTemporary) {
+    const auto dir = std::filesystem::path(tempPath("replacing"));
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    const std::string p = (dir / "replace.txt").string();
     ASSERT_TRUE(WriteFileReplacing(p, "one\r\n"));
     ASSERT_TRUE(WriteFileReplacing(p, "two\r\n"));
     EXPECT_EQ(slurp(p), "two\r\n");
-    EXPECT_FALSE(FileExists(p + ".tmp"));
-    EXPECT_FALSE(WriteFileReplacing(tempPath("no/such/dir/x.txt"), "x"));
+
+    const std::string missing = tempPath("no/such/dir/x.txt");
+    const Outcome failed = WriteFileReplacing(missing, "x");
+    EXPECT_EQ(failed.code(), ErrorCode::FileIo);
+    EXPECT_EQ(failed.text(), missing + ": No such file or directory.");
+#ifdef __linux__
+    withFileSizeLimit(3, [&] {
+        const Outcome full = WriteFileReplacing(p, "three\r\n");
+        EXPECT_FALSE(full);
+        EXPECT_EQ(full.text(), p + ": File too large.");
+    });
+    EXPECT_EQ(slurp(p), "two\r\n");
+#endif
+    {
+        // Abandoned half way: the old file stays and the temporary goes.
+        FileReplacer out(p);
+        out.write("half");
+    }
+    EXPECT_EQ(slurp(p), "two\r\n");
+    size_t files = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir)) files += e.is_regular_file();
+    EXPECT_EQ(files, 1u);
 }
 
 TEST(TextFile, AppendsWholeLinesOrNothing) {
@@ -71,18 +104,16 @@ TEST(TextFile, AppendsWholeLinesOrNothing) {
     EXPECT_EQ(slurp(p), "one\r\ntwo\r\n");
     EXPECT_FALSE(AppendToFile(tempPath("no/such/dir/x.txt"), "x"));
 #ifdef __linux__
-    // The disk fills in the middle of the line: the file keeps its old bytes.
+    // The disk fills in the middle of the line: the file keeps its old bytes,
+    // whether the line came in one write or in several.
     const std::string before = slurp(p);
-    rlimit old{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit small = old;
-    small.rlim_cur = before.size() + 3;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const bool appended = AppendToFile(p, "a line longer than the space left\r\n");
-    setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, previous);
-    EXPECT_FALSE(appended);
+    withFileSizeLimit(before.size() + 3, [&] {
+        EXPECT_FALSE(AppendToFile(p, "a line longer than the space left\r\n"));
+        FileAppender out(p);
+        out.write("a line ");
+        out.write("in two parts\r\n");
+        EXPECT_EQ(out.finish().text(), p + ": File too large.");
+    });
     EXPECT_EQ(slurp(p), before);
     ASSERT_TRUE(AppendToFile(p, "three\r\n"));
     EXPECT_EQ(slurp(p), before + "three\r\n");
@@ -91,17 +122,20 @@ TEST(TextFile, AppendsWholeLinesOrNothing) {
 
 TEST(TextFile, LongLinesCrossTheBufferBoundary) {
     std::string p = tempPath("long.txt");
-    std::string big(3 << 20, 'x');
+    std::string big(kMaxLineBytes, 'x');
     {
-        TextFileWriter w(p, TextFileWriter::Mode::Truncate);
-        w.writeLine(big);
-        w.writeLine("tail");
+        FileReplacer w(p);
+        for (int i = 0; i < 5; ++i) w.write(big + "\r\n");
+        w.write("tail\r\n");
+        ASSERT_TRUE(w.commit());
     }
     TextLineReader r;
     r.open(p);
     std::string line;
-    ASSERT_TRUE(r.next(line));
-    EXPECT_EQ(line.size(), big.size());
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(r.next(line));
+        EXPECT_EQ(line.size(), big.size());
+    }
     ASSERT_TRUE(r.next(line));
     EXPECT_EQ(line, "tail");
     EXPECT_FALSE(r.next(line));

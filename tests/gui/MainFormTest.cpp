@@ -72,7 +72,7 @@ protected:
         WaveRecord record;
         MakeExampleRecord(name, setup, record);
         std::string file = (dir_ / (std::string(name) + ".csv")).string();
-        SaveWaveCsv(file, setup, record);
+        EXPECT_TRUE(SaveWaveCsv(file, setup, record));
         return file;
     }
     static void typeEnter(QLineEdit* e, const QString& text) {

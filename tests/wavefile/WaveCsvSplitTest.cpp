@@ -20,11 +20,9 @@ struct Loaded {
 };
 
 Loaded load(const std::string& file, uint64_t splitBytes) {
-    SetWaveCsvSplitBytes(splitBytes);
     Loaded l;
     l.table.fields.assign(8, "old");
-    l.result = LoadWaveCsv(file, l.setup, l.record, l.table);
-    SetWaveCsvSplitBytes(uint64_t{8} << 20);
+    l.result = LoadWaveCsv(file, l.setup, l.record, l.table, {splitBytes});
     return l;
 }
 

@@ -8,6 +8,8 @@
 #include <random>
 #include <sstream>
 
+#include "common/LineScanner.h"
+#include "common/TextUtil.h"
 #include "wavefile/WaveCsv.h"
 
 namespace mervasto {
@@ -57,7 +59,8 @@ DsoSetup fourChannelSetup(int32_t length) {
 }
 
 std::string header(const std::string& model, const std::string& points, const std::string& columns) {
-    return "ModelName," + model + "\r\nTime/div(second), .001 \r\nPoints ," + points + "\r\n" + columns + "\r\n";
+    return "ModelName," + model + "\r\nTime/div(second), .001 \r\nDelta (second), 1E-06 \r\nPoints ," + points +
+           "\r\n" + columns + "\r\n";
 }
 
 TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
@@ -80,7 +83,7 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     rec.wave[1][0] = -0.5f;
     rec.wave[2][0] = 1e-5f;
     rec.wave[3][0] = 1.25f;
-    SaveWaveCsv(path("w.csv"), setup, rec);
+    ASSERT_TRUE(SaveWaveCsv(path("w.csv"), setup, rec));
 
     const std::string text = readFile("w.csv");
     EXPECT_NE(text.find("Acquisition Time, 2026/11/23"), std::string::npos);
@@ -104,7 +107,7 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     back.DateTime = setup.DateTime;
     back.Coupling = setup.Coupling;
     back.BandwidthLimit = setup.BandwidthLimit;
-    SaveWaveCsv(path("again.csv"), back, got);
+    ASSERT_TRUE(SaveWaveCsv(path("again.csv"), back, got));
     EXPECT_EQ(readFile("again.csv"), text);
     EXPECT_EQ(got.wave[3][n - 1], rec.wave[3][n - 1]);
 }
@@ -164,7 +167,7 @@ TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
         s.ChannelCount = c.count;
         WaveRecord rec;
         rec.ensureLength(10);
-        SaveWaveCsv(path("c.csv"), s, rec);
+        ASSERT_TRUE(SaveWaveCsv(path("c.csv"), s, rec));
         std::string text = readFile("c.csv");
         EXPECT_NE(text.find(c.columns), std::string::npos) << c.model;
         EXPECT_NE(text.find(c.lastDisplay), std::string::npos) << c.model;
@@ -266,13 +269,116 @@ TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
     EXPECT_EQ(s.RecordLength, 20);
 }
 
+// Each file read from disk and from memory: both ways must say the same.
+struct BothWays {
+    WaveCsvLoadResult result;
+    DsoSetup setup;
+    WaveRecord record;
+};
+
+TEST_F(WaveCsvTest, RefusedFilesNameTheFileTheLineAndTheField) {
+    const std::string head = header("DS-5352", "20", "Ch1 V,Ch2 V");
+    const std::string rows = "1,2\r\n3,4\r\n";
+    struct Case {
+        const char* name;
+        std::string text;
+        std::string where;  // how the text starts, after the file name
+        const char* says;   // and something it says
+        int32_t rowsRead;
+    };
+    const Case cases[] = {
+        {"zero interval", "ModelName,DS-5352\r\nDelta (second), 0 \r\n", ", line 2: ", "\"Delta (second)\" must", 0},
+        {"negative interval", "Delta (second),-1E-06 \r\n", ", line 1: ", "above 0", 0},
+        {"huge interval", "Delta (second), 1E+39 \r\n", ", line 1: ", "\"Delta (second)\"", 0},
+        {"huge time base", "Time/div(second), 1E+39 \r\n", ", line 1: ", "\"Time/div(second)\"", 0},
+        {"no interval", "ModelName,DS-5352\r\nPoints , 2 \r\nCh1 V,Ch2 V\r\n1,2\r\n", ": ", "\"Delta\"", 1},
+        {"line too long", head + rows + std::string(kMaxLineBytes + 1, '7') + "\r\n5,6\r\n", ", line 8: ", "1 MiB", 2},
+        {"too many fields", head + rows + std::string(kMaxFields, ',') + "\r\n5,6\r\n", ", line 8: ", "1000 fields", 2},
+        {"header of too many fields", "ModelName,DS-5352" + std::string(kMaxFields, ',') + "\r\n",
+         ", line 1: ", "1000 fields", 0},
+    };
+    for (const auto& c : cases) {
+        writeFile("bad.csv", c.text);
+        BothWays ways[2];
+        for (int way = 0; way < 2; ++way) {
+            WaveFieldTable table;
+            auto& w = ways[way];
+            w.result = way == 0 ? LoadWaveCsv(path("bad.csv"), w.setup, w.record, table)
+                                : LoadWaveCsvBytes(c.text, path("bad.csv"), w.setup, w.record, table);
+            EXPECT_LT(w.result.status, 0) << c.name;
+            EXPECT_EQ(w.result.errorText.rfind(path("bad.csv") + c.where, 0), 0u)
+                << c.name << ": " << w.result.errorText;
+            EXPECT_NE(w.result.errorText.find(c.says), std::string::npos) << c.name << ": " << w.result.errorText;
+            EXPECT_EQ(w.result.rowsRead, c.rowsRead) << c.name;
+        }
+        EXPECT_EQ(ways[0].result.errorText, ways[1].result.errorText) << c.name;
+    }
+}
+
+TEST_F(WaveCsvTest, WarningsOfFilesThatStillLoad) {
+    struct Case {
+        const char* name;
+        std::string text;
+        std::vector<std::string> warnings;  // after the file name and ": "
+        int16_t channels;
+        int32_t declared;
+    };
+    const std::string rows = "1,2,3,4\r\n5,6,7,8\r\n9,10,11,12\r\n";
+    const std::string cutShort = "the file ends after 3 of the 20 sample rows it declares.";
+    const Case cases[] = {
+        {"whole", header("DS-5354", "3", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows, {}, 4, 3},
+        {"cut short", header("DS-5354", "20", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows, {cutShort}, 4, 20},
+        {"no points line", "ModelName,DS-5354\r\nDelta (second), 1E-06 \r\nCh1 V\r\n" + rows, {}, 4, -1},
+        {"model with trailing blanks", header("DS-5354  ", "3", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows, {}, 4, 3},
+        {"model without a count",
+         header("DS-535X", "20", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rows,
+         {cutShort, "The model name \"DS-535X\" gives no channel count; Ch3 and Ch4 are left out."},
+         0,
+         20},
+    };
+    for (const auto& c : cases) {
+        writeFile("w.csv", c.text);
+        DsoSetup s;
+        WaveRecord rec;
+        WaveFieldTable table;
+        auto r = LoadWaveCsv(path("w.csv"), s, rec, table);
+        ASSERT_EQ(r.status, 0) << c.name << ": " << r.errorText;
+        std::vector<std::string> want;
+        for (const auto& w : c.warnings) want.push_back(path("w.csv") + ": " + w);
+        EXPECT_EQ(r.warnings, want) << c.name;
+        EXPECT_EQ(s.ChannelCount, c.channels) << c.name;
+        EXPECT_EQ(r.rowsDeclared, c.declared) << c.name;
+        EXPECT_EQ(r.channelCountNote.empty(), c.channels == 2 || c.channels == 4) << c.name;
+    }
+}
+
+TEST_F(WaveCsvTest, FailedWritesKeepTheOldFileAndSayWhy) {
+    DsoSetup setup = fourChannelSetup(10);
+    WaveRecord rec;
+    rec.ensureLength(10);
+    const std::string missing = path("no-folder/w.csv");
+    const Outcome noFolder = SaveWaveCsv(missing, setup, rec);
+    EXPECT_EQ(noFolder.text(), missing + ": No such file or directory.");
+    const Outcome noTable = AppendWaveTable(missing, rec, 10, {true, true, true, true});
+    EXPECT_EQ(noTable.text(), missing + ": No such file or directory.");
+    EXPECT_FALSE(fs::exists(path("no-folder")));
+
+    // A folder where the file should be: nothing is replaced, nothing left.
+    fs::create_directories(path("taken.csv"));
+    EXPECT_FALSE(SaveWaveCsv(path("taken.csv"), setup, rec));
+    EXPECT_TRUE(fs::is_directory(path("taken.csv")));
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& e : fs::directory_iterator(dir_)) ++entries;
+    EXPECT_EQ(entries, 1u);
+}
+
 TEST_F(WaveCsvTest, WaveTableListsShownChannelsAndAppends) {
     WaveRecord rec;
     rec.ensureLength(3);
     rec.wave[0] = {0.25f, -1.5f, 1e-5f};
     rec.wave[2] = {1.0f, 2.0f, 3.0f};
-    AppendWaveTable(path("t.csv"), rec, 2, {true, false, true, false});
-    AppendWaveTable(path("t.csv"), rec, 1, {false, false, false, false});
+    ASSERT_TRUE(AppendWaveTable(path("t.csv"), rec, 2, {true, false, true, false}));
+    ASSERT_TRUE(AppendWaveTable(path("t.csv"), rec, 1, {false, false, false, false}));
     EXPECT_EQ(readFile("t.csv"),
               "//波形のcsv形式ファイル\r\nAddress,Ch1(V),Ch3(V)\r\n0,0.25,1\r\n1,-1.5,2\r\n"
               "//波形のcsv形式ファイル\r\nAddress\r\n0\r\n");

@@ -14,6 +14,7 @@ namespace mervasto {
 namespace {
 
 constexpr int kMaxCommentLines = 257;
+constexpr const char* kInputPastEnd = "Input past end of file.";
 constexpr double kMaxCyclesCap = 500000;
 
 // The legacy lines, in file order: a label and the fields its values fill.
@@ -22,7 +23,7 @@ constexpr double kMaxCyclesCap = 500000;
 enum class Line { Values, ChannelBlock, Comment, ComparatorPath };
 struct LegacyLine {
     Line kind;
-    std::string_view label;                      // for a channel line, the text after "Ch<i> "
+    std::string_view label;                     // for a channel line, the text after "Ch<i> "
     std::vector<std::string_view> fields = {};  // field names (per channel: without the number)
 };
 
@@ -127,7 +128,7 @@ using NextLine = std::function<bool(std::string&)>;
 void readLegacy(const NextLine& next, Settings& s) {
     std::string line;
     auto nextLine = [&]() -> std::string& {
-        if (!next(line)) throw RuntimeError(ErrorCode::FileIo, "Input past end of file.");
+        if (!next(line)) throw RuntimeError(ErrorCode::FileIo, kInputPastEnd);
         return line;
     };
     auto values = [&](const std::vector<std::string_view>& names, int ch) {
@@ -193,7 +194,8 @@ void readOptional(const NextLine& next, Settings& s, ResumeLoad& load, int lineN
     }
 }
 
-ResumeLoad load(const NextLine& next, Settings& s) {
+ResumeLoad load(TextLineReader& in, Settings& s) {
+    const NextLine next = [&](std::string& line) { return in.next(line); };
     ResumeLoad result;
     result.found = true;
     for (const auto& field : SettingFields()) {
@@ -211,8 +213,11 @@ ResumeLoad load(const NextLine& next, Settings& s) {
         readLegacy(counted, s);
         result.complete = true;
         readOptional(counted, s, result, linesRead);
-    } catch (const RuntimeError&) {
+    } catch (const RuntimeError& e) {
         // A legacy file ends where it cannot be read on; what was read stays.
+        // A line too long or of too many fields is said, not passed over.
+        if (e.code() == ErrorCode::FileIo && std::string_view(e.what()) != kInputPastEnd)
+            result.problems.push_back("line " + std::to_string(in.lineNumber()) + ": " + e.what());
     }
     return result;
 }
@@ -267,8 +272,9 @@ std::string ResumeText(const Settings& s) {
 }
 
 Outcome SaveResumeParam(std::string_view fileName, const Settings& s) {
-    if (WriteFileReplacing(fileName, ToNarrow(ResumeText(s)))) return Outcome::Ok();
-    return {ErrorCode::FileIo, "The settings could not be written to " + std::string(fileName) + "."};
+    Outcome written = WriteFileReplacing(fileName, ToNarrow(ResumeText(s)));
+    if (written) return written;
+    return {written.code(), "The settings could not be written to " + written.text()};
 }
 
 ResumeLoad LoadResumeParam(std::string_view fileName, Settings& s) {
@@ -278,35 +284,13 @@ ResumeLoad LoadResumeParam(std::string_view fileName, Settings& s) {
     } catch (const RuntimeError&) {
         return {};
     }
-    return load(
-        [&](std::string& line) {
-            try {
-                return in.next(line);
-            } catch (const RuntimeError&) {
-                return false;
-            }
-        },
-        s);
+    return load(in, s);
 }
 
 ResumeLoad LoadResumeText(std::string_view bytes, Settings& s) {
-    size_t pos = 0;
-    return load(
-        [&](std::string& line) {
-            if (pos >= bytes.size()) return false;
-            size_t end = bytes.find_first_of("\r\n", pos);
-            if (end == std::string_view::npos) end = bytes.size();
-            line = FromNarrow(bytes.substr(pos, end - pos));
-            pos = end;
-            if (pos < bytes.size() && bytes[pos] == '\r') ++pos;
-            else if (pos < bytes.size()) {
-                ++pos;  // a lone LF
-                return true;
-            }
-            if (pos < bytes.size() && bytes[pos] == '\n') ++pos;  // CR LF
-            return true;
-        },
-        s);
+    TextLineReader in;
+    in.openBytes(bytes);
+    return load(in, s);
 }
 
 }  // namespace mervasto

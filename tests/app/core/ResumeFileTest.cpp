@@ -63,16 +63,21 @@ protected:
 // Every setting away from its default.
 Settings changedSettings() {
     Settings s;
-    const char* pairs[][2] = {{"MaxCycles", "2500"},        {"TotalRepeats", "77"},     {"RepeatCheck", "1"},
-                              {"Histerisis", "12.5"},       {"PLevel", "40"},           {"SmoothingNo", "5"},
-                              {"LimitPoints", "0.2"},       {"SampleNo", "Board A"},    {"SampleIndex", "9"},
-                              {"IPAdressText", "10.0.0.7"}, {"ZoomRate", "20"},         {"DDSaveCheck", "1"},
-                              {"WDSaveCheck", "1"},         {"DaqCheck", "1"},          {"OmitRangeEffect", "1"},
-                              {"LevelMethod", "Halves"},    {"ChInputSignal1", "0"},    {"ChInputSignal2", "Duty"},
-                              {"ChInputSignal3", "Max"},    {"ChInputSignal4", "Gate"}, {"VRate2", "10"},
-                              {"SigName3", "Clock"},        {"DispOffCheck2", "1"},     {"DispOffCheck4", "1"},
-                              {"PPCheck2", "1"},            {"DutyCheck3", "true"},     {"TimeoutSeconds", "2.5"},
-                              {"SaveWavesCheck", "1"},      {"Comment", "x"}};
+    const char* pairs[][2] = {{"MaxCycles", "2500"},     {"TotalRepeats", "77"},
+                              {"RepeatCheck", "1"},      {"Histerisis", "12.5"},
+                              {"PLevel", "40"},          {"SmoothingNo", "5"},
+                              {"LimitPoints", "0.2"},    {"SampleNo", "Board A"},
+                              {"SampleIndex", "9"},      {"IPAdressText", "10.0.0.7"},
+                              {"ZoomRate", "20"},        {"DDSaveCheck", "1"},
+                              {"WDSaveCheck", "1"},      {"DaqCheck", "1"},
+                              {"OmitRangeEffect", "1"},  {"LevelMethod", "Halves"},
+                              {"ChInputSignal1", "0"},   {"ChInputSignal2", "Duty"},
+                              {"ChInputSignal3", "Max"}, {"ChInputSignal4", "Gate"},
+                              {"VRate2", "10"},          {"SigName3", "Clock"},
+                              {"DispOffCheck2", "1"},    {"DispOffCheck4", "1"},
+                              {"PPCheck2", "1"},         {"DutyCheck3", "true"},
+                              {"TimeoutSeconds", "2.5"}, {"SaveWavesCheck", "1"},
+                              {"Comment", "x"}};
     for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
@@ -209,6 +214,45 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     (void)LoadResumeParam(file_, old);
     EXPECT_EQ(old.analysis.PLevel, "40");
     EXPECT_EQ(old.analysis.LevelMethod, "Peaks");
+}
+
+// A comment line of 1 MiB is a setting like any other; a longer line, or a
+// line of more than 1,000 fields, ends the load and is named.
+TEST_F(ResumeFileTest, LinesUpToOneMiBAndAThousandFields) {
+    const Settings saved = changedSettings();
+    (void)SaveResumeParam(file_, saved);
+    const auto full = lines();
+    const size_t comment = 34;  // the first comment line, after "コメント"
+    struct Case {
+        const char* name;
+        size_t line;  // 0-based
+        std::string text;
+        bool complete;
+        std::string problem;
+    };
+    const Case cases[] = {
+        {"longest comment line", comment, std::string(size_t{1} << 20, 'c'), true, ""},
+        {"comment of many commas", comment, std::string(5000, ','), true, ""},
+        {"comment line too long", comment, std::string((size_t{1} << 20) + 1, 'c'), false,
+         "line 35: The line is longer than 1 MiB"},
+        {"values of too many fields", 1, "ヒステリシス," + std::string(1000, ','), false,
+         "line 2: The line has more than 1000 fields"},
+    };
+    for (const auto& c : cases) {
+        auto ls = full;
+        ls[c.line] = c.text;
+        writeLines(ls);
+        Settings loaded;
+        const ResumeLoad load = LoadResumeParam(file_, loaded);
+        EXPECT_EQ(load.complete, c.complete) << c.name;
+        if (c.problem.empty()) {
+            EXPECT_TRUE(load.problems.empty()) << c.name;
+            EXPECT_EQ(loaded.analysis.PLevel, saved.analysis.PLevel) << c.name;
+        } else {
+            ASSERT_EQ(load.problems.size(), 1u) << c.name;
+            EXPECT_EQ(load.problems[0].rfind(c.problem, 0), 0u) << load.problems[0];
+        }
+    }
 }
 
 // The lines after the legacy ones are matched by label: any order, unknown
