@@ -37,6 +37,12 @@ constexpr const char* kStoringScreen = "Storing the DSO's Screen.";
 constexpr const char* kCompletedScreen = "Copmpleted Storing the DSO's Screen.";
 constexpr const char* kLinkErrorTitle = "DSO";
 
+// The window's "Time-out (s)": the deadline of every exchange with the instrument.
+void ApplyExchangeDeadline(DsoLink& link, const std::string& secondsText) {
+    const double seconds = Val(secondsText);
+    if (seconds > 0 && seconds <= 3600) link.setExchangeDeadlineMs(ToInt32(seconds * 1000));
+}
+
 void makeFolder(const std::string& path) {
     std::error_code ec;
     std::filesystem::create_directories(PathFromText(path), ec);
@@ -110,6 +116,9 @@ void RunState::runPass(UiPort& ui) {
 void RunState::WFStartCommand_Click(UiPort& ui) {
     if (Running) return;
     RunFailure.clear();
+    // A Stop left over from an earlier run must not cut this run's connect.
+    link->clearStop();
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     if (!link->DsoLinked) {
         bool linked = false;
         RunHandler(ui, [&] { linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText); });
@@ -153,7 +162,11 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
     } catch (const RuntimeError& e) {
         RunFailure = e.what();
-        if (!link->aborted()) ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
+        // A Stop that had to cut an exchange is the user's doing, not a fault to be boxed.
+        if (e.code() == ErrorCode::Canceled)
+            ui.setStatus(1, e.what());
+        else if (!link->aborted())
+            ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
     }
     try {
         if (link->DsoLinked) link->SendDsoCommand("GTL");
@@ -168,6 +181,7 @@ void RunState::Stop_Click() { link->requestStop(); }
 
 void RunState::ReadRejectRange_Click(UiPort& ui) {
     if (!WavesPresent || !settings.analysis.OmitRangeEffect || record.WaveLength < 500) return;
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     settings.RejectRangeSet = false;
     if (!link->DsoLinked && !ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText)) return;
     link->SendDsoCommand("GTL");
@@ -193,6 +207,8 @@ void RunState::ReadRejectRange_Click(UiPort& ui) {
 }
 
 void RunState::WaveSave_Click(UiPort& ui) {
+    if (!Running) link->clearStop();  // a Stop of the last run is not meant for this
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     RunHandler(ui, [&] {
         const std::string dataDir = JoinPath(DataFolder, "Data");
         const std::string screenDir = JoinPath(DataFolder, "VScreen");

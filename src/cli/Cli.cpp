@@ -151,6 +151,15 @@ bool reportUnsaved(RunState& state, std::ostream& err) {
     return false;
 }
 
+// --timeout bounds both the instrument's silence and every whole exchange,
+// for the run (through its setting) as for the direct readout and fetch.
+void applyTimeout(RunState& state, const Options& o) {
+    if (!o.timeoutMs) return;
+    state.link->setReplyTimeoutMs(*o.timeoutMs);
+    state.link->setExchangeDeadlineMs(*o.timeoutMs);
+    state.settings.analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
+}
+
 bool prepareState(RunState& state, const Options& o, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
@@ -167,7 +176,7 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         }
     }
     state.saveResultLine = !o.noSave;
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     return true;
 }
 
@@ -283,7 +292,7 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
                                                                         : std::string();
@@ -303,7 +312,7 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
     });
