@@ -268,8 +268,9 @@ int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
                    const std::function<std::string(ScriptedUi&)>& exchange) {
     ScriptedUi ui;
     try {
-        if (!ConnectAndIdentify(*state.link, state.setup, ui, ip)) {
-            err << "mervasto-cli: DSO not connected normally. (" << ip << ")\n";
+        const Outcome linked = ConnectAndIdentify(*state.link, state.setup, ui, ip);
+        if (!linked) {
+            err << "mervasto-cli: " << linked.text() << " (" << ip << ")\n";
             return kExitNoInstrument;
         }
         std::string why = exchange(ui);
@@ -294,8 +295,8 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
-                                                                        : std::string();
+        const Outcome read = ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false);
+        return read ? std::string() : read.text() + " (" + *o.ip + ")";
     });
     if (status != kExitOk) return status;
     if (o.format == "json")

@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/Outcome.h"
 #include "common/RuntimeError.h"
 #include "common/UiPort.h"
 #include "wavefile/DsoSetup.h"
@@ -177,10 +179,20 @@ private:
 };
 
 // Connects and identifies when DsoLinked is false: "Connecting to the DSO."
-// in status panel 1, LinkToSLA, and on failure the "Confirmation" box
-// ("DSO not connected normally.") and false. Otherwise "*IDN?" gives the
-// model and the channel count and DsoLinked is set. True when linked.
-bool ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+// in status panel 1, LinkToSLA, and when it answers 9 the outcome
+// "DSO not connected normally." (ErrorCode::Link). Otherwise "*IDN?" gives
+// the model and the channel count and DsoLinked is set. Ok when linked.
+Outcome ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+
+// The box the window shows for an outcome of the instrument layer: the two
+// link texts get their "Confirmation" box with the buttons they always had
+// (Cancel / Try Again / Continue for connecting, OK / Cancel for the setup
+// readout and the screen); any other outcome has none here.
+struct LinkBox {
+    MsgButtons buttons;
+    const char* title;
+};
+std::optional<LinkBox> LinkBoxOf(const Outcome& outcome);
 
 // The channel count of a model text: its 7th character as a number.
 int16_t ChannelCountOfModel(const std::string& model);

@@ -87,54 +87,55 @@ void ReadDsoCursors(DsoLink& link, DsoSetup& setup) {
     if (setup.CursorPos[1] > setup.CursorPos[2]) std::swap(setup.CursorPos[1], setup.CursorPos[2]);
 }
 
-bool ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput) {
-    for (int ch = 1; ch <= 4; ++ch) setup.Inverted[static_cast<size_t>(ch)] = false;
+Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput) {
+    return Guarded([&]() -> Outcome {
+        for (int ch = 1; ch <= 4; ++ch) setup.Inverted[static_cast<size_t>(ch)] = false;
 
-    if (!link.DsoLinked) {
-        ui.setStatus(1, kConnectingToDso);
-        const DsoAddress address = ParseDsoAddress(addressText);
-        if (link.LinkToSLA(address.host, address.port) == kLinkError) {
-            ui.messageBox(kDsoNotInterfaced, MsgButtons::OkCancel, kDsoConfirmationTitle);
-            FillDsoSetupDefaults(setup);
-            return true;
+        if (!link.DsoLinked) {
+            ui.setStatus(1, kConnectingToDso);
+            const DsoAddress address = ParseDsoAddress(addressText);
+            if (link.LinkToSLA(address.host, address.port) == kLinkError) {
+                FillDsoSetupDefaults(setup);
+                return {ErrorCode::Link, kDsoNotInterfaced};
+            }
+            link.DsoLinked = true;
         }
-        link.DsoLinked = true;
-    }
 
-    const std::vector<std::string> info = SplitFields(link.QueryDso("DTINF?", 1000));
-    const size_t lengthField = setup.ChannelCount == 4 ? 23 : 15;
-    if (info.size() <= lengthField)
-        link.failExchange("The DSO's setup information (\"DTINF?\") has " + std::to_string(info.size()) +
-                          " fields; the record length is field " + std::to_string(lengthField) +
-                          ". The readout was ended and the link closed.");
-    setup.Model = std::string(RightText(FieldOr(info, 0), 7));
-    setup.InfoDigit = std::string(RightText(FieldOr(info, 1), 1));
-    setup.DateTime = std::string(RightText(FieldOr(info, 2), 19));
+        const std::vector<std::string> info = SplitFields(link.QueryDso("DTINF?", 1000));
+        const size_t lengthField = setup.ChannelCount == 4 ? 23 : 15;
+        if (info.size() <= lengthField)
+            link.failExchange("The DSO's setup information (\"DTINF?\") has " + std::to_string(info.size()) +
+                              " fields; the record length is field " + std::to_string(lengthField) +
+                              ". The readout was ended and the link closed.");
+        setup.Model = std::string(RightText(FieldOr(info, 0), 7));
+        setup.InfoDigit = std::string(RightText(FieldOr(info, 1), 1));
+        setup.DateTime = std::string(RightText(FieldOr(info, 2), 19));
 
-    setup.TimePerDiv = SetupNumber(link, "TDIV?", "1e-6", "time base", true);
-    setup.RecordLength = RecordLengthOfField(info[lengthField]);
-    setup.SampleInterval = ToSingle(double{setup.TimePerDiv} * 10.0 / setup.RecordLength);
-    setup.AcqMode = link.QueryDso("ACQ?", 80);
-    setup.TriggerSource = link.QueryDso("TSRC?", 80);
-    setup.TriggerLevel = ValSingle(link.QueryDso("TLVL?", 80));
-    setup.TriggerDelay = ValSingle(link.QueryDso("TRDL?", 80));
-    setup.TriggerMode = link.QueryDso("TRMD?", 80);
+        setup.TimePerDiv = SetupNumber(link, "TDIV?", "1e-6", "time base", true);
+        setup.RecordLength = RecordLengthOfField(info[lengthField]);
+        setup.SampleInterval = ToSingle(double{setup.TimePerDiv} * 10.0 / setup.RecordLength);
+        setup.AcqMode = link.QueryDso("ACQ?", 80);
+        setup.TriggerSource = link.QueryDso("TSRC?", 80);
+        setup.TriggerLevel = ValSingle(link.QueryDso("TLVL?", 80));
+        setup.TriggerDelay = ValSingle(link.QueryDso("TRDL?", 80));
+        setup.TriggerMode = link.QueryDso("TRMD?", 80);
 
-    if (!memoryInput) {
-        for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
-            const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
-            const size_t i = static_cast<size_t>(ch);
-            setup.VoltsPerDiv[i] = SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true);
-            setup.Offset[i] = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
-            setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
-            setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
-            setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);
-            setup.Inverted[i] = link.QueryDso(prefix + ":INV? ", 80) == "ON";
+        if (!memoryInput) {
+            for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
+                const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
+                const size_t i = static_cast<size_t>(ch);
+                setup.VoltsPerDiv[i] = SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true);
+                setup.Offset[i] = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
+                setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
+                setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
+                setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);
+                setup.Inverted[i] = link.QueryDso(prefix + ":INV? ", 80) == "ON";
+            }
         }
-    }
 
-    ReadDsoCursors(link, setup);
-    return false;
+        ReadDsoCursors(link, setup);
+        return Outcome::Ok();
+    });
 }
 
 }  // namespace mervasto

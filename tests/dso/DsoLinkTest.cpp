@@ -174,7 +174,8 @@ TEST_F(SimTest, FaultsEndCleanlyAndTheNextRunConnectsAgain) {
         WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
         std::string message;
         try {
-            ReadDsoSetup(link, setup, ui, sim->address(), false);
+            const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+            if (!read) throw RuntimeError(read.code(), read.text());
             TransferDsoChannel(link, 0, ctx, record);
         } catch (const RuntimeError& e) {
             EXPECT_EQ(e.code(), ErrorCode::Link);
@@ -215,14 +216,16 @@ TEST_F(SimTest, AcquisitionWaitPausesBetweenPolls) {
     EXPECT_LE(polls, elapsedMs / kStatusPollPauseMs + 2) << polls << " polls in " << elapsedMs << " ms";
 }
 
-TEST_F(SimTest, RefusedConnectionShowsTheBoxAndTheNextAttemptConnects) {
+TEST_F(SimTest, RefusedConnectionIsTheConnectOutcomeAndTheNextAttemptConnects) {
     startSim();
     sim->setFault(SimFault::Refuse);
-    EXPECT_FALSE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    ASSERT_EQ(ui.boxes.size(), 1u);
-    EXPECT_EQ(ui.boxes[0].text, "DSO not connected normally.");
-    EXPECT_EQ(ui.boxes[0].buttons, MsgButtons::CancelTryContinue);
-    EXPECT_EQ(ui.boxes[0].title, "Confirmation");
+    const Outcome linked = ConnectAndIdentify(link, setup, ui, sim->address());
+    EXPECT_EQ(linked.code(), ErrorCode::Link);
+    EXPECT_EQ(linked.text(), "DSO not connected normally.");
+    ASSERT_TRUE(LinkBoxOf(linked).has_value());
+    EXPECT_EQ(LinkBoxOf(linked)->buttons, MsgButtons::CancelTryContinue);
+    EXPECT_STREQ(LinkBoxOf(linked)->title, "Confirmation");
+    EXPECT_TRUE(ui.boxes.empty());  // the window shows it
     EXPECT_FALSE(link.DsoLinked);
     EXPECT_EQ(link.state(), kLinkError);
 
@@ -249,7 +252,7 @@ TEST_F(SimTest, StopLetsTheExchangeFinishUnlessRepeated) {
     // The second Stop arrives while the block is awaited from a silent instrument.
     std::array<std::string, 4> vrate{"1", "1", "1", "1"};
     WaveRecord record;
-    ASSERT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    ASSERT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     sim->setCommandHook([this](const std::string& line) {
         if (line == "DTWAVE?") {
             sim->setFault(SimFault::Silent);

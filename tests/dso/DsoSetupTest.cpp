@@ -45,7 +45,7 @@ TEST_F(SimTest, ReadsEveryFieldInOrder) {
     startSim(o);
     linkUp();
 
-    EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     EXPECT_EQ(sim->commandLog(), ReadoutLog(4));
     EXPECT_EQ(setup.Model, "DS-5354");
     EXPECT_EQ(setup.InfoDigit, "1");
@@ -79,7 +79,7 @@ TEST_F(SimTest, TwoChannelModelSkipsChannelsThreeAndFour) {
     setup.VoltsPerDiv[3] = 7.0f;
     setup.Coupling[4] = "kept";
     setup.Inverted[3] = setup.Inverted[4] = true;
-    EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     EXPECT_EQ(sim->commandLog(), ReadoutLog(2));
     EXPECT_EQ(setup.RecordLength, 5000);  // field 15 for two channels
     EXPECT_FLOAT_EQ(setup.VoltsPerDiv[3], 7.0f);
@@ -92,7 +92,7 @@ TEST_F(SimTest, MemoryInputKeepsTheChannelFields) {
     startSim();
     linkUp();
     setup.VoltsPerDiv[1] = 3.0f;
-    EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), true));
+    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), true));
     EXPECT_EQ(sim->commandLog(), ReadoutLog(0));
     EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 3.0f);
 }
@@ -120,7 +120,7 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
         SCOPED_TRACE(c.query + " -> \"" + c.reply + "\"");
         sim->clearReplyOverrides();
         sim->setReplyOverride(c.query, c.reply);
-        EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+        EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
         c.check(setup);
     }
 }
@@ -147,20 +147,17 @@ TEST_F(SimTest, MalformedSetupEndsTheReadoutNamingTheField) {
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
         sim->clearReplyOverrides();
         sim->setReplyOverride(c.query, c.reply);
-        try {
-            ReadDsoSetup(link, setup, ui, sim->address(), false);
-            ADD_FAILURE() << "taken";
-        } catch (const RuntimeError& e) {
-            EXPECT_EQ(e.code(), ErrorCode::Link);
-            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-        }
+        const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+        EXPECT_EQ(read.code(), ErrorCode::Link);
+        EXPECT_NE(read.text().find(c.message), std::string::npos) << read.text();
+        EXPECT_FALSE(LinkBoxOf(read).has_value());
         EXPECT_FALSE(link.DsoLinked);
     }
     // Negative offsets and plain numbers are fine.
     sim->clearReplyOverrides();
     sim->setReplyOverride("C1:OFST? ", " -2.5E-01 ");
     ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     EXPECT_FLOAT_EQ(setup.Offset[1], -0.25f);
 }
 
@@ -179,7 +176,7 @@ TEST_F(SimTest, RecordLengthFromTheInstrument) {
         startSim(small("DS-5354", length));
         link.close();
         linkUp();
-        ReadDsoSetup(link, setup, ui, sim->address(), false);
+        EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
         EXPECT_EQ(setup.RecordLength, length == 4 ? 500 : 1240);
         sim->stop();
     }
@@ -220,11 +217,11 @@ TEST_F(SimTest, LinkDownGivesTheDefaultsAndTheNextCallConnects) {
     sim->setFault(SimFault::Refuse);
     setup.VoltsPerDiv[1] = 2.5f;
     setup.Inverted[2] = true;
-    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
-    ASSERT_EQ(ui.boxes.size(), 1u);
-    EXPECT_EQ(ui.boxes[0].text, "DSO not interfaced normally.");
-    EXPECT_EQ(ui.boxes[0].buttons, MsgButtons::OkCancel);
-    EXPECT_EQ(ui.boxes[0].title, "Confirmation");
+    const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+    EXPECT_EQ(read.text(), "DSO not interfaced normally.");
+    ASSERT_TRUE(LinkBoxOf(read).has_value());
+    EXPECT_EQ(LinkBoxOf(read)->buttons, MsgButtons::OkCancel);
+    EXPECT_TRUE(ui.boxes.empty());
     EXPECT_EQ(ui.statuses.back(), (std::pair<int, std::string>{1, "Connecting to the DSO."}));
     EXPECT_FLOAT_EQ(setup.TimePerDiv, 1e-5f);
     EXPECT_EQ(setup.RecordLength, 100000);
@@ -242,7 +239,7 @@ TEST_F(SimTest, LinkDownGivesTheDefaultsAndTheNextCallConnects) {
 
     sim->setFault(SimFault::None);
     setup.ChannelCount = 4;
-    EXPECT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     EXPECT_TRUE(link.DsoLinked);
     // Connecting here sends no "*IDN?".
     EXPECT_EQ(sim->commandLog(), ReadoutLog(4));

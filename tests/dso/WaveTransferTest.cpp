@@ -15,7 +15,7 @@ protected:
     void begin(SimOptions o) {
         startSim(std::move(o));
         linkUp();
-        ASSERT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+        ASSERT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
         sim->clearLog();
     }
     WaveTransferResult transfer(int ch, const std::string& ch4Type = "Period") {
