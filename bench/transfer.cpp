@@ -48,7 +48,7 @@ void BM_WordTransfer5M(benchmark::State& state) {
     DsoLink link;
     DsoSetup setup;
     NullUi ui;
-    if (!ConnectAndIdentify(link, setup, ui, sim.address()) || ReadDsoSetup(link, setup, ui, sim.address(), false)) {
+    if (!ConnectAndIdentify(link, setup, ui, sim.address()) || !ReadDsoSetup(link, setup, ui, sim.address(), false)) {
         state.SkipWithError("no link to the simulator");
         return;
     }

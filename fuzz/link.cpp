@@ -28,7 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     bool textTurn = true;
     while (fed < stream.size() || !pending.empty()) {
         if (textTurn) {
-            while (!ReplyComplete(pending, false) && feed()) {}
+            size_t scanned = 0;
+            ReplyState state = ReplyState::NeedMore;
+            while ((state = ScanReply(pending, scanned, false)) == ReplyState::NeedMore && feed()) {}
+            if (scanned > pending.size()) std::abort();
+            if (state == ReplyState::TooLong) {
+                if (pending.size() <= kMaxReplyBytes) std::abort();
+                break;  // the link closes here
+            }
             if (pending.empty()) break;
             std::string reply = TakeReplyLine(pending, maxLength);
             if (reply.find_first_of("\r\n") != std::string::npos) std::abort();

@@ -8,10 +8,10 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
+#include "dso/AcquisitionPass.h"
 #include "dso/DsoLink.h"
-#include "dso/DsoSetupReadout.h"
 #include "dso/DsoScreen.h"
-#include "dso/WaveTransfer.h"
+#include "dso/RejectRange.h"
 #include "results/ResultFiles.h"
 
 #include <filesystem>
@@ -25,10 +25,7 @@ constexpr const char* kAcquiringNewData = "Acquiring New Data.";
 constexpr const char* kAcquisitionAborted = "Data Acquisition Aborted.";
 constexpr const char* kTransferingWaves = "Transfering waves from the DSO.";
 constexpr const char* kCompletedTransfer = "Completed data transffering.";
-constexpr const char* kTranslationSetup = "Translation the DSO setup.";
 constexpr const char* kFailedTranslationSetup = "Failed translation of the DSO setup.";
-constexpr const char* kTransferringWaves = "Transferring waves from the DSO.";
-constexpr const char* kCompletedWaveTranslation = "Completed wave translation.";
 constexpr const char* kDirectionText = "Set to Zoom Mode and Set Reject Range by Cursor !";
 constexpr const char* kDirectionTitle = "Direction";
 constexpr const char* kAbortedStoring = "Aborted Storing the Data to the File.";
@@ -37,6 +34,26 @@ constexpr const char* kStoringScreen = "Storing the DSO's Screen.";
 constexpr const char* kCompletedScreen = "Copmpleted Storing the DSO's Screen.";
 constexpr const char* kLinkErrorTitle = "DSO";
 
+// The window's "Time-out (s)": the deadline of every exchange with the instrument.
+void ApplyExchangeDeadline(DsoLink& link, const std::string& secondsText) {
+    const double seconds = Val(secondsText);
+    if (seconds > 0 && seconds <= 3600) link.setExchangeDeadlineMs(ToInt32(seconds * 1000));
+}
+
+// Shows the "Confirmation" box an instrument outcome has always had; false
+// when it has none.
+bool ShowLinkBox(UiPort& ui, const Outcome& outcome) {
+    const std::optional<LinkBox> box = LinkBoxOf(outcome);
+    if (!box) return false;
+    ui.messageBox(outcome.text(), box->buttons, box->title);
+    return true;
+}
+
+// The run's own flow ends a pass by exception: an instrument failure goes on as one.
+void ThrowIfFailed(const Outcome& outcome) {
+    if (!outcome) throw RuntimeError(outcome.code(), outcome.text());
+}
+
 void makeFolder(const std::string& path) {
     std::error_code ec;
     std::filesystem::create_directories(PathFromText(path), ec);
@@ -44,34 +61,25 @@ void makeFolder(const std::string& path) {
 }  // namespace
 
 int16_t RunState::TransferFromDso(UiPort& ui) {
-    ui.setStatus(1, kTranslationSetup);
-    if (ReadDsoSetup(*link, setup, ui, settings.analysis.IPAdressText, MemoryInput)) {
+    std::array<std::string, 4> vrates;
+    for (size_t ch = 0; ch < 4; ++ch) vrates[ch] = settings.channels[ch].VRate;
+    DsoTransferInputs in{settings.analysis.IPAdressText, MemoryInput, vrates,
+                         std::string(settings.channels[3].signalText())};
+    const Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
+    if (transferred) {
+        for (size_t ch = 0; ch < 4; ++ch) settings.channels[ch].VRate = vrates[ch];
+        return 0;
+    }
+    if (ShowLinkBox(ui, transferred)) {
         ui.setStatus(1, kFailedTranslationSetup);
         return -1;
     }
-    record.WaveLength = setup.RecordLength;
-    record.SampleSec = setup.SampleInterval;
-    ui.setStatus(1, kTransferringWaves);
-    std::array<std::string, 4> vrates;
-    for (size_t ch = 0; ch < 4; ++ch) vrates[ch] = settings.channels[ch].VRate;
-    WaveTransferContext ctx{setup, record, vrates, std::string(settings.channels[3].signalText()), &ui};
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
-        if (ch >= setup.ChannelCount) {
-            record.raw[static_cast<size_t>(ch)].clear();
-            continue;
-        }
-        TransferDsoChannel(*link, ch, ctx, record);
-    }
-    ui.progress(0, 0);
-    for (size_t ch = 0; ch < 4; ++ch) settings.channels[ch].VRate = vrates[ch];
-    record.WaveLength = setup.RecordLength;
-    record.ensureLength(record.WaveLength);
-    ui.setStatus(1, kCompletedWaveTranslation);
-    return 0;
+    ThrowIfFailed(transferred);
+    return -1;
 }
 
 void RunState::runPass(UiPort& ui) {
-    if (Val(MidText(setup.Model, 5, 1)) > 3) link->SendDsoCommand("STOP;ROLL OFF;DISP OFF");
+    PrepareDsoForPass(*link, setup);
     if (settings.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
         if (link->WaitSingleAcquisition()) ui.setStatus(1, kAcquisitionAborted);
@@ -111,10 +119,13 @@ void RunState::runPass(UiPort& ui) {
 void RunState::WFStartCommand_Click(UiPort& ui) {
     if (Running) return;
     RunFailure.clear();
+    // A Stop left over from an earlier run must not cut this run's connect.
+    link->clearStop();
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     if (!link->DsoLinked) {
-        bool linked = false;
-        RunHandler(ui, [&] { linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText); });
+        const Outcome linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText);
         if (!linked) {
+            if (!ShowLinkBox(ui, linked)) RunHandler(ui, [&] { ThrowIfFailed(linked); });
             RunFailure = kDsoNotConnected;
             return;
         }
@@ -156,13 +167,14 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
     } catch (const RuntimeError& e) {
         RunFailure = e.what();
-        if (!link->aborted()) ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
+        // A Stop that had to cut an exchange is the user's doing, not a fault to be boxed.
+        if (e.code() == ErrorCode::Canceled)
+            ui.setStatus(1, e.what());
+        else if (!link->aborted())
+            ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
     }
-    try {
-        if (link->DsoLinked) link->SendDsoCommand("GTL");
-    } catch (const RuntimeError& e) {
-        ui.setStatus(2, e.what());
-    }
+    const Outcome local = ReturnToLocal(*link);
+    if (!local) ui.setStatus(2, local.text());
     Running = false;
     runEnded(RunFailure.empty() ? Outcome::Ok() : Outcome(ErrorCode::Link, RunFailure));
 }
@@ -171,31 +183,30 @@ void RunState::Stop_Click() { link->requestStop(); }
 
 void RunState::ReadRejectRange_Click(UiPort& ui) {
     if (!WavesPresent || !settings.analysis.OmitRangeEffect || record.WaveLength < 500) return;
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     settings.RejectRangeSet = false;
-    if (!link->DsoLinked && !ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText)) return;
-    link->SendDsoCommand("GTL");
+    if (!link->DsoLinked) {
+        const Outcome linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText);
+        if (!linked && ShowLinkBox(ui, linked)) return;
+        ThrowIfFailed(linked);
+    }
+    ThrowIfFailed(ReturnToLocal(*link));
     if (ui.messageBox(kDirectionText, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel) return;
-    ZoomTimePerDiv = static_cast<float>(Val(link->QueryDso("TDIV?", 80)));
-    ZoomDelay = static_cast<float>(Val(link->QueryDso("TRDL?", 80)));
-    const double T = setup.TimePerDiv;
-    const double D = setup.TriggerDelay;
-    const double N = record.WaveLength;
-    if (T == 0) throw RuntimeError(ErrorCode::DivisionByZero, "Division by zero: the time base is 0.");
-    const double shift = (D - ZoomDelay) / T * (N / 10);
-    ZoomStart = ToInt32(N / 2 - (ZoomTimePerDiv / T) * N / 2 + shift);
-    ZoomEnd = ToInt32((ZoomTimePerDiv / T) * N + ZoomStart);
-    ReadDsoCursors(*link, setup);
-    settings.RejectRangeSet = setup.CursorsFromDso;
-    const double c1 = setup.CursorPos[1];
-    const double c2 = setup.CursorPos[2];
-    settings.RejectStart = ToInt32(((10 - c1) * ZoomStart + c1 * ZoomEnd) / 10);
-    settings.RejectEnd = ToInt32(((10 - c2) * ZoomStart + c2 * ZoomEnd) / 10);
-    link->SendDsoCommand("TDIV " + ShortestText(setup.TimePerDiv));
-    link->SendDsoCommand("GTL");
+    ZoomReadout zoom;
+    ThrowIfFailed(ReadRejectRangeFromDso(*link, setup, record.WaveLength, zoom));
+    ZoomTimePerDiv = zoom.ZoomTimePerDiv;
+    ZoomDelay = zoom.ZoomDelay;
+    ZoomStart = zoom.range.ZoomStart;
+    ZoomEnd = zoom.range.ZoomEnd;
+    settings.RejectRangeSet = zoom.CursorsFromDso;
+    settings.RejectStart = zoom.range.RejectStart;
+    settings.RejectEnd = zoom.range.RejectEnd;
     AnalysisCommon(ui);
 }
 
 void RunState::WaveSave_Click(UiPort& ui) {
+    if (!Running) link->clearStop();  // a Stop of the last run is not meant for this
+    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
     RunHandler(ui, [&] {
         const std::string dataDir = JoinPath(DataFolder, "Data");
         const std::string screenDir = JoinPath(DataFolder, "VScreen");
@@ -214,7 +225,9 @@ void RunState::WaveSave_Click(UiPort& ui) {
         if (settings.analysis.SaveScreenCheck) {
             makeFolder(screenDir);
             ui.setStatus(1, kStoringScreen);
-            SaveDsoScreen(*link, ui, settings.analysis.IPAdressText, JoinPath(screenDir, base + ".png"));
+            const Outcome saved =
+                SaveDsoScreen(*link, ui, settings.analysis.IPAdressText, JoinPath(screenDir, base + ".png"));
+            if (!saved && !ShowLinkBox(ui, saved)) ThrowIfFailed(saved);
             ui.setStatus(1, kCompletedScreen);
         }
     });

@@ -154,6 +154,15 @@ bool reportUnsaved(RunState& state, std::ostream& err) {
     return false;
 }
 
+// --timeout bounds both the instrument's silence and every whole exchange,
+// for the run (through its setting) as for the direct readout and fetch.
+void applyTimeout(RunState& state, const Options& o) {
+    if (!o.timeoutMs) return;
+    state.link->setReplyTimeoutMs(*o.timeoutMs);
+    state.link->setExchangeDeadlineMs(*o.timeoutMs);
+    state.settings.analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
+}
+
 bool prepareState(RunState& state, const Options& o, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
@@ -170,7 +179,7 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         }
     }
     state.saveResultLine = !o.noSave;
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     return true;
 }
 
@@ -278,8 +287,9 @@ int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
                    const std::function<std::string(ScriptedUi&)>& exchange) {
     ScriptedUi ui;
     try {
-        if (!ConnectAndIdentify(*state.link, state.setup, ui, ip)) {
-            err << "mervasto-cli: DSO not connected normally. (" << ip << ")\n";
+        const Outcome linked = ConnectAndIdentify(*state.link, state.setup, ui, ip);
+        if (!linked) {
+            err << "mervasto-cli: " << linked.text() << " (" << ip << ")\n";
             return kExitNoInstrument;
         }
         std::string why = exchange(ui);
@@ -302,10 +312,10 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        return ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false) ? "DSO not interfaced normally. (" + *o.ip + ")"
-                                                                        : std::string();
+        const Outcome read = ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false);
+        return read ? std::string() : read.text() + " (" + *o.ip + ")";
     });
     if (status != kExitOk) return status;
     if (o.format == "json")
@@ -322,7 +332,7 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     state.FormLoad(o.dataFolder.value_or(""));
-    if (o.timeoutMs) state.link->setReplyTimeoutMs(*o.timeoutMs);
+    applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
     });

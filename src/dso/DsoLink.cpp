@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -20,9 +21,12 @@ namespace {
 
 // How often a wait looks at its flags when no socket event wakes it.
 constexpr int kTickMs = 10;
-// A Stop that arrives while a status poll of the acquisition wait is in
-// flight lets that reply come in first, for at most this long.
-constexpr int kStopGraceMs = 1000;
+
+std::string SecondsText(int ms) {
+    std::ostringstream out;
+    out << ms / 1000.0 << " s";
+    return out.str();
+}
 
 }  // namespace
 
@@ -107,9 +111,15 @@ void DsoLink::close() {
     DsoLinked = false;
 }
 
-void DsoLink::fail(const std::string& text) {
+void DsoLink::fail(const std::string& text, ErrorCode code) {
     close();
-    throw RuntimeError(ErrorCode::Link, text);
+    throw RuntimeError(code, text);
+}
+
+void DsoLink::failExchange(const std::string& text) { fail(text); }
+
+int64_t DsoLink::deadlineFromNow() const {
+    return exchangeDeadlineMs_ > 0 ? clock_->elapsed() + exchangeDeadlineMs_ : -1;
 }
 
 void DsoLink::abort() {
@@ -122,9 +132,13 @@ void DsoLink::abort() {
 }
 
 void DsoLink::requestStop() {
-    StopRequested = true;
-    ++stopSerial_;
-    if (loop_ && QThread::currentThread() == ownerThread_) loop_->quit();
+    if (StopRequested.exchange(true)) hardStop_ = true;
+    if (QThread::currentThread() == ownerThread_ && loop_) loop_->quit();
+}
+
+void DsoLink::clearStop() {
+    StopRequested = false;
+    hardStop_ = false;
 }
 
 void DsoLink::checkUsable(const std::string& what) {
@@ -133,8 +147,7 @@ void DsoLink::checkUsable(const std::string& what) {
 }
 
 DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::string& what, bool needOpen,
-                                  int timeoutMs) {
-    const uint32_t serial = stopSerial_.load();
+                                  int timeoutMs, int64_t deadlineAtMs) {
     QEventLoop loop;
     QTimer tick;
     tick.setInterval(kTickMs);
@@ -161,22 +174,23 @@ DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::
     tick.start();
 
     lastDataMs_ = clock_->elapsed();
-    int64_t stopSeenMs = -1;
     for (;;) {
         pullSocket();
         if (done()) return WaitEnd::Done;
         if (aborted_) fail("The link to the DSO was closed while " + what + ": the program is ending.");
-        if (stopSerial_.load() != serial) {
-            if (stopSeenMs < 0) stopSeenMs = clock_->elapsed();
-            if (!inAcquisition_ || clock_->elapsed() - stopSeenMs > kStopGraceMs)
-                fail("Stopped while " + what + "; the link to the DSO was closed.");
-        }
+        if (hardStop_.exchange(false))
+            fail("Stopped while " + what + "; the link to the DSO was closed.", ErrorCode::Canceled);
+        if (StopRequested && sinceDataMs() > kStopSilenceMs)
+            fail("Stopped while " + what + " (the DSO was silent for " + SecondsText(kStopSilenceMs) +
+                     "); the link to the DSO was closed.",
+                 ErrorCode::Canceled);
         if (needOpen && !socketOpen()) {
             pullSocket();
             if (done()) return WaitEnd::Done;
             fail("The DSO closed the connection while " + what + ".");
         }
-        if (timeoutMs > 0 && sinceDataMs() > timeoutMs) return WaitEnd::TimedOut;
+        if (timeoutMs > 0 && sinceDataMs() > timeoutMs) return WaitEnd::Silent;
+        if (deadlineAtMs >= 0 && clock_->elapsed() > deadlineAtMs) return WaitEnd::PastDeadline;
         loop.exec();
     }
 }
@@ -201,7 +215,7 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
                        (st != QAbstractSocket::ConnectingState && st != QAbstractSocket::HostLookupState);
             },
             "connecting to the DSO", false, replyTimeoutMs_);
-        if (end == WaitEnd::TimedOut) {
+        if (end != WaitEnd::Done) {
             socket_->abort();
             socketError_ = true;
         } else if (!socketError_ && socket_->state() != QAbstractSocket::ConnectedState) {
@@ -217,8 +231,8 @@ void DsoLink::SendDsoCommand(const std::string& command) {
     std::string line = command + '\n';
     socket_->write(line.data(), static_cast<qint64>(line.size()));
     const std::string what = "sending \"" + command + "\"";
-    if (waitFor([this] { return events.SendCompleted || socket_->bytesToWrite() == 0; }, what, true, replyTimeoutMs_) ==
-        WaitEnd::TimedOut)
+    if (waitFor([this] { return events.SendCompleted || socket_->bytesToWrite() == 0; }, what, true, replyTimeoutMs_,
+                deadlineFromNow()) != WaitEnd::Done)
         fail("The DSO did not take the command \"" + command + "\" in time; the link was closed.");
 }
 
@@ -231,37 +245,60 @@ std::string DsoLink::QueryDso(const std::string& command, int32_t maxLength) {
     std::string line = command + '\n';
     socket_->write(line.data(), static_cast<qint64>(line.size()));
     const std::string what = "waiting for the reply to \"" + command + "\"";
-    auto end =
-        waitFor([this] { return ReplyComplete(pending_, sinceDataMs() >= quietMs_); }, what, true, replyTimeoutMs_);
-    if (end == WaitEnd::TimedOut && pending_.empty())
-        fail("The DSO did not answer \"" + command + "\" within " +
-             std::to_string(replyTimeoutMs_ / 1000.0).substr(0, 4) + " s; the link was closed.");
+    size_t scanned = 0;
+    ReplyState reply = ReplyState::NeedMore;
+    auto end = waitFor(
+        [&] {
+            reply = ScanReply(pending_, scanned, sinceDataMs() >= quietMs_);
+            return reply != ReplyState::NeedMore;
+        },
+        what, true, replyTimeoutMs_, deadlineFromNow());
+    if (reply == ReplyState::TooLong)
+        fail("The DSO's reply to \"" + command + "\" runs on past " + std::to_string(kMaxReplyBytes) +
+             " bytes without a line end; the link was closed.");
+    if (end == WaitEnd::PastDeadline)
+        fail("The DSO's reply to \"" + command + "\" did not end within " + SecondsText(exchangeDeadlineMs_) +
+             "; the link was closed.");
+    if (end == WaitEnd::Silent)
+        fail("The DSO did not answer \"" + command + "\" within " + SecondsText(replyTimeoutMs_) +
+             "; the link was closed.");
     return TakeReplyLine(pending_, maxLength);
 }
 
-int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort) {
+int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, const BlockCheck* check) {
     checkUsable("reading a data block");
     constexpr size_t kHeader = kBlockHeaderBytes;
+    const std::string of = check && !check->source.empty() ? " for " + check->source : std::string();
+    const int64_t deadline = deadlineFromNow();
     BlockHeader header;
     auto end = waitFor(
         [&] {
             header = ParseBlockHeader(pending_, sinceDataMs() >= quietMs_, kMaxBlockBytes - 1);
             return header.state != BlockHeaderState::NeedMore;
         },
-        "waiting for a data block", true, replyTimeoutMs_);
-    if (end == WaitEnd::TimedOut)
-        fail("The DSO did not send the data block (no header within " + std::to_string(replyTimeoutMs_) +
+        "waiting for a data block" + of, true, replyTimeoutMs_, deadline);
+    if (end == WaitEnd::PastDeadline)
+        fail("The DSO did not send the data block" + of + " within " + SecondsText(exchangeDeadlineMs_) +
+             "; the link was closed.");
+    if (end == WaitEnd::Silent)
+        fail("The DSO did not send the data block" + of + " (no header within " + std::to_string(replyTimeoutMs_) +
              " ms); the link was closed.");
     if (header.state == BlockHeaderState::NotBlock)
-        fail("The DSO's reply is not a data block: it begins \"" + PrintableBytes(pending_, 24) +
+        fail("The DSO's reply" + of + " is not a data block: it begins \"" + PrintableBytes(pending_, 24) +
              "\" instead of \"#\", a digit and eight length digits.");
     const int64_t n = header.length;
     if (header.state == BlockHeaderState::TooLong)
-        fail("The DSO announced a data block of " + std::to_string(n) + " bytes, more than the " +
+        fail("The DSO announced a data block" + of + " of " + std::to_string(n) + " bytes, more than the " +
              std::to_string(kMaxBlockBytes - 1) + " bytes of the longest record; the link was closed.");
+    // Checked before the payload is waited for: a block of the wrong size is
+    // never taken, neither padded nor cut.
+    if (check && check->bytes >= 0 && n != check->bytes)
+        fail("The DSO's block" + of + " holds " + std::to_string(n) + " bytes, not the " +
+             std::to_string(check->bytes) + " asked for; the pass was ended and the link closed.");
     const size_t total = kHeader + static_cast<size_t>(n) + 1;
     pending_.reserve(total);
     int64_t lastShown = -1;
+    bool noTerminator = false;
     end = waitFor(
         [&] {
             if (progressPort) {
@@ -271,12 +308,27 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort) 
                     lastShown = got;
                 }
             }
-            return pending_.size() >= total;
+            if (pending_.size() >= total) return true;
+            // The payload is all there and nothing more comes: the LF is missing.
+            noTerminator = pending_.size() == total - 1 && sinceDataMs() >= quietMs_;
+            return noTerminator;
         },
-        "reading a data block of " + std::to_string(n) + " bytes", true, replyTimeoutMs_);
-    if (end == WaitEnd::TimedOut)
-        fail("The DSO stopped sending the data block after " + std::to_string(pending_.size() - kHeader) + " of " +
-             std::to_string(n + 1) + " bytes; the link was closed.");
+        "reading a data block" + of + " of " + std::to_string(n) + " bytes", true, replyTimeoutMs_, deadline);
+    if (noTerminator)
+        fail("The DSO's block" + of + " has no line feed after its " + std::to_string(n) +
+             " bytes; the pass was ended and the link closed.");
+    if (end == WaitEnd::PastDeadline)
+        fail("The DSO did not send the data block" + of + " within " + SecondsText(exchangeDeadlineMs_) + " (" +
+             std::to_string(pending_.size() - kHeader) + " of " + std::to_string(n + 1) +
+             " bytes); the link was closed.");
+    if (end == WaitEnd::Silent)
+        fail("The DSO stopped sending the data block" + of + " after " + std::to_string(pending_.size() - kHeader) +
+             " of " + std::to_string(n + 1) + " bytes; the link was closed.");
+    // A byte other than LF after the payload, or bytes already behind the LF,
+    // mean the block is longer than its header says.
+    if (pending_[total - 1] != '\n' || pending_.size() > total)
+        fail("The DSO's block" + of + " has more bytes than its header declares (" + std::to_string(n) +
+             "); the pass was ended and the link closed.");
     data.resize(static_cast<size_t>(n) + 1);
     std::copy(pending_.begin() + kHeader, pending_.begin() + static_cast<std::ptrdiff_t>(total), data.begin());
     pending_.erase(0, total);
@@ -284,17 +336,22 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort) 
     return static_cast<int32_t>(n);
 }
 
+void DsoLink::pauseBetweenPolls() {
+    QEventLoop pause;
+    QTimer::singleShot(kStatusPollPauseMs, &pause, &QEventLoop::quit);
+    QEventLoop* outer = loop_;
+    loop_ = &pause;  // Stop and abort end the pause at once
+    if (!StopRequested && !aborted_) pause.exec();
+    loop_ = outer;
+}
+
 bool DsoLink::WaitSingleAcquisition() {
-    StopRequested = false;
-    inAcquisition_ = true;
-    struct Reset {
-        bool& flag;
-        ~Reset() { flag = false; }
-    } reset{inAcquisition_};
+    clearStop();
     SendDsoCommand("*ESE 255");
     (void)QueryDso("TESR?", 256);
     SendDsoCommand("WSGL");
-    for (;;) {
+    for (bool first = true;; first = false) {
+        if (!first) pauseBetweenPolls();
         QEventLoop yield;
         yield.processEvents(QEventLoop::AllEvents);
         if (aborted_) fail("The acquisition wait was ended: the program is ending.");

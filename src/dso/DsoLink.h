@@ -4,9 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/Outcome.h"
+#include "common/RuntimeError.h"
 #include "common/UiPort.h"
 #include "wavefile/DsoSetup.h"
 
@@ -30,6 +33,20 @@ inline constexpr uint16_t kDsoPort = 5198;
 // The largest block the link accepts: a word-format record of the longest
 // length and its line end.
 inline constexpr int64_t kMaxBlockBytes = int64_t{5000011} * 2 + 1;
+
+// After Stop, an exchange still waiting on an instrument silent this long is
+// ended: Stop must never have to wait for the time-out.
+inline constexpr int kStopSilenceMs = 2000;
+// The acquisition wait's pause between two status polls, so that a waiting
+// instrument is asked a few hundred times a second, not thousands.
+inline constexpr int kStatusPollPauseMs = 5;
+
+// What a wave block must be: the source it is for (named in messages) and
+// its payload byte count.
+struct BlockCheck {
+    std::string source;
+    int64_t bytes = -1;  // -1: any length the header declares
+};
 
 // Socket states as the link reports them (the values the callers compare).
 inline constexpr int16_t kLinkClosed = 0;
@@ -55,13 +72,15 @@ struct DsoSocketEvents {
     bool SendCompleted = false;
 };
 
-// The one TCP connection to the instrument. Every wait runs a local event
-// loop, so the window (or a QCoreApplication) keeps working meanwhile; Stop,
-// closing the program, a silent or vanished peer end a wait, and an ended
-// wait leaves the link closed with DsoLinked false so that the next run
-// connects again. Failures throw RuntimeError(ErrorCode::Link) after closing.
-// Use from one thread (the one that owns the event loop); requestStop and
-// abort may be called from anywhere.
+// The one TCP connection to the instrument, which is not trusted: every
+// reply is bounded in size and time. Every wait runs a local event loop, so
+// the window (or a QCoreApplication) keeps working meanwhile; a silent or
+// vanished peer, an exchange past its deadline, a malformed block, a second
+// Stop and closing the program end a wait, and an ended wait leaves the link
+// closed with DsoLinked false so that the next run connects again. Failures
+// throw RuntimeError after closing: ErrorCode::Canceled when Stop ended the
+// exchange, ErrorCode::Link for everything else. Use from one thread (the one
+// that owns the event loop); requestStop and abort may be called from anywhere.
 class DsoLink {
 public:
     DsoLink();
@@ -82,19 +101,30 @@ public:
     // arrived for the quiet time.
     std::string QueryDso(const std::string& command, int32_t maxLength);
     // Reads one "#8nnnnnnnn" block of the query just sent: data gets the N
-    // payload bytes and the LF (N + 1 bytes); returns N. Progress of a long
+    // payload bytes and the LF (N + 1 bytes); returns N. A block without its
+    // LF, with bytes beyond the declared length, or (with check) of another
+    // length than asked for closes the link and throws. Progress of a long
     // block goes to progressPort when given.
-    int32_t ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort = nullptr);
-    // Arms one single acquisition and polls until it completes. True when it
-    // was ended by Stop (the link stays usable then).
+    int32_t ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort = nullptr, const BlockCheck* check = nullptr);
+    // Arms one single acquisition and polls until it completes, pausing
+    // between polls. True when it was ended by Stop (the link stays usable
+    // then). The wait itself has no deadline; each poll has.
     bool WaitSingleAcquisition();
 
     // Closes the socket at once; DsoLinked becomes false.
     void close();
     // The program is closing: ends any wait, closes, and refuses further use.
     void abort();
-    // Stop: sets StopRequested and ends the wait in progress.
+    // Stop. The first one sets StopRequested, which ends the acquisition wait;
+    // an exchange in progress is let finish unless the instrument has been
+    // silent for kStopSilenceMs. A second one (StopRequested still set) ends
+    // the exchange in progress, or the next one when none is, at once.
     void requestStop();
+    // A new run: no Stop is pending.
+    void clearStop();
+    // The instrument broke the protocol: closes the link (no return to local,
+    // its state is unknown) and throws RuntimeError(ErrorCode::Link, text).
+    [[noreturn]] void failExchange(const std::string& text);
 
     int16_t state() const;
     bool aborted() const { return aborted_.load(); }
@@ -103,6 +133,10 @@ public:
     // (0 = wait for ever). Also bounds connecting and sending.
     void setReplyTimeoutMs(int ms) { replyTimeoutMs_ = ms; }
     int replyTimeoutMs() const { return replyTimeoutMs_; }
+    // Every exchange (a command, a query and its reply, one block) ends after
+    // this long however steadily bytes trickle in (0 = no deadline).
+    void setExchangeDeadlineMs(int ms) { exchangeDeadlineMs_ = ms; }
+    int exchangeDeadlineMs() const { return exchangeDeadlineMs_; }
     // A reply without a line end is complete after this long without data.
     void setQuietMs(int ms) { quietMs_ = ms; }
 
@@ -114,14 +148,18 @@ public:
     std::vector<uint8_t> transferBuffer;
 
 private:
-    enum class WaitEnd { Done, TimedOut };
+    enum class WaitEnd { Done, Silent, PastDeadline };
     void ensureSocket();
     bool socketOpen() const;
-    [[noreturn]] void fail(const std::string& text);
+    [[noreturn]] void fail(const std::string& text, ErrorCode code = ErrorCode::Link);
     // Runs a local event loop until done() holds. Throws (after closing) on
-    // Stop, on abort and, when needOpen, on a closed peer; reports the
-    // time-out instead of throwing so that connecting can answer 9.
-    WaitEnd waitFor(const std::function<bool()>& done, const std::string& what, bool needOpen, int timeoutMs);
+    // a hard Stop, on abort and, when needOpen, on a closed peer; reports
+    // silence (timeoutMs without a byte) and the deadline (deadlineAtMs on
+    // clock_, < 0 for none) instead of throwing so that connecting can answer 9.
+    WaitEnd waitFor(const std::function<bool()>& done, const std::string& what, bool needOpen, int timeoutMs,
+                    int64_t deadlineAtMs = -1);
+    int64_t deadlineFromNow() const;
+    void pauseBetweenPolls();
     void pullSocket();
     int64_t sinceDataMs() const;
     void checkUsable(const std::string& what);
@@ -131,20 +169,30 @@ private:
     QThread* ownerThread_ = nullptr;
     std::string pending_;  // bytes read from the socket, not yet consumed
     std::atomic<bool> aborted_{false};
-    std::atomic<uint32_t> stopSerial_{0};
+    std::atomic<bool> hardStop_{false};
     bool socketError_ = false;
-    bool inAcquisition_ = false;
     int replyTimeoutMs_ = 10000;
+    int exchangeDeadlineMs_ = 10000;
     int quietMs_ = 200;
     std::unique_ptr<QElapsedTimer> clock_;
     int64_t lastDataMs_ = 0;
 };
 
 // Connects and identifies when DsoLinked is false: "Connecting to the DSO."
-// in status panel 1, LinkToSLA, and on failure the "Confirmation" box
-// ("DSO not connected normally.") and false. Otherwise "*IDN?" gives the
-// model and the channel count and DsoLinked is set. True when linked.
-bool ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+// in status panel 1, LinkToSLA, and when it answers 9 the outcome
+// "DSO not connected normally." (ErrorCode::Link). Otherwise "*IDN?" gives
+// the model and the channel count and DsoLinked is set. Ok when linked.
+Outcome ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+
+// The box the window shows for an outcome of the instrument layer: the two
+// link texts get their "Confirmation" box with the buttons they always had
+// (Cancel / Try Again / Continue for connecting, OK / Cancel for the setup
+// readout and the screen); any other outcome has none here.
+struct LinkBox {
+    MsgButtons buttons;
+    const char* title;
+};
+std::optional<LinkBox> LinkBoxOf(const Outcome& outcome);
 
 // The channel count of a model text: its 7th character as a number.
 int16_t ChannelCountOfModel(const std::string& model);

@@ -13,10 +13,12 @@ inline constexpr int32_t kMaxScreenBytes = 32767;
 
 // Fetches the instrument's screen as PNG ("DISP ON", "TSCRN? PNG", the block,
 // "GTL") and writes the N payload bytes, the LF and one zero byte at the start
-// of fileName without truncating a longer older file. Returns N, or -1 when
-// the link could not be opened ("DSO not interfaced normally."). An image
-// above 32767 bytes is an Overflow RuntimeError and writes nothing; the link
-// stays usable. Connecting here does not set DsoLinked.
-int32_t SaveDsoScreen(DsoLink& link, UiPort& ui, const std::string& addressText, const std::string& fileName);
+// of fileName without truncating a longer older file; N goes to *bytes when
+// given (-1 when nothing was stored). "DSO not interfaced normally." when the
+// link could not be opened. An image above 32767 bytes is an Overflow and
+// writes nothing; the link stays usable. Connecting here does not set
+// DsoLinked.
+Outcome SaveDsoScreen(DsoLink& link, UiPort& ui, const std::string& addressText, const std::string& fileName,
+                      int32_t* bytes = nullptr);
 
 }  // namespace mervasto

@@ -3,10 +3,13 @@
 #include <QDateTime>
 #include <QLocale>
 
+#include <cmath>
+#include <limits>
 #include <vector>
 
 #include "common/Numeric.h"
 #include "common/TextUtil.h"
+#include "dso/LinkFraming.h"
 
 namespace mervasto {
 
@@ -17,12 +20,34 @@ std::string OrDefault(const std::string& reply, const char* fallback) {
     return (reply.empty() || reply == " ") ? std::string(fallback) : reply;
 }
 
+// A numeric setup reply: blank keeps the instrument's default; anything else
+// must be a finite number that fits a float, or the readout ends, because a
+// wrong time base or scale would be measured and saved without a sign.
+float SetupNumber(DsoLink& link, const std::string& query, const char* blankDefault, const std::string& field,
+                  bool mustBePositive) {
+    const std::string reply = link.QueryDso(query, 80);
+    const std::string text = OrDefault(reply, blankDefault);
+    const std::string problem = SetupNumberProblem(text, mustBePositive);
+    if (!problem.empty())
+        link.failExchange("The DSO's " + field + " (\"" + std::string(TrimBlanks(query)) + "\") " + problem + ": \"" +
+                          PrintableBytes(reply, 24) + "\"; the readout was ended and the link closed.");
+    return ToSingle(Val(text));
+}
+
 const std::string& FieldOr(const std::vector<std::string>& fields, size_t i) {
     static const std::string empty;
     return i < fields.size() ? fields[i] : empty;
 }
 
 }  // namespace
+
+std::string SetupNumberProblem(std::string_view text, bool mustBePositive) {
+    if (!IsNumberText(text)) return "is not a number";
+    const double v = Val(text);
+    if (!std::isfinite(v) || std::fabs(v) > std::numeric_limits<float>::max()) return "is not a finite number";
+    if (mustBePositive && !(v > 0)) return "is not above 0";
+    return {};
+}
 
 int32_t RecordLengthOfField(const std::string& field) {
     const int32_t whole = ToInt32(Val(MidText(field, 17)));
@@ -62,49 +87,55 @@ void ReadDsoCursors(DsoLink& link, DsoSetup& setup) {
     if (setup.CursorPos[1] > setup.CursorPos[2]) std::swap(setup.CursorPos[1], setup.CursorPos[2]);
 }
 
-bool ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput) {
-    for (int ch = 1; ch <= 4; ++ch) setup.Inverted[static_cast<size_t>(ch)] = false;
+Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput) {
+    return Guarded([&]() -> Outcome {
+        for (int ch = 1; ch <= 4; ++ch) setup.Inverted[static_cast<size_t>(ch)] = false;
 
-    if (!link.DsoLinked) {
-        ui.setStatus(1, kConnectingToDso);
-        const DsoAddress address = ParseDsoAddress(addressText);
-        if (link.LinkToSLA(address.host, address.port) == kLinkError) {
-            ui.messageBox(kDsoNotInterfaced, MsgButtons::OkCancel, kDsoConfirmationTitle);
-            FillDsoSetupDefaults(setup);
-            return true;
+        if (!link.DsoLinked) {
+            ui.setStatus(1, kConnectingToDso);
+            const DsoAddress address = ParseDsoAddress(addressText);
+            if (link.LinkToSLA(address.host, address.port) == kLinkError) {
+                FillDsoSetupDefaults(setup);
+                return {ErrorCode::Link, kDsoNotInterfaced};
+            }
+            link.DsoLinked = true;
         }
-        link.DsoLinked = true;
-    }
 
-    const std::vector<std::string> info = SplitFields(link.QueryDso("DTINF?", 1000));
-    setup.Model = std::string(RightText(FieldOr(info, 0), 7));
-    setup.InfoDigit = std::string(RightText(FieldOr(info, 1), 1));
-    setup.DateTime = std::string(RightText(FieldOr(info, 2), 19));
+        const std::vector<std::string> info = SplitFields(link.QueryDso("DTINF?", 1000));
+        const size_t lengthField = setup.ChannelCount == 4 ? 23 : 15;
+        if (info.size() <= lengthField)
+            link.failExchange("The DSO's setup information (\"DTINF?\") has " + std::to_string(info.size()) +
+                              " fields; the record length is field " + std::to_string(lengthField) +
+                              ". The readout was ended and the link closed.");
+        setup.Model = std::string(RightText(FieldOr(info, 0), 7));
+        setup.InfoDigit = std::string(RightText(FieldOr(info, 1), 1));
+        setup.DateTime = std::string(RightText(FieldOr(info, 2), 19));
 
-    setup.TimePerDiv = ValSingle(OrDefault(link.QueryDso("TDIV?", 80), "1e-6"));
-    setup.RecordLength = RecordLengthOfField(FieldOr(info, setup.ChannelCount == 4 ? 23 : 15));
-    setup.SampleInterval = ToSingle(double{setup.TimePerDiv} * 10.0 / setup.RecordLength);
-    setup.AcqMode = link.QueryDso("ACQ?", 80);
-    setup.TriggerSource = link.QueryDso("TSRC?", 80);
-    setup.TriggerLevel = ValSingle(link.QueryDso("TLVL?", 80));
-    setup.TriggerDelay = ValSingle(link.QueryDso("TRDL?", 80));
-    setup.TriggerMode = link.QueryDso("TRMD?", 80);
+        setup.TimePerDiv = SetupNumber(link, "TDIV?", "1e-6", "time base", true);
+        setup.RecordLength = RecordLengthOfField(info[lengthField]);
+        setup.SampleInterval = ToSingle(double{setup.TimePerDiv} * 10.0 / setup.RecordLength);
+        setup.AcqMode = link.QueryDso("ACQ?", 80);
+        setup.TriggerSource = link.QueryDso("TSRC?", 80);
+        setup.TriggerLevel = ValSingle(link.QueryDso("TLVL?", 80));
+        setup.TriggerDelay = ValSingle(link.QueryDso("TRDL?", 80));
+        setup.TriggerMode = link.QueryDso("TRMD?", 80);
 
-    if (!memoryInput) {
-        for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
-            const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
-            const size_t i = static_cast<size_t>(ch);
-            setup.VoltsPerDiv[i] = ValSingle(OrDefault(link.QueryDso(prefix + ":VDIV?", 80), "1"));
-            setup.Offset[i] = ValSingle(OrDefault(link.QueryDso(prefix + ":OFST? ", 80), "0"));
-            setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
-            setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
-            setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);
-            setup.Inverted[i] = link.QueryDso(prefix + ":INV? ", 80) == "ON";
+        if (!memoryInput) {
+            for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
+                const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
+                const size_t i = static_cast<size_t>(ch);
+                setup.VoltsPerDiv[i] = SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true);
+                setup.Offset[i] = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
+                setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
+                setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
+                setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);
+                setup.Inverted[i] = link.QueryDso(prefix + ":INV? ", 80) == "ON";
+            }
         }
-    }
 
-    ReadDsoCursors(link, setup);
-    return false;
+        ReadDsoCursors(link, setup);
+        return Outcome::Ok();
+    });
 }
 
 }  // namespace mervasto

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "common/UiPort.h"
 #include "dso/DsoLink.h"
@@ -9,16 +10,24 @@
 namespace mervasto {
 
 // Reads the instrument's setup into `setup`, connecting first when the link
-// is not open. When the link cannot be opened it shows "DSO not interfaced
-// normally.", fills the fixed defaults and returns true; false after a real
-// readout. With memoryInput (the MemoryInput box visible and ticked) the
-// per-channel fields keep what they held.
-bool ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput);
+// is not open. Ok after a real readout. When the link cannot be opened it
+// fills the fixed defaults and returns "DSO not interfaced normally."
+// (ErrorCode::Link). A setup information reply without the record length's
+// field, or a time base, volts/div or offset that is not a usable number,
+// ends the readout: the link is closed and the outcome names the field. With
+// memoryInput (the MemoryInput box visible and ticked) the per-channel fields
+// keep what they held.
+Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput);
 
 // The horizontal cursor readout ("HCUR?", "CURM?"): CursorPos[1..2] in
 // divisions from the left screen edge, in order, and CursorsFromDso; 1 and 9
 // when the instrument is not in a horizontal-cursor mode.
 void ReadDsoCursors(DsoLink& link, DsoSetup& setup);
+
+// Why a numeric setup reply (after the blank substitution) cannot be taken:
+// "is not a number", "is not a finite number", "is not above 0"; empty when
+// it can.
+std::string SetupNumberProblem(std::string_view text, bool mustBePositive);
 
 // The setup used when the instrument cannot be reached.
 void FillDsoSetupDefaults(DsoSetup& setup);

@@ -11,9 +11,16 @@ namespace {
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 }  // namespace
 
-bool ReplyComplete(std::string_view pending, bool quietTimePassed) {
-    if (pending.find_first_of("\r\n") != std::string_view::npos) return true;
-    return !pending.empty() && quietTimePassed;
+ReplyState ScanReply(std::string_view pending, size_t& scanned, bool quietTimePassed, size_t maxBytes) {
+    if (scanned > pending.size()) scanned = 0;
+    const size_t end = pending.find_first_of("\r\n", scanned);
+    if (end != std::string_view::npos) {
+        scanned = end;
+        return end > maxBytes ? ReplyState::TooLong : ReplyState::Complete;
+    }
+    scanned = pending.size();
+    if (pending.size() > maxBytes) return ReplyState::TooLong;
+    return !pending.empty() && quietTimePassed ? ReplyState::Complete : ReplyState::NeedMore;
 }
 
 std::string TakeReplyLine(std::string& pending, int32_t maxLength) {
@@ -57,6 +64,30 @@ bool LooksNumeric(std::string_view reply) {
     if (reply[i] == '+' || reply[i] == '-') ++i;
     if (i < reply.size() && reply[i] == '.') ++i;
     return i < reply.size() && IsDigit(reply[i]);
+}
+
+bool IsNumberText(std::string_view reply) {
+    const size_t first = reply.find_first_not_of(' ');
+    if (first == std::string_view::npos) return false;
+    const size_t last = reply.find_last_not_of(' ');
+    std::string_view t = reply.substr(first, last - first + 1);
+    size_t i = 0;
+    if (t[i] == '+' || t[i] == '-') ++i;
+    size_t digits = 0;
+    while (i < t.size() && IsDigit(t[i])) ++i, ++digits;
+    if (i < t.size() && t[i] == '.') {
+        ++i;
+        while (i < t.size() && IsDigit(t[i])) ++i, ++digits;
+    }
+    if (digits == 0) return false;
+    if (i < t.size() && (t[i] == 'e' || t[i] == 'E')) {
+        ++i;
+        if (i < t.size() && (t[i] == '+' || t[i] == '-')) ++i;
+        size_t expDigits = 0;
+        while (i < t.size() && IsDigit(t[i])) ++i, ++expDigits;
+        if (expDigits == 0) return false;
+    }
+    return i == t.size();
 }
 
 std::string PrintableBytes(std::string_view bytes, size_t limit) {

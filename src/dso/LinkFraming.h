@@ -13,9 +13,17 @@ namespace mervasto {
 // The header of a binary block: "#", a digit and eight length digits.
 inline constexpr size_t kBlockHeaderBytes = 10;
 
+// The longest text reply taken: a reply that runs on past it without a line
+// end is a fault, not an answer.
+inline constexpr size_t kMaxReplyBytes = 64 * 1024;
+
+enum class ReplyState { NeedMore, Complete, TooLong };
+
 // A text reply is complete once a line end (CR or LF) has arrived, or once
-// something has arrived and the quiet time has passed without more.
-bool ReplyComplete(std::string_view pending, bool quietTimePassed);
+// something has arrived and the quiet time has passed without more. Only the
+// bytes from `scanned` on are looked at, and `scanned` is moved past them, so
+// that a reply arriving in many pieces costs one pass over its bytes.
+ReplyState ScanReply(std::string_view pending, size_t& scanned, bool quietTimePassed, size_t maxBytes = kMaxReplyBytes);
 
 // Takes the reply off the front of pending: up to the first CR or LF (a
 // CR LF pair is consumed as one line end), or all of it when there is none.
@@ -42,6 +50,10 @@ BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int
 // A numeric reply: empty, or a number after optional blanks (what Val reads
 // as more than its default).
 bool LooksNumeric(std::string_view reply);
+
+// A reply that is a number and nothing else (blanks around it allowed):
+// an optional sign, digits with an optional point, an optional exponent.
+bool IsNumberText(std::string_view reply);
 
 // The first bytes of a reply for a message: printable ASCII as it stands,
 // anything else as \xNN.

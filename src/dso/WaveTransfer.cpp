@@ -12,10 +12,6 @@ namespace {
 
 constexpr int32_t kHighestIndex = kMaxSamples - 1;
 
-[[noreturn]] void RawOverflow() {
-    throw RuntimeError(ErrorCode::Overflow, "Overflow: an inverted sample does not fit 16 bits.");
-}
-
 }  // namespace
 
 std::string DsoSourceName(int channelIndex) {
@@ -63,17 +59,15 @@ WaveTransferResult TransferDsoWave(DsoLink& link, const std::string& source, Wav
     link.SendDsoCommand("WAVESRC " + source);
     link.SendDsoCommand("DTWAVE?");
 
+    const int32_t samples = end - start + 1;
+    const BlockCheck check{source, int64_t{samples} * (word ? 2 : 1)};
     std::vector<uint8_t>& buf = link.transferBuffer;
     WaveTransferResult result;
-    result.points = link.ReadDsoBlock(buf, ctx.progress);
+    result.points = link.ReadDsoBlock(buf, ctx.progress, &check);
 
     const size_t size = static_cast<size_t>(std::max(length, end + 1));
     volts.resize(size);
     raw.resize(size);
-
-    const int32_t samples = end - start + 1;
-    const size_t needBytes = static_cast<size_t>(samples) * (word ? 2 : 1);
-    if (buf.size() < needBytes) buf.resize(needBytes, 0);  // a short block: the rest reads as zero
 
     const float scale = voltsPerDiv / (word ? 8192.0f : 32.0f);
     const double dScale = scale;
@@ -85,20 +79,16 @@ WaveTransferResult TransferDsoWave(DsoLink& link, const std::string& source, Wav
     if (word) {
         for (int32_t k = 0; k < samples; ++k) {
             int32_t value = static_cast<int16_t>(static_cast<uint16_t>((b[2 * k] << 8) | b[2 * k + 1]));
-            if (negate) {
-                value = -value;
-                if (value > 32767) RawOverflow();
-            }
+            // A clipped sample inverted is the largest positive count, not an overflow.
+            if (negate) value = std::min(-value, 32767);
             r[k] = static_cast<int16_t>(value);
             v[k] = static_cast<float>(static_cast<float>(value) * dScale - dOffset);
         }
     } else {
         for (int32_t k = 0; k < samples; ++k) {
             int32_t value = static_cast<int8_t>(b[k]);
-            if (negate) value = -value;
-            const int32_t counts = value * 256;
-            if (counts > 32767) RawOverflow();
-            r[k] = static_cast<int16_t>(counts);
+            if (negate) value = std::min(-value, 127);
+            r[k] = static_cast<int16_t>(value * 256);
             v[k] = static_cast<float>(static_cast<float>(value) * dScale - dOffset);
         }
     }

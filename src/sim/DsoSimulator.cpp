@@ -24,8 +24,12 @@ namespace mervasto {
 
 namespace {
 
-constexpr std::array<const char*, 9> kFaultNames = {
-    "none", "refuse", "silent", "late", "one-byte", "close-mid-block", "bad-header", "huge-block", "garbage"};
+constexpr std::array<const char*, 14> kFaultNames = {
+    "none",       "refuse",  "silent",      "late",       "one-byte",      "close-mid-block", "bad-header",
+    "huge-block", "garbage", "short-block", "long-block", "no-terminator", "endless-reply",   "bad-setup"};
+// An endless reply: this much every few milliseconds, never a line end.
+constexpr int kEndlessChunk = 4096;
+constexpr int kEndlessPeriodMs = 2;
 const char kGarbage[] = "\x01\x02gArBaGe,,\x7f~";
 
 int ChannelsOf(const std::string& model) { return model.size() >= 7 && model[6] == '2' ? 2 : 4; }
@@ -141,6 +145,8 @@ struct DsoSimulator::Shared {
     std::string source = "CH1";
     bool acquired = false;  // bit 0 of the trigger event register
     uint32_t generation = 0;
+    int statusPolls = 0;
+    std::function<void(const std::string&)> hook;
 
     void generate() {
         const SimState s = opt.state;
@@ -157,8 +163,10 @@ public:
     bool listen() {
         server_ = new QTcpServer(this);
         trickle_ = new QTimer(this);
-        trickle_->setInterval(0);
         QObject::connect(trickle_, &QTimer::timeout, this, [this] { trickleOut(); });
+        endless_ = new QTimer(this);
+        endless_->setInterval(kEndlessPeriodMs);
+        QObject::connect(endless_, &QTimer::timeout, this, [this] { endlessOut(); });
         QObject::connect(server_, &QTcpServer::newConnection, this, [this] { accept(); });
         uint16_t port;
         SimFault fault;
@@ -217,6 +225,7 @@ private:
     struct Conn {
         QByteArray in;
         QByteArray trickle;
+        bool endless = false;
     };
 
     void accept() {
@@ -251,6 +260,12 @@ private:
     }
 
     void handle(QTcpSocket* s, const std::string& line) {
+        std::function<void(const std::string&)> hook;
+        {
+            std::lock_guard lock(shared_->m);
+            hook = shared_->hook;
+        }
+        if (hook) hook(line);
         std::string overrideReply;
         bool overridden = false;
         bool raw = false;
@@ -258,6 +273,7 @@ private:
             std::lock_guard lock(shared_->m);
             shared_->log.push_back(line);
             shared_->logged.notify_all();
+            if (Trim(line) == "TESR?") ++shared_->statusPolls;
             auto o = shared_->overrides.find(line);
             if (o == shared_->overrides.end()) o = shared_->overrides.find(std::string(Trim(line)));
             if (o != shared_->overrides.end()) {
@@ -297,6 +313,7 @@ private:
         Shared& sh = *shared_;
         SimState& st = sh.opt.state;
         auto arg = [&](std::string_view head) { return std::string(Trim(cmd.substr(head.size()))); };
+        if (sh.opt.fault == SimFault::BadSetup && badSetupReply(cmd, out)) return true;
         if (cmd == "*IDN?") return out = "MERVASTO SIMULATOR," + st.model + ",0001,1.00", true;
         if (cmd == "DTINF?") return out = SimDtinf(st), true;
         if (cmd == "TDIV?") return out = SciText(st.timePerDiv), true;
@@ -346,6 +363,22 @@ private:
         // unknown change nothing the host can see. An unknown query still
         // gets a line so that the host does not hang on it.
         if (!cmd.empty() && cmd.back() == '?') return out.clear(), true;
+        return false;
+    }
+
+    // The one malformed setup reply of the BadSetup fault, when cmd asks for it.
+    bool badSetupReply(std::string_view cmd, std::string& out) const {
+        const std::string& field = shared_->opt.badSetupField;
+        if (field == "DTINF" && cmd == "DTINF?") {
+            out = "Model Name = " + shared_->opt.state.model + ",Data Info = 1,Record Time = 2026/01/01 00:00:00";
+            return true;
+        }
+        const bool channelQuery = cmd.size() > 3 && cmd[0] == 'C' && cmd[2] == ':';
+        if ((field == "TDIV" && cmd == "TDIV?") || (channelQuery && field == "VDIV" && cmd.substr(3) == "VDIV?") ||
+            (channelQuery && field == "OFST" && cmd.substr(3) == "OFST?")) {
+            out = "ERR?";
+            return true;
+        }
         return false;
     }
 
@@ -439,6 +472,14 @@ private:
             s->write(QByteArray(header) + payload.left(payload.size() / 2));
             s->disconnectFromHost();
             return;
+        case SimFault::ShortBlock: {
+            const QByteArray half = payload.left(payload.size() / 2);
+            std::snprintf(header, sizeof header, "#8%08lld", static_cast<long long>(half.size()));
+            reply(s, QByteArray(header) + half + "\n", true);
+            return;
+        }
+        case SimFault::LongBlock: reply(s, QByteArray(header) + payload + QByteArray(16, '\x55') + "\n", true); return;
+        case SimFault::NoTerminator: reply(s, QByteArray(header) + payload, true); return;
         default: break;
         }
         reply(s, QByteArray(header) + payload + "\n", true);
@@ -459,6 +500,11 @@ private:
         case SimFault::Garbage:
             if (!isBlock) return (void)s->write(QByteArray(kGarbage) + "\n");
             break;
+        case SimFault::EndlessReply:
+            if (isBlock) break;
+            conns_[s].endless = true;
+            if (!endless_->isActive()) endless_->start();
+            return;
         case SimFault::Late: {
             QPointer<QTcpSocket> p(s);
             QTimer::singleShot(late, this, [p, bytes] {
@@ -468,11 +514,32 @@ private:
         }
         case SimFault::OneByte:
             conns_[s].trickle += bytes;
-            if (!trickle_->isActive()) trickle_->start();
+            if (!trickle_->isActive()) {
+                std::lock_guard lock(shared_->m);
+                trickle_->setInterval(std::max(shared_->opt.tricklePeriodMs, 0));
+                trickle_->start();
+            }
             return;
         default: break;
         }
         s->write(bytes);
+    }
+
+    void endlessOut() {
+        bool on;
+        {
+            std::lock_guard lock(shared_->m);
+            on = shared_->opt.fault == SimFault::EndlessReply;
+        }
+        bool any = false;
+        for (auto& [s, c] : conns_) {
+            if (!c.endless) continue;
+            c.endless = on;
+            // Only as fast as the host takes it: the bytes are what counts, not the memory here.
+            if (on && s->bytesToWrite() < 4 * kEndlessChunk) s->write(QByteArray(kEndlessChunk, 'x'));
+            any = any || c.endless;
+        }
+        if (!any) endless_->stop();
     }
 
     void trickleOut() {
@@ -490,6 +557,7 @@ private:
     std::shared_ptr<Shared> shared_;
     QTcpServer* server_ = nullptr;
     QTimer* trickle_ = nullptr;
+    QTimer* endless_ = nullptr;
     std::map<QTcpSocket*, Conn> conns_;
 };
 
@@ -585,8 +653,12 @@ void DsoSimulator::setFault(SimFault fault) {
     }
     if (worker_) {
         Worker* w = worker_;
-        QMetaObject::invokeMethod(
-            w, [w, fault] { w->applyFault(fault); }, Qt::BlockingQueuedConnection);
+        // From a command hook the call is already in the simulator's thread.
+        if (QThread::currentThread() == thread_.get())
+            w->applyFault(fault);
+        else
+            QMetaObject::invokeMethod(
+                w, [w, fault] { w->applyFault(fault); }, Qt::BlockingQueuedConnection);
     }
 }
 
@@ -627,6 +699,26 @@ void DsoSimulator::setLateMs(int ms) {
 void DsoSimulator::setScreenBytes(int bytes) {
     std::lock_guard lock(shared_->m);
     shared_->opt.screenBytes = bytes;
+}
+
+void DsoSimulator::setTricklePeriodMs(int ms) {
+    std::lock_guard lock(shared_->m);
+    shared_->opt.tricklePeriodMs = ms;
+}
+
+void DsoSimulator::setBadSetupField(const std::string& field) {
+    std::lock_guard lock(shared_->m);
+    shared_->opt.badSetupField = field;
+}
+
+int DsoSimulator::statusPolls() const {
+    std::lock_guard lock(shared_->m);
+    return shared_->statusPolls;
+}
+
+void DsoSimulator::setCommandHook(std::function<void(const std::string&)> hook) {
+    std::lock_guard lock(shared_->m);
+    shared_->hook = std::move(hook);
 }
 
 void DsoSimulator::setReplyOverride(const std::string& query, const std::string& reply, bool raw) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -23,10 +24,16 @@ enum class SimFault {
     BadHeader,      // blocks start with a malformed header
     HugeBlock,      // blocks announce 99,999,999 bytes
     Garbage,        // text replies (and blocks) are garbage text
+    ShortBlock,     // blocks carry half the points asked for (the header says so)
+    LongBlock,      // more bytes than the header declares follow the payload
+    NoTerminator,   // blocks end without their line feed
+    EndlessReply,   // text replies never end: bytes without a line end, steadily
+    BadSetup,       // one setup reply is malformed (SimOptions::badSetupField)
 };
 
 // "none", "refuse", "silent", "late", "one-byte", "close-mid-block",
-// "bad-header", "huge-block", "garbage".
+// "bad-header", "huge-block", "garbage", "short-block", "long-block",
+// "no-terminator", "endless-reply", "bad-setup".
 const char* SimFaultName(SimFault fault);
 bool SimFaultFromName(const std::string& name, SimFault& fault);
 const std::vector<std::string>& SimFaultNames();
@@ -67,6 +74,11 @@ struct SimOptions {
     // When more than 0, the fault starts only when block number n + 1 is
     // asked for (a series that goes wrong halfway).
     int faultAfterBlocks = 0;
+    // OneByte: one byte every tricklePeriodMs (0 = as fast as the loop runs).
+    int tricklePeriodMs = 0;
+    // BadSetup: "TDIV", "VDIV", "OFST" (a non-numeric reply; VDIV and OFST of
+    // every channel) or "DTINF" (a reply with too few fields).
+    std::string badSetupField = "TDIV";
     uint32_t seed = 1;
 };
 
@@ -104,6 +116,13 @@ public:
     void setAcqDelayMs(int ms);
     void setLateMs(int ms);
     void setScreenBytes(int bytes);
+    void setTricklePeriodMs(int ms);
+    void setBadSetupField(const std::string& field);
+    // "TESR?" queries received so far (the polls of an acquisition wait).
+    int statusPolls() const;
+    // Called in the simulator's thread with every line received, before it is
+    // answered: lets a test act at an exact point of an exchange.
+    void setCommandHook(std::function<void(const std::string&)> hook);
     // The fault starts when block number blocksSent() + blocks + 1 is asked
     // for; SimFault::Refuse then switches the instrument off.
     void setFaultAfter(SimFault fault, int blocks);

@@ -16,7 +16,8 @@ void Usage() {
     std::printf(
         "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
         "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
-        "                       [--fault-after BLOCKS] [--help]\n"
+        "                       [--fault-after BLOCKS] [--fault-rate MS]\n"
+        "                       [--bad-setup-field TDIV|VDIV|OFST|DTINF] [--help]\n"
         "Serves the instrument's command set on 127.0.0.1 until killed.\n"
         "scenarios:");
     for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
@@ -80,6 +81,19 @@ int main(int argc, char** argv) {
             options.acqDelayMs = static_cast<int>(Val(v));
         } else if (a == "--fault-after") {
             options.faultAfterBlocks = static_cast<int>(Val(v));
+        } else if (a == "--fault-rate") {
+            const double ms = Val(v);
+            if (!(ms >= 0 && ms <= 60000)) {
+                std::fprintf(stderr, "mervasto-dsosim: --fault-rate takes 0 .. 60000 ms\n");
+                return 2;
+            }
+            options.tricklePeriodMs = static_cast<int>(ms);
+        } else if (a == "--bad-setup-field") {
+            if (v != "TDIV" && v != "VDIV" && v != "OFST" && v != "DTINF") {
+                std::fprintf(stderr, "mervasto-dsosim: unknown setup field %s\n", v.c_str());
+                return 2;
+            }
+            options.badSetupField = v;
         } else {
             std::fprintf(stderr, "mervasto-dsosim: unknown option %s\n", a.c_str());
             Usage();

@@ -11,9 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SeriesFaults.h"
 #include "support/TestFolder.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <filesystem>
 #include <fstream>
@@ -283,6 +285,13 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         {"silent", [&] { sim->setFault(SimFault::Silent); }, "did not"},
         {"garbage", [&] { sim->setFault(SimFault::Garbage); }, "is not a number"},
         {"block cut short", [&] { sim->setFault(SimFault::CloseMidBlock); }, "closed the connection"},
+        {"endless reply", [&] { sim->setFault(SimFault::EndlessReply); }, "runs on past 65536 bytes"},
+        {"bad volts/div",
+         [&] {
+             sim->setBadSetupField("VDIV");
+             sim->setFault(SimFault::BadSetup);
+         },
+         "volts/div of C1 (\"C1:VDIV?\") is not a number"},
     };
     state.link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
     state.settings.analysis.RepeatCheck = true;
@@ -315,5 +324,87 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         EXPECT_TRUE(state.link->DsoLinked) << c.name;
         EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
         state.settings.analysis.TotalRepeats = "10";
+    }
+}
+
+// The shared series faults at the run state: the third pass fails, the two
+// before it are kept, and no return-to-local goes to a link in an unknown state.
+TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
+    state.settings.analysis.RepeatCheck = true;
+    state.settings.analysis.DaqCheck = true;
+    state.settings.analysis.TotalRepeats = "5";
+    state.settings.analysis.TimeoutSeconds = "3";
+    state.WFStartCommand_Click(ui);  // linked, so that every case counts blocks from the same point
+    for (const auto& c : test::kSeriesFaults) {
+        SCOPED_TRACE(SimFaultName(c.fault));
+        std::filesystem::remove(state.resultFileName());
+        if (!state.link->DsoLinked) {
+            state.settings.analysis.RepeatCheck = false;
+            state.WFStartCommand_Click(ui);
+            state.settings.analysis.RepeatCheck = true;
+            std::filesystem::remove(state.resultFileName());
+        }
+        settle();
+        sim->clearLog();
+        sim->setFaultAfter(c.fault, 8);
+        const size_t boxes = ui.boxes.size();
+        state.WFStartCommand_Click(ui);
+        ASSERT_EQ(ui.boxes.size(), boxes + 1);
+        EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << ui.boxes.back().text;
+        EXPECT_EQ(resultLines(), 2u + 2u);
+        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 2);
+        EXPECT_FALSE(state.link->DsoLinked);
+        EXPECT_EQ(sent("GTL"), 0u);
+        sim->setFault(SimFault::None);
+    }
+}
+
+// Stop during a transfer: the pass in progress is finished and kept, the
+// series ends after it and the instrument is returned to local control. A
+// second Stop on an instrument that has gone quiet ends the exchange at once
+// with a status text and no box; the passes before are kept.
+TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
+    state.settings.analysis.RepeatCheck = true;
+    state.settings.analysis.DaqCheck = true;
+    state.settings.analysis.TotalRepeats = "10";
+    struct Case {
+        const char* name;
+        bool twice;
+        size_t passesKept;
+    };
+    const Case cases[] = {{"one Stop", false, 2}, {"two Stops", true, 1}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::filesystem::remove(state.resultFileName());
+        settle();
+        sim->clearLog();
+        ui.statusLog.clear();
+        std::atomic<int> blocks{0};
+        // Stop while the second channel of the second pass is asked for.
+        sim->setCommandHook([&](const std::string& line) {
+            if (line != "DTWAVE?" || ++blocks != 6) return;
+            if (c.twice) sim->setFault(SimFault::Silent);
+            state.Stop_Click();
+            if (c.twice) state.Stop_Click();
+        });
+        const size_t boxes = ui.boxes.size();
+        state.WFStartCommand_Click(ui);
+        sim->setCommandHook(nullptr);
+        sim->setFault(SimFault::None);
+        EXPECT_EQ(ui.boxes.size(), boxes);
+        EXPECT_EQ(resultLines(), c.passesKept + 2);
+        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + static_cast<int>(c.passesKept));
+        EXPECT_FALSE(state.Running);
+        if (c.twice) {
+            EXPECT_NE(ui.status[1].find("Stopped while"), std::string::npos) << ui.status[1];
+            EXPECT_FALSE(state.link->DsoLinked);
+            EXPECT_EQ(sent("GTL"), 0u);
+        } else {
+            EXPECT_TRUE(state.RunFailure.empty()) << state.RunFailure;
+            EXPECT_TRUE(state.link->DsoLinked);
+            EXPECT_EQ(sent("DTWAVE?"), 8u);  // the pass in progress was finished
+            EXPECT_EQ(sim->commandLog().back(), "GTL");
+            EXPECT_FALSE(statusSeen("Repeat count=3"));
+        }
     }
 }

@@ -127,37 +127,55 @@ TEST_F(SimTest, StopEndsTheAcquisitionWaitAndKeepsTheLink) {
 // the next attempt connects again.
 TEST_F(SimTest, FaultsEndCleanlyAndTheNextRunConnectsAgain) {
     struct Case {
+        const char* name;
         SimFault fault;
         int replyTimeoutMs;
-        int lateMs;
+        int deadlineMs;
         bool fails;
         const char* messagePart;
+        std::function<void(DsoSimulator&)> tune = nullptr;
     };
     const std::vector<Case> cases = {
-        {SimFault::Silent, 300, 0, true, "did not answer"},
-        {SimFault::Late, 100, 300, true, "did not answer"},
-        {SimFault::Late, 2000, 15, false, ""},
-        {SimFault::OneByte, 2000, 0, false, ""},
-        {SimFault::CloseMidBlock, 2000, 0, true, "closed the connection"},
-        {SimFault::BadHeader, 2000, 0, true, "not a data block"},
-        {SimFault::HugeBlock, 2000, 0, true, "99999999"},
-        {SimFault::Garbage, 2000, 0, true, "not a data block"},
+        {"silent", SimFault::Silent, 300, 10000, true, "did not answer"},
+        {"late", SimFault::Late, 100, 10000, true, "did not answer", [](DsoSimulator& s) { s.setLateMs(300); }},
+        {"a little late", SimFault::Late, 2000, 10000, false, "", [](DsoSimulator& s) { s.setLateMs(15); }},
+        {"one byte at a time", SimFault::OneByte, 2000, 10000, false, ""},
+        // Never silent for long, so only the deadline ends it.
+        {"trickle", SimFault::OneByte, 2000, 500, true, "did not end within 0.5 s",
+         [](DsoSimulator& s) { s.setTricklePeriodMs(100); }},
+        {"endless reply", SimFault::EndlessReply, 2000, 10000, true, "runs on past 65536 bytes"},
+        {"bad time base", SimFault::BadSetup, 2000, 10000, true, "time base (\"TDIV?\") is not a number",
+         [](DsoSimulator& s) { s.setBadSetupField("TDIV"); }},
+        {"bad offset", SimFault::BadSetup, 2000, 10000, true, "offset of C1",
+         [](DsoSimulator& s) { s.setBadSetupField("OFST"); }},
+        {"few setup fields", SimFault::BadSetup, 2000, 10000, true, "(\"DTINF?\") has 3 fields",
+         [](DsoSimulator& s) { s.setBadSetupField("DTINF"); }},
+        {"close mid block", SimFault::CloseMidBlock, 2000, 10000, true, "closed the connection"},
+        {"bad header", SimFault::BadHeader, 2000, 10000, true, "not a data block"},
+        {"huge block", SimFault::HugeBlock, 2000, 10000, true, "99999999"},
+        {"garbage", SimFault::Garbage, 2000, 10000, true, "(\"DTINF?\") has 3 fields"},
+        {"short block", SimFault::ShortBlock, 2000, 10000, true, "block for CH1 holds 250 bytes, not the 500"},
+        {"long block", SimFault::LongBlock, 2000, 10000, true, "block for CH1 has more bytes than its header"},
+        {"no terminator", SimFault::NoTerminator, 2000, 10000, true, "block for CH1 has no line feed"},
     };
     startSim();
     for (const auto& c : cases) {
-        SCOPED_TRACE(SimFaultName(c.fault));
-        sim->setLateMs(c.lateMs);
+        SCOPED_TRACE(c.name);
         link.setReplyTimeoutMs(2000);
+        link.setExchangeDeadlineMs(10000);
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
         const int connections = sim->connectionCount();
+        if (c.tune) c.tune(*sim);
         sim->setFault(c.fault);
         link.setReplyTimeoutMs(c.replyTimeoutMs);
+        link.setExchangeDeadlineMs(c.deadlineMs);
         std::array<std::string, 4> vrate{"1", "1", "1", "1"};
         WaveRecord record;
         WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
         std::string message;
         try {
-            ReadDsoSetup(link, setup, ui, sim->address(), false);
+            const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+            if (!read) throw RuntimeError(read.code(), read.text());
             TransferDsoChannel(link, 0, ctx, record);
         } catch (const RuntimeError& e) {
             EXPECT_EQ(e.code(), ErrorCode::Link);
@@ -167,12 +185,15 @@ TEST_F(SimTest, FaultsEndCleanlyAndTheNextRunConnectsAgain) {
             EXPECT_NE(message.find(c.messagePart), std::string::npos) << message;
             EXPECT_FALSE(link.DsoLinked);
             EXPECT_EQ(link.state(), kLinkClosed);
+            EXPECT_TRUE(record.wave[0].empty());  // nothing made up
         } else {
             EXPECT_EQ(message, "");
             EXPECT_EQ(record.wave[0].size(), 500u);
         }
         sim->setFault(SimFault::None);
+        sim->setTricklePeriodMs(0);
         link.setReplyTimeoutMs(2000);
+        link.setExchangeDeadlineMs(10000);
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
         EXPECT_EQ(sim->connectionCount(), connections + (c.fails ? 1 : 0));
         EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");
@@ -180,14 +201,31 @@ TEST_F(SimTest, FaultsEndCleanlyAndTheNextRunConnectsAgain) {
     EXPECT_TRUE(ui.boxes.empty());
 }
 
-TEST_F(SimTest, RefusedConnectionShowsTheBoxAndTheNextAttemptConnects) {
+// The acquisition wait pauses between its status polls: a few hundred a
+// second at most, where back-to-back polling makes thousands.
+TEST_F(SimTest, AcquisitionWaitPausesBetweenPolls) {
+    startSim();
+    linkUp();
+    sim->setAcqDelayMs(300);
+    QElapsedTimer t;
+    t.start();
+    EXPECT_FALSE(link.WaitSingleAcquisition());
+    const int64_t elapsedMs = t.elapsed();
+    const int polls = sim->statusPolls();
+    EXPECT_GE(polls, 3);
+    EXPECT_LE(polls, elapsedMs / kStatusPollPauseMs + 2) << polls << " polls in " << elapsedMs << " ms";
+}
+
+TEST_F(SimTest, RefusedConnectionIsTheConnectOutcomeAndTheNextAttemptConnects) {
     startSim();
     sim->setFault(SimFault::Refuse);
-    EXPECT_FALSE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    ASSERT_EQ(ui.boxes.size(), 1u);
-    EXPECT_EQ(ui.boxes[0].text, "DSO not connected normally.");
-    EXPECT_EQ(ui.boxes[0].buttons, MsgButtons::CancelTryContinue);
-    EXPECT_EQ(ui.boxes[0].title, "Confirmation");
+    const Outcome linked = ConnectAndIdentify(link, setup, ui, sim->address());
+    EXPECT_EQ(linked.code(), ErrorCode::Link);
+    EXPECT_EQ(linked.text(), "DSO not connected normally.");
+    ASSERT_TRUE(LinkBoxOf(linked).has_value());
+    EXPECT_EQ(LinkBoxOf(linked)->buttons, MsgButtons::CancelTryContinue);
+    EXPECT_STREQ(LinkBoxOf(linked)->title, "Confirmation");
+    EXPECT_TRUE(ui.boxes.empty());  // the window shows it
     EXPECT_FALSE(link.DsoLinked);
     EXPECT_EQ(link.state(), kLinkError);
 
@@ -196,27 +234,76 @@ TEST_F(SimTest, RefusedConnectionShowsTheBoxAndTheNextAttemptConnects) {
     EXPECT_EQ(setup.ChannelCount, 4);
 }
 
-TEST_F(SimTest, StopAndCloseEndAnyExchange) {
+// Stop lets the exchange in progress finish; a second Stop, or the first on
+// an instrument silent for kStopSilenceMs, ends it at once with Canceled, so
+// that the run can tell it from an instrument fault.
+TEST_F(SimTest, StopLetsTheExchangeFinishUnlessRepeated) {
     startSim();
-    for (bool closing : {false, true}) {
-        SCOPED_TRACE(closing ? "closing" : "stop");
-        sim->setFault(SimFault::None);
-        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
-        sim->setFault(SimFault::Silent);
-        link.setReplyTimeoutMs(0);  // only Stop or closing can end it
-        later(100, [this, closing] { closing ? link.abort() : link.requestStop(); });
-        QElapsedTimer t;
-        t.start();
-        try {
-            link.QueryDso("TDIV?", 80);
-            ADD_FAILURE() << "the wait did not end";
-        } catch (const RuntimeError& e) {
-            EXPECT_EQ(e.code(), ErrorCode::Link);
+    linkUp();
+    sim->setCommandHook([this](const std::string& line) {
+        if (line == "TDIV?") link.requestStop();
+    });
+    EXPECT_EQ(link.QueryDso("TDIV?", 80), "1.0000E-03");
+    EXPECT_TRUE(link.StopRequested);
+    EXPECT_TRUE(link.DsoLinked);
+    EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");  // the link goes on after the first Stop
+    sim->setCommandHook(nullptr);
+
+    // The second Stop arrives while the block is awaited from a silent instrument.
+    std::array<std::string, 4> vrate{"1", "1", "1", "1"};
+    WaveRecord record;
+    ASSERT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+    sim->setCommandHook([this](const std::string& line) {
+        if (line == "DTWAVE?") {
+            sim->setFault(SimFault::Silent);
+            link.requestStop();
         }
-        EXPECT_LT(t.elapsed(), 3000);
-        EXPECT_FALSE(link.DsoLinked);
-        EXPECT_EQ(link.state(), kLinkClosed);
+    });
+    WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
+    try {
+        TransferDsoChannel(link, 0, ctx, record);
+        ADD_FAILURE() << "the second Stop did not end the exchange";
+    } catch (const RuntimeError& e) {
+        EXPECT_EQ(e.code(), ErrorCode::Canceled) << e.what();
+        EXPECT_EQ(std::string(e.what()).find("silent"), std::string::npos) << e.what();
     }
+    EXPECT_FALSE(link.DsoLinked);
+    EXPECT_EQ(link.state(), kLinkClosed);
+    sim->setCommandHook(nullptr);
+    sim->setFault(SimFault::None);
+
+    // One Stop on a silent instrument: ended after the silence, not the time-out.
+    link.clearStop();
+    ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    sim->setFault(SimFault::Silent);
+    link.setReplyTimeoutMs(0);
+    link.setExchangeDeadlineMs(0);
+    sim->setCommandHook([this](const std::string&) { link.requestStop(); });
+    try {
+        link.QueryDso("TDIV?", 80);
+        ADD_FAILURE() << "the wait did not end";
+    } catch (const RuntimeError& e) {
+        EXPECT_EQ(e.code(), ErrorCode::Canceled) << e.what();
+        EXPECT_NE(std::string(e.what()).find("silent for 2 s"), std::string::npos) << e.what();
+    }
+    EXPECT_FALSE(link.DsoLinked);
+}
+
+TEST_F(SimTest, ClosingTheProgramEndsAnyExchange) {
+    startSim();
+    ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    sim->setFault(SimFault::Silent);
+    link.setReplyTimeoutMs(0);  // only closing can end it
+    link.setExchangeDeadlineMs(0);
+    sim->setCommandHook([this](const std::string&) { link.abort(); });
+    try {
+        link.QueryDso("TDIV?", 80);
+        ADD_FAILURE() << "the wait did not end";
+    } catch (const RuntimeError& e) {
+        EXPECT_EQ(e.code(), ErrorCode::Link);
+    }
+    EXPECT_FALSE(link.DsoLinked);
+    EXPECT_EQ(link.state(), kLinkClosed);
     // A closing program opens nothing more.
     EXPECT_THROW(link.LinkToSLA("127.0.0.1", std::to_string(sim->port())), RuntimeError);
 }

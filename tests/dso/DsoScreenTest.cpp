@@ -24,6 +24,13 @@ protected:
         ASSERT_TRUE(dir.isValid());
         file = QDir(dir.path()).filePath("Sample1.png").toStdString();
     }
+    // The byte count stored; a failure goes on as the exception it carries.
+    int32_t saveScreen() {
+        int32_t n = 0;
+        const Outcome saved = SaveDsoScreen(link, ui, sim->address(), file, &n);
+        if (!saved) throw RuntimeError(saved.code(), saved.text());
+        return n;
+    }
     QTemporaryDir dir;
     std::string file;
 };
@@ -31,7 +38,7 @@ protected:
 TEST_F(ScreenTest, StoresTheImageWithItsLineEndAndAZero) {
     startSim();
     sim->setScreenBytes(1000);
-    EXPECT_EQ(SaveDsoScreen(link, ui, sim->address(), file), 1000);
+    EXPECT_EQ(saveScreen(), 1000);
     EXPECT_EQ(logOf(3), (Log{"DISP ON", "TSCRN? PNG", "GTL"}));
     const QByteArray bytes = ReadAll(file);
     ASSERT_EQ(bytes.size(), 1002);
@@ -51,7 +58,7 @@ TEST_F(ScreenTest, AnOlderLongerFileKeepsItsTail) {
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(QByteArray(3000, 'x'));
     }
-    EXPECT_EQ(SaveDsoScreen(link, ui, sim->address(), file), 1000);
+    EXPECT_EQ(saveScreen(), 1000);
     const QByteArray bytes = ReadAll(file);
     ASSERT_EQ(bytes.size(), 3000);
     EXPECT_TRUE(bytes.startsWith("\x89PNG"));
@@ -62,7 +69,7 @@ TEST_F(ScreenTest, AnOlderLongerFileKeepsItsTail) {
 TEST_F(ScreenTest, TheNaturalScreenFits) {
     startSim(small("DS-5354", 20000));
     linkUp();
-    const int32_t n = SaveDsoScreen(link, ui, sim->address(), file);
+    const int32_t n = saveScreen();
     EXPECT_GT(n, 100);
     EXPECT_LE(n, kMaxScreenBytes);
     EXPECT_EQ(ReadAll(file).size(), n + 2);
@@ -76,7 +83,7 @@ TEST_F(ScreenTest, AnImageAboveTheLimitIsAnOverflowAndWritesNothing) {
         sim->setScreenBytes(bytes);
         sim->clearLog();
         try {
-            SaveDsoScreen(link, ui, sim->address(), file);
+            saveScreen();
             ADD_FAILURE() << "no overflow for " << bytes;
         } catch (const RuntimeError& e) {
             EXPECT_EQ(e.code(), ErrorCode::Overflow);
@@ -89,17 +96,22 @@ TEST_F(ScreenTest, AnImageAboveTheLimitIsAnOverflowAndWritesNothing) {
         EXPECT_EQ(link.QueryDso("TRMD?", 80), "SINGLE");
     }
     sim->setScreenBytes(kMaxScreenBytes);
-    EXPECT_EQ(SaveDsoScreen(link, ui, sim->address(), file), kMaxScreenBytes);
+    EXPECT_EQ(saveScreen(), kMaxScreenBytes);
 }
 
-TEST_F(ScreenTest, LinkDownReturnsMinusOne) {
+TEST_F(ScreenTest, LinkDownIsTheInterfaceOutcome) {
     startSim();
     sim->setFault(SimFault::Refuse);
-    EXPECT_EQ(SaveDsoScreen(link, ui, sim->address(), file), -1);
-    ASSERT_EQ(ui.boxes.size(), 1u);
-    EXPECT_EQ(ui.boxes[0].text, "DSO not interfaced normally.");
-    EXPECT_EQ(ui.boxes[0].buttons, MsgButtons::OkCancel);
-    EXPECT_EQ(ui.boxes[0].title, "Confirmation");
+    int32_t n = 0;
+    const Outcome saved = SaveDsoScreen(link, ui, sim->address(), file, &n);
+    EXPECT_EQ(saved.code(), ErrorCode::Link);
+    EXPECT_EQ(saved.text(), "DSO not interfaced normally.");
+    EXPECT_EQ(n, -1);
+    EXPECT_TRUE(ui.boxes.empty());  // the window shows it
+    const auto box = LinkBoxOf(saved);
+    ASSERT_TRUE(box.has_value());
+    EXPECT_EQ(box->buttons, MsgButtons::OkCancel);
+    EXPECT_STREQ(box->title, "Confirmation");
     EXPECT_FALSE(QFile::exists(QString::fromStdString(file)));
 }
 

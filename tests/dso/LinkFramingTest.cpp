@@ -26,12 +26,56 @@ TEST(LinkFramingTest, ReplyLines) {
         {"abcdef\n", false, true, -5, "", ""},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(ReplyComplete(c.pending, c.quiet), c.complete) << c.pending;
+        size_t scanned = 0;
+        EXPECT_EQ(ScanReply(c.pending, scanned, c.quiet) == ReplyState::Complete, c.complete) << c.pending;
         if (!c.complete) continue;
         std::string pending = c.pending;
         EXPECT_EQ(TakeReplyLine(pending, c.maxLength), c.reply) << c.pending;
         EXPECT_EQ(pending, c.left) << c.pending;
     }
+}
+
+// A reply is scanned piece by piece as it arrives: each byte once, and one
+// that runs on without a line end is cut off at the cap.
+TEST(LinkFramingTest, RepliesScannedInPiecesAndCapped) {
+    struct Case {
+        std::vector<std::string> pieces;
+        size_t cap;
+        ReplyState state;
+        size_t scannedAfter;
+    };
+    const std::vector<Case> cases = {
+        {{"DS-", "53", "54\r\n"}, 100, ReplyState::Complete, 7},
+        {{"abc", "def"}, 100, ReplyState::NeedMore, 6},
+        {{"abcd", "efgh"}, 6, ReplyState::TooLong, 8},
+        {{"abcdef"}, 6, ReplyState::NeedMore, 6},  // exactly at the cap is still a reply
+        {{"abcdefgh\n"}, 6, ReplyState::TooLong, 8},
+        {{"\n"}, 6, ReplyState::Complete, 0},
+    };
+    for (const auto& c : cases) {
+        std::string pending;
+        size_t scanned = 0;
+        ReplyState state = ReplyState::NeedMore;
+        for (const auto& p : c.pieces) {
+            pending += p;
+            state = ScanReply(pending, scanned, false, c.cap);
+        }
+        EXPECT_EQ(state, c.state) << pending;
+        EXPECT_EQ(scanned, c.scannedAfter) << pending;
+    }
+}
+
+TEST(LinkFramingTest, NumberTexts) {
+    struct Case {
+        std::string text;
+        bool number;
+    };
+    const std::vector<Case> cases = {
+        {"1.0000E-03", true}, {" -2.5 ", true}, {"+.5", true},  {"5.", true},   {"1e6", true},
+        {"", false},          {" ", false},     {"abc", false}, {"1e", false},  {"1.0V", false},
+        {"ERR?", false},      {".", false},     {"1 2", false}, {"--1", false}, {"0x10", false},
+    };
+    for (const auto& c : cases) EXPECT_EQ(IsNumberText(c.text), c.number) << '"' << c.text << '"';
 }
 
 TEST(LinkFramingTest, BlockHeaders) {

@@ -15,7 +15,7 @@ protected:
     void begin(SimOptions o) {
         startSim(std::move(o));
         linkUp();
-        ASSERT_FALSE(ReadDsoSetup(link, setup, ui, sim->address(), false));
+        ASSERT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
         sim->clearLog();
     }
     WaveTransferResult transfer(int ch, const std::string& ch4Type = "Period") {
@@ -163,6 +163,9 @@ TEST_F(TransferTest, EdgeSamples) {
         {"AVERAGE", std::string("\x80\x00", 2), 2.0f, false, -32768, -8.0f},
         {"AVERAGE", std::string("\x7F\xFF", 2), 1.0f, true, -32767, -32767 / 8192.0f},
         {"HIGH_RES", std::string("\x00\x01", 2), 1.0f, false, 1, 1 / 8192.0f},
+        // A clipped sample inverted is the largest positive count.
+        {"NORMAL", "\x80", 1.0f, true, 127 * 256, 127 / 32.0f},
+        {"AVERAGE", std::string("\x80\x00", 2), 1.0f, true, 32767, 32767 / 8192.0f},
     };
     begin(small());
     for (const auto& c : cases) {
@@ -182,17 +185,48 @@ TEST_F(TransferTest, EdgeSamples) {
         EXPECT_EQ(volts[0], c.volts);
         EXPECT_EQ(raw[9], 0);  // the fill of a zero offset
     }
-    // An inverted -32768 does not fit 16 bits.
-    setup.AcqMode = "AVERAGE";
-    sim->setReplyOverride("DTWAVE?", std::string("#800000002\x80\x00\n", 13), true);
-    std::vector<float> volts;
-    std::vector<int16_t> raw;
-    WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
-    try {
-        TransferDsoChannel(link, 0, ctx, volts, raw, 0.0f, 1.0f, true);
-        ADD_FAILURE() << "no overflow";
-    } catch (const RuntimeError& e) {
-        EXPECT_EQ(e.code(), ErrorCode::Overflow);
+}
+
+// A block must be exactly what was asked for: anything else ends the transfer
+// naming the channel, closes the link and leaves the record as it was.
+TEST_F(TransferTest, BlocksOtherThanAskedForAreRefused) {
+    struct Case {
+        const char* name;
+        std::string reply;  // for 10 points in byte format
+        const char* message;
+    };
+    const std::string ten = "0123456789";
+    const std::vector<Case> cases = {
+        {"short", "#800000005" + ten.substr(0, 5) + "\n", "holds 5 bytes, not the 10 asked for"},
+        {"long", "#800000020" + ten + ten + "\n", "holds 20 bytes, not the 10 asked for"},
+        {"more than declared", "#800000010" + ten + "XY\n", "more bytes than its header declares"},
+        {"bytes after the LF", "#800000010" + ten + "\nXY", "more bytes than its header declares"},
+        {"no line feed", "#800000010" + ten, "no line feed"},
+    };
+    begin(small());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        setup.AcqMode = "NORMAL";
+        setup.RecordLength = 10;
+        record.TransferStart = 0;
+        record.TransferEnd = 9;
+        sim->setReplyOverride("DTWAVE?", c.reply, true);
+        std::vector<float> volts(10, 99.0f);
+        std::vector<int16_t> raw(10, 99);
+        WaveTransferContext ctx{setup, record, vrate, "Period", nullptr};
+        try {
+            TransferDsoChannel(link, 1, ctx, volts, raw, 0.0f, 1.0f, false);
+            ADD_FAILURE() << "taken";
+        } catch (const RuntimeError& e) {
+            EXPECT_EQ(e.code(), ErrorCode::Link);
+            EXPECT_NE(std::string(e.what()).find("block for CH2"), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+        }
+        EXPECT_FALSE(link.DsoLinked);
+        EXPECT_EQ(link.state(), kLinkClosed);
+        EXPECT_EQ(volts, std::vector<float>(10, 99.0f));
+        EXPECT_EQ(raw, std::vector<int16_t>(10, 99));
     }
 }
 

@@ -15,6 +15,9 @@ inline constexpr SeriesFault kSeriesFaults[] = {
     {SimFault::Silent, "did not send"},
     {SimFault::Garbage, "not a data block"},
     {SimFault::CloseMidBlock, "closed the connection"},
+    {SimFault::ShortBlock, "block for CH1 holds 1000 bytes, not the 2000 asked for"},
+    {SimFault::LongBlock, "block for CH1 has more bytes than its header declares"},
+    {SimFault::NoTerminator, "block for CH1 has no line feed"},
 };
 // Four channels of 2000 samples a pass: setFaultAfter(fault, 8) hits the third pass.
 inline SimOptions SeriesSimOptions() {
