@@ -10,7 +10,10 @@ namespace mervasto {
 namespace {
 
 std::vector<std::string> scanAll(const std::string& bytes) {
-    const auto file = std::filesystem::temp_directory_path() / "mervasto_linescanner.txt";
+    // Named after the running test: ctest runs the tests of this program side by side.
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("mervasto_linescanner_" +
+                       std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + ".txt");
     std::ofstream(file, std::ios::binary) << bytes;
     LineScanner in;
     in.open(file.string());
@@ -58,7 +61,9 @@ struct Scan {
 };
 
 Scan scanBoth(const std::string& bytes, LineScanner::LineEnds ends = LineScanner::LineEnds::Any) {
-    const auto file = std::filesystem::temp_directory_path() / "mervasto_linescanner_both.txt";
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("mervasto_linescanner_both_" +
+                       std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + ".txt");
     std::ofstream(file, std::ios::binary) << bytes;
     Scan scans[2];
     for (int way = 0; way < 2; ++way) {
