@@ -7,9 +7,10 @@
 
 // The instrument's byte stream as the link cuts it: the input is split into
 // segments (as TCP delivers them) and read alternately as a text reply and
-// as a data block, the way a transfer reads ":WAVE:STAR?" then "WAVE?".
-// Nothing may fault; replies never carry a line end or exceed their cut;
-// a block never claims more than the longest record.
+// as a data block, the way a pass reads its setup replies and then the
+// "DTWAVE?" blocks. Nothing may fault; replies never carry a line end or
+// exceed their cut, and one that runs on past the cap is refused; a block
+// never claims more than the longest record.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace mervasto;
     if (size < 2) return 0;

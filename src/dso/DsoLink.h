@@ -91,7 +91,8 @@ public:
     // Connects when the socket is closed and waits until it leaves the
     // connecting state. Returns the state: 0 closed, 6 connecting,
     // 7 connected, 9 error (refused, unreachable, connect time-out). Callers
-    // treat only 9 as failure. Stop or abort during the wait throws.
+    // treat only 9 as failure. Closing the program, a second Stop, or a
+    // Stop once the connect has hung for kStopSilenceMs, throws.
     int16_t LinkToSLA(const std::string& address, const std::string& port);
     // Sends command + LF and waits until the bytes are written.
     void SendDsoCommand(const std::string& command);

@@ -408,3 +408,19 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
         }
     }
 }
+
+// The window's "Time-out (s)" bounds every exchange: a reply trickling in one
+// byte per 100 ms, never silent for long, still ends the run.
+TEST_F(AcquisitionRun, TimeoutSettingEndsATricklingReply) {
+    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.link->DsoLinked);
+    state.settings.analysis.TimeoutSeconds = "0.5";
+    sim->setTricklePeriodMs(100);
+    sim->setFault(SimFault::OneByte);
+    const size_t boxes = ui.boxes.size();
+    state.WFStartCommand_Click(ui);
+    ASSERT_EQ(ui.boxes.size(), boxes + 1);
+    EXPECT_NE(ui.boxes.back().text.find("did not end within 0.5 s"), std::string::npos) << ui.boxes.back().text;
+    EXPECT_FALSE(state.link->DsoLinked);
+    EXPECT_FALSE(state.Running);
+}

@@ -212,6 +212,7 @@ TEST_F(SimTest, AcquisitionWaitPausesBetweenPolls) {
     EXPECT_FALSE(link.WaitSingleAcquisition());
     const int64_t elapsedMs = t.elapsed();
     const int polls = sim->statusPolls();
+    RecordProperty("polls_per_second", static_cast<int>(polls * 1000 / std::max<int64_t>(elapsedMs, 1)));
     EXPECT_GE(polls, 3);
     EXPECT_LE(polls, elapsedMs / kStatusPollPauseMs + 2) << polls << " polls in " << elapsedMs << " ms";
 }
