@@ -91,7 +91,7 @@ void RunState::runPass(UiPort& ui) {
     recordChanged();
     if (status < 0) {
         TransferFailed = true;
-        if (RunFailure.empty()) RunFailure = kFailedTranslationSetup;
+        if (RunFailure.ok()) RunFailure = Outcome(ErrorCode::Link, kFailedTranslationSetup);
         return;
     }
     ReadRejectRange_Click(ui);
@@ -101,14 +101,18 @@ void RunState::runPass(UiPort& ui) {
     logFirst = false;
     DispDetailData(DetailDataGrid, displays, results.cycles, record.SampleSec);
     const std::string counter = std::to_string(RepeatCounter);
-    if (settings.analysis.DDSaveCheck)
-        (void)SaveDetailData(JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"),
-                       DetailDataGrid);
+    if (settings.analysis.DDSaveCheck) {
+        const Outcome saved = SaveDetailData(
+            JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"), DetailDataGrid);
+        if (!saved) passWriteFailed(ui, saved);
+    }
     if (settings.analysis.WDSaveCheck) {
         std::array<bool, 4> shown{};
         for (size_t ch = 0; ch < 4; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
-        (void)AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
-                        record.WaveLength, shown);
+        const Outcome saved =
+            AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
+                            record.WaveLength, shown);
+        if (!saved) passWriteFailed(ui, saved);
     }
     SaveResults(ui);
     ++passesDone;
@@ -116,9 +120,15 @@ void RunState::runPass(UiPort& ui) {
     passFinished();
 }
 
+void RunState::passWriteFailed(UiPort& ui, const Outcome& failed) {
+    ui.messageBox(failed.text(), MsgButtons::Ok, kRunTimeErrorTitle);
+    TransferFailed = true;
+    if (RunFailure.ok()) RunFailure = failed;  // the first failure stands
+}
+
 void RunState::WFStartCommand_Click(UiPort& ui) {
     if (Running) return;
-    RunFailure.clear();
+    RunFailure = Outcome::Ok();
     // A Stop left over from an earlier run must not cut this run's connect.
     link->clearStop();
     ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
@@ -126,7 +136,7 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         const Outcome linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText);
         if (!linked) {
             if (!ShowLinkBox(ui, linked)) RunHandler(ui, [&] { ThrowIfFailed(linked); });
-            RunFailure = kDsoNotConnected;
+            RunFailure = Outcome(ErrorCode::Link, kDsoNotConnected);
             return;
         }
     }
@@ -166,7 +176,7 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
         }
         if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
     } catch (const RuntimeError& e) {
-        RunFailure = e.what();
+        RunFailure = Outcome::From(e);
         // A Stop that had to cut an exchange is the user's doing, not a fault to be boxed.
         if (e.code() == ErrorCode::Canceled)
             ui.setStatus(1, e.what());
@@ -176,7 +186,7 @@ void RunState::WFStartCommand_Click(UiPort& ui) {
     const Outcome local = ReturnToLocal(*link);
     if (!local) ui.setStatus(2, local.text());
     Running = false;
-    runEnded(RunFailure.empty() ? Outcome::Ok() : Outcome(ErrorCode::Link, RunFailure));
+    runEnded(RunFailure);
 }
 
 void RunState::Stop_Click() { link->requestStop(); }
@@ -218,7 +228,8 @@ void RunState::WaveSave_Click(UiPort& ui) {
                 ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
-                (void)SaveWaveCsv(file, setup, record);
+                const Outcome saved = SaveWaveCsv(file, setup, record);
+                if (!saved) throw RuntimeError(saved.code(), saved.text());  // the run-time error box
                 ui.setStatus(1, kStoredData);
             }
         }

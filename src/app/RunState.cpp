@@ -19,7 +19,6 @@ namespace mervasto {
 namespace {
 constexpr const char* kSelectInputTitle = "Select Input data file.";
 constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
-constexpr const char* kRunTimeErrorTitle = "Run-time error";
 
 std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
 }  // namespace

@@ -30,6 +30,7 @@ inline constexpr const char* kCompletedAllTranslations = "Completed all translat
 inline constexpr const char* kInputTypeFile = "FILE";
 inline constexpr const char* kInputTypeDso = "DSO";
 inline constexpr const char* kConfirmationTitle = "Confirmation";
+inline constexpr const char* kRunTimeErrorTitle = "Run-time error";
 
 // Which handler started an analysis: decides the channels analysed and
 // whether the signal-check messages are shown.
@@ -147,11 +148,14 @@ public:
 
     bool RunDone = false;
     bool WavesPresent = false;
+    // The pass in progress failed (transfer, or a file it writes): the series
+    // ends after it.
     bool TransferFailed = false;
     bool Running = false;  // a run is in progress (the start button is disabled)
-    // Why the last instrument run ended before its end (the message shown);
-    // empty when it ran through or was stopped.
-    std::string RunFailure;
+    // Why the last instrument run ended before its end (the message shown):
+    // a Link fault of the instrument, or FileIo for a file the pass could not
+    // write. Ok when it ran through or was stopped.
+    Outcome RunFailure;
     int32_t RepeatCounter = 0;
     int32_t RepeatLimit = 0;
     std::string InputSource;
@@ -184,6 +188,9 @@ private:
     int16_t TransferFromDso(UiPort& ui);
     // One pass of a run: acquisition, transfer, analysis, grids and files.
     void runPass(UiPort& ui);
+    // A file of the pass could not be written: the run-time error box names
+    // it and why, and the series ends after this pass.
+    void passWriteFailed(UiPort& ui, const Outcome& failed);
 };
 
 // Runs a handler body, showing a run-time fault as a message box and going on.

@@ -61,7 +61,7 @@ Commands:
                                run acquisitions without a window; Ctrl+C stops after the pass
 
 Global options: --help, --version, --data-folder DIR,
-  --timeout SECONDS            give up on a silent instrument after this long (default 10)
+  --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
 Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 a verdict is NG,
 4 the instrument cannot be reached or failed during the run (the passes before it are kept).
 )";
@@ -391,9 +391,10 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     const bool saved = reportUnsaved(state, err);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.LogGrid.nextRow - kLogHeaderRows, 0)
         << " log row(s), " << state.resultLines.written() << " result line(s) written\n";
-    if (!state.RunFailure.empty()) {
-        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure << '\n';
-        return kExitNoInstrument;
+    if (!state.RunFailure) {
+        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure.text()
+            << '\n';
+        return state.RunFailure.code() == ErrorCode::FileIo ? kExitFileError : kExitNoInstrument;
     }
     if (!saved) return kExitFileError;
     return anyNg ? kExitNg : kExitOk;

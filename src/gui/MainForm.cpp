@@ -215,7 +215,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
 
     // Handlers.
     GuardedApplication::setFailureSink(
-        [this](const Outcome& o) { ui_->messageBox(o.text(), MsgButtons::Ok, "Run-time error"); });
+        [this](const Outcome& o) { ui_->messageBox(o.text(), MsgButtons::Ok, kRunTimeErrorTitle); });
     connect(WFStartCommand_, &QPushButton::clicked, this,
             [this] { run([this] { state_.WFStartCommand_Click(*ui_); }); });
     connect(stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
@@ -442,7 +442,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }
     Outcome saved = state_.FormUnload();
-    if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, "Run-time error");
+    if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     waveAll_->close();
     waveEach_->close();
     detail_->close();

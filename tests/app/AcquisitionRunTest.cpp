@@ -310,7 +310,7 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         state.WFStartCommand_Click(ui);
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << c.name << ": " << ui.boxes.back().text;
-        EXPECT_EQ(state.RunFailure, ui.boxes.back().text) << c.name;
+        EXPECT_EQ(state.RunFailure.text(), ui.boxes.back().text) << c.name;
         EXPECT_FALSE(state.Running);
         EXPECT_FALSE(state.link->DsoLinked) << c.name;
         EXPECT_EQ(resultLines(), 2u + 2u) << c.name;
@@ -320,7 +320,7 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         sim->setFault(SimFault::None);  // switched on again
         state.settings.analysis.TotalRepeats = "1";
         state.WFStartCommand_Click(ui);
-        EXPECT_TRUE(state.RunFailure.empty()) << c.name << ": " << state.RunFailure;
+        EXPECT_TRUE(state.RunFailure.ok()) << c.name << ": " << state.RunFailure.text();
         EXPECT_TRUE(state.link->DsoLinked) << c.name;
         EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
         state.settings.analysis.TotalRepeats = "10";
@@ -400,7 +400,7 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
             EXPECT_FALSE(state.link->DsoLinked);
             EXPECT_EQ(sent("GTL"), 0u);
         } else {
-            EXPECT_TRUE(state.RunFailure.empty()) << state.RunFailure;
+            EXPECT_TRUE(state.RunFailure.ok()) << state.RunFailure.text();
             EXPECT_TRUE(state.link->DsoLinked);
             EXPECT_EQ(sent("DTWAVE?"), 8u);  // the pass in progress was finished
             EXPECT_EQ(sim->commandLog().back(), "GTL");
@@ -424,3 +424,36 @@ TEST_F(AcquisitionRun, TimeoutSettingEndsATricklingReply) {
     EXPECT_FALSE(state.link->DsoLinked);
     EXPECT_FALSE(state.Running);
 }
+
+namespace {
+// A file a pass writes cannot be written (its folder is a plain file): the
+// run-time error box names it, the pass keeps its log row and result line,
+// and the series ends after it with the failure.
+TEST_F(AcquisitionRun, APassFileThatCannotBeWrittenEndsTheSeries) {
+    struct Case {
+        const char* name;
+        bool AnalysisSettings::*check;
+    };
+    const Case cases[] = {{"detail file", &AnalysisSettings::DDSaveCheck},
+                          {"wave table", &AnalysisSettings::WDSaveCheck}};
+    const auto notAFolder = dir_ / "not-a-folder";
+    std::ofstream(notAFolder) << "x";
+    auto& a = state.settings.analysis;
+    a.RepeatCheck = a.DaqCheck = true;
+    a.TotalRepeats = "5";
+    state.settings.OutputFolder = notAFolder.string();
+    for (const auto& c : cases) {
+        a.DDSaveCheck = a.WDSaveCheck = false;
+        a.*c.check = true;
+        const size_t boxes = ui.boxes.size();
+        const size_t lines = resultLines();
+        state.WFStartCommand_Click(ui);
+        ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
+        EXPECT_EQ(ui.boxes.back().title, kRunTimeErrorTitle) << c.name;
+        EXPECT_NE(ui.boxes.back().text.find(notAFolder.string()), std::string::npos) << ui.boxes.back().text;
+        EXPECT_EQ(state.RunFailure.code(), ErrorCode::FileIo) << c.name;
+        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 1) << c.name;
+        EXPECT_EQ(resultLines(), std::max<size_t>(lines, 2) + 1) << c.name;
+    }
+}
+}  // namespace

@@ -133,6 +133,19 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
     }
 }
 
+// A detail file the pass cannot write: exit status 1 with the file and the
+// reason, after the first pass.
+TEST_F(CliTest, APassFileThatCannotBeWritten) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const auto notAFolder = dir_ / "not-a-folder";
+    std::ofstream(notAFolder) << "x";
+    EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "3", "--new-acquisition", "--set", "DDSaveCheck=1",
+                   "--set", "OutputFolder=" + notAFolder.string(), "--format", "csv"}),
+              kExitFileError);
+    EXPECT_NE(err.str().find("ended after 1 pass(es): " + notAFolder.string()), std::string::npos) << err.str();
+}
+
 TEST_F(CliTest, ResultLinesTheFileRefusesArePrinted) {
     std::filesystem::create_directories(dir_ / "data" / "OutputData" / "ResultData.csv");
     EXPECT_EQ(run({"analyze", "--format", "csv", example("pulses"), example("gated")}), kExitFileError);

@@ -360,8 +360,18 @@ TEST_F(MainFormTest, PictureFailureAndGridResizes) {
     EXPECT_EQ(boxes.size(), 1u);
     EXPECT_TRUE(FileExists((dir_ / "data" / "Outputdata" / "Good1_0_Main.jpg").string()));
 
+    // "Save" of the waves into a Data "folder" that is a file: the box, and
+    // not "Stored the Data to the File.".
     files = {writeExample("pulses")};
     form->findChild<QAction*>("InputFromFileAction")->trigger();
+    std::filesystem::remove_all(dir_ / "data" / "Data");
+    std::ofstream(dir_ / "data" / "Data") << "x";
+    find<QCheckBox>(*form, "SaveWavesCheck")->setChecked(true);
+    find<QPushButton>(*form, "WaveSave")->click();
+    ASSERT_EQ(boxes.size(), 2u);
+    EXPECT_EQ(boxes[1].rfind("Run-time error: ", 0), 0u) << boxes[1];
+    EXPECT_NE(form->ui().statusText(1), "Stored the Data to the File.");
+
     Grid& log = form->state().LogGrid;
     log.nextRow = kLogHeaderRows + 3;
     log.text(kLogHeaderRows + 2, 0) = "3";
