@@ -132,7 +132,8 @@ struct DsoSimulator::Shared {
     std::vector<std::vector<float>> record;
     std::vector<std::string> log;
     std::map<std::string, std::pair<std::string, bool>> overrides;
-    int connections = 0;
+    int connections = 0;      // accepted since the start
+    int openConnections = 0;  // accepted and not yet closed
     int blocksSent = 0;
     int faultAt = 0;  // the block count at which laterFault starts (0 = never)
     SimFault laterFault = SimFault::None;
@@ -235,11 +236,16 @@ private:
             {
                 std::lock_guard lock(shared_->m);
                 ++shared_->connections;
+                ++shared_->openConnections;
+                shared_->logged.notify_all();
             }
             QObject::connect(s, &QTcpSocket::readyRead, this, [this, s] { readFrom(s); });
             QObject::connect(s, &QTcpSocket::disconnected, this, [this, s] {
                 conns_.erase(s);
                 s->deleteLater();
+                std::lock_guard lock(shared_->m);
+                --shared_->openConnections;
+                shared_->logged.notify_all();
             });
         }
     }
@@ -616,9 +622,15 @@ std::vector<std::string> DsoSimulator::commandLog() const {
 }
 
 bool DsoSimulator::waitForLastCommand(const std::string& command, int timeoutMs) const {
+    return waitUntil([&](const std::vector<std::string>& log, int) { return !log.empty() && log.back() == command; },
+                     timeoutMs);
+}
+
+bool DsoSimulator::waitUntil(const std::function<bool(const std::vector<std::string>& log, int open)>& done,
+                             int timeoutMs) const {
     std::unique_lock lock(shared_->m);
     return shared_->logged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                    [&] { return !shared_->log.empty() && shared_->log.back() == command; });
+                                    [&] { return done(shared_->log, shared_->openConnections); });
 }
 
 void DsoSimulator::clearLog() {

@@ -105,6 +105,10 @@ public:
     // command may still be on its way when the client returns). False when
     // it did not come within the time.
     bool waitForLastCommand(const std::string& command, int timeoutMs = 5000) const;
+    // Waits until done(command log, connections open) holds; it is asked
+    // again whenever a command arrives or a connection opens or closes.
+    bool waitUntil(const std::function<bool(const std::vector<std::string>& log, int open)>& done,
+                   int timeoutMs = 5000) const;
     void clearLog();
     int connectionCount() const;
 

@@ -47,19 +47,22 @@ protected:
         for (std::string l; std::getline(f, l);) ++n;
         return n;
     }
-    // The simulator logs in its own thread: wait until the log is quiet.
+    // The simulator logs in its own thread: a handler ends with the return
+    // to local on a link it keeps, or by closing the link; the log is
+    // complete once the simulator has seen that.
     void settle() const {
-        size_t last = sim->commandLog().size();
-        QElapsedTimer quiet;
-        quiet.start();
-        while (quiet.elapsed() < 60) {
-            QThread::msleep(5);
-            size_t now = sim->commandLog().size();
-            if (now != last) {
-                last = now;
-                quiet.restart();
-            }
-        }
+        const bool linked = state.link->DsoLinked;
+        EXPECT_TRUE(sim->waitUntil([linked](const std::vector<std::string>& log, int open) {
+            return linked ? !log.empty() && log.back() == "GTL" : open == 0;
+        }));
+    }
+    // Presses Stop when the simulator receives the n-th of these commands:
+    // at an exact point of the run, whatever the machine's speed.
+    void stopAt(const std::string& command, int n) {
+        auto seen = std::make_shared<int>(0);
+        sim->setCommandHook([this, command, n, seen](const std::string& line) {
+            if (line == command && ++*seen == n) state.Stop_Click();
+        });
     }
     size_t sent(const std::string& command) const {
         settle();
@@ -139,7 +142,7 @@ TEST_F(AcquisitionRun, RepeatSeries) {
 TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     sim->setAcqDelayMs(60000);
     state.settings.analysis.DaqCheck = true;
-    QTimer::singleShot(300, [&] { state.Stop_Click(); });
+    stopAt("WSGL", 1);
     state.WFStartCommand_Click(ui);
     EXPECT_TRUE(statusSeen("Data Acquisition Aborted."));
     EXPECT_TRUE(statusSeen("Completed data transffering."));  // the pass goes on with the present record
@@ -153,11 +156,11 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     state.settings.OutputFolder = (dir_ / "out").string();
     std::filesystem::create_directories(dir_ / "out");
     state.settings.DetailBaseName = "d";
-    QTimer::singleShot(400, [&] { state.Stop_Click(); });
+    stopAt("WSGL", 3);  // during the third pass's acquisition wait
     state.WFStartCommand_Click(ui);
+    sim->setCommandHook(nullptr);
     const size_t passes = resultLines() - 3;
-    EXPECT_GE(passes, 1u);
-    EXPECT_LT(passes, 1000u);
+    EXPECT_EQ(passes, 3u);
     // The detail file of the last pass carries its counter.
     EXPECT_TRUE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes) + ".csv")).string()));
     EXPECT_FALSE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes + 1) + ".csv")).string()));

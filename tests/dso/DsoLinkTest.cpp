@@ -112,7 +112,9 @@ TEST_F(SimTest, StopEndsTheAcquisitionWaitAndKeepsTheLink) {
     linkUp();
     sim->setAcqDelayMs(60000);
     link.StopRequested = true;  // an old request does not count
-    later(150, [this] { link.requestStop(); });
+    sim->setCommandHook([this](const std::string& line) {
+        if (line == "WSGL") link.requestStop();  // while the link polls for the acquisition
+    });
     QElapsedTimer t;
     t.start();
     EXPECT_TRUE(link.WaitSingleAcquisition());

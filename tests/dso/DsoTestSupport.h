@@ -90,8 +90,6 @@ protected:
         for (int i = 0; i < 200 && sim->commandLog().size() < n; ++i) QThread::msleep(10);
         return sim->commandLog();
     }
-    // Runs f after ms on this thread's event loop (inside the link's waits).
-    void later(int ms, std::function<void()> f) { QTimer::singleShot(ms, TestApp().instance(), std::move(f)); }
 
     std::unique_ptr<DsoSimulator> sim;
     DsoLink link;
