@@ -263,11 +263,11 @@ std::string ResumeText(const Settings& s) {
             line(FieldName(f) + ",", FieldText(s, f));
         }
     }
-    return out;
+    return ToNarrow(out);
 }
 
 Outcome SaveResumeParam(std::string_view fileName, const Settings& s) {
-    if (WriteFileReplacing(fileName, ToNarrow(ResumeText(s)))) return Outcome::Ok();
+    if (WriteFileReplacing(fileName, ResumeText(s))) return Outcome::Ok();
     return {ErrorCode::FileIo, "The settings could not be written to " + std::string(fileName) + "."};
 }
 
