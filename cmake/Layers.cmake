@@ -27,6 +27,11 @@ function(mervasto_layer_tests name)
     target_compile_definitions(test_${name} PRIVATE
       MERVASTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
     # The environment of the tests (offscreen windows) comes from the test preset.
-    gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST)
+    # Listing the tests of a cross-built program goes through the emulator
+    # (wine), whose first start takes far longer than the usual 5 seconds.
+    if(CMAKE_CROSSCOMPILING)
+      set(_timeout DISCOVERY_TIMEOUT 120)
+    endif()
+    gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST ${_timeout})
   endif()
 endfunction()

@@ -6,6 +6,7 @@
 #include "app/core/Settings.h"
 #include "app/core/SettingsTable.h"
 #include "app/core/Version.h"
+#include "common/PackageVersion.h"
 #include "cli/Json.h"
 #include "cli/Report.h"
 #include "common/Numeric.h"
@@ -409,7 +410,10 @@ int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
             return kExitOk;
         }
         if (a == "--version") {
-            out << "mervasto-cli " << CaptionSuffix() << '\n';
+            // The settings keep the fixed identity of the resume file; saying
+            // which one tells a user where their settings live.
+            out << "mervasto-cli " << kPackageVersion << '\n'
+                << "settings: Resume" << kVersionText << ".txt " << CaptionSuffix() << '\n';
             return kExitOk;
         }
     }

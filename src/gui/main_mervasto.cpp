@@ -1,9 +1,12 @@
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QTimer>
 
+#include <cstring>
 #include <iostream>
 #include <memory>
 
+#include "common/PackageVersion.h"
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
@@ -13,11 +16,26 @@
 
 using namespace mervasto;
 
+namespace {
+
+// Options that only print something and end the program.
+bool wantsTextOnly(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        for (const char* o : {"-h", "-?", "--help", "--help-all", "-v", "--version"})
+            if (std::strcmp(argv[i], o) == 0) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-    GuardedApplication app(argc, argv);
+    QCoreApplication::setApplicationName("mervasto");
+    QCoreApplication::setApplicationVersion(QString::fromUtf8(kPackageVersion.data(), kPackageVersion.size()));
     QCommandLineParser parser;
     parser.setApplicationDescription("Periods/Encoder Pulses Analyzing");
     parser.addHelpOption();
+    parser.addVersionOption();
     QCommandLineOption dataFolder("data-folder", "Data folder (default: the platform's).", "DIR");
     QCommandLineOption simulate("simulate",
                                 "Start a simulated instrument on this machine and connect to it "
@@ -42,6 +60,15 @@ int main(int argc, char** argv) {
     parser.addOption(dso);
     parser.addOption(series);
     parser.addOption(demo);
+    if (wantsTextOnly(argc, argv)) {
+        // Answered before the window system is opened, so that these work
+        // on a machine without a display (process() prints and exits).
+        QCoreApplication textOnly(argc, argv);
+        parser.process(textOnly);
+        return 0;
+    }
+
+    GuardedApplication app(argc, argv);
     parser.process(app);
 
     std::unique_ptr<DsoSimulator> sim;

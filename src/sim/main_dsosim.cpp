@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/Numeric.h"
+#include "common/PackageVersion.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -17,7 +18,7 @@ void Usage() {
         "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
         "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
         "                       [--fault-after BLOCKS] [--fault-rate MS]\n"
-        "                       [--bad-setup-field TDIV|VDIV|OFST|DTINF] [--help]\n"
+        "                       [--bad-setup-field TDIV|VDIV|OFST|DTINF] [--help] [--version]\n"
         "Serves the instrument's command set on 127.0.0.1 until killed.\n"
         "scenarios:");
     for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
@@ -37,6 +38,10 @@ int main(int argc, char** argv) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
             Usage();
+            return 0;
+        }
+        if (a == "--version") {
+            std::printf("mervasto-dsosim %.*s\n", static_cast<int>(kPackageVersion.size()), kPackageVersion.data());
             return 0;
         }
         if (i + 1 >= argc) {

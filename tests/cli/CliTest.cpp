@@ -1,6 +1,7 @@
 #include "cli/Cli.h"
 #include "cli/Json.h"
 
+#include "common/PackageVersion.h"
 #include "common/TextFile.h"
 #include "sim/DsoSimulator.h"
 
@@ -66,8 +67,10 @@ TEST_F(CliTest, ExitStatusesOfBadOptionsAndFiles) {
         for (const auto& a : c.args) joined += a + " ";
         EXPECT_EQ(run(c.args), c.status) << joined << err.str();
     }
+    // The package version moves on; the settings file it reads does not.
     run({"--version"});
-    EXPECT_NE(out.str().find("(Ver3.40)"), std::string::npos);
+    EXPECT_EQ(out.str().rfind("mervasto-cli " + std::string(kPackageVersion) + "\n", 0), 0u) << out.str();
+    EXPECT_NE(out.str().find("settings: Resume340.txt (Ver3.40)"), std::string::npos) << out.str();
 }
 
 TEST_F(CliTest, AnalyzePrintsJsonAndAppendsResultLines) {

@@ -20,6 +20,7 @@ std::vector<std::string> scanAll(const std::string& bytes) {
     std::vector<std::string> lines;
     std::string_view line;
     while (in.next(line)) lines.emplace_back(line);
+    in.close();  // Windows cannot remove a file that is open
     std::filesystem::remove(file);
     return lines;
 }

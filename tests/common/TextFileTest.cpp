@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
 #ifdef __linux__
 #include <csignal>
 #include <sys/resource.h>
@@ -24,6 +27,51 @@ std::string slurp(const std::string& p) {
     return std::string(std::istreambuf_iterator<char>(f), {});
 }
 }  // namespace
+
+// The legacy files hold their Japanese labels in the Japanese code page, and
+// a Japanese PC must write exactly those bytes, a trail byte that is a
+// backslash (表) included; elsewhere the files are UTF-8. File names with
+// such texts reach the same file whichever way they are spelt.
+TEST(TextFile, NarrowTextsAndNamesGoThroughTheCodePage) {
+    struct Case {
+        const char* utf8;
+        const char* cp932;
+    };
+    const Case cases[] = {
+        {"Max周期数, 1000", "Max\x8E\xFC\x8A\xFA\x90\x94, 1000"},
+        {"Ch4 表示off, 1 ", "Ch4 \x95\x5C\x8E\xA6off, 1 "},
+        {",σ(s),No. of Pulse", ",\x83\xD0(s),No. of Pulse"},
+        {"//波形のcsv形式ファイル",
+         "//\x94g\x8C`\x82\xCC"
+         "csv\x8C`\x8E\xAE\x83t\x83@\x83"
+         "C\x83\x8B"},
+    };
+#ifdef _WIN32
+    if (GetACP() != 932) GTEST_SKIP() << "needs code page 932 (scripts/windows-check sets it)";
+    const bool japanese = true;
+#else
+    const bool japanese = false;
+#endif
+    const std::string p = TextFromPath(std::filesystem::path(tempPath("")) / PathFromText("波形 表示.txt"));
+    for (const auto& c : cases) {
+        const std::string bytes = japanese ? c.cp932 : c.utf8;
+        EXPECT_EQ(ToNarrow(c.utf8), bytes) << c.utf8;
+        EXPECT_EQ(FromNarrow(bytes), c.utf8) << c.utf8;
+
+        ASSERT_TRUE(WriteFileReplacing(p, ToNarrow(c.utf8) + "\r\n")) << c.utf8;
+        EXPECT_TRUE(FileExists(p));
+        std::ifstream f(PathFromText(p), std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(f), {}), bytes + "\r\n") << c.utf8;
+        f.close();
+        TextLineReader r;
+        r.open(p);
+        std::string line;
+        ASSERT_TRUE(r.next(line));
+        EXPECT_EQ(line, c.utf8);
+        r.close();
+    }
+    std::filesystem::remove(PathFromText(p));
+}
 
 TEST(TextFile, ReadsAnyLineEnd) {
     std::string p = tempPath("lines.txt");

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "common/TextFile.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -53,7 +54,7 @@ TEST_F(ResultFilesTest, HeaderOnceThenOneLinePerRunColumnsAligned) {
     ASSERT_EQ(l.size(), 4u);
     EXPECT_EQ(l[0], "Sample Name,Ch1,Period,,,,,Ch2,P.W.,,,,,Ch3,Duty,,,,,Ch4,Gate,,,");
     const std::string h = ",Min/Mean(%),Max/Mean(%),Means),σ(s),No. of Pulse";
-    EXPECT_EQ(l[1], h + "," + h + "," + h + "," + h);
+    EXPECT_EQ(l[1], ToNarrow(h + "," + h + "," + h + "," + h));
     // A channel without results keeps its six columns.
     EXPECT_EQ(l[2], "S1,0,0,0,0,0,,0.5,1.25,0.0123,1E-07,42,,0,0,0,0,0,,0,0,0,0,0,");
     EXPECT_EQ(l[3].substr(0, 3), "S2,");

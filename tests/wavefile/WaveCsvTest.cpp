@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "common/TextFile.h"
 #include "support/TestFolder.h"
 
 #include <cstring>
@@ -379,9 +380,8 @@ TEST_F(WaveCsvTest, WaveTableListsShownChannelsAndAppends) {
     rec.wave[2] = {1.0f, 2.0f, 3.0f};
     ASSERT_TRUE(AppendWaveTable(path("t.csv"), rec, 2, {true, false, true, false}));
     ASSERT_TRUE(AppendWaveTable(path("t.csv"), rec, 1, {false, false, false, false}));
-    EXPECT_EQ(readFile("t.csv"),
-              "//波形のcsv形式ファイル\r\nAddress,Ch1(V),Ch3(V)\r\n0,0.25,1\r\n1,-1.5,2\r\n"
-              "//波形のcsv形式ファイル\r\nAddress\r\n0\r\n");
+    EXPECT_EQ(readFile("t.csv"), ToNarrow("//波形のcsv形式ファイル\r\nAddress,Ch1(V),Ch3(V)\r\n0,0.25,1\r\n1,-1.5,2\r\n"
+                                          "//波形のcsv形式ファイル\r\nAddress\r\n0\r\n"));
 }
 
 }  // namespace

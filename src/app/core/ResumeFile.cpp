@@ -268,11 +268,11 @@ std::string ResumeText(const Settings& s) {
             line(FieldName(f) + ",", FieldText(s, f));
         }
     }
-    return out;
+    return ToNarrow(out);
 }
 
 Outcome SaveResumeParam(std::string_view fileName, const Settings& s) {
-    Outcome written = WriteFileReplacing(fileName, ToNarrow(ResumeText(s)));
+    Outcome written = WriteFileReplacing(fileName, ResumeText(s));
     if (written) return written;
     return {written.code(), "The settings could not be written to " + written.text()};
 }

@@ -18,7 +18,8 @@ namespace mervasto {
 // leaves the old file whole; the outcome names the file and the reason.
 Outcome SaveResumeParam(std::string_view fileName, const Settings& settings);
 
-// The whole file as it is written.
+// The whole file as it is written (the narrow encoding: the code page on
+// Windows), so that LoadResumeText reads it back.
 std::string ResumeText(const Settings& settings);
 
 struct ResumeLoad {

@@ -5,7 +5,10 @@
 
 namespace mervasto {
 
-// Each version keeps its own resume file, so the digits also name that file.
+// The program's fixed identity: the caption suffix and the resume file name.
+// It is not the package version (common/PackageVersion.h) and must not follow
+// it: each identity keeps its own resume file, so changing these digits would
+// leave every user's saved settings behind.
 inline constexpr std::string_view kVersionText = "340";
 
 // "(Ver3.40)": the first digit, a point, the other two.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "common/TextFile.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -35,14 +36,14 @@ protected:
         std::string all = readAll();
         size_t start = 0, end;
         while ((end = all.find("\r\n", start)) != std::string::npos) {
-            out.push_back(all.substr(start, end - start));
+            out.push_back(FromNarrow(all.substr(start, end - start)));
             start = end + 2;
         }
         return out;
     }
     void writeLines(const std::vector<std::string>& ls) const {
         std::string all;
-        for (const auto& l : ls) all += l + "\r\n";
+        for (const auto& l : ls) all += ToNarrow(l) + "\r\n";
         writeAll(all);
     }
 

@@ -148,6 +148,10 @@ TEST(DataFoldersTest, CreatesTheTreeAndOneOutputFolder) {
     EXPECT_EQ(JoinPath("a", "b"), std::string("a") + kPathSeparator + "b");
     EXPECT_EQ(JoinPath(std::string("a") + kPathSeparator, "b"), std::string("a") + kPathSeparator + "b");
     EXPECT_NE(DefaultDataFolder().find("Mervasto"), std::string::npos);
+#ifdef _WIN32
+    // Where the settings of earlier installations already are.
+    EXPECT_EQ(ResumeFileName(DefaultDataFolder()), "C:\\ProgramData\\Mervasto\\Parameter\\Resume340.txt");
+#endif
 }
 
 }  // namespace
