@@ -101,12 +101,14 @@ void RunState::runPass(UiPort& ui) {
     logFirst = false;
     DispDetailData(DetailDataGrid, displays, results.cycles, record.SampleSec);
     const std::string counter = std::to_string(RepeatCounter);
-    if (settings.analysis.DDSaveCheck) {
+    const Outcome names = checkFileNames(false, settings.analysis.DDSaveCheck, settings.analysis.WDSaveCheck);
+    if (!names) passWriteFailed(ui, names);  // the pass's result line is still kept
+    if (names && settings.analysis.DDSaveCheck) {
         const Outcome saved = SaveDetailData(
             JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"), DetailDataGrid);
         if (!saved) passWriteFailed(ui, saved);
     }
-    if (settings.analysis.WDSaveCheck) {
+    if (names && settings.analysis.WDSaveCheck) {
         std::array<bool, 4> shown{};
         for (size_t ch = 0; ch < 4; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
         const Outcome saved =
@@ -221,6 +223,7 @@ void RunState::WaveSave_Click(UiPort& ui) {
         const std::string dataDir = JoinPath(DataFolder, "Data");
         const std::string screenDir = JoinPath(DataFolder, "VScreen");
         const std::string base = sampleName();
+        if (const Outcome names = checkFileNames(true); !names) throw RuntimeError(names.code(), names.text());
         if (settings.analysis.SaveWavesCheck) {
             makeFolder(dataDir);
             const std::string file = JoinPath(dataDir, base + ".csv");

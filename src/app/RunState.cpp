@@ -7,6 +7,7 @@
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
+#include "common/TextUtil.h"
 #include "dso/DsoLink.h"
 #include "results/Comparator.h"
 #include "results/ResultFiles.h"
@@ -64,6 +65,13 @@ bool RunState::LoadSettingsFrom(const std::string& fileName) {
     settingsProblems = LoadResumeParam(fileName, settings).problems;
     SmoothingCount = ApplyStartupSettings(settings, DataFolder);
     return true;
+}
+
+Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const {
+    Outcome ok = sample ? CheckFileNamePart(sampleName(), "The sample name") : Outcome::Ok();
+    if (ok && detail) ok = CheckFileNamePart(settings.DetailBaseName, "The detail file name");
+    if (ok && waveTable) ok = CheckFileNamePart(settings.WaveBaseName, "The wave data file name");
+    return ok;
 }
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
@@ -144,6 +152,10 @@ void RunState::refreshResultGrid() {
 
 void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
     lastOutcome = RunAnalysis(analysisInput(), analysisParams(entry), results);
+    // Ch3 and Ch4 of a file whose model gives no channel count: say why they are empty.
+    if (InputSource == kInputTypeFile && !lastFileLoad.channelCountNote.empty())
+        for (size_t ch = 2; ch < 4; ++ch)
+            if (results.note[ch].empty()) results.note[ch] = lastFileLoad.channelCountNote;
     if (lastOutcome.rejectRangeDropped) settings.RejectRangeSet = false;
     if (ui)
         for (const auto& m : lastOutcome.messages) ui->messageBox(m.text, MsgButtons::Ok, m.title);
@@ -246,13 +258,18 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
         if (!chosen) throw RuntimeError(ErrorCode::Canceled, kCanceled);
         if (RunDone) settings.analysis.SampleIndex = nextIndexText(settings.analysis.SampleIndex);
         if (WaveTrans(ui, kInputTypeFile, *chosen) < 0)
-            throw RuntimeError(ErrorCode::FileIo, "The wave file could not be read.");
+            throw RuntimeError(ErrorCode::FileIo, lastFileLoad.errorText.empty() ? "The wave file could not be read."
+                                                                                 : lastFileLoad.errorText);
         WavesPresent = true;
         RunDone = true;
         analysing = true;
         runAnalysis(&ui, AnalysisEntry::AnalysisCommon);
         DispDetailData(DetailDataGrid, channelDisplays(), results.cycles, record.SampleSec);
         SaveResults(ui);
+        // A file that loaded with something to say (cut short, say): panel 2.
+        std::string warnings;
+        for (const auto& w : lastFileLoad.warnings) warnings += (warnings.empty() ? "" : " ") + w;
+        if (!warnings.empty()) ui.setStatus(2, warnings);
         settingsChanged();
         recordChanged();
         gridsChanged();

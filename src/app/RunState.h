@@ -108,6 +108,9 @@ public:
     AnalysisInput analysisInput() const;
     std::string sampleName() const { return settings.analysis.SampleNo + settings.analysis.SampleIndex; }
     std::string resultFileName() const;
+    // The names that become file names (the sample name for saved waves and
+    // pictures; the detail and wave table base names) stay in their folder.
+    Outcome checkFileNames(bool sample, bool detail = false, bool waveTable = false) const;
     // The channel state text compared with "ON" (the trace state of the setup).
     bool channelStateOn(int ch) const;
     // Refreshes ResultGrid1 (and TotalWaveDatas) from the results.

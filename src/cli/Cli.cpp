@@ -11,6 +11,7 @@
 #include "cli/Report.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
+#include "common/TextUtil.h"
 #include "dso/DsoLink.h"
 #include "dso/DsoSetupReadout.h"
 #include "dso/WaveTransfer.h"
@@ -174,6 +175,9 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         err << "mervasto-cli: warning: settings file, " << problem << '\n';
     for (const auto& [name, value] : o.sets) {
         Outcome set = SetSettingByName(state.settings, name, value);
+        // Names that become part of file names stay in their folder.
+        if (set && (name == "SampleNo" || name == "SampleIndex" || name == "DetailBaseName" || name == "WaveBaseName"))
+            set = CheckFileNamePart(value, name);
         if (!set) {
             err << "mervasto-cli: --set " << name << '=' << value << ": " << set.text() << '\n';
             return false;

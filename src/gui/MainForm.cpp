@@ -408,6 +408,7 @@ void MainForm::run(const std::function<void()>& handler) {
 }
 
 void MainForm::saveWindowPictures() {
+    if (const Outcome names = state_.checkFileNames(true); !names) return GuardedApplication::report(names);
     const std::string name = state_.sampleName();
     WaveWindow* wave = waveAll_->isVisible() ? waveAll_ : (waveEach_->isVisible() ? waveEach_ : nullptr);
     if (wave) {

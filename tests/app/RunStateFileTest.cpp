@@ -91,12 +91,18 @@ TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     std::ofstream(dir_ / "bad.csv", std::ios::binary) << "ModelName,DS-5354\r\nTime/div(second),abc\r\n";
     struct Case {
         std::optional<std::string> file;
+        const char* reason;  // in status panel 2: the reader's own words
     };
-    const Case cases[] = {{std::nullopt}, {(dir_ / "missing.csv").string()}, {(dir_ / "bad.csv").string()}};
+    const Case cases[] = {{std::nullopt, ""},
+                          {(dir_ / "missing.csv").string(), "missing.csv"},
+                          {(dir_ / "bad.csv").string(), "bad.csv, line 2"}};
     for (const auto& c : cases) {
+        ui.status[2].clear();
         ui.files = {c.file};
         EXPECT_FALSE(state.InputFromFile_Click(ui));
         EXPECT_EQ(ui.status[1], "Input from File canceled.");
+        EXPECT_NE(ui.status[2].find(c.reason), std::string::npos) << ui.status[2];
+        EXPECT_EQ(ui.status[2].find("could not be read"), std::string::npos) << ui.status[2];
     }
     EXPECT_FALSE(FileExists(state.resultFileName()));
     EXPECT_FALSE(state.RunDone);

@@ -57,6 +57,8 @@ TEST_F(CliTest, ExitStatusesOfBadOptionsAndFiles) {
         {{"analyze", "--set", "NoSuchBox=1", "x.csv"}, kExitBadOptions},
         {{"analyze", "--set", "ChInputSignal1=Gate", "x.csv"}, kExitBadOptions},
         {{"analyze", "--format", "xml", "x.csv"}, kExitBadOptions},
+        {{"analyze", "--set", "SampleNo=../up", "x.csv"}, kExitBadOptions},
+        {{"acquire", "--set", "DetailBaseName=a/b", "--ip", "127.0.0.1:1"}, kExitBadOptions},
         {{"analyze"}, kExitBadOptions},
         {{"analyze", "--no-save", "missing.csv"}, kExitFileError},
         {{"acquire"}, kExitBadOptions},
