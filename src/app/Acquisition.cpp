@@ -60,7 +60,7 @@ void makeFolder(const std::string& path) {
 }
 }  // namespace
 
-int16_t RunState::TransferFromDso(UiPort& ui) {
+Outcome RunState::TransferFromDso(UiPort& ui) {
     std::array<std::string, 4> vrates;
     for (size_t ch = 0; ch < 4; ++ch) vrates[ch] = settings.channels[ch].VRate;
     DsoTransferInputs in{settings.analysis.IPAdressText, MemoryInput, vrates,
@@ -68,14 +68,14 @@ int16_t RunState::TransferFromDso(UiPort& ui) {
     const Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
     if (transferred) {
         for (size_t ch = 0; ch < 4; ++ch) settings.channels[ch].VRate = vrates[ch];
-        return 0;
+        return transferred;
     }
     if (ShowLinkBox(ui, transferred)) {
         ui.setStatus(1, kFailedTranslationSetup);
-        return -1;
+        return Outcome(transferred).reported();
     }
     ThrowIfFailed(transferred);
-    return -1;
+    return transferred;
 }
 
 void RunState::runPass(UiPort& ui) {
@@ -86,10 +86,10 @@ void RunState::runPass(UiPort& ui) {
     }
     ui.setStatus(1, kTransferingWaves);
     InputSource = kInputTypeDso;
-    int16_t status = WaveTrans(ui, kInputTypeDso, {});
+    const Outcome transferred = WaveTrans(ui, kInputTypeDso, {});
     WavesPresent = true;
     recordChanged();
-    if (status < 0) {
+    if (!transferred) {
         TransferFailed = true;
         if (RunFailure.ok()) RunFailure = Outcome(ErrorCode::Link, kFailedTranslationSetup);
         return;

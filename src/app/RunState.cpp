@@ -213,14 +213,16 @@ void RunState::fillRawFromVolts() {
     }
 }
 
-int16_t RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
+Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
     lastFileLoad = LoadWaveCsv(filename, setup, record, fieldTable);
     const WaveCsvLoadResult& loaded = lastFileLoad;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);
-        return -1;
+        return Outcome(ErrorCode::FileIo,
+                       loaded.errorText.empty() ? "The wave file could not be read." : loaded.errorText)
+            .reported();
     }
     if (setup.RecordLength > kMaxSamples)
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");
@@ -244,7 +246,7 @@ int16_t RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     }
     fillRawFromVolts();
     ui.setStatus(1, kCompletedAllTranslations);
-    return 0;
+    return Outcome::Ok();
 }
 
 bool RunState::InputFromFile_Click(UiPort& ui) {
@@ -257,9 +259,8 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
         auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(DataFolder, "Data"), "*.csv");
         if (!chosen) throw RuntimeError(ErrorCode::Canceled, kCanceled);
         if (RunDone) settings.analysis.SampleIndex = nextIndexText(settings.analysis.SampleIndex);
-        if (WaveTrans(ui, kInputTypeFile, *chosen) < 0)
-            throw RuntimeError(ErrorCode::FileIo, lastFileLoad.errorText.empty() ? "The wave file could not be read."
-                                                                                 : lastFileLoad.errorText);
+        if (const Outcome loaded = WaveTrans(ui, kInputTypeFile, *chosen); !loaded)
+            throw RuntimeError(loaded.code(), loaded.text());
         WavesPresent = true;
         RunDone = true;
         analysing = true;

@@ -63,9 +63,10 @@ public:
     // --- handlers -----------------------------------------------------------
     // True when a file was loaded and analysed.
     bool InputFromFile_Click(UiPort& ui);
-    // Loads a file (InpType "FILE") or transfers from the instrument; negative
-    // on failure.
-    int16_t WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename);
+    // Loads a file (InpType "FILE") or transfers from the instrument. A
+    // failure has been shown in its legacy form (status text or box) and
+    // comes back marked reported().
+    Outcome WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename);
     // The three analysis entries. Each shows its messages (or not), the
     // status text and refreshes the result grids; LimitPoints_KeyPress also
     // appends the result line.
@@ -188,7 +189,7 @@ private:
     void afterAnalysis();
     void fillRawFromVolts();
     // The instrument side of WaveTrans: setup readout and channel transfers.
-    int16_t TransferFromDso(UiPort& ui);
+    Outcome TransferFromDso(UiPort& ui);
     // One pass of a run: acquisition, transfer, analysis, grids and files.
     void runPass(UiPort& ui);
     // A file of the pass could not be written: the run-time error box names

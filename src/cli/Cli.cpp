@@ -339,7 +339,8 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        return state.WaveTrans(ui, kInputTypeDso, {}) < 0 ? ui.status[1] : std::string();
+        const Outcome transferred = state.WaveTrans(ui, kInputTypeDso, {});
+        return transferred ? std::string() : transferred.text();
     });
     if (status != kExitOk) return status;
     if (Outcome saved = SaveWaveCsv(o.files[0], state.setup, state.record); !saved) {
