@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Channels.h"
 #include <array>
 #include <cstdint>
 #include <span>
@@ -10,9 +11,9 @@
 // settings texts or windows.
 namespace mervasto {
 
-constexpr int kAnaChannels = 4;     // Ch1..Ch4, index 0..3
-constexpr int kResultChannels = 6;  // rows of the result table (0..5, 0..3 used)
-constexpr int kKinds = 7;           // measured kinds 0..6
+constexpr int kAnaChannels = kChannels;  // Ch1..Ch4, index 0..3
+constexpr int kResultChannels = 6;       // rows of the result table (0..5, 0..3 used)
+constexpr int kKinds = 7;                // measured kinds 0..6
 constexpr int32_t kCycleLimitMax = 500000;
 
 // The channel types, by list index of the type list.

@@ -61,13 +61,13 @@ void makeFolder(const std::string& path) {
 }  // namespace
 
 Outcome RunState::TransferFromDso(UiPort& ui) {
-    std::array<std::string, 4> vrates;
-    for (size_t ch = 0; ch < 4; ++ch) vrates[ch] = settings.channels[ch].VRate;
+    std::array<std::string, kChannels> vrates;
+    for (size_t ch = 0; ch < kChannels; ++ch) vrates[ch] = settings.channels[ch].VRate;
     DsoTransferInputs in{settings.analysis.IPAdressText, MemoryInput, vrates,
                          std::string(settings.channels[3].signalText())};
     const Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
     if (transferred) {
-        for (size_t ch = 0; ch < 4; ++ch) settings.channels[ch].VRate = vrates[ch];
+        for (size_t ch = 0; ch < kChannels; ++ch) settings.channels[ch].VRate = vrates[ch];
         return transferred;
     }
     if (ShowLinkBox(ui, transferred)) {
@@ -109,8 +109,8 @@ void RunState::runPass(UiPort& ui) {
         if (!saved) passWriteFailed(ui, saved);
     }
     if (names && settings.analysis.WDSaveCheck) {
-        std::array<bool, 4> shown{};
-        for (size_t ch = 0; ch < 4; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
+        std::array<bool, kChannels> shown{};
+        for (size_t ch = 0; ch < kChannels; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
         const Outcome saved =
             AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
                             record.WaveLength, shown);

@@ -76,7 +76,7 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
 
-bool RunState::channelStateOn(int ch) const { return setup.TraceOn[static_cast<size_t>(ch + 1)] == kChannelStateOn; }
+bool RunState::channelStateOn(int ch) const { return setup.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
     std::array<std::string, kAnaChannels> t;
@@ -94,7 +94,7 @@ ChannelDisplays RunState::channelDisplays() const {
         o.typeText = std::string(c.signalText());
         o.SigName = c.SigName;
         o.DispOffCheck = c.DispOffCheck;
-        o.channelState = setup.TraceOn[static_cast<size_t>(ch + 1)];
+        o.channelState = setup.traceOn(ch);
         o.VRate = Val(c.VRate);
         o.backColour = static_cast<uint32_t>(c.BackColor);
         o.foreColour = static_cast<uint32_t>(c.ForeColor);
@@ -137,8 +137,8 @@ AnalysisInput RunState::analysisInput() const {
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         in.volts[static_cast<size_t>(ch)] = record.wave[static_cast<size_t>(ch)];
         in.raw[static_cast<size_t>(ch)] = record.raw[static_cast<size_t>(ch)];
-        in.VoltsPerDiv[static_cast<size_t>(ch)] = setup.VoltsPerDiv[static_cast<size_t>(ch + 1)];
-        in.Offset[static_cast<size_t>(ch)] = setup.Offset[static_cast<size_t>(ch + 1)];
+        in.VoltsPerDiv[static_cast<size_t>(ch)] = setup.voltsPerDiv(ch);
+        in.Offset[static_cast<size_t>(ch)] = setup.offset(ch);
     }
     in.WaveLength = record.WaveLength;
     in.SampleSec = record.SampleSec;
@@ -154,7 +154,7 @@ void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
     lastOutcome = RunAnalysis(analysisInput(), analysisParams(entry), results);
     // Ch3 and Ch4 of a file whose model gives no channel count: say why they are empty.
     if (InputSource == kInputTypeFile && !lastFileLoad.channelCountNote.empty())
-        for (size_t ch = 2; ch < 4; ++ch)
+        for (size_t ch = 2; ch < kChannels; ++ch)
             if (results.note[ch].empty()) results.note[ch] = lastFileLoad.channelCountNote;
     if (lastOutcome.rejectRangeDropped) settings.RejectRangeSet = false;
     if (ui)
@@ -201,15 +201,15 @@ void RunState::fillRawFromVolts() {
     const auto n = static_cast<size_t>(record.WaveLength);
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         auto& raw = record.raw[static_cast<size_t>(ch)];
-        const float vdiv = setup.VoltsPerDiv[static_cast<size_t>(ch + 1)];
+        const float vdiv = setup.voltsPerDiv(ch);
         if (ch >= channels || !(vdiv > 0)) {
             // Nothing recorded on this channel: no levels, no cycles.
             raw.clear();
             continue;
         }
         raw.resize(n);
-        RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), vdiv,
-                     setup.Offset[static_cast<size_t>(ch + 1)], raw);
+        RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), vdiv, setup.offset(ch),
+                     raw);
     }
 }
 
@@ -235,8 +235,8 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     for (int ch = 0; ch < channels; ++ch) {
         auto& code = record.displayCode[static_cast<size_t>(ch)];
         code.resize(static_cast<size_t>(record.WaveLength));
-        const double vdiv = setup.VoltsPerDiv[static_cast<size_t>(ch + 1)];
-        const double offset = setup.Offset[static_cast<size_t>(ch + 1)];
+        const double vdiv = setup.voltsPerDiv(ch);
+        const double offset = setup.offset(ch);
         if (vdiv == 0)
             throw RuntimeError(ErrorCode::DivisionByZero,
                                "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Channels.h"
 #include <array>
 #include <string>
 
@@ -20,10 +21,10 @@ void PrepareDsoForPass(DsoLink& link, const DsoSetup& setup);
 
 // What the transfer of all channels takes from the window.
 struct DsoTransferInputs {
-    std::string addressText;            // IPAdressText
-    bool memoryInput = false;           // MemoryInput visible and ticked
-    std::array<std::string, 4>& VRate;  // the channels' VRate texts ("1.0" when blank)
-    std::string ch4SignalText;          // Ch4's ChInputSignal text
+    std::string addressText;                    // IPAdressText
+    bool memoryInput = false;                   // MemoryInput visible and ticked
+    std::array<std::string, kChannels>& VRate;  // the channels' VRate texts ("1.0" when blank)
+    std::string ch4SignalText;                  // Ch4's ChInputSignal text
 };
 
 // Reads the setup and then every channel of the model into the record, with

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Channels.h"
 #include <array>
 #include <cstdint>
 #include <string>
@@ -20,10 +21,10 @@ struct WaveTransferResult {
 
 // What a channel transfer needs besides the link and the destination.
 struct WaveTransferContext {
-    DsoSetup& setup;                    // RecordLength (raised to 10), AcqMode
-    const WaveRecord& range;            // TransferStart / TransferEnd
-    std::array<std::string, 4>& VRate;  // the channels' VRate texts
-    std::string ch4SignalText;          // Ch4's ChInputSignal text ("Gate" takes the whole record)
+    DsoSetup& setup;                            // RecordLength (raised to 10), AcqMode
+    const WaveRecord& range;                    // TransferStart / TransferEnd
+    std::array<std::string, kChannels>& VRate;  // the channels' VRate texts
+    std::string ch4SignalText;                  // Ch4's ChInputSignal text ("Gate" takes the whole record)
     UiPort* progress = nullptr;
 };
 

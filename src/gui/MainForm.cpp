@@ -306,7 +306,7 @@ QLineEdit* MainForm::addBox(QWidget* parent, const char* name, const char* capti
 }
 
 void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
-    for (int ch = 0; ch < 4; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         auto* f = new QGroupBox(QStringLiteral("Ch%1").arg(ch + 1), parent);
         f->setObjectName(QStringLiteral("EachChTypeFrame%1").arg(ch));
         f->setProperty("index", ch);
@@ -356,7 +356,7 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
 }
 
 void MainForm::applyChannelColours() {
-    for (int ch = 0; ch < 4; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const auto& c = state_.settings.channels[static_cast<size_t>(ch)];
         frame_[ch]->setStyleSheet(QStringLiteral("QGroupBox#%1 { background-color: %2; color: %3; }")
                                       .arg(frame_[ch]->objectName(),

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/RunState.h"
+#include "common/Channels.h"
 
 class QAction;
 class QCheckBox;
@@ -91,13 +92,13 @@ private:
     QCheckBox* SaveScreenCheck_;
     QCheckBox* DDSaveCheck_;
     QCheckBox* WDSaveCheck_;
-    std::array<QGroupBox*, 4> frame_{};
-    std::array<QComboBox*, 4> ChInputSignal_{};
-    std::array<QLineEdit*, 4> VRate_{};
-    std::array<QLineEdit*, 4> SigName_{};
-    std::array<QCheckBox*, 4> DispOffCheck_{};
-    std::array<QCheckBox*, 4> PPCheck_{};
-    std::array<QCheckBox*, 4> DutyCheck_{};
+    std::array<QGroupBox*, kChannels> frame_{};
+    std::array<QComboBox*, kChannels> ChInputSignal_{};
+    std::array<QLineEdit*, kChannels> VRate_{};
+    std::array<QLineEdit*, kChannels> SigName_{};
+    std::array<QCheckBox*, kChannels> DispOffCheck_{};
+    std::array<QCheckBox*, kChannels> PPCheck_{};
+    std::array<QCheckBox*, kChannels> DutyCheck_{};
     QPushButton* WFStartCommand_;
     QPushButton* InputFromFile_;
     QTabWidget* SSTab1_;

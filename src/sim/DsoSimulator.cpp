@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "common/Channels.h"
 #include "common/Numeric.h"
 #include "sim/Scenario.h"
 
@@ -101,7 +102,7 @@ std::vector<uint8_t> SimScreenPng(const std::vector<std::vector<float>>& record,
     for (int d = 0; d <= 8; ++d)
         for (int x = 0; x < kW; ++x) img.setPixel(x, std::min(kH - 1, d * kH / 8), grid);
     const std::array<QRgb, 4> colours = {qRgb(255, 255, 0), qRgb(0, 255, 255), qRgb(255, 0, 255), qRgb(0, 255, 0)};
-    for (size_t ch = 0; ch < record.size() && ch < 4; ++ch) {
+    for (size_t ch = 0; ch < record.size() && ch < kChannels; ++ch) {
         const auto& v = record[ch];
         if (v.empty()) continue;
         const double vdiv = state.ch[ch].voltsPerDiv != 0 ? state.ch[ch].voltsPerDiv : 1.0;

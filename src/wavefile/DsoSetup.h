@@ -32,6 +32,16 @@ struct DsoSetup {
     std::array<std::string, 6> TraceOn;
     std::array<float, 3> CursorPos{};  // [1], [2]: divisions from the left edge
     bool CursorsFromDso = false;
+
+    // One channel's setup by the program's own channel number, 0 for Ch1:
+    // the arrays above keep the instrument's numbering from 1.
+    float voltsPerDiv(int ch) const { return VoltsPerDiv[index(ch)]; }
+    float offset(int ch) const { return Offset[index(ch)]; }
+    bool inverted(int ch) const { return Inverted[index(ch)]; }
+    const std::string& traceOn(int ch) const { return TraceOn[index(ch)]; }
+
+private:
+    static size_t index(int ch) { return static_cast<size_t>(ch) + 1; }
 };
 
 }  // namespace mervasto

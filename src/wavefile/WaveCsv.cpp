@@ -519,7 +519,8 @@ WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name
     return load(Source{std::string(name), bytes, true}, setup, record, table, options);
 }
 
-Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown) {
+Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
+                        std::array<bool, kChannels> shown) {
     FileAppender out(fileName);
     std::string head = "//波形のcsv形式ファイル\r\nAddress";
     for (int i = 0; i < 4; ++i)

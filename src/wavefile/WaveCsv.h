@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Channels.h"
 #include <array>
 #include <cstdint>
 #include <string>
@@ -70,7 +71,8 @@ WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name
 // channels (shown[i] is true when DispOffCheck(i) is clear). Every write is
 // checked; on a failure the file is cut back to its old length and the
 // outcome names the file and the reason.
-Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count, std::array<bool, 4> shown);
+Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
+                        std::array<bool, kChannels> shown);
 
 // The trigger address written in the header: the sample at the trigger
 // instant of a ten-division screen with the trigger at division 5. 0 when it

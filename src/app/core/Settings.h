@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <string>
+
+#include "common/Channels.h"
 #include <string_view>
 
 #include "analysis/AnalysisTypes.h"
@@ -78,7 +80,7 @@ struct WindowPositions {
 
 struct Settings {
     AnalysisSettings analysis;
-    std::array<ChannelSettings, 4> channels = defaultChannels();
+    std::array<ChannelSettings, kChannels> channels = defaultChannels();
     WindowPositions windows;
 
     // Kept across starts with the settings.
@@ -91,7 +93,7 @@ struct Settings {
     std::string DetailBaseName;
     std::string WaveBaseName;
 
-    static std::array<ChannelSettings, 4> defaultChannels();
+    static std::array<ChannelSettings, kChannels> defaultChannels();
 };
 
 // The list index of a channel type text or index text for channel ch

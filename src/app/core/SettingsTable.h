@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Channels.h"
 #include <cstdint>
 #include <span>
 #include <string>
@@ -29,10 +30,10 @@ enum class FieldKind {
 };
 
 // Where a field lives in Settings.
-using FieldMember = std::variant<std::string AnalysisSettings::*, bool AnalysisSettings::*,
-                                 std::string ChannelSettings::*, bool ChannelSettings::*, int ChannelSettings::*,
-                                 int32_t Settings::*, bool Settings::*, std::string Settings::*,
-                                 int32_t WindowPositions::*>;
+using FieldMember =
+    std::variant<std::string AnalysisSettings::*, bool AnalysisSettings::*, std::string ChannelSettings::*,
+                 bool ChannelSettings::*, int ChannelSettings::*, int32_t Settings::*, bool Settings::*,
+                 std::string Settings::*, int32_t WindowPositions::*>;
 
 struct SettingField {
     std::string_view name;  // object name of the control; per channel, the name before the channel
@@ -88,6 +89,6 @@ std::string DefaultText(const FieldRef& f);
 Outcome SetSettingByName(Settings& s, std::string_view name, std::string_view value);
 
 // The channel count that per-channel fields have.
-inline constexpr int kSettingChannels = 4;
+inline constexpr int kSettingChannels = kChannels;
 
 }  // namespace mervasto
