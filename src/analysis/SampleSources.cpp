@@ -62,7 +62,7 @@ SpanMeasure measureRange(const float* x, int32_t count) {
 #if defined(MERVASTO_AVX2)
     if (hasAvx2()) return measureRangeAvx2(x, count);
 #endif
-    float mx = x[0], mn = x[0];
+    float mx = x[0], mn = x[0];  // NOLINT(clang-analyzer-deadcode.DeadStores): the vector paths set them again
     int32_t t = 0;
 #if defined(__SSE2__)
     __m128d acc[8];

@@ -49,7 +49,7 @@ size_t numberExtent(std::string_view s, bool& hasDigits) {
 template <typename T>
 T parseExtent(std::string_view num) {
     // from_chars takes neither a leading '+' nor a 'd' exponent.
-    char buf[64];
+    char buf[64] = {};
     std::string_view s = num;
     if (!s.empty() && s[0] == '+') s.remove_prefix(1);
     bool copy = s.size() < sizeof buf;

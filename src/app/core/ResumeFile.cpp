@@ -69,7 +69,7 @@ FieldRef legacyField(std::string_view name, int ch) {
 // A legacy value as the runtime printed it: texts as they stand, numbers in
 // the print form (" 1 "), true/false as "True"/"False".
 std::string legacyText(const Settings& s, const FieldRef& f) {
-    const std::string plain = FieldText(s, f);
+    std::string plain = FieldText(s, f);
     switch (f.field->kind) {
     case FieldKind::Check:
     case FieldKind::Index:
