@@ -292,7 +292,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     waveEach_->move(w.WaveFormLeft, w.WaveFormTop);
 }
 
-MainForm::~MainForm() = default;
+MainForm::~MainForm() { GuardedApplication::setFailureSink(nullptr); }  // its box goes with the window
 
 QLineEdit* MainForm::addBox(QWidget* parent, const char* name, const char* caption, QGridLayout* grid, int row, int col,
                             const char* after) {
