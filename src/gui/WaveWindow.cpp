@@ -109,7 +109,6 @@ WaveWindow::WaveWindow(RunState& state, Mode mode, QWidget* parent)
     bar->addStretch(1);
     layout->addLayout(bar);
     canvas_ = new Canvas(this);
-    canvas_->setToolTip(" ");  // tool tips come from tipAt
     layout->addWidget(canvas_, 1);
     scroll_ = new QScrollBar(Qt::Horizontal, this);
     scroll_->setObjectName("SearchScroll");
