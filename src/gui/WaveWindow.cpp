@@ -51,6 +51,7 @@ protected:
     }
     void mousePressEvent(QMouseEvent* e) override {
         if (e->button() == Qt::LeftButton) owner_->pressAt(e->position().x());
+        if (e->button() == Qt::RightButton) owner_->cursorTo(e->position().x());
     }
     void mouseMoveEvent(QMouseEvent* e) override {
         if (e->buttons() & Qt::LeftButton) owner_->dragTo(e->position().x());
@@ -237,6 +238,18 @@ void WaveWindow::dragTo(double x) {
     // Cursors sit on whole samples: the edges are whole samples too.
     const double sample = std::clamp(std::floor(g.sampleAt(x)), 0.0, static_cast<double>(v.WaveLength - 1));
     cursor_[static_cast<size_t>(dragging_)] = sample;
+    updateReadout();
+    canvas_->update();
+}
+
+void WaveWindow::cursorTo(double x) {
+    const WaveView v = view();
+    const WaveGeometry g = WaveGeometry::Of(canvas_->rect(), v);
+    if (g.count == 0) return;
+    const double sample = std::clamp(std::floor(g.sampleAt(x)), 0.0, static_cast<double>(v.WaveLength - 1));
+    const bool second = cursor_[0] >= 0 && std::abs(sample - cursor_[1]) < std::abs(sample - cursor_[0]);
+    cursor_[second ? 1 : 0] = sample;
+    if (cursor_[second ? 0 : 1] < 0) cursor_[second ? 0 : 1] = sample;
     updateReadout();
     canvas_->update();
 }

@@ -54,6 +54,8 @@ private:
     void wheelAt(double x, int steps);
     void pressAt(double x);
     void dragTo(double x);
+    // A right click puts the nearer cursor on the sample under the pointer.
+    void cursorTo(double x);
     void fitWhole();
     QString tipAt(double x) const;
 

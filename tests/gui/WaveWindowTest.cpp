@@ -147,6 +147,14 @@ TEST_F(WaveWindowTest, CursorsOnTheWidestPulseReadItsWidth) {
         << text.toStdString();
     EXPECT_TRUE(text.contains("Ch1 ")) << text.toStdString();
 
+    // A right click takes the nearer cursor to the pointer.
+    const QPointF at(xOfSample(widest->LastEdge + 3), canvas->height() / 2.0);
+    QMouseEvent right(QEvent::MouseButtonPress, at, canvas->mapToGlobal(at), Qt::RightButton, Qt::RightButton,
+                      Qt::NoModifier);
+    QCoreApplication::sendEvent(canvas, &right);
+    EXPECT_EQ(window->cursors()[0], widest->FirstEdge);
+    EXPECT_EQ(window->cursors()[1], widest->LastEdge + 3);
+
     // Hovering inside the pulse names it and its width.
     const QString tip = tipAt(xOfSample(centre));
     const int number = static_cast<int>(widest - cycles.begin()) + 1;
