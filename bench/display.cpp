@@ -121,7 +121,30 @@ void BM_Redraw(benchmark::State& state) {
         painter.paint(p, image.rect(), r.view);
     }
 }
-BENCHMARK(BM_Redraw)->Arg(1)->Arg(10)->Arg(100)->Arg(1999)->Unit(benchmark::kMillisecond);
+// 31250: the mouse's deepest zoom on this record, one sample per 10 pixels.
+BENCHMARK(BM_Redraw)->Arg(1)->Arg(10)->Arg(100)->Arg(1999)->Arg(31250)->Unit(benchmark::kMillisecond);
+
+// The stacked lanes with both cursors, as the wave window draws them.
+void BM_RedrawStacked(benchmark::State& state) {
+    Record& r = record();
+    WaveView view = r.view;
+    view.stacked = true;
+    view.zoom = static_cast<double>(state.range(0));
+    view.firstSample = FirstSampleCentredOn(kSamples, view.zoom, kSamples / 2.0);
+    const int32_t count = VisibleSamples(kSamples, view.zoom);
+    view.cursor = {view.firstSample + count / 3.0, view.firstSample + 2 * count / 3.0};
+    QImage image(kWidth, kHeight, QImage::Format_RGB32);
+    WavePainter painter;
+    {
+        QPainter p(&image);
+        painter.paint(p, image.rect(), view);
+    }
+    for (auto _ : state) {
+        QPainter p(&image);
+        painter.paint(p, image.rect(), view);
+    }
+}
+BENCHMARK(BM_RedrawStacked)->Arg(1)->Arg(100)->Arg(31250)->Unit(benchmark::kMillisecond);
 
 // The first picture of a new record: pyramids built, then drawn.
 void BM_FirstDrawWhole(benchmark::State& state) {

@@ -34,22 +34,14 @@ constexpr int kBandAlpha = 56;
 
 double clampZoom(double zoom) {
     if (!(zoom >= 1)) return 1;  // NaN too
-    return std::min(zoom, kMaxZoom);
-}
-
-int32_t visibleSamples(int32_t waveLength, double zoom) {
-    if (waveLength <= 0) return 0;
-    const double n = std::ceil(static_cast<double>(waveLength) / clampZoom(zoom));
-    return static_cast<int32_t>(std::clamp(n, 1.0, static_cast<double>(waveLength)));
+    return std::min(zoom, 1e12);
 }
 
 bool haveFonts() { return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr; }
 
-bool drawn(const WaveView& view, int ch) {
-    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
-    return c.visible && (view.onlyChannel < 0 || view.onlyChannel == ch) && view.WaveLength > 0 &&
-           c.volts.size() >= static_cast<size_t>(view.WaveLength);
-}
+bool drawn(const WaveView& view, int ch) { return ChannelDrawn(view, ch); }
+
+const QColor kCursorColour[2] = {QColor(255, 255, 255), QColor(255, 160, 40)};
 
 // Rows far outside the picture (a tiny volts-per-division) are pinned well
 // beyond it, where the clip drops them, instead of overflowing an int.
@@ -80,6 +72,43 @@ QImage* directTarget(QPainter& p) {
 }
 
 }  // namespace
+
+bool ChannelDrawn(const WaveView& view, int ch) {
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    return c.visible && (view.onlyChannel < 0 || view.onlyChannel == ch) && view.WaveLength > 0 &&
+           c.volts.size() >= static_cast<size_t>(view.WaveLength);
+}
+
+int32_t VisibleSamples(int32_t waveLength, double zoom) {
+    if (waveLength <= 0) return 0;
+    const double n = std::ceil(static_cast<double>(waveLength) / clampZoom(zoom));
+    return static_cast<int32_t>(std::clamp(n, 1.0, static_cast<double>(waveLength)));
+}
+
+void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kWaveChannels>& range) {
+    int lanes = 0;
+    for (int ch = 0; ch < kWaveChannels; ++ch) lanes += ChannelDrawn(view, ch);
+    if (lanes == 0 || plot.height() <= 0) return;
+    const double laneHeight = plot.height() / lanes;
+    const double divHeight = plot.height() / 8.0;
+    int lane = 0;
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        if (!ChannelDrawn(view, ch)) continue;
+        double lo = range[static_cast<size_t>(ch)].min, hi = range[static_cast<size_t>(ch)].max;
+        if (!std::isfinite(lo) || !std::isfinite(hi) || !(hi - lo > 1e-12)) {
+            const double mid = std::isfinite(lo) ? lo : 0.0;
+            lo = mid - 0.5;
+            hi = mid + 0.5;
+        }
+        // A tenth of the lane stays free above and below the trace.
+        const double pixelsPerVolt = 0.8 * laneHeight / (hi - lo);
+        const double laneCentre = plot.top() + (lane + 0.5) * laneHeight;
+        WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+        c.VoltsPerDiv = static_cast<float>(divHeight / pixelsPerVolt);
+        c.Offset = static_cast<float>((plot.center().y() - laneCentre) / pixelsPerVolt - (lo + hi) / 2);
+        ++lane;
+    }
+}
 
 QColor ColorFromBgr(uint32_t bgr) {
     return QColor(static_cast<int>(bgr & 0xFF), static_cast<int>((bgr >> 8) & 0xFF),
@@ -115,7 +144,7 @@ std::string SiText(double value, const char* unit) {
 }
 
 int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
-    const int32_t count = visibleSamples(waveLength, zoom);
+    const int32_t count = VisibleSamples(waveLength, zoom);
     if (count == 0) return 0;
     const double first = std::round(centre - count / 2.0);
     return static_cast<int32_t>(std::clamp(first, 0.0, static_cast<double>(waveLength - count)));
@@ -149,7 +178,7 @@ WaveGeometry WaveGeometry::Of(const QRect& area, const WaveView& view) {
     const int side = view.labels ? kSideMargin : 0;
     g.plot = QRectF(area.left() + side, area.top() + strip, std::max(area.width() - 2 * side, 1),
                     std::max(area.height() - 2 * strip, 1));
-    g.count = visibleSamples(view.WaveLength, view.zoom);
+    g.count = VisibleSamples(view.WaveLength, view.zoom);
     g.first = g.count == 0 ? 0 : std::clamp(view.firstSample, 0, view.WaveLength - g.count);
     return g;
 }
@@ -158,7 +187,25 @@ void WavePainter::recordChanged() {
     for (WaveDecimator& d : pyramid_) d.clear();
 }
 
-void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& view) {
+WaveView WavePainter::laidOut(const QRect& area, const WaveView& view) {
+    if (!view.stacked) return view;
+    std::array<ColumnRange, kWaveChannels> range{};
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        if (!drawn(view, ch)) continue;
+        const std::span<const float> samples =
+            view.channel[static_cast<size_t>(ch)].volts.first(static_cast<size_t>(view.WaveLength));
+        WaveDecimator& d = pyramid_[static_cast<size_t>(ch)];
+        if (!d.builtFor(samples)) d.build(samples);
+        range[static_cast<size_t>(ch)] = d.rangeMinMax(0, view.WaveLength - 1);
+    }
+    WaveView v = view;
+    StackChannels(v, WaveGeometry::Of(area, view).plot, range);
+    return v;
+}
+
+void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& original) {
+    if (original.stacked) stacked_ = laidOut(area, original);
+    const WaveView& view = original.stacked ? stacked_ : original;
     const WaveGeometry g = WaveGeometry::Of(area, view);
     // A caller's own clip is honoured, at the price of the direct pixel path.
     direct_ = !painter.hasClipping();
@@ -188,10 +235,25 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& vi
                 painter.drawLine(x, static_cast<int>(g.plot.top()), x, static_cast<int>(g.plot.bottom()));
             }
         }
+        drawCursors(painter, g, view);
     }
     painter.setClipping(false);
     if (view.labels && haveFonts()) drawLabels(painter, area, g, view);
     painter.restore();
+}
+
+void WavePainter::drawCursors(QPainter& p, const WaveGeometry& g, const WaveView& view) {
+    for (size_t i = 0; i < view.cursor.size(); ++i) {
+        const double c = view.cursor[i];
+        if (!(c >= g.first && c < g.first + g.count)) continue;
+        const int x = static_cast<int>(std::floor(g.xOf(c + 0.5)));
+        p.setPen(plainPen(kCursorColour[i], Qt::DashLine));
+        p.drawLine(x, static_cast<int>(g.plot.top()), x, static_cast<int>(g.plot.bottom()));
+        if (haveFonts()) {
+            p.setPen(kCursorColour[i]);
+            p.drawText(QPointF(x + 3, g.plot.top() + 12), QString::number(i + 1));
+        }
+    }
 }
 
 void WavePainter::drawWindows(QPainter& p, const WaveGeometry& g, const WaveView& view) {

@@ -31,7 +31,7 @@ uint32_t BgrFromColor(const QColor& color);
 // prefix (p n u m k M G).
 std::string SiText(double value, const char* unit);
 
-constexpr double kMaxZoom = 2000;  // zoom rates are below this
+constexpr double kMaxZoom = 2000;  // the Zoom box's rates are below this; the mouse goes further
 
 struct WaveChannelView {
     std::span<const float> volts;  // at least WaveLength samples, else not drawn
@@ -63,10 +63,24 @@ struct WaveView {
     int32_t rejectEnd = 0;
     const CycleTable* cycles = nullptr;  // edges; cycles->channel[ch].size() records
     int onlyChannel = -1;     // -1: every visible channel ("DSO Wave(All)"); 0..3: that one ("DSO Wave(Each)")
-    double zoom = 1;          // 1 = the whole record across the screen; clamped to [1, kMaxZoom)
+    double zoom = 1;          // 1 = the whole record across the screen; at least one sample stays visible
     int32_t firstSample = 0;  // first visible sample; clamped so that the screen stays filled
     bool labels = true;       // scale texts (need a QGuiApplication for fonts; skipped without one)
+    bool stacked = false;     // each drawn channel in a lane of its own, scaled to its samples
+    // Time cursors as sample numbers (a whole number is the middle of that
+    // sample); drawn when >= 0.
+    std::array<double, 2> cursor = {-1, -1};
 };
+
+// Samples on screen at a zoom (0 for an empty record).
+int32_t VisibleSamples(int32_t waveLength, double zoom);
+
+// Gives each drawn channel a lane of the plot, Ch1 at the top, by rewriting
+// its volts per division and offset so that its range [min, max] fills most
+// of the lane. A flat channel gets a range of 1 V around its value.
+void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kWaveChannels>& range);
+// Whether channel ch is drawn in the view.
+bool ChannelDrawn(const WaveView& view, int ch);
 
 // Fills the samples, levels, windows, reject range and cycles of a view from
 // the record and the analysis results; colours, scales, names, visibility and
@@ -112,7 +126,11 @@ public:
     // new samples were written into the same memory.
     void recordChanged();
 
+    // The view as it is drawn into area: with its lanes laid out when stacked.
+    WaveView laidOut(const QRect& area, const WaveView& view);
+
 private:
+    void drawCursors(QPainter& p, const WaveGeometry& g, const WaveView& view);
     void drawGraticule(QPainter& p, const WaveGeometry& g);
     void drawWindows(QPainter& p, const WaveGeometry& g, const WaveView& view);
     void drawLevels(QPainter& p, const WaveGeometry& g, const WaveChannelView& ch, float histerisis);
@@ -124,6 +142,7 @@ private:
     DecimatedTrace trace_;
     QVector<QLine> lines_;
     QVector<QPointF> points_;
+    WaveView stacked_;
     bool direct_ = false;  // strokes may go straight into the image's pixels
 };
 

@@ -31,6 +31,7 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/SettingsBinding.h"
+#include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
 
 namespace mervasto {
@@ -172,6 +173,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto* copyLog = button("ResultCopy", "Copy");
     auto* detailForm = button("DetailCycles", "Limits / Go-NG...");
     auto* colorInit = button("ColorInit", "Init Colors");
+    auto* histogram = button("ShowHistogram", "Histogram / Trend");
     InputFromFile_ = button("InputFromFile", "Input from File");
     InputFromFile_->hide();
     main->addLayout(buttons);
@@ -205,10 +207,12 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto* waves = menuBar()->addMenu("&Wave");
     auto* showAll = waves->addAction("DSO Wave(All)");
     auto* showEach = waves->addAction("DSO Wave(Each)");
+    auto* showHistogram = waves->addAction("Histogram / Trend");
 
     waveAll_ = new WaveWindow(state_, WaveWindow::Mode::All, this);
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
     detail_ = new DetailCyclesForm(state_, *ui_, this);
+    histogram_ = new HistogramWindow(state_, this);
 
     lockedDuringRun_ = {WFStartCommand_, save, readRange, InputFromFile_, LimitPoints_, OmitRangeEffect_};
     actionsLockedDuringRun_ = {inputFile};
@@ -250,6 +254,13 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         waveEach_->show();
         waveEach_->raise();
     });
+    auto openHistogram = [this] {
+        histogram_->refresh();
+        histogram_->show();
+        histogram_->raise();
+    };
+    connect(histogram, &QPushButton::clicked, this, openHistogram);
+    connect(showHistogram, &QAction::triggered, this, openHistogram);
     connect(tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });
 
@@ -392,6 +403,7 @@ void MainForm::refreshViews() {
     waveAll_->refresh();
     waveEach_->refresh();
     if (detail_->isVisible()) detail_->refresh();
+    if (histogram_->isVisible()) histogram_->refresh();
     binding_->showChanged();
 }
 
@@ -446,6 +458,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     waveAll_->close();
     waveEach_->close();
+    histogram_->close();
     detail_->close();
     e->accept();
 }

@@ -10,6 +10,7 @@
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
+#include "gui/HistogramWindow.h"
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
 #include "sim/DsoSimulator.h"
@@ -99,6 +100,9 @@ int main(int argc, char** argv) {
             form.refreshViews();
             form.grab().save(dir + "/main-window.png");
             form.waveAll()->grab().save(dir + "/wave-window.png");
+            form.histogram()->refresh();
+            form.histogram()->show();
+            form.histogram()->grab().save(dir + "/histogram-window.png");
             form.close();
             app.quit();
         });

@@ -49,6 +49,8 @@ struct AnalysisSettings {
     // Seconds an exchange with the instrument may take before the link gives
     // up on it.
     std::string TimeoutSeconds = "10";
+    // The wave windows give each channel a lane of its own, scaled to it.
+    bool Stacked = false;
 };
 
 struct ChannelSettings {

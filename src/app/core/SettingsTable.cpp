@@ -101,6 +101,7 @@ const std::vector<SettingField>& table() {
             optionalLine(channel("PPCheck", FieldKind::Check, &C::PPCheck)),
             optionalLine(channel("DutyCheck", FieldKind::Check, &C::DutyCheck)),
             optionalLine(SettingField{"TimeoutSeconds", FieldKind::Number, &A::TimeoutSeconds, false, true, 0.1, 3600}),
+            optionalLine(check("Stacked", &A::Stacked)),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

@@ -78,7 +78,7 @@ Settings changedSettings() {
                               {"DispOffCheck2", "1"},    {"DispOffCheck4", "1"},
                               {"PPCheck2", "1"},         {"DutyCheck3", "true"},
                               {"TimeoutSeconds", "2.5"}, {"SaveWavesCheck", "1"},
-                              {"Comment", "x"}};
+                              {"Stacked", "1"},          {"Comment", "x"}};
     for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
@@ -116,7 +116,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 56u);
+    ASSERT_EQ(ls.size(), 57u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -140,6 +140,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[46], "LevelMethod,Peaks");
     EXPECT_EQ(ls[47], "PPCheck1,0");
     EXPECT_EQ(ls[55], "TimeoutSeconds,10");
+    EXPECT_EQ(ls[56], "Stacked,0");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -209,7 +210,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 10});
+    writeLines({full.begin(), full.end() - 11});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);

@@ -1,0 +1,240 @@
+#include "display/PlotPainter.h"
+
+#include <QCoreApplication>
+#include <QFont>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPen>
+#include <QVector>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "display/WavePainter.h"
+
+namespace mervasto {
+
+namespace {
+
+constexpr int kLeftStrip = 56;
+constexpr int kBottomStrip = 22;
+constexpr int kTopStrip = 20;
+constexpr int kRightStrip = 12;
+
+const QColor kBackground(0, 0, 0);
+const QColor kFrameColour(140, 140, 140);
+const QColor kGridColour(70, 70, 70);
+const QColor kTextColour(210, 210, 210);
+const QColor kMeanColour(255, 255, 255);
+
+bool haveFonts() { return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr; }
+
+QPen pen(const QColor& c, Qt::PenStyle style = Qt::SolidLine) {
+    QPen p(c, 1, style);
+    p.setCosmetic(true);
+    return p;
+}
+
+void setFont(QPainter& p) {
+    QFont font = p.font();
+    font.setPixelSize(11);
+    p.setFont(font);
+}
+
+void drawFrame(QPainter& p, const QRectF& r) {
+    p.setPen(pen(kFrameColour));
+    p.setBrush(Qt::NoBrush);
+    p.drawRect(r.adjusted(0, 0, -1, -1));
+}
+
+void drawText(QPainter& p, const QRectF& box, int align, const std::string& text) {
+    p.drawText(box, align, QString::fromStdString(text));
+}
+
+// Texts under the plot at its left, middle and right.
+void drawValueAxis(QPainter& p, const QRectF& r, double lo, double hi, const std::string& unit) {
+    p.setPen(kTextColour);
+    const double y = r.bottom() + 3;
+    drawText(p, QRectF(r.left() - 40, y, 120, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop, PlotValueText(lo, unit));
+    drawText(p, QRectF(r.center().x() - 60, y, 120, kBottomStrip - 4), Qt::AlignHCenter | Qt::AlignTop,
+             PlotValueText((lo + hi) / 2, unit));
+    drawText(p, QRectF(r.right() - 120, y, 120, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
+             PlotValueText(hi, unit));
+}
+
+}  // namespace
+
+std::string PlotValueText(double value, const std::string& unit) {
+    if (unit == "%") {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%.3g %%", value);
+        return buf;
+    }
+    return SiText(value, unit.c_str());
+}
+
+QRectF PlotRect(const QRect& area, bool labels) {
+    if (!labels) return QRectF(area);
+    return QRectF(area.left() + kLeftStrip, area.top() + kTopStrip,
+                  std::max(area.width() - kLeftStrip - kRightStrip, 1),
+                  std::max(area.height() - kTopStrip - kBottomStrip, 1));
+}
+
+int32_t CountAxisTop(int32_t largest) {
+    if (largest <= 5) return std::max(largest, 1);
+    // 1, 2, 2.5 or 5 times a power of ten.
+    const double power = std::pow(10.0, std::floor(std::log10(static_cast<double>(largest))));
+    for (double step : {1.0, 2.0, 2.5, 5.0, 10.0})
+        if (step * power >= largest) return static_cast<int32_t>(std::ceil(step * power));
+    return largest;
+}
+
+void PaintHistogram(QPainter& p, const QRect& area, const Histogram& h, const PlotStyle& style, int32_t selected) {
+    p.save();
+    p.fillRect(area, kBackground);
+    const QRectF r = PlotRect(area, style.labels);
+    const bool texts = style.labels && haveFonts();
+    if (texts) setFont(p);
+    const auto bins = static_cast<int32_t>(h.counts.size());
+    const int32_t largest = bins > 0 ? *std::max_element(h.counts.begin(), h.counts.end()) : 0;
+    const int32_t top = CountAxisTop(largest);
+    p.setPen(pen(kGridColour, Qt::DotLine));
+    for (int k = 1; k < 4; ++k) {
+        const double y = r.top() + r.height() * k / 4;
+        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
+    }
+    const QColor colour = ColorFromBgr(style.colour);
+    for (int32_t k = 0; k < bins; ++k) {
+        const int32_t n = h.counts[static_cast<size_t>(k)];
+        if (n == 0) continue;
+        // Whole pixels, so that neighbouring bars neither overlap nor gap.
+        const int x0 = static_cast<int>(std::lround(r.left() + r.width() * k / bins));
+        const int x1 = static_cast<int>(std::lround(r.left() + r.width() * (k + 1) / bins));
+        const int height = static_cast<int>(std::lround(r.height() * n / top));
+        const int bottom = static_cast<int>(std::lround(r.bottom()));
+        const QColor fill = k == selected ? colour.lighter(150) : colour;
+        p.fillRect(QRect(x0, bottom - height, std::max(x1 - x0 - (x1 - x0 > 3 ? 1 : 0), 1), height), fill);
+    }
+    const double lo = h.low, hi = h.low + h.width * bins;
+    if (bins > 0 && hi > lo) {
+        auto xOf = [&](double v) { return r.left() + (v - lo) / (hi - lo) * r.width(); };
+        p.setClipRect(r);
+        p.setPen(pen(kMeanColour));
+        p.drawLine(QPointF(xOf(h.mean), r.top()), QPointF(xOf(h.mean), r.bottom()));
+        p.setPen(pen(kMeanColour, Qt::DashLine));
+        for (double v : {h.mean - h.sigma, h.mean + h.sigma})
+            p.drawLine(QPointF(xOf(v), r.top()), QPointF(xOf(v), r.bottom()));
+        p.setClipping(false);
+    }
+    drawFrame(p, r);
+    if (texts) {
+        p.setPen(kTextColour);
+        for (int k = 0; k <= 4; ++k) {
+            const double y = r.bottom() - r.height() * k / 4;
+            const double count = top * k / 4.0;
+            char buf[24];
+            std::snprintf(buf, sizeof buf, "%g", std::round(count * 10) / 10);
+            drawText(p, QRectF(area.left(), y - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter, buf);
+        }
+        if (bins > 0) drawValueAxis(p, r, lo, hi, style.unit);
+        std::string title = style.title;
+        if (h.total > 0)
+            title += "   mean " + PlotValueText(h.mean, style.unit) + "   \xCF\x83 " +
+                     PlotValueText(h.sigma, style.unit) + "   n " + std::to_string(h.total);
+        drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
+                 title);
+    }
+    p.restore();
+}
+
+int32_t HistogramBarAt(const QRect& area, const Histogram& h, bool labels, double x) {
+    const QRectF r = PlotRect(area, labels);
+    const auto bins = static_cast<int32_t>(h.counts.size());
+    if (bins == 0 || x < r.left() || x >= r.right()) return -1;
+    return std::clamp(static_cast<int32_t>((x - r.left()) / r.width() * bins), 0, bins - 1);
+}
+
+void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::span<const double> values,
+                const std::string& xUnit, const PlotStyle& style) {
+    p.save();
+    p.fillRect(area, kBackground);
+    const QRectF r = PlotRect(area, style.labels);
+    const bool texts = style.labels && haveFonts();
+    if (texts) setFont(p);
+    const size_t n = std::min(x.size(), values.size());
+    double xLo = 0, xHi = 1, yLo = 0, yHi = 1;
+    if (n > 0) {
+        xLo = *std::min_element(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n));
+        xHi = *std::max_element(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n));
+        const auto [mn, mx] = std::minmax_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(n));
+        yLo = *mn;
+        yHi = *mx;
+    }
+    if (!(xHi > xLo)) xHi = xLo + 1;
+    // A flat series sits in the middle; otherwise a twentieth of room above and below.
+    const double pad = yHi > yLo ? (yHi - yLo) / 20 : (yLo != 0 ? std::abs(yLo) * 0.01 : 1);
+    yLo -= pad;
+    yHi += pad;
+    auto xOf = [&](double v) { return r.left() + (v - xLo) / (xHi - xLo) * (r.width() - 1); };
+    auto yOf = [&](double v) { return r.bottom() - 1 - (v - yLo) / (yHi - yLo) * (r.height() - 1); };
+    p.setPen(pen(kGridColour, Qt::DotLine));
+    for (int k = 1; k < 4; ++k) {
+        const double y = r.top() + r.height() * k / 4;
+        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
+    }
+    const QColor colour = ColorFromBgr(style.colour);
+    p.setPen(pen(colour));
+    const auto columns = static_cast<size_t>(std::max(r.width(), 1.0));
+    if (n > 0 && n <= columns * 2) {
+        QVector<QPointF> pts(static_cast<qsizetype>(n));
+        for (size_t i = 0; i < n; ++i) pts[static_cast<qsizetype>(i)] = QPointF(xOf(x[i]), yOf(values[i]));
+        p.drawPolyline(pts.constData(), static_cast<int>(n));
+        if (r.width() / static_cast<double>(n) >= 6) {
+            p.setBrush(colour);
+            for (const QPointF& pt : pts) p.drawEllipse(pt, 1.5, 1.5);
+            p.setBrush(Qt::NoBrush);
+        }
+    } else if (n > 0) {
+        // Min and max of each pixel column: no swing is lost however long the series.
+        std::vector<std::pair<double, double>> col(columns, {INFINITY, -INFINITY});
+        for (size_t i = 0; i < n; ++i) {
+            const auto c = std::min(static_cast<size_t>(std::max(xOf(x[i]) - r.left(), 0.0)), columns - 1);
+            col[c].first = std::min(col[c].first, values[i]);
+            col[c].second = std::max(col[c].second, values[i]);
+        }
+        QVector<QLineF> lines;
+        lines.reserve(static_cast<qsizetype>(columns));
+        for (size_t c = 0; c < columns; ++c)
+            if (col[c].first <= col[c].second)
+                lines.append(QLineF(r.left() + c, yOf(col[c].second), r.left() + c, yOf(col[c].first)));
+        p.drawLines(lines);
+    }
+    drawFrame(p, r);
+    if (texts) {
+        p.setPen(kTextColour);
+        for (int k = 0; k <= 2; ++k) {
+            const double v = yLo + (yHi - yLo) * k / 2;
+            const double y = yOf(v);
+            drawText(p, QRectF(area.left(), y - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
+                     PlotValueText(v, style.unit));
+        }
+        if (n > 0) {
+            if (xUnit.empty()) {
+                p.setPen(kTextColour);
+                const double y = r.bottom() + 3;
+                drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop,
+                         "cycle " + std::to_string(static_cast<long long>(std::llround(xLo))));
+                drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
+                         "cycle " + std::to_string(static_cast<long long>(std::llround(xHi))));
+            } else {
+                drawValueAxis(p, r, xLo, xHi, xUnit);
+            }
+        }
+        drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
+                 style.title);
+    }
+    p.restore();
+}
+
+}  // namespace mervasto

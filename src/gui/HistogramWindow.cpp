@@ -1,0 +1,186 @@
+#include "gui/HistogramWindow.h"
+
+#include <QBuffer>
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include <functional>
+
+#include "app/RunState.h"
+#include "common/Numeric.h"
+#include "common/TextFile.h"
+#include "display/WindowPicture.h"
+#include "gui/GuardedApplication.h"
+#include "results/ResultGrids.h"
+
+namespace mervasto {
+
+namespace {
+
+const QSize kSavedPictureSize(900, 420);
+
+Outcome savePng(const QImage& image, const std::string& fileName) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, "PNG")) return {ErrorCode::FileIo, "The picture could not be encoded: " + fileName};
+    return WriteFileReplacing(fileName, std::string_view(bytes.constData(), static_cast<size_t>(bytes.size())));
+}
+
+}  // namespace
+
+class HistogramWindow::Canvas : public QWidget {
+public:
+    Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint)
+        : QWidget(parent), paint_(std::move(paint)) {
+        setObjectName(name);
+        setMinimumSize(420, 180);
+        setAttribute(Qt::WA_OpaquePaintEvent);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        paint_(p, rect());
+    }
+
+private:
+    std::function<void(QPainter&, const QRect&)> paint_;
+};
+
+HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
+    setObjectName("HistogramForm");
+    setWindowTitle("Histogram / Trend");
+    auto* layout = new QVBoxLayout(this);
+    auto* bar = new QHBoxLayout;
+    channel_ = new QComboBox(this);
+    channel_->setObjectName("PlotChannel");
+    for (int ch = 1; ch <= kAnaChannels; ++ch) channel_->addItem(QStringLiteral("Ch%1").arg(ch));
+    bar->addWidget(channel_);
+    bar->addWidget(new QLabel("Bins", this));
+    bins_ = new QSpinBox(this);
+    bins_->setObjectName("HistogramBins");
+    bins_->setRange(0, kMaxHistogramBins);
+    bins_->setSpecialValueText("auto");
+    bins_->setToolTip("Number of bars; \"auto\" chooses it from the data");
+    bar->addWidget(bins_);
+    binNote_ = new QLabel(this);
+    binNote_->setObjectName("BinNote");
+    bar->addWidget(binNote_);
+    bar->addSpacing(16);
+    bar->addWidget(new QLabel("Trend against", this));
+    trendAxis_ = new QComboBox(this);
+    trendAxis_->setObjectName("TrendAxis");
+    trendAxis_->addItems({"cycle number", "time"});
+    bar->addWidget(trendAxis_);
+    bar->addStretch(1);
+    auto* save = new QPushButton("Save PNG + CSV", this);
+    save->setObjectName("SavePlots");
+    save->setToolTip("Both plots as PNG and their data as CSV, into the output folder");
+    bar->addWidget(save);
+    layout->addLayout(bar);
+    histogramCanvas_ = new Canvas(this, "HistogramCanvas", [this](QPainter& p, const QRect& r) {
+        PaintHistogram(p, r, histogram_, style("histogram"));
+    });
+    trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) {
+        const bool time = !trendXUnit().empty();
+        PaintTrend(p, r, time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
+    });
+    layout->addWidget(histogramCanvas_, 1);
+    layout->addWidget(trendCanvas_, 1);
+    saveNote_ = new QLabel(this);
+    saveNote_->setObjectName("SaveNote");
+    saveNote_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(saveNote_);
+
+    connect(channel_, &QComboBox::currentIndexChanged, this, [this] { refresh(); });
+    connect(bins_, &QSpinBox::valueChanged, this, [this] { refresh(); });
+    connect(trendAxis_, &QComboBox::currentIndexChanged, this, [this] { trendCanvas_->update(); });
+    connect(save, &QPushButton::clicked, this, [this] {
+        std::vector<std::string> names;
+        Outcome saved = savePlots(names);
+        if (!saved) return GuardedApplication::report(saved);
+        QStringList shown;
+        for (const auto& n : names) shown << QString::fromStdString(n);
+        saveNote_->setText("Saved " + shown.join(", "));
+    });
+    resize(900, 620);
+}
+
+int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
+
+std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
+
+PlotStyle HistogramWindow::style(const char* what) const {
+    const int ch = channel();
+    const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
+    PlotStyle st;
+    const std::string label = "Ch" + std::to_string(ch + 1);
+    st.title = label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
+               std::string(s.signalText()) + " " + what;
+    st.unit = unit_;
+    st.colour = static_cast<uint32_t>(s.BackColor);
+    return st;
+}
+
+void HistogramWindow::refresh() {
+    const int ch = channel();
+    const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
+    const int32_t type = s.ChInputSignal;
+    const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
+    const double sampleSec = state_.record.SampleSec;
+    const bool measured = type >= 0 && type != kGateIndex;
+    unit_ = measured ? DetailUnit(type) : "";
+    values_ = measured ? CycleValues(type, cycles, sampleSec, Val(s.VRate)) : std::vector<double>();
+    times_ = CycleTimes(cycles, sampleSec);
+    times_.resize(values_.size());
+    numbers_.resize(values_.size());
+    for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);
+    // Times are whole sample counts, frequencies are not.
+    const double quantum = unit_ == "s" ? sampleSec : 0;
+    histogram_ = MakeHistogram(values_, bins_->value(), quantum);
+    const auto bars = static_cast<int>(histogram_.counts.size());
+    binNote_->setText(values_.empty()     ? QStringLiteral("no cycles")
+                      : histogram_.chosen ? QStringLiteral("%1 bins, chosen from the data").arg(bars)
+                                          : QStringLiteral("%1 bins").arg(bars));
+    histogramCanvas_->update();
+    trendCanvas_->update();
+}
+
+QImage HistogramWindow::histogramPicture(const QSize& size) const {
+    QImage image(size, QImage::Format_RGB32);
+    QPainter p(&image);
+    PaintHistogram(p, image.rect(), histogram_, style("histogram"));
+    return image;
+}
+
+QImage HistogramWindow::trendPicture(const QSize& size) const {
+    QImage image(size, QImage::Format_RGB32);
+    QPainter p(&image);
+    const bool time = !trendXUnit().empty();
+    PaintTrend(p, image.rect(), time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
+    return image;
+}
+
+Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
+    const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
+    auto name = [&](const char* suffix) {
+        return CaptureFileName(state_.DataFolder, state_.sampleName(), state_.CaptureCounter, channelPart + suffix);
+    };
+    names = {name("_Histogram.png"), name("_Histogram.csv"), name("_Trend.png"), name("_Trend.csv")};
+    Outcome o = savePng(histogramPicture(kSavedPictureSize), names[0]);
+    if (o) o = WriteFileReplacing(names[1], HistogramCsv(histogram_, unit_));
+    if (o) o = savePng(trendPicture(kSavedPictureSize), names[2]);
+    if (o) o = WriteFileReplacing(names[3], TrendCsv(values_, times_, unit_));
+    if (!o) return o;
+    // Like the window pictures: the next save never overwrites this one.
+    ++state_.CaptureCounter;
+    return Outcome::Ok();
+}
+
+}  // namespace mervasto

@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QCoreApplication>
+#include <QHelpEvent>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QToolTip>
+#include <QWheelEvent>
+
+#include <algorithm>
+#include <cmath>
+
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "gui/WaveWindow.h"
+#include "support/TestFolder.h"
+#include "wavefile/ExampleRecords.h"
+#include "wavefile/WaveCsv.h"
+
+// The application object comes from MainFormTest.cpp: one per test program.
+
+using namespace mervasto;
+
+namespace {
+
+constexpr uint32_t kYellow = 0x0000FFFF;  // 0x00BBGGRR
+constexpr uint32_t kCyan = 0x00FFFF00;
+
+// duty-sweep.csv with Ch1 measuring pulse widths ("P.W.").
+class WaveWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = mervasto::test::FreshTestFolder("mervasto-wavewindow-");
+        state.FormLoad((dir_ / "data").string());
+        DsoSetup setup;
+        WaveRecord record;
+        ASSERT_TRUE(MakeExampleRecord("duty-sweep", setup, record));
+        const std::string file = (dir_ / "duty-sweep.csv").string();
+        ASSERT_TRUE(SaveWaveCsv(file, setup, record));
+        state.settings.channels[0].ChInputSignal = 4;
+        state.settings.channels[0].BackColor = kYellow;
+        state.settings.channels[1].BackColor = kCyan;
+        ui.files = {file};
+        ASSERT_TRUE(state.InputFromFile_Click(ui));
+        window = std::make_unique<WaveWindow>(state, WaveWindow::Mode::All);
+        window->show();
+        window->refresh();
+        canvas = window->findChild<QWidget*>("WaveCanvas");
+        ASSERT_NE(canvas, nullptr);
+    }
+
+    // The geometry the window draws with now.
+    WaveGeometry geometry() const {
+        WaveView v;
+        v.WaveLength = state.record.WaveLength;
+        v.zoom = window->timeWindow().zoom;
+        v.firstSample = window->timeWindow().first;
+        return WaveGeometry::Of(canvas->rect(), v);
+    }
+    double xOfSample(double s) const { return geometry().xOf(s + 0.5); }
+
+    void mouse(QEvent::Type type, double x, Qt::MouseButtons buttons) {
+        const QPointF at(x, canvas->height() / 2.0);
+        QMouseEvent e(type, at, canvas->mapToGlobal(at), type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
+                      buttons, Qt::NoModifier);
+        QCoreApplication::sendEvent(canvas, &e);
+    }
+    void drag(double from, double to) {
+        mouse(QEvent::MouseButtonPress, from, Qt::LeftButton);
+        mouse(QEvent::MouseMove, to, Qt::LeftButton);
+        mouse(QEvent::MouseButtonRelease, to, Qt::NoButton);
+    }
+    void wheel(double x, int notches) {
+        const QPointF at(x, canvas->height() / 2.0);
+        QWheelEvent e(at, canvas->mapToGlobal(at), QPoint(), QPoint(0, 120 * notches), Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(canvas, &e);
+    }
+    QString tipAt(double x) {
+        const QPoint at(static_cast<int>(x), canvas->height() / 2);
+        QHelpEvent e(QEvent::ToolTip, at, canvas->mapToGlobal(at));
+        QCoreApplication::sendEvent(canvas, &e);
+        return QToolTip::text();
+    }
+
+    std::filesystem::path dir_;
+    RunState state;
+    ScriptedUi ui;
+    std::unique_ptr<WaveWindow> window;
+    QWidget* canvas = nullptr;
+};
+
+TEST_F(WaveWindowTest, WheelZoomsAroundThePointerAndDoubleClickFitsTheRecord) {
+    const double x = canvas->width() * 0.3;
+    const double before = geometry().sampleAt(x);
+    wheel(x, 4);
+    EXPECT_NEAR(window->timeWindow().zoom, std::pow(1.25, 4), 1e-9);
+    EXPECT_NEAR(geometry().sampleAt(x), before, 1.0);
+    auto* scroll = window->findChild<QScrollBar*>("SearchScroll");
+    EXPECT_EQ(scroll->value(), window->timeWindow().first);
+    EXPECT_EQ(scroll->pageStep(), geometry().count);
+
+    // Far beyond the Zoom box: one sample per 10 pixels.
+    wheel(x, 60);
+    EXPECT_NEAR(geometry().count, geometry().plot.width() / 10, 1);
+
+    // Dragging the picture to the left shows later samples.
+    const int32_t first = window->timeWindow().first;
+    drag(x, x - 100);
+    EXPECT_EQ(window->timeWindow().first, first + 10);
+
+    mouse(QEvent::MouseButtonDblClick, x, Qt::LeftButton);
+    EXPECT_EQ(window->timeWindow().zoom, 1);
+    EXPECT_EQ(window->timeWindow().first, 0);
+
+    // A new rate typed into the Zoom box takes over again.
+    wheel(x, 2);
+    state.settings.analysis.ZoomRate = "4";
+    window->refresh();
+    EXPECT_EQ(window->timeWindow().zoom, 4);
+}
+
+TEST_F(WaveWindowTest, CursorsOnTheWidestPulseReadItsWidth) {
+    const auto& cycles = state.results.cycles.channel[0];
+    ASSERT_GT(cycles.size(), 10u);
+    const auto widest = std::max_element(cycles.begin(), cycles.end(),
+                                         [](const auto& a, const auto& b) { return a.PulseWidth < b.PulseWidth; });
+    // Zoom in on the pulse until it fills about half the screen, then bring
+    // its rising edge to the first quarter.
+    while (geometry().count > 2 * widest->PulseWidth + 10) wheel(xOfSample(widest->FirstEdge), 1);
+    drag(xOfSample(widest->FirstEdge), canvas->width() / 4.0);
+    const int32_t centre = (widest->FirstEdge + widest->LastEdge) / 2;
+    window->findChild<QPushButton*>("CursorsToView")->click();
+    const auto placed = window->cursors();
+    ASSERT_GE(placed[0], geometry().first);
+    drag(xOfSample(placed[0]), xOfSample(widest->FirstEdge));
+    drag(xOfSample(window->cursors()[1]), xOfSample(widest->LastEdge));
+    EXPECT_EQ(window->cursors()[0], widest->FirstEdge);
+    EXPECT_EQ(window->cursors()[1], widest->LastEdge);
+
+    const double dt = widest->PulseWidth * state.record.SampleSec;
+    const QString text = window->findChild<QLabel*>("CursorReadout")->text();
+    EXPECT_TRUE(text.contains(QString::fromUtf8("\xCE\x94t ") + QString::fromStdString(SiText(dt, "s"))))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains("Ch1 ")) << text.toStdString();
+
+    // A right click takes the nearer cursor to the pointer.
+    const QPointF at(xOfSample(widest->LastEdge + 3), canvas->height() / 2.0);
+    QMouseEvent right(QEvent::MouseButtonPress, at, canvas->mapToGlobal(at), Qt::RightButton, Qt::RightButton,
+                      Qt::NoModifier);
+    QCoreApplication::sendEvent(canvas, &right);
+    EXPECT_EQ(window->cursors()[0], widest->FirstEdge);
+    EXPECT_EQ(window->cursors()[1], widest->LastEdge + 3);
+
+    // Hovering inside the pulse names it and its width.
+    const QString tip = tipAt(xOfSample(centre));
+    const int number = static_cast<int>(widest - cycles.begin()) + 1;
+    EXPECT_TRUE(tip.startsWith(QStringLiteral("Ch1 cycle %1\n").arg(number))) << tip.toStdString();
+    EXPECT_TRUE(tip.contains("Width " + QString::fromStdString(SiText(dt, "s")))) << tip.toStdString();
+}
+
+TEST_F(WaveWindowTest, StackedGivesEachChannelItsOwnLane) {
+    auto rowsOf = [](const QImage& im, QRgb colour) {
+        int top = im.height(), bottom = -1;
+        for (int y = 20; y < im.height() - 20; ++y)  // the plot, not the scale texts
+            for (int x = 0; x < im.width(); x += 3)
+                if (im.pixel(x, y) == colour) {
+                    top = std::min(top, y);
+                    bottom = std::max(bottom, y);
+                }
+        return std::pair(top, bottom);
+    };
+    const QSize size(600, 400);
+    state.settings.channels[2].DispOffCheck = state.settings.channels[3].DispOffCheck = true;  // not in the record
+    auto* stacked = window->findChild<QCheckBox*>("Stacked");
+    ASSERT_NE(stacked, nullptr);
+    stacked->setChecked(true);
+    EXPECT_TRUE(state.settings.analysis.Stacked);
+    const QImage im = window->picture(size);
+    const auto [top1, bottom1] = rowsOf(im, ColorFromBgr(kYellow).rgb());
+    const auto [top2, bottom2] = rowsOf(im, ColorFromBgr(kCyan).rgb());
+    ASSERT_GE(bottom1, 0);
+    ASSERT_GE(bottom2, 0);
+    EXPECT_LT(bottom1, top2);                      // Ch1 above Ch2
+    EXPECT_GT(bottom1 - top1, size.height() / 4);  // each fills most of its half
+    EXPECT_GT(bottom2 - top2, size.height() / 4);
+}
+
+}  // namespace
