@@ -293,6 +293,10 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     binding_ = new SettingsBinding(state_.settings, this);
     showSettings();
     refreshViews();
+    // Settings the resume file held bad values for took their defaults.
+    if (const auto& problems = state_.settingsProblems; !problems.empty())
+        ui_->setStatus(2, "Settings file, " + problems.front() +
+                              (problems.size() > 1 ? " (" + std::to_string(problems.size()) + " in all)" : ""));
     resize(1100, 760);
     const auto& w = state_.settings.windows;
     move(w.MainLeft, w.MainTop);

@@ -23,6 +23,7 @@
 #include <QTableView>
 #include <QTest>
 
+#include "app/core/ResumeFile.h"
 #include "common/RuntimeError.h"
 #include "results/ResultFiles.h"
 
@@ -141,6 +142,19 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     bool ng = false;
     for (int r = 1; r < g.rows(); ++r) ng |= g.text(r, 0) == "1" && g.text(r, 5) == "NG";
     EXPECT_TRUE(ng);
+}
+
+TEST_F(MainFormTest, ABadSettingsLineIsToldAndTheOthersKept) {
+    Settings s;
+    s.analysis.SampleNo = "Kept";
+    std::string text = ResumeText(s);
+    text.replace(text.find("TimeoutSeconds,10"), 17, "TimeoutSeconds,abc");
+    std::filesystem::create_directories(dir_ / "data" / "Parameter");
+    std::ofstream(dir_ / "data" / "Parameter" / "Resume340.txt", std::ios::binary) << text;
+    auto form = open();
+    EXPECT_NE(form->ui().statusText(2).find("TimeoutSeconds"), std::string::npos) << form->ui().statusText(2);
+    EXPECT_EQ(find<QLineEdit>(*form, "TimeoutSeconds")->text(), "10");
+    EXPECT_EQ(find<QLineEdit>(*form, "SampleNo")->text(), "Kept");
 }
 
 TEST_F(MainFormTest, SettingsSurviveACloseAndARestart) {
