@@ -138,8 +138,8 @@ WaveView WaveWindow::view() const {
     for (int ch = 0; ch < kWaveChannels; ++ch) {
         auto& c = v.channel[static_cast<size_t>(ch)];
         const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
-        c.VoltsPerDiv = state_.setup.VoltsPerDiv[static_cast<size_t>(ch + 1)];
-        c.Offset = state_.setup.Offset[static_cast<size_t>(ch + 1)];
+        c.VoltsPerDiv = state_.setup.voltsPerDiv(ch);
+        c.Offset = state_.setup.offset(ch);
         c.colour = static_cast<uint32_t>(s.BackColor);
         c.visible = !s.DispOffCheck;
         c.name = s.SigName;
