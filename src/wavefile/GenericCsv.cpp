@@ -8,6 +8,12 @@
 #include <filesystem>
 #include <limits>
 #include <optional>
+#include <thread>
+#include <atomic>
+#include <climits>
+#include <cstring>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -86,6 +92,7 @@ void splitLine(std::string_view line, Delim d, std::vector<std::string_view>& ou
             size_t j = i;
             while (j < line.size() && !isBlank(line[j])) ++j;
             out.push_back(line.substr(i, j - i));
+            if (out.size() > kMaxFields) TooManyFields();
             i = j;
         }
         return;
@@ -121,39 +128,6 @@ std::optional<T> parseNumber(std::string_view field, bool decimalComma) {
     const auto [end, ec] = std::from_chars(field.data(), field.data() + field.size(), value);
     if (ec != std::errc() || end != field.data() + field.size() || !std::isfinite(value)) return std::nullopt;
     return value;
-}
-
-// How finely a number is printed: its significant digits and the value of
-// one unit of its last digit ("0.00125": 3 digits, 1e-5; "2.5E-03": 2, 1e-4).
-struct Printed {
-    int digits = 0;
-    double unit = 0;
-};
-
-Printed printedPrecision(std::string_view text) {
-    text = trim(text);
-    int exponent = 0;
-    const size_t e = text.find_first_of("eE");
-    if (e != std::string_view::npos) {
-        std::from_chars(text.data() + e + 1 + (text.size() > e + 1 && text[e + 1] == '+'), text.data() + text.size(),
-                        exponent);
-        text = text.substr(0, e);
-    }
-    Printed p;
-    int decimals = 0;
-    bool afterPoint = false;
-    bool leading = true;
-    for (char c : text) {
-        if (c == '.' || c == ',') {
-            afterPoint = true;
-        } else if (c >= '0' && c <= '9') {
-            if (afterPoint) ++decimals;
-            if (c != '0') leading = false;
-            if (!leading) ++p.digits;
-        }
-    }
-    p.unit = std::pow(10.0, exponent - decimals);
-    return p;
 }
 
 struct Unit {
@@ -435,6 +409,234 @@ struct Source {
     }
 };
 
+constexpr int kNoExp = INT_MAX;
+constexpr float kInf = std::numeric_limits<float>::infinity();
+
+// A fault in one row; whoever knows the row's line number tells it.
+struct RowFault {
+    enum Kind { Empty, NotNumber, TooMany } kind;
+    size_t column;
+    std::string text;
+};
+
+// What a run of rows gave.
+struct Rows {
+    // Where the samples go: the record's arrays for the first reader, arrays
+    // of its own (left uninitialised, as every entry is written) for the second.
+    std::array<float*, kMaxImportSignals> values{};
+    size_t capacity = 0;
+    std::function<void(size_t)> growTo;
+    std::vector<double> times;
+    std::array<float, kMaxImportSignals> lo{kInf, kInf, kInf, kInf};
+    std::array<float, kMaxImportSignals> hi{-kInf, -kInf, -kInf, -kInf};
+    size_t count = 0;
+    // How the time column is printed: exports drop trailing zeros ("0.1"
+    // among "0.100002"), so one row's text says little on its own.
+    int timeDigits = 0;
+    int finestExp = kNoExp;
+
+    // The second reader's part.
+    uint64_t seekTo = 0;  // where it began (inside some line)
+    uint64_t start = 0;   // the first line it took
+    bool started = false;
+    std::optional<RowFault> fault;
+    uint64_t faultLine = 0;  // counted from start, 1-based
+    std::atomic<bool> cancel{false};
+
+    void append(const Rows& more, size_t signals) {
+        const size_t total = count + more.count;
+        if (capacity < total) growTo(total);
+        for (size_t c = 0; c < signals; ++c) {
+            std::copy_n(more.values[c], more.count, values[c] + count);
+            lo[c] = std::min(lo[c], more.lo[c]);
+            hi[c] = std::max(hi[c], more.hi[c]);
+        }
+        times.insert(times.end(), more.times.begin(), more.times.end());
+        timeDigits = std::max(timeDigits, more.timeDigits);
+        finestExp = std::min(finestExp, more.finestExp);
+        count = total;
+    }
+};
+
+// Checks that [p, e) is one decimal number ([sign] digits [point digits]
+// [e [sign] digits]) and tells how finely it is printed.
+bool scanNumber(const char* p, const char* e, char point, int& digits, int& unitExp) {
+    if (p < e && (*p == '+' || *p == '-')) ++p;
+    int mantissa = 0;
+    int decimals = 0;
+    bool leading = true;
+    digits = 0;
+    for (; p < e && *p >= '0' && *p <= '9'; ++p, ++mantissa) {
+        leading = leading && *p == '0';
+        digits += !leading;
+    }
+    if (p < e && *p == point) {
+        for (++p; p < e && *p >= '0' && *p <= '9'; ++p, ++mantissa, ++decimals) {
+            leading = leading && *p == '0';
+            digits += !leading;
+        }
+    }
+    if (mantissa == 0) return false;
+    int exponent = 0;
+    if (p < e && (*p == 'e' || *p == 'E')) {
+        ++p;
+        bool negative = false;
+        if (p < e && (*p == '+' || *p == '-')) negative = *p++ == '-';
+        if (p == e) return false;
+        for (; p < e && *p >= '0' && *p <= '9'; ++p)
+            if (exponent < 10000) exponent = exponent * 10 + (*p - '0');
+        if (negative) exponent = -exponent;
+    }
+    unitExp = exponent - decimals;
+    return p == e;
+}
+
+class RowParser {
+public:
+    explicit RowParser(const Layout& L)
+        : L_(L),
+          firstSignal_(L.timeColumn ? 1 : 0),
+          signals_(L.signalFactor.size()),
+          point_(L.decimalComma ? ',' : '.'),
+          sep_(L.delim == Delim::Comma       ? ','
+               : L.delim == Delim::Semicolon ? ';'
+                                             : '\t') {}
+
+    size_t needed() const { return firstSignal_ + signals_; }
+
+    // Takes one row into rows; bytesLeft sizes the arrays when they fill up.
+    void take(std::string_view line, Rows& rows, uint64_t bytesLeft) const {
+        if (rows.count >= static_cast<size_t>(kMaxSamples)) throw RowFault{RowFault::TooMany, 0, {}};
+        if (rows.count >= rows.capacity) grow(rows, line.size(), bytesLeft);
+        const char* p = line.data();
+        const char* const end = p + line.size();
+        const bool blanks = L_.delim == Delim::Blanks;
+        for (size_t c = 0; c < needed(); ++c) {
+            while (p < end && (*p == ' ' || *p == '"' || (*p == '\t' && sep_ != '\t'))) ++p;
+            const char* fe;
+            const char* next;
+            if (blanks) {
+                fe = p;
+                while (fe < end && !isBlank(*fe)) ++fe;
+                next = fe;
+            } else {
+                fe = FindByte(p, end, sep_);
+                next = fe < end ? fe + 1 : end;
+                if (fe == end && c + 1 < needed()) {
+                    // The row ends before the columns it needs.
+                    const char* t = fe;
+                    while (t > p && (isBlank(t[-1]) || t[-1] == '"')) --t;
+                    if (t == p) throw RowFault{RowFault::Empty, c, {}};
+                    parseField(c, p, t, rows);
+                    throw RowFault{RowFault::Empty, c + 1, {}};
+                }
+            }
+            while (fe > p && (isBlank(fe[-1]) || fe[-1] == '"')) --fe;
+            if (fe == p) throw RowFault{RowFault::Empty, c, {}};
+            parseField(c, p, fe, rows);
+            p = next;
+        }
+        ++rows.count;
+    }
+
+private:
+    static void grow(Rows& rows, size_t lineBytes, uint64_t bytesLeft) {
+        // Room for the rest, estimated from this row's length with a margin.
+        const uint64_t estimate = bytesLeft / (lineBytes + 1);
+        const size_t want = static_cast<size_t>(
+            std::min<uint64_t>(rows.count + estimate + estimate / 8 + 4096, static_cast<uint64_t>(kMaxSamples)));
+        rows.growTo(std::max(want, rows.count + 1));
+    }
+
+    void parseField(size_t c, const char* p, const char* e, Rows& rows) const {
+        const std::string_view text(p, static_cast<size_t>(e - p));
+        auto notNumber = [&] { throw RowFault{RowFault::NotNumber, c, std::string(text)}; };
+        const bool time = c < firstSignal_;
+        int digits = 0;
+        int unitExp = 0;
+        // Only the time column needs to know how it is printed; from_chars
+        // alone tells whether a sample is one whole number.
+        if (time && !scanNumber(p, e, point_, digits, unitExp)) notNumber();
+        if (*p == '+') {
+            ++p;  // from_chars takes no plus sign
+            if (p < e && *p == '-') notNumber();
+        }
+        char buf[64];
+        if (L_.decimalComma) {
+            if (static_cast<size_t>(e - p) > sizeof buf) notNumber();
+            char* o = std::copy(p, e, buf);
+            std::replace(buf, o, ',', '.');
+            p = buf;
+            e = o;
+        }
+        if (time) {
+            double t = 0;
+            const auto r = std::from_chars(p, e, t);
+            if (r.ec != std::errc() || r.ptr != e || !std::isfinite(t)) notNumber();
+            rows.times.push_back(t * L_.timeFactor);
+            if (t != 0) {
+                rows.timeDigits = std::max(rows.timeDigits, digits);
+                rows.finestExp = std::min(rows.finestExp, unitExp);
+            }
+            return;
+        }
+        const size_t s = c - firstSignal_;
+        float v = 0;
+        if (L_.signalFactor[s] == 1.0) {
+            // Rounded once, straight to the nearest float.
+            const auto r = std::from_chars(p, e, v);
+            if (r.ec != std::errc() || r.ptr != e) notNumber();
+        } else {
+            double x = 0;
+            const auto r = std::from_chars(p, e, x);
+            if (r.ec != std::errc() || r.ptr != e) notNumber();
+            v = static_cast<float>(x * L_.signalFactor[s]);
+        }
+        if (!std::isfinite(v)) notNumber();
+        rows.values[s][rows.count] = v;
+        rows.lo[s] = std::min(rows.lo[s], v);
+        rows.hi[s] = std::max(rows.hi[s], v);
+    }
+
+    const Layout& L_;
+    size_t firstSignal_;
+    size_t signals_;
+    char point_;
+    char sep_;
+};
+
+void readTail(const Source& source, const RowParser& parser, Rows& rows) noexcept {
+    try {
+        LineScanner in;
+        if (source.memory)
+            in.openBytes(source.bytes, rows.seekTo);
+        else
+            in.open(source.name, rows.seekTo);
+        std::string_view line;
+        if (!in.next(line)) return;  // the part-line seekTo fell into
+        const uint64_t size = in.size();
+        uint64_t lines = 0;
+        while (in.next(line)) {
+            if (lines++ == 0) {
+                rows.start = in.lineStart();
+                rows.started = true;
+            }
+            if ((rows.count & 0xFFFF) == 0 && rows.cancel.load(std::memory_order_relaxed)) return;
+            if (trim(line).empty()) continue;
+            try {
+                parser.take(line, rows, size > in.lineStart() ? size - in.lineStart() : 0);
+            } catch (const RowFault& f) {
+                rows.fault = f;
+                rows.faultLine = lines;
+                return;
+            }
+        }
+    } catch (...) {
+        // Read again by the first thread, which then meets the fault itself.
+        rows.started = false;
+    }
+}
+
 void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, const WaveImportOptions& options,
                  WaveCsvLoadResult& result) {
     LineScanner in;
@@ -470,83 +672,101 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
         result.warnings.push_back(name + ": the file has " + std::to_string(L.ignoredColumns + kMaxImportSignals) +
                                   " signal columns; the first 4 are taken.");
 
-    const size_t firstSignal = L.timeColumn ? 1 : 0;
     const size_t signals = L.signalFactor.size();
-    const size_t needed = firstSignal + signals;
-    std::vector<double> times;
-    // How the time column is printed: exports drop trailing zeros ("0.1"
-    // among "0.100002"), so one row's text says little on its own.
-    int timeDigits = 0;
-    double finestUnit = std::numeric_limits<double>::infinity();
-    std::array<double, kMaxImportSignals> lo{}, hi{};
-    lo.fill(std::numeric_limits<double>::infinity());
-    hi.fill(-std::numeric_limits<double>::infinity());
-    if (L.timeColumn && in.size() > 0) {
-        const size_t guess = std::min<uint64_t>(in.size() / (4 * needed) + 16, kMaxSamples);
-        times.reserve(guess);
+    const RowParser parser(L);
+    Rows first;
+    first.growTo = [&](size_t n) {
+        record.ensureLength(static_cast<int32_t>(n));
+        for (size_t c = 0; c < signals; ++c) first.values[c] = record.wave[c].data();
+        first.capacity = n;
+    };
+    const uint64_t size = in.size();
+    if (L.timeColumn && size > 0)
+        first.times.reserve(std::min<uint64_t>(size / (4 * parser.needed()) + 16, kMaxSamples));
+
+    auto faultText = [&](const RowFault& f, uint64_t lineNo) {
+        std::string where = name + (lineNo ? ", line " + std::to_string(lineNo) : std::string()) + ": ";
+        switch (f.kind) {
+        case RowFault::Empty: return where + columnLabel(L, f.column) + " is empty.";
+        case RowFault::NotNumber:
+            return where + "\"" + FromNarrow(f.text) + "\" in " + columnLabel(L, f.column) + " is not a number.";
+        case RowFault::TooMany: break;
+        }
+        return where + "more than " + std::to_string(kMaxSamples) + " rows; the longest record the program takes is " +
+               std::to_string(kMaxSamples) + " samples.";
+    };
+    auto take = [&](std::string_view row, uint64_t lineNo) {
+        try {
+            parser.take(row, first, size > in.lineStart() ? size - in.lineStart() : 0);
+        } catch (const RowFault& f) {
+            result.rowsRead = static_cast<int32_t>(first.count);
+            fail(f.kind == RowFault::TooMany ? ErrorCode::Subscript : ErrorCode::TypeMismatch, faultText(f, lineNo));
+        }
+    };
+
+    // A long file is read by two threads: the second takes the rows after
+    // the middle while this one reads up to there.
+    std::unique_ptr<Rows> tail;
+    std::thread tailThread;
+    struct JoinTail {
+        std::unique_ptr<Rows>& tail;
+        std::thread& thread;
+        ~JoinTail() {
+            if (tail) tail->cancel = true;
+            if (thread.joinable()) thread.join();
+        }
+    } joinTail{tail, tailThread};
+    if (size >= options.own.splitBytes && in.lineStart() < size / 2) {
+        tail = std::make_unique<Rows>();
+        tail->seekTo = size / 2;
+        tail->growTo = [rows = tail.get(),
+                        store = std::make_shared<std::array<std::unique_ptr<float[]>, kMaxImportSignals>>(),
+                        signals](size_t n) {
+            for (size_t c = 0; c < signals; ++c) {
+                std::unique_ptr<float[]> bigger(new float[n]);
+                std::copy_n(rows->values[c], rows->count, bigger.get());
+                (*store)[c] = std::move(bigger);
+                rows->values[c] = (*store)[c].get();
+            }
+            rows->capacity = n;
+        };
+        if (L.timeColumn) tail->times.reserve(std::min<uint64_t>(size / (8 * parser.needed()) + 16, kMaxSamples));
+        tailThread = std::thread([&source, &parser, rows = tail.get()] { readTail(source, parser, *rows); });
     }
 
-    size_t capacity = record.wave[0].size();
-    for (const auto& w : record.wave) capacity = std::min(capacity, w.size());
-    size_t rows = 0;
-    std::vector<std::string_view> fields;
-    auto takeRow = [&](std::string_view row, uint64_t lineNo) {
-        splitLine(row, L.delim, fields);
-        auto where = [&] { return name + ", line " + std::to_string(lineNo) + ": "; };
-        for (size_t c = 0; c < needed; ++c)
-            if (c >= fields.size() || trim(fields[c]).empty())
-                fail(ErrorCode::TypeMismatch, where() + columnLabel(L, c) + " is empty.");
-        if (rows >= static_cast<size_t>(kMaxSamples))
-            fail(ErrorCode::Subscript, where() + "more than " + std::to_string(kMaxSamples) +
-                                           " rows; the longest record the program takes is " +
-                                           std::to_string(kMaxSamples) + " samples.");
-        if (rows >= capacity) {
-            const uint64_t left = in.size() > in.lineStart() ? in.size() - in.lineStart() : 0;
-            capacity = std::min<size_t>(std::max<size_t>({rows * 2, 4096, rows + left / (2 * needed) + 1}),
-                                        static_cast<size_t>(kMaxSamples));
-            record.ensureLength(static_cast<int32_t>(capacity));
-        }
-        auto notNumber = [&](size_t c) {
-            fail(ErrorCode::TypeMismatch,
-                 where() + "\"" + FromNarrow(trim(fields[c])) + "\" in " + columnLabel(L, c) + " is not a number.");
-        };
-        if (L.timeColumn) {
-            const auto t = parseNumber<double>(fields[0], L.decimalComma);
-            if (!t) notNumber(0);
-            times.push_back(*t * L.timeFactor);
-            if (*t != 0) {
-                const Printed p = printedPrecision(fields[0]);
-                timeDigits = std::max(timeDigits, p.digits);
-                finestUnit = std::min(finestUnit, p.unit * L.timeFactor);
+    for (size_t i = dataAt; i < head.size(); ++i) take(head[i], headLine[i]);
+    while (in.next(line)) {
+        if (tail && in.lineStart() > tail->seekTo) {
+            tailThread.join();
+            if (tail->start == in.lineStart() && tail->started) {
+                if (tail->fault) {
+                    result.rowsRead = static_cast<int32_t>(first.count);
+                    const RowFault& f = *tail->fault;
+                    fail(f.kind == RowFault::TooMany ? ErrorCode::Subscript : ErrorCode::TypeMismatch,
+                         faultText(f, f.kind == RowFault::TooMany ? 0 : in.lineNumber() + tail->faultLine - 1));
+                }
+                if (first.count + tail->count > static_cast<size_t>(kMaxSamples)) {
+                    result.rowsRead = static_cast<int32_t>(first.count);
+                    fail(ErrorCode::Subscript, faultText(RowFault{RowFault::TooMany, 0, {}}, 0));
+                }
+                first.append(*tail, signals);
+                tail.reset();
+                break;
             }
+            tail.reset();
         }
-        for (size_t s = 0; s < signals; ++s) {
-            const size_t c = firstSignal + s;
-            float v;
-            if (L.signalFactor[s] == 1.0) {
-                const auto x = parseNumber<float>(fields[c], L.decimalComma);
-                if (!x) notNumber(c);
-                v = *x;
-            } else {
-                const auto x = parseNumber<double>(fields[c], L.decimalComma);
-                if (!x) notNumber(c);
-                v = static_cast<float>(*x * L.signalFactor[s]);
-            }
-            record.wave[s][rows] = v;
-            lo[s] = std::min<double>(lo[s], v);
-            hi[s] = std::max<double>(hi[s], v);
-        }
-        ++rows;
-    };
-    try {
-        for (size_t i = dataAt; i < head.size(); ++i) takeRow(head[i], headLine[i]);
-        while (in.next(line)) {
-            if (trim(line).empty()) continue;
-            takeRow(line, in.lineNumber());
-        }
-    } catch (...) {
-        result.rowsRead = static_cast<int32_t>(rows);
-        throw;
+        if (trim(line).empty()) continue;
+        take(line, in.lineNumber());
+    }
+    const size_t rows = first.count;
+    const std::vector<double>& times = first.times;
+    const int timeDigits = first.timeDigits;
+    const double finestUnit = first.finestExp == kNoExp ? std::numeric_limits<double>::infinity()
+                                                        : std::pow(10.0, first.finestExp) * L.timeFactor;
+    std::array<double, kMaxImportSignals> lo{}, hi{};
+    for (size_t c = 0; c < signals; ++c) {
+        lo[c] = first.lo[c];
+        hi[c] = first.hi[c];
     }
     result.rowsRead = static_cast<int32_t>(rows);
 
@@ -562,11 +782,18 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
         // Half a unit of the last digit: the finest unit printed anywhere in
         // the column, or the column's digits at this row's magnitude when
         // that is coarser (a fixed count of significant digits).
+        const double fixed = std::isfinite(finestUnit) ? finestUnit : 0.0;
+        double decadeLo = 1, decadeHi = 0, decadeUnit = 0;  // the last decade met, so that most rows cost no log
         auto unitAt = [&](double t) {
-            const double fixed = std::isfinite(finestUnit) ? finestUnit : 0.0;
-            if (t == 0 || timeDigits == 0) return fixed;
-            const double relative = std::pow(10.0, std::floor(std::log10(std::fabs(t))) - timeDigits + 1);
-            return std::max(fixed, relative);
+            const double a = std::fabs(t);
+            if (a == 0 || timeDigits == 0) return fixed;
+            if (!(a >= decadeLo && a < decadeHi)) {
+                const double e = std::floor(std::log10(a));
+                decadeLo = std::pow(10.0, e);
+                decadeHi = decadeLo * 10;
+                decadeUnit = std::max(fixed, std::pow(10.0, e - timeDigits + 1));
+            }
+            return decadeUnit;
         };
         // The ends set the interval, so their rounding moves every place.
         const double endSlack = 0.5 * std::max(unitAt(times.front()), unitAt(times.back()));

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -234,6 +235,55 @@ TEST(GenericCsvTest, BadInputSaysWhy) {
             EXPECT_NE(r.warnings[0].find(c.warns), std::string::npos) << r.warnings[0];
             EXPECT_EQ(setup.ChannelCount, 4);
             EXPECT_EQ(record.wave[3][2], 4.0f);
+        }
+    }
+}
+
+TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
+    // A long file is read by two threads; a fault past the middle must name
+    // the same line, and a clean file give the same record.
+    auto file = [](int badRow, const char* cell) {
+        std::string bytes = "Time(s),CH1(V),CH2(V)\r\n\r\n";
+        for (int k = 0; k < 3000; ++k) {
+            bytes += doubleText(k * 1e-6) + "," + (k == badRow ? cell : floatText(sampleOf(0, k))) + "," +
+                     floatText(sampleOf(3, k)) + "\r\n";
+            if (k % 100 == 0) bytes += "\r\n";
+        }
+        return bytes;
+    };
+    struct Case {
+        int badRow;
+        const char* cell;
+        const char* says;
+    };
+    const Case cases[] = {{-1, "", ""},
+                          {2500, "x1", "\"x1\" in column 2"},
+                          {2999, "", "column 2 (\"CH1(V)\") is empty"},
+                          {10, "1..", "not a number"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.badRow);
+        const std::string bytes = file(c.badRow, c.cell);
+        WaveImportOptions one;
+        WaveImportOptions two;
+        two.own.splitBytes = 1024;
+        DsoSetup s1, s2;
+        WaveRecord r1, r2;
+        const WaveCsvLoadResult a = LoadGenericCsvBytes(bytes, "split.csv", s1, r1, one);
+        const WaveCsvLoadResult b = LoadGenericCsvBytes(bytes, "split.csv", s2, r2, two);
+        EXPECT_EQ(a.status, b.status);
+        EXPECT_EQ(a.errorText, b.errorText);
+        EXPECT_NE(a.errorText.find(c.says), std::string::npos) << a.errorText;
+        if (c.badRow < 0) {
+            ASSERT_EQ(a.status, 0) << a.errorText;
+            EXPECT_EQ(s1.RecordLength, 3000);
+            EXPECT_EQ(s1.VoltsPerDiv, s2.VoltsPerDiv);
+            EXPECT_EQ(s1.Offset, s2.Offset);
+            for (int ch = 0; ch < 2; ++ch)
+                EXPECT_TRUE(std::equal(r1.wave[ch].begin(), r1.wave[ch].begin() + 3000, r2.wave[ch].begin()));
+        } else {
+            // The line: two header lines, a blank one every hundred rows.
+            const int line = 3 + c.badRow + (c.badRow - 1) / 100 + 1;
+            EXPECT_NE(a.errorText.find("line " + std::to_string(line) + ":"), std::string::npos) << a.errorText;
         }
     }
 }
