@@ -9,6 +9,7 @@
 #include <limits>
 #include <optional>
 #include <thread>
+#include <type_traits>
 #include <atomic>
 #include <climits>
 #include <cstring>
@@ -458,25 +459,33 @@ struct Rows {
     }
 };
 
-// Checks that [p, e) is one decimal number ([sign] digits [point digits]
-// [e [sign] digits]) and tells how finely it is printed.
-bool scanNumber(const char* p, const char* e, char point, int& digits, int& unitExp) {
-    if (p < e && (*p == '+' || *p == '-')) ++p;
-    int mantissa = 0;
+// One decimal number as written: [sign] digits [point digits] [e [sign]
+// digits]. value = mantissa x 10^unitExp when the mantissa took every digit.
+struct Decimal {
+    uint64_t mantissa = 0;
+    int digits = 0;   // significant digits printed
+    int unitExp = 0;  // the power of ten of the last digit
+    bool negative = false;
+    bool exact = true;  // no digit was dropped from the mantissa
+};
+
+bool scanNumber(const char* p, const char* e, char point, Decimal& d) {
+    if (p < e && (*p == '+' || *p == '-')) d.negative = *p++ == '-';
+    int places = 0;
     int decimals = 0;
-    bool leading = true;
-    digits = 0;
-    for (; p < e && *p >= '0' && *p <= '9'; ++p, ++mantissa) {
-        leading = leading && *p == '0';
-        digits += !leading;
-    }
-    if (p < e && *p == point) {
-        for (++p; p < e && *p >= '0' && *p <= '9'; ++p, ++mantissa, ++decimals) {
-            leading = leading && *p == '0';
-            digits += !leading;
+    auto digit = [&](char c) {
+        if (d.mantissa >= 1000000000000000000u) {
+            d.exact = false;
+        } else {
+            d.mantissa = d.mantissa * 10 + static_cast<unsigned>(c - '0');
         }
-    }
-    if (mantissa == 0) return false;
+        d.digits += d.mantissa != 0;
+        ++places;
+    };
+    for (; p < e && *p >= '0' && *p <= '9'; ++p) digit(*p);
+    if (p < e && *p == point)
+        for (++p; p < e && *p >= '0' && *p <= '9'; ++p, ++decimals) digit(*p);
+    if (places == 0) return false;
     int exponent = 0;
     if (p < e && (*p == 'e' || *p == 'E')) {
         ++p;
@@ -487,8 +496,24 @@ bool scanNumber(const char* p, const char* e, char point, int& digits, int& unit
             if (exponent < 10000) exponent = exponent * 10 + (*p - '0');
         if (negative) exponent = -exponent;
     }
-    unitExp = exponent - decimals;
+    d.unitExp = exponent - decimals;
     return p == e;
+}
+
+// The nearest double or float to a decimal whose mantissa and power of ten
+// are both exact in that type: one exact operation, rounded once. Anything
+// else is left to from_chars.
+template <class T>
+bool fastValue(const Decimal& d, T& out) {
+    constexpr uint64_t kMaxMantissa = std::is_same_v<T, float> ? (uint64_t{1} << 24) : (uint64_t{1} << 53);
+    constexpr int kMaxPower = std::is_same_v<T, float> ? 10 : 22;
+    static constexpr T kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                    1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (!d.exact || d.mantissa > kMaxMantissa || d.unitExp < -kMaxPower || d.unitExp > kMaxPower) return false;
+    T v = static_cast<T>(d.mantissa);
+    v = d.unitExp < 0 ? v / kPowers[-d.unitExp] : v * kPowers[d.unitExp];
+    out = d.negative ? -v : v;
+    return true;
 }
 
 class RowParser {
@@ -551,45 +576,40 @@ private:
     void parseField(size_t c, const char* p, const char* e, Rows& rows) const {
         const std::string_view text(p, static_cast<size_t>(e - p));
         auto notNumber = [&] { throw RowFault{RowFault::NotNumber, c, std::string(text)}; };
-        const bool time = c < firstSignal_;
-        int digits = 0;
-        int unitExp = 0;
-        // Only the time column needs to know how it is printed; from_chars
-        // alone tells whether a sample is one whole number.
-        if (time && !scanNumber(p, e, point_, digits, unitExp)) notNumber();
-        if (*p == '+') {
-            ++p;  // from_chars takes no plus sign
-            if (p < e && *p == '-') notNumber();
-        }
-        char buf[64];
-        if (L_.decimalComma) {
-            if (static_cast<size_t>(e - p) > sizeof buf) notNumber();
-            char* o = std::copy(p, e, buf);
-            std::replace(buf, o, ',', '.');
-            p = buf;
-            e = o;
-        }
-        if (time) {
+        Decimal d;
+        if (!scanNumber(p, e, point_, d)) notNumber();
+        // The rare number the fast path cannot take exactly.
+        auto slow = [&](auto& value) {
+            if (*p == '+') ++p;  // from_chars takes no plus sign
+            char buf[64];
+            if (L_.decimalComma) {
+                if (static_cast<size_t>(e - p) > sizeof buf) notNumber();
+                char* o = std::copy(p, e, buf);
+                std::replace(buf, o, ',', '.');
+                p = buf;
+                e = o;
+            }
+            const auto r = std::from_chars(p, e, value);
+            if (r.ec != std::errc() || r.ptr != e) notNumber();
+        };
+        if (c < firstSignal_) {
             double t = 0;
-            const auto r = std::from_chars(p, e, t);
-            if (r.ec != std::errc() || r.ptr != e || !std::isfinite(t)) notNumber();
+            if (!fastValue(d, t)) slow(t);
+            if (!std::isfinite(t)) notNumber();
             rows.times.push_back(t * L_.timeFactor);
             if (t != 0) {
-                rows.timeDigits = std::max(rows.timeDigits, digits);
-                rows.finestExp = std::min(rows.finestExp, unitExp);
+                rows.timeDigits = std::max(rows.timeDigits, d.digits);
+                rows.finestExp = std::min(rows.finestExp, d.unitExp);
             }
             return;
         }
         const size_t s = c - firstSignal_;
         float v = 0;
         if (L_.signalFactor[s] == 1.0) {
-            // Rounded once, straight to the nearest float.
-            const auto r = std::from_chars(p, e, v);
-            if (r.ec != std::errc() || r.ptr != e) notNumber();
+            if (!fastValue(d, v)) slow(v);
         } else {
             double x = 0;
-            const auto r = std::from_chars(p, e, x);
-            if (r.ec != std::errc() || r.ptr != e) notNumber();
+            if (!fastValue(d, x)) slow(x);
             v = static_cast<float>(x * L_.signalFactor[s]);
         }
         if (!std::isfinite(v)) notNumber();

@@ -288,6 +288,28 @@ TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
     }
 }
 
+TEST(GenericCsvTest, SamplesAreTheNearestFloat) {
+    // Short numbers take a quicker road than from_chars; both must agree.
+    const char* texts[] = {"0.1",          "-0.8325195", "+1.5",           "16777216",    "16777217",
+                           "3.4028235e38", "1e-10",      "1.17549435E-38", "0.000000001", "123456789012345678901",
+                           "-0",           "2.5e-3",     "7E-03",          "99999999.5",  "0.30000001192092896"};
+    std::string bytes;
+    for (const char* t : texts) bytes += std::string(t) + "\n";
+    WaveImportOptions options;
+    options.sampleInterval = 1e-6;
+    DsoSetup setup;
+    WaveRecord record;
+    const WaveCsvLoadResult r = LoadGenericCsvBytes(bytes, "n.csv", setup, record, options);
+    ASSERT_EQ(r.status, 0) << r.errorText;
+    for (size_t k = 0; k < std::size(texts); ++k) {
+        std::string_view t = texts[k];
+        if (t.front() == '+') t.remove_prefix(1);
+        float want = 0;
+        std::from_chars(t.data(), t.data() + t.size(), want);
+        EXPECT_EQ(record.wave[0][k], want) << texts[k];
+    }
+}
+
 TEST(GenericCsvTest, RowsBeyondTheLongestRecordAreRefused) {
     WaveImportOptions options;
     options.sampleInterval = 1e-9;
