@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 
+#include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
 
 namespace {
@@ -84,6 +85,32 @@ void BM_LoadWaveCsv(benchmark::State& state) {
     state.counters["arrays_MiB"] = 4.0 * kRows * sizeof(float) / (1024.0 * 1024.0);
 }
 BENCHMARK(BM_LoadWaveCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The same record exported by another program: "Time(s),CH1(V),..." with a
+// time column, read by the generic reader (which also checks the spacing of
+// every row). Compare with BM_LoadWaveCsv: the import should stay within 1.25
+// times the own layout's load.
+std::string genericFile() { return (std::filesystem::temp_directory_path() / "mervasto_bench_generic.csv").string(); }
+
+void BM_ImportGenericCsv(benchmark::State& state) {
+    if (!std::filesystem::exists(genericFile())) {
+        DsoSetup setup = benchSetup();
+        setup.TimePerDiv = static_cast<float>(kRows * 2e-9 / 10);
+        (void)SaveGenericCsv(genericFile(), setup, benchRecord());
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        WaveRecord record;
+        DsoSetup setup;
+        state.ResumeTiming();
+        auto r = LoadGenericCsv(genericFile(), setup, record);
+        if (r.status != 0 || setup.RecordLength != kRows) state.SkipWithError(r.errorText.c_str());
+        benchmark::DoNotOptimize(record.wave[3][kRows - 1]);
+    }
+    state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(genericFile()));
+    state.counters["peak_rss_MiB"] = peakRssKiB() / 1024.0;
+}
+BENCHMARK(BM_ImportGenericCsv)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 // The yardstick for the reader: the same file through a plain
 // single-threaded std::from_chars loop (fread, memchr per line, four floats

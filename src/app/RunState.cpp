@@ -216,7 +216,7 @@ void RunState::fillRawFromVolts() {
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    lastFileLoad = LoadWaveCsv(filename, setup, record, fieldTable);
+    lastFileLoad = LoadAnyWaveCsv(filename, setup, record, fieldTable, importOptions);
     const WaveCsvLoadResult& loaded = lastFileLoad;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);

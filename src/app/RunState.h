@@ -17,6 +17,7 @@
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
 #include "wavefile/DsoSetup.h"
+#include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
 #include "wavefile/WaveRecord.h"
 
@@ -138,6 +139,8 @@ public:
     WaveRecord record;
     DsoSetup setup;
     WaveFieldTable fieldTable;
+    // For files of other layouts: the interval when they have no time column.
+    WaveImportOptions importOptions;
     // What the last file input's read said: the refusal reason, warnings.
     WaveCsvLoadResult lastFileLoad;
     AnalysisResults results;

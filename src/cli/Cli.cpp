@@ -17,12 +17,14 @@
 #include "dso/WaveTransfer.h"
 #include "results/Comparator.h"
 #include "wavefile/ExampleRecords.h"
+#include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
 
 #include <QCoreApplication>
 #include <QTimer>
 
 #include <atomic>
+#include <cmath>
 #include <functional>
 #include <csignal>
 #include <iostream>
@@ -47,12 +49,17 @@ Usage: mervasto-cli [--data-folder DIR] COMMAND [options]
 Commands:
   info FILE...                 load wave CSV files and print their setup and record
   analyze [options] FILE...    analyse wave CSV files and print the results
+      --import-interval SECONDS
+                               sample interval of captures without a time column
+                               (info, analyze and convert take other instruments' CSV too)
       --settings FILE          settings from this resume file (default: the data folder's)
       --set NAME=VALUE         override one setting by its control name (repeatable)
       --format table|csv|json  output form (default table)
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
       --no-save                do not append to ResultData.csv
+  convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
+                               --generic as a plain "Time(s),CH1(V),..." file
   make-examples DIR            write the bundled example records into DIR
   readout --ip HOST[:PORT] [--format table|json]
                                read and print the instrument's setup
@@ -83,6 +90,8 @@ struct Options {
     bool newAcquisition = false;
     bool omitRange = false;
     std::optional<int> timeoutMs;
+    double importInterval = 0;
+    bool generic = false;
 };
 
 struct OptionError {
@@ -128,7 +137,14 @@ Options parse(const std::vector<std::string>& args) {
             double s = NumberText(v);
             if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds above 0, at most 3600, not " + v};
             o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
-        } else if (a == "--new-acquisition")
+        } else if (a == "--import-interval") {
+            const std::string& v = need(i);
+            double s = Val(v);
+            if (!(s > 0 && std::isfinite(s))) throw OptionError{"--import-interval takes seconds above 0, not " + v};
+            o.importInterval = s;
+        } else if (a == "--generic")
+            o.generic = true;
+        else if (a == "--new-acquisition")
             o.newAcquisition = true;
         else if (a == "--omit-range")
             o.omitRange = true;
@@ -184,8 +200,40 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         }
     }
     state.saveResultLine = !o.noSave;
+    state.importOptions.sampleInterval = o.importInterval;
     applyTimeout(state, o);
     return true;
+}
+
+WaveImportOptions importOptions(const Options& o) {
+    WaveImportOptions w;
+    w.sampleInterval = o.importInterval;
+    return w;
+}
+
+int commandConvert(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.size() != 2) {
+        err << "mervasto-cli convert: name the input file and the output file\n";
+        return kExitBadOptions;
+    }
+    DsoSetup setup;
+    WaveRecord record;
+    WaveFieldTable table;
+    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, importOptions(o));
+    if (r.status < 0) {
+        err << "mervasto-cli: " << r.errorText << '\n';
+        return kExitFileError;
+    }
+    for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
+    const Outcome saved =
+        o.generic ? SaveGenericCsv(o.files[1], setup, record) : SaveWaveCsv(o.files[1], setup, record);
+    if (!saved) {
+        err << "mervasto-cli: " << saved.text() << '\n';
+        return kExitFileError;
+    }
+    out << "Converted " << setup.RecordLength << " samples of " << setup.ChannelCount << " channels from " << o.files[0]
+        << " to " << o.files[1] << '\n';
+    return kExitOk;
 }
 
 int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
@@ -198,13 +246,14 @@ int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
     for (const auto& f : o.files) {
         DsoSetup setup;
         WaveRecord record;
-        WaveCsvLoadResult r = LoadWaveCsv(f, setup, record, table);
+        WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, importOptions(o));
         if (r.status < 0) {
             err << "mervasto-cli: " << r.errorText << '\n';
             status = kExitFileError;
         }
         for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
         PrintSetupText(out, f, setup);
+        out << "Layout: " << (r.generic ? r.layout : std::string("wave CSV")) << '\n';
         out << "Rows read: " << r.rowsRead << '\n';
         PrintRecordSummary(out, setup, record);
     }
@@ -439,6 +488,7 @@ int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
     try {
         if (o.command == "info") return commandInfo(o, out, err);
         if (o.command == "analyze") return commandAnalyze(o, out, err);
+        if (o.command == "convert") return commandConvert(o, out, err);
         if (o.command == "make-examples") return commandMakeExamples(o, out, err);
         if (o.command == "readout") return commandReadout(o, out, err);
         if (o.command == "fetch") return commandFetch(o, out, err);

@@ -41,6 +41,10 @@ struct WaveCsvLoadResult {
     // Set when the model name gives no channel count of 2 or 4, so that Ch3
     // and Ch4 are left out: why, for those channels' notes.
     std::string channelCountNote;
+    // Set by the generic reader: the file was not in the program's own
+    // layout, and what was recognised in it.
+    bool generic = false;
+    std::string layout;
 };
 
 struct WaveCsvReadOptions {

@@ -1,0 +1,177 @@
+#include "cli/Cli.h"
+
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "support/QtTestApp.h"
+#include "support/TestFolder.h"
+#include "wavefile/WaveCsv.h"
+
+using namespace mervasto;
+
+namespace {
+
+MERVASTO_QT_TEST_APP(QCoreApplication);
+
+constexpr int kRows = 20000;
+constexpr double kDt = 2e-7;
+constexpr double kT0 = -1e-3;
+
+// Pulses of 0/5 V whose period wanders (so that sigma is not 0), a 3.3 V
+// clock, and noise of a few millivolts that must be left out.
+float sampleOf(int ch, int k) {
+    switch (ch) {
+    case 0: {
+        const int period = 90 + (k / 1000) % 7 * 3;
+        return k % period < period / 3 ? 5.0f : 0.0f;
+    }
+    case 1: return k % 64 < 20 ? 3.3f : 0.0f;
+    default: return static_cast<float>((k * 7919 % 21) - 10) * 0.001f;
+    }
+}
+
+std::string text(double v, bool decimalComma, int digits = 0) {
+    char buf[64];
+    char* end = digits ? std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, digits).ptr
+                       : std::to_chars(buf, buf + sizeof buf, static_cast<float>(v)).ptr;
+    std::string s(buf, end);
+    if (decimalComma)
+        for (char& c : s)
+            if (c == '.') c = ',';
+    return s;
+}
+
+class ImportCliTest : public ::testing::Test {
+protected:
+    void SetUp() override { dir_ = test::FreshTestFolder("mervasto-import-"); }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+    int run(std::vector<std::string> args) {
+        out.str("");
+        err.str("");
+        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
+        return RunCli(args, out, err);
+    }
+    std::string path(const std::string& name) const { return (dir_ / name).string(); }
+    // The per-channel result lines without the file name.
+    std::string resultsOf(const std::string& file, std::vector<std::string> extra = {}) {
+        std::vector<std::string> args = {"analyze", "--no-save", "--format", "csv"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        args.push_back(file);
+        EXPECT_EQ(run(args), kExitOk) << file << ": " << err.str();
+        std::istringstream in(out.str());
+        std::string all;
+        std::string line;
+        std::getline(in, line);  // column names
+        while (std::getline(in, line)) all += line.substr(line.find(',')) + "\n";
+        return all;
+    }
+
+    std::filesystem::path dir_;
+    std::ostringstream out;
+    std::ostringstream err;
+};
+
+TEST_F(ImportCliTest, EveryLayoutAnalysesLikeTheOwnLayout) {
+    // The own file, written at the volts per division the import chooses.
+    DsoSetup setup;
+    setup.Model = "DS-5354";
+    setup.ChannelCount = 4;
+    setup.SampleInterval = static_cast<float>(kDt);
+    setup.RecordLength = kRows;
+    setup.TimePerDiv = static_cast<float>(kRows * kDt / 10);
+    const float vdiv[] = {1.0f, 0.5f, 0.2f, 0.2f};
+    const float offset[] = {-2.5f, static_cast<float>(-double{3.3f} / 2), 0.0f, 0.0f};
+    WaveRecord record;
+    record.ensureLength(kRows);
+    for (int ch = 1; ch <= 4; ++ch) {
+        setup.TraceOn[ch] = ch <= 3 ? "ON" : "OFF";
+        setup.VoltsPerDiv[ch] = vdiv[ch - 1];
+        setup.Offset[ch] = offset[ch - 1];
+    }
+    for (int c = 0; c < 3; ++c)
+        for (int k = 0; k < kRows; ++k) record.wave[c][k] = sampleOf(c, k);
+    ASSERT_TRUE(SaveWaveCsv(path("own.csv"), setup, record));
+    const std::string expected = resultsOf(path("own.csv"));
+    EXPECT_NE(expected.find(",1,Period,true,"), std::string::npos) << expected;
+    EXPECT_NE(expected.find(",3,Period,false,"), std::string::npos) << expected;  // the noise
+
+    struct Layout {
+        const char* name;
+        std::function<std::string(int k)> row;  // "" for k = -1: the header
+        std::vector<std::string> extra;
+    };
+    auto cells = [](int k, const std::string& sep, bool comma, double tScale, double vScale, bool time = true) {
+        std::string s = time ? text((kT0 + k * kDt) * tScale, comma, 12) : "";
+        for (int c = 0; c < 3; ++c)
+            s += (time || c ? sep : "") +
+                 (vScale == 1 ? text(sampleOf(c, k), comma) : text(sampleOf(c, k) * vScale, comma, 9));
+        return s;
+    };
+    const Layout layouts[] = {
+        {"comma.csv", [&](int k) { return k < 0 ? "Time(s),CH1(V),CH2(V),CH3(V)" : cells(k, ",", false, 1, 1); }, {}},
+        {"semicolon.csv", [&](int k) { return k < 0 ? "TIME;C1;C2;C3\r\ns;V;V;V" : cells(k, ";", true, 1, 1); }, {}},
+        {"tab.csv",
+         [&](int k) {
+             return k < 0 ? "Time [us]\tChannel 1 [V]\tChannel 2 [V]\tChannel 3 [V]" : cells(k, "\t", false, 1e6, 1);
+         },
+         {}},
+        {"blanks.csv",
+         [&](int k) { return k < 0 ? "x-axis 1 2 3\r\nsecond Volt Volt Volt" : cells(k, " ", false, 1, 1); },
+         {}},
+        {"bare.csv",
+         [&](int k) { return k < 0 ? "CH1,CH2,CH3" : cells(k, ",", false, 1, 1, false); },
+         {"--import-interval", "2e-7"}},
+    };
+    for (const auto& L : layouts) {
+        SCOPED_TRACE(L.name);
+        std::string bytes = "Vendor,Somebody\r\nRecord Length," + std::to_string(kRows) + "\r\n" + L.row(-1) + "\r\n";
+        for (int k = 0; k < kRows; ++k) bytes += L.row(k) + "\r\n";
+        std::ofstream(path(L.name), std::ios::binary) << bytes;
+        EXPECT_EQ(resultsOf(path(L.name), L.extra), expected);
+    }
+
+    // Converted back in both layouts, the same results.
+    ASSERT_EQ(run({"convert", path("comma.csv"), path("back-own.csv")}), kExitOk) << err.str();
+    ASSERT_EQ(run({"convert", "--generic", path("own.csv"), path("back-generic.csv")}), kExitOk) << err.str();
+    EXPECT_EQ(resultsOf(path("back-own.csv")), expected);
+    EXPECT_EQ(resultsOf(path("back-generic.csv")), expected);
+}
+
+TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
+    std::ofstream(path("gen.csv"), std::ios::binary) << "Time;CH1 (mV)\n0;0\n0,001;500\n0,002;0\n0,003;500\n";
+    std::ofstream(path("letter.csv"), std::ios::binary) << "Hello,\nthis is no capture.\n";
+    std::ofstream(path("bare.csv"), std::ios::binary) << "1\n2\n1\n2\n";
+    ASSERT_EQ(run({"info", path("gen.csv")}), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("Layout: generic CSV (semicolon separated, decimal comma, time column, 1 signal column)"),
+              std::string::npos)
+        << out.str();
+    EXPECT_NE(out.str().find("IMPORT-2"), std::string::npos) << out.str();
+
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        const char* says;
+    };
+    const Case cases[] = {
+        {{"info", path("letter.csv")}, kExitFileError, "not a wave file"},
+        {{"analyze", "--no-save", path("bare.csv")}, kExitFileError, "--import-interval"},
+        {{"analyze", "--no-save", "--import-interval", "1e-3", path("bare.csv")}, kExitOk, ""},
+        {{"analyze", "--import-interval", "-1", path("bare.csv")}, kExitBadOptions, "above 0"},
+        {{"convert", path("gen.csv")}, kExitBadOptions, "input file and the output file"},
+        {{"convert", path("letter.csv"), path("out.csv")}, kExitFileError, "not a wave file"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(run(c.args), c.status) << c.args.back() << ": " << err.str();
+        EXPECT_NE(err.str().find(c.says), std::string::npos) << err.str();
+    }
+    EXPECT_FALSE(std::filesystem::exists(path("out.csv")));
+}
+
+}  // namespace
