@@ -95,7 +95,7 @@ TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     };
     const Case cases[] = {{std::nullopt, ""},
                           {(dir_ / "missing.csv").string(), "missing.csv"},
-                          {(dir_ / "bad.csv").string(), "bad.csv, line 2"}};
+                          {(dir_ / "bad.csv").string(), "bad.csv: not a wave file"}};
     for (const auto& c : cases) {
         ui.status[2].clear();
         ui.files = {c.file};
