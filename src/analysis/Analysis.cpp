@@ -125,8 +125,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     std::vector<int> jobs;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         const int32_t type = params.channel[static_cast<size_t>(ch)].SignalType;
-        // Not in use and not measurable end alike, but for reasons of their own.
-        if (!run.inUse(ch)) {  // NOLINT(bugprone-branch-clone)
+        if (!run.inUse(ch)) {
             run.clearChannel(ch);
         } else if (ch == 3 && type == kTypeGate) {
             // The gate keeps its statistics; it has no levels of its own.

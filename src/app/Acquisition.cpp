@@ -65,7 +65,7 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
     for (size_t ch = 0; ch < kChannels; ++ch) vrates[ch] = settings.channels[ch].VRate;
     DsoTransferInputs in{settings.analysis.IPAdressText, MemoryInput, vrates,
                          std::string(settings.channels[3].signalText())};
-    const Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
+    Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
     if (transferred) {
         for (size_t ch = 0; ch < kChannels; ++ch) settings.channels[ch].VRate = vrates[ch];
         return transferred;

@@ -86,7 +86,7 @@ WaveTransferResult TransferDsoWave(DsoLink& link, const std::string& source, Wav
         }
     } else {
         for (int32_t k = 0; k < samples; ++k) {
-            int32_t value = static_cast<int8_t>(b[k]);
+            int32_t value = static_cast<int8_t>(b[k]);  // NOLINT(bugprone-signed-char-misuse): byte samples are signed
             if (negate) value = std::min(-value, 127);
             r[k] = static_cast<int16_t>(value * 256);
             v[k] = static_cast<float>(static_cast<float>(value) * dScale - dOffset);

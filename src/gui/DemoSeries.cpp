@@ -41,7 +41,7 @@ struct Demo {
 };
 }  // namespace
 
-void StartDemoSeries(MainForm& form, std::function<void(const std::string&)> done) {
+void StartDemoSeries(MainForm& form, const std::function<void(const std::string&)>& done) {
     auto demo = std::make_shared<Demo>();
     form.ui().answerHook = [demo](const std::string& text, MsgButtons, const std::string& title) {
         demo->boxes += "box: " + title + ": " + text + "\n";

@@ -14,6 +14,6 @@ class MainForm;
 // message box is printed instead of shown. When the run has ended, `done`
 // gets a report: the boxes seen, the sample names of the passes and the
 // log grid's rows.
-void StartDemoSeries(MainForm& form, std::function<void(const std::string& report)> done);
+void StartDemoSeries(MainForm& form, const std::function<void(const std::string& report)>& done);
 
 }  // namespace mervasto

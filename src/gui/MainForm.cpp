@@ -264,7 +264,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     connect(tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });
 
-    auto enter = [this](QLineEdit* box, std::function<void()> h) {
+    auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
         connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });
     };
     enter(MaxCycles_, [this] { state_.MaxCycles_KeyPress(); });

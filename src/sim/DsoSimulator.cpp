@@ -108,7 +108,7 @@ std::vector<uint8_t> SimScreenPng(const std::vector<std::vector<float>>& record,
         const double vdiv = state.ch[ch].voltsPerDiv != 0 ? state.ch[ch].voltsPerDiv : 1.0;
         auto row = [&](float volts) {
             const double div = (volts + state.ch[ch].offset) / vdiv;
-            return std::clamp(static_cast<int>(kH / 2 - div * kH / 8), 0, kH - 1);
+            return std::clamp(static_cast<int>(kH / 2.0 - div * kH / 8), 0, kH - 1);
         };
         // One column per screen pixel: the min and max of its samples.
         for (int x = 0; x < kW; ++x) {
