@@ -39,7 +39,7 @@ constexpr double kMinVoltsPerDiv = 1e-3;
 // so that noise beside a real signal stays below a third of a division.
 constexpr double kFloorRatio = 5;
 
-[[noreturn]] void fail(ErrorCode code, std::string text) { throw RuntimeError(code, std::move(text)); }
+[[noreturn]] void fail(ErrorCode code, const std::string& text) { throw RuntimeError(code, text); }
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
