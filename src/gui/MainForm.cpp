@@ -264,6 +264,16 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     connect(tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });
 
+    // A cell of the Detail Data tab: its column is the channel, its row the
+    // cycle; the wave windows go to that cycle.
+    connect(DetailDataGrid_, &QTableView::clicked, this, [this](const QModelIndex& cell) {
+        const int ch = cell.column() - 1;
+        const int cycle = cell.row() - kDetailHeaderRows;
+        if (ch < 0 || ch >= kChannels || cycle < 0) return;
+        waveAll_->showCycle(ch, cycle);
+        waveEach_->showCycle(ch, cycle);
+    });
+
     auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
         connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });
     };

@@ -187,6 +187,23 @@ void WaveWindow::placeCursors(bool inView) {
     canvas_->update();
 }
 
+void WaveWindow::showCycle(int ch, int index) {
+    if (ch < 0 || ch >= kWaveChannels) return;
+    const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
+    const int32_t n = state_.record.WaveLength;
+    if (index < 0 || index >= static_cast<int>(cycles.size()) || n <= 0) return;
+    const CycleRecord& c = cycles[static_cast<size_t>(index)];
+    if (c.LastEdge <= c.FirstEdge || c.FirstEdge < 0 || c.LastEdge >= n) return;
+    if (mode_ == Mode::Each && channel_) channel_->setCurrentIndex(ch);
+    const int32_t span = std::max<int32_t>(4 * (c.LastEdge - c.FirstEdge), 20);
+    const double zoom =
+        std::clamp(static_cast<double>(n) / span, 1.0, std::max(1.0, MaxMouseZoom(n, canvas_->width())));
+    const int32_t visible = VisibleSamples(n, zoom);
+    const int32_t first = std::clamp((c.FirstEdge + c.LastEdge) / 2 - visible / 2, 0, std::max(0, n - visible));
+    showTimeWindow({zoom, first});
+    setCursors(c.FirstEdge, c.LastEdge);
+}
+
 void WaveWindow::setCursors(double c1, double c2) {
     cursor_ = {c1, c2};
     updateReadout();

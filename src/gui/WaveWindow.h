@@ -36,6 +36,10 @@ public:
     TimeWindow timeWindow() const;
     std::array<double, 2> cursors() const { return cursor_; }
     void setCursors(double c1, double c2);
+    // Centres the window on cycle `index` of channel `ch` (0-based), about a
+    // quarter of the screen wide, with the cursors on its first and last
+    // edge (for the pulse types: the pulse's own edges).
+    void showCycle(int ch, int index);
 
 protected:
     void resizeEvent(QResizeEvent* e) override;

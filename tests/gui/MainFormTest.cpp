@@ -14,6 +14,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
+#include <QComboBox>
 #include <QItemSelectionModel>
 #include <QTabWidget>
 #include <QGroupBox>
@@ -34,6 +35,7 @@
 
 #include "support/QtTestApp.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -470,6 +472,37 @@ TEST_F(MainFormTest, CopyAndColourChoice) {
     find<QPushButton>(*form, "ColorSet1")->click();
     EXPECT_EQ(form->state().settings.channels[1].BackColor, 0x123456);
     EXPECT_NE(find<QGroupBox>(*form, "EachChTypeFrame1")->styleSheet().indexOf("#563412"), -1);
+}
+
+// A click on a cell of the Detail Data tab takes both wave windows to that
+// cycle, with the cursors on its edges: the widest pulse reads its width.
+TEST_F(MainFormTest, ADetailDataCellTakesTheWaveWindowsToItsCycle) {
+    auto form = open();
+    form->show();
+    auto* type = find<QComboBox>(*form, "ChInputSignal0");
+    type->setCurrentIndex(type->findText("P.W."));
+    files = {writeExample("duty-sweep")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    const auto& cycles = form->state().results.cycles.channel[0];
+    ASSERT_GT(cycles.size(), 2u);
+    const auto widest = std::max_element(cycles.begin(), cycles.end(),
+                                         [](const auto& a, const auto& b) { return a.PulseWidth < b.PulseWidth; });
+    const int index = static_cast<int>(widest - cycles.begin());
+    auto* detail = find<QTableView>(*form, "DetailDataGrid");
+    find<QTabWidget>(*form, "SSTab1")->setCurrentWidget(detail);
+    const QModelIndex cell = detail->model()->index(kDetailHeaderRows + index, 1);
+    detail->scrollTo(cell);
+    QTest::mouseClick(detail->viewport(), Qt::LeftButton, {}, detail->visualRect(cell).center());
+    const int32_t n = form->state().record.WaveLength;
+    for (WaveWindow* w : {form->waveAll(), form->waveEach()}) {
+        EXPECT_EQ(w->cursors()[0], widest->FirstEdge);
+        EXPECT_EQ(w->cursors()[1], widest->LastEdge);
+        EXPECT_EQ(w->cursors()[1] - w->cursors()[0], widest->PulseWidth);
+        const TimeWindow shown = w->timeWindow();
+        EXPECT_GT(shown.zoom, 1);
+        EXPECT_LE(shown.first, widest->FirstEdge);
+        EXPECT_GE(shown.first + VisibleSamples(n, shown.zoom), widest->LastEdge);
+    }
 }
 
 }  // namespace
