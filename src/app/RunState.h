@@ -31,7 +31,6 @@ inline constexpr const char* kCompletedAllTranslations = "Completed all translat
 inline constexpr const char* kInputTypeFile = "FILE";
 inline constexpr const char* kInputTypeDso = "DSO";
 inline constexpr const char* kConfirmationTitle = "Confirmation";
-inline constexpr const char* kRunTimeErrorTitle = "Run-time error";
 
 // Which handler started an analysis: decides the channels analysed and
 // whether the signal-check messages are shown.

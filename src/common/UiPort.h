@@ -6,6 +6,9 @@
 
 namespace mervasto {
 
+// The title of the box that shows a run-time failure.
+inline constexpr const char* kRunTimeErrorTitle = "Run-time error";
+
 // Button sets of a message box, by their conventional values.
 enum class MsgButtons : int {
     Ok = 0,

@@ -2,6 +2,8 @@
 
 #include <QMessageBox>
 
+#include "common/UiPort.h"
+
 namespace mervasto {
 
 namespace {
@@ -25,7 +27,7 @@ void GuardedApplication::report(const Outcome& outcome) {
         sink()(outcome);
         return;
     }
-    QMessageBox::critical(nullptr, QStringLiteral("Run-time error"), QString::fromStdString(outcome.text()));
+    QMessageBox::critical(nullptr, QString::fromUtf8(kRunTimeErrorTitle), QString::fromStdString(outcome.text()));
 }
 
 }  // namespace mervasto

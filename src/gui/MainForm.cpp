@@ -289,10 +289,12 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         waveEach_->refresh();
     });
 
-    auto refresh = [this] { refreshViews(); };
-    for (Event<>* e : {&state_.recordChanged, &state_.resultsChanged, &state_.gridsChanged, &state_.settingsChanged,
-                       &state_.passFinished, &state_.runStarted})
-        subscriptions_.push_back(e->subscribe(refresh));
+    // Each change repaints only what shows it: a pass raises several.
+    subscriptions_.push_back(state_.recordChanged.subscribe([this] { showWaves(); }));
+    subscriptions_.push_back(state_.resultsChanged.subscribe([this] { showResults(); }));
+    subscriptions_.push_back(state_.gridsChanged.subscribe([this] { showGrids(); }));
+    subscriptions_.push_back(state_.settingsChanged.subscribe([this] { binding_->showChanged(); }));
+    subscriptions_.push_back(state_.runStarted.subscribe([this] { applyRunning(); }));
     subscriptions_.push_back(state_.runEnded.subscribe([this](const Outcome&) {
         refreshViews();
         if (closeAfterRun_) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
@@ -406,19 +408,31 @@ void MainForm::showSettings() {
 }
 
 void MainForm::refreshViews() {
-    resultModel_->refresh();
-    logModel_->refresh();
-    detailModel_->refresh();
-    TotalWaveDatas_->setText(q(state_.TotalWaveDatas));
-    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.ResultGrid1);
-    applyColumnWidths(LogGrid_, state_.LogGrid);
-    applyColumnWidths(DetailDataGrid_, state_.DetailDataGrid);
+    showResults();
+    showGrids();
     applyRunning();
+    binding_->showChanged();
+}
+
+void MainForm::showWaves() {
     waveAll_->refresh();
     waveEach_->refresh();
+}
+
+void MainForm::showResults() {
+    resultModel_->refresh();
+    TotalWaveDatas_->setText(q(state_.TotalWaveDatas));
+    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.ResultGrid1);
+    showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (histogram_->isVisible()) histogram_->refresh();
-    binding_->showChanged();
+}
+
+void MainForm::showGrids() {
+    logModel_->refresh();
+    detailModel_->refresh();
+    applyColumnWidths(LogGrid_, state_.LogGrid);
+    applyColumnWidths(DetailDataGrid_, state_.DetailDataGrid);
 }
 
 void MainForm::applyRunning() {
@@ -469,7 +483,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }
     Outcome saved = state_.FormUnload();
-    if (!saved) ui_->messageBox(saved.text(), MsgButtons::Ok, kRunTimeErrorTitle);
+    GuardedApplication::report(saved);
     waveAll_->close();
     waveEach_->close();
     histogram_->close();

@@ -67,6 +67,10 @@ private:
     // Commands that start their own exchange on the link or replace the
     // record are off while an instrument run is in progress.
     void applyRunning();
+    // The parts of refreshViews, each for one kind of change.
+    void showWaves();
+    void showResults();
+    void showGrids();
     void storeWindowPositions();
 
     RunState state_;

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -22,12 +23,7 @@ protected:
     void SetUp() override {
         dir_ = mervasto::test::FreshTestFolder("mervasto-runstate-");
         state.FormLoad((dir_ / "data").string());
-        for (const auto& name : ExampleNames()) {
-            DsoSetup setup;
-            WaveRecord record;
-            MakeExampleRecord(name, setup, record);
-            EXPECT_TRUE(SaveWaveCsv((dir_ / (name + ".csv")).string(), setup, record));
-        }
+        for (const auto& name : ExampleNames()) test::WriteExample(dir_, name);
     }
     std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
     std::vector<std::string> resultLines() const {

@@ -278,33 +278,16 @@ TEST_F(SimTest, StopLetsTheExchangeFinishUnlessRepeated) {
     // One Stop on a silent instrument: ended after the silence, not the time-out.
     link.clearStop();
     ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    sim->setFault(SimFault::Silent);
-    link.setReplyTimeoutMs(0);
-    link.setExchangeDeadlineMs(0);
-    sim->setCommandHook([this](const std::string&) { link.requestStop(); });
-    try {
-        link.QueryDso("TDIV?", 80);
-        ADD_FAILURE() << "the wait did not end";
-    } catch (const RuntimeError& e) {
-        EXPECT_EQ(e.code(), ErrorCode::Canceled) << e.what();
-        EXPECT_NE(std::string(e.what()).find("silent for 2 s"), std::string::npos) << e.what();
-    }
+    const auto [code, text] = silentQueryEndedBy([this] { link.requestStop(); });
+    EXPECT_EQ(code, ErrorCode::Canceled) << text;
+    EXPECT_NE(text.find("silent for 2 s"), std::string::npos) << text;
     EXPECT_FALSE(link.DsoLinked);
 }
 
 TEST_F(SimTest, ClosingTheProgramEndsAnyExchange) {
     startSim();
     ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    sim->setFault(SimFault::Silent);
-    link.setReplyTimeoutMs(0);  // only closing can end it
-    link.setExchangeDeadlineMs(0);
-    sim->setCommandHook([this](const std::string&) { link.abort(); });
-    try {
-        link.QueryDso("TDIV?", 80);
-        ADD_FAILURE() << "the wait did not end";
-    } catch (const RuntimeError& e) {
-        EXPECT_EQ(e.code(), ErrorCode::Link);
-    }
+    EXPECT_EQ(silentQueryEndedBy([this] { link.abort(); }).first, ErrorCode::Link);
     EXPECT_FALSE(link.DsoLinked);
     EXPECT_EQ(link.state(), kLinkClosed);
     // A closing program opens nothing more.

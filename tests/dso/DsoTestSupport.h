@@ -4,13 +4,15 @@
 
 #include <QCoreApplication>
 #include <QThread>
-#include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include "common/RuntimeError.h"
 #include "common/UiPort.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
@@ -89,6 +91,22 @@ protected:
     std::vector<std::string> logOf(size_t n) {
         for (int i = 0; i < 200 && sim->commandLog().size() < n; ++i) QThread::msleep(10);
         return sim->commandLog();
+    }
+
+    // A query to a silent instrument with no time-out, ended only by what
+    // `act` does once the instrument has the query: the error it ended with.
+    std::pair<ErrorCode, std::string> silentQueryEndedBy(std::function<void()> act) {
+        sim->setFault(SimFault::Silent);
+        link.setReplyTimeoutMs(0);
+        link.setExchangeDeadlineMs(0);
+        sim->setCommandHook([act](const std::string&) { act(); });
+        try {
+            link.QueryDso("TDIV?", 80);
+        } catch (const RuntimeError& e) {
+            return {e.code(), e.what()};
+        }
+        ADD_FAILURE() << "the wait did not end";
+        return {ErrorCode::None, {}};
     }
 
     std::unique_ptr<DsoSimulator> sim;

@@ -12,6 +12,7 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
+#include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/WaveCsv.h"
@@ -28,11 +29,7 @@ protected:
     void SetUp() override {
         dir_ = mervasto::test::FreshTestFolder("mervasto-histogram-");
         state.FormLoad((dir_ / "data").string());
-        DsoSetup setup;
-        WaveRecord record;
-        ASSERT_TRUE(MakeExampleRecord("duty-sweep", setup, record));
-        const std::string file = (dir_ / "duty-sweep.csv").string();
-        ASSERT_TRUE(SaveWaveCsv(file, setup, record));
+        const std::string file = test::WriteExample(dir_, "duty-sweep");
         state.settings.channels[0].ChInputSignal = 4;
         state.settings.channels[1].ChInputSignal = 1;
         ui.files = {file};

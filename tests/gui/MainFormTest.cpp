@@ -30,6 +30,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/ExampleFiles.h"
 #include "support/SeriesFaults.h"
 #include "support/TestFolder.h"
 
@@ -70,14 +71,7 @@ protected:
         EXPECT_NE(c, nullptr) << name;
         return c;
     }
-    std::string writeExample(const char* name) {
-        DsoSetup setup;
-        WaveRecord record;
-        MakeExampleRecord(name, setup, record);
-        std::string file = (dir_ / (std::string(name) + ".csv")).string();
-        EXPECT_TRUE(SaveWaveCsv(file, setup, record));
-        return file;
-    }
+    std::string writeExample(const char* name) { return test::WriteExample(dir_, name); }
     static void typeEnter(QLineEdit* e, const QString& text) {
         e->clear();
         QTest::keyClicks(e, text);

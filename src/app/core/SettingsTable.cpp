@@ -95,9 +95,9 @@ const std::vector<SettingField>& table() {
             kept("WaveBaseName", &S::WaveBaseName),
             // Settings newer than the legacy lines, each on its own optional
             // line, written in this order.
-            optionalLine(SettingField{"LevelMethod", FieldKind::Choice, &A::LevelMethod, false, true, 0, 0,
-                                      kLevelMethods},
-                         "レベル検出方式"),
+            optionalLine(
+                SettingField{"LevelMethod", FieldKind::Choice, &A::LevelMethod, false, true, 0, 0, kLevelMethods},
+                "レベル検出方式"),
             optionalLine(channel("PPCheck", FieldKind::Check, &C::PPCheck)),
             optionalLine(channel("DutyCheck", FieldKind::Check, &C::DutyCheck)),
             optionalLine(SettingField{"TimeoutSeconds", FieldKind::Number, &A::TimeoutSeconds, false, true, 0.1, 3600}),
@@ -175,34 +175,28 @@ std::string badValue(const FieldRef& f, std::string_view text, std::string_view 
 
 std::span<const SettingField> SettingFields() { return table(); }
 
-FieldRef FindField(std::string_view name) {
+namespace {
+// A per-channel field's name ends in its channel's digit, counted from
+// firstDigit ('1' on the command line, '0' for the controls).
+FieldRef findIn(std::string_view name, char firstDigit, bool controlsOnly) {
     for (const auto& f : table()) {
+        if (controlsOnly && !f.hasControl) continue;
         if (!f.perChannel) {
             if (f.name == name) return {&f, -1};
             continue;
         }
         if (name.size() == f.name.size() + 1 && name.substr(0, f.name.size()) == f.name) {
             const char d = name.back();
-            if (d >= '1' && d < '1' + kSettingChannels) return {&f, d - '1'};
+            if (d >= firstDigit && d < firstDigit + kSettingChannels) return {&f, d - firstDigit};
         }
     }
     return {};
 }
+}  // namespace
 
-FieldRef FindControlField(std::string_view object) {
-    for (const auto& f : table()) {
-        if (!f.hasControl) continue;
-        if (!f.perChannel) {
-            if (f.name == object) return {&f, -1};
-            continue;
-        }
-        if (object.size() == f.name.size() + 1 && object.substr(0, f.name.size()) == f.name) {
-            const char d = object.back();
-            if (d >= '0' && d < '0' + kSettingChannels) return {&f, d - '0'};
-        }
-    }
-    return {};
-}
+FieldRef FindField(std::string_view name) { return findIn(name, '1', false); }
+
+FieldRef FindControlField(std::string_view object) { return findIn(object, '0', true); }
 
 std::string FieldName(const FieldRef& f) {
     std::string n(f.field->name);
@@ -256,14 +250,15 @@ Outcome SetField(Settings& s, const FieldRef& f, std::string_view text) {
             value = std::string(text);
             return Outcome::Ok();
         } else if constexpr (std::is_same_v<V, bool>) {
-            if (!parseCheck(text, value)) return {ErrorCode::TypeMismatch, badValue(f, text, "it is 0, 1, true or false.")};
+            if (!parseCheck(text, value))
+                return {ErrorCode::TypeMismatch, badValue(f, text, "it is 0, 1, true or false.")};
             return Outcome::Ok();
         } else {
             if (field.kind == FieldKind::Index) {
                 const int index = ChannelTypeIndex(f.ch, text);
                 if (index < 0)
-                    return {ErrorCode::TypeMismatch, badValue(f, text, "the list of Ch" + std::to_string(f.ch + 1) +
-                                                                           " has no such entry.")};
+                    return {ErrorCode::TypeMismatch,
+                            badValue(f, text, "the list of Ch" + std::to_string(f.ch + 1) + " has no such entry.")};
                 value = index;
                 return Outcome::Ok();
             }
