@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
     std::filesystem::remove_all(dir);
     RunState state;
     state.FormLoad(dir.string());
-    auto& a = state.settings.analysis;
+    auto& a = state.settings().analysis;
     a.IPAdressText = sim.address();
     a.RepeatCheck = true;
     a.DaqCheck = true;
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     std::ifstream f(state.resultFileName(), std::ios::binary);
     for (std::string l; std::getline(f, l);) ++lines;
     int logRows = 0;
-    for (int r = 4; r < state.LogGrid.rows(); ++r) logRows += !state.LogGrid.text(r, 0).empty();
+    for (int r = 4; r < state.logGrid().rows(); ++r) logRows += !state.logGrid().text(r, 0).empty();
     const double transfer = std::chrono::duration<double>(ui.transfer).count();
     std::printf("passes %d, record 100000 samples x 4 channels\n", passes);
     std::printf("per pass: %.2f ms in all, %.2f ms beyond the transfer\n", 1e3 * total / passes,

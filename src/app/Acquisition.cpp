@@ -11,6 +11,7 @@
 #include "dso/AcquisitionPass.h"
 #include "dso/DsoLink.h"
 #include "dso/DsoScreen.h"
+#include "dso/DsoSetupReadout.h"
 #include "dso/RejectRange.h"
 #include "results/ResultFiles.h"
 
@@ -62,12 +63,12 @@ void makeFolder(const std::string& path) {
 
 Outcome RunState::TransferFromDso(UiPort& ui) {
     std::array<std::string, kChannels> vrates;
-    for (size_t ch = 0; ch < kChannels; ++ch) vrates[ch] = settings.channels[ch].VRate;
-    DsoTransferInputs in{settings.analysis.IPAdressText, MemoryInput, vrates,
-                         std::string(settings.channels[3].signalText())};
-    Outcome transferred = mervasto::TransferFromDso(*link, setup, record, ui, in);
+    for (size_t ch = 0; ch < kChannels; ++ch) vrates[ch] = settings_.channels[ch].VRate;
+    DsoTransferInputs in{settings_.analysis.IPAdressText, MemoryInput, vrates,
+                         std::string(settings_.channels[3].signalText())};
+    Outcome transferred = mervasto::TransferFromDso(*link_, setup_, record_, ui, in);
     if (transferred) {
-        for (size_t ch = 0; ch < kChannels; ++ch) settings.channels[ch].VRate = vrates[ch];
+        for (size_t ch = 0; ch < kChannels; ++ch) settings_.channels[ch].VRate = vrates[ch];
         return transferred;
     }
     if (ShowLinkBox(ui, transferred)) {
@@ -79,10 +80,10 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
 }
 
 void RunState::runPass(UiPort& ui) {
-    PrepareDsoForPass(*link, setup);
-    if (settings.analysis.DaqCheck) {
+    PrepareDsoForPass(*link_, setup_);
+    if (settings_.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
-        if (link->WaitSingleAcquisition()) ui.setStatus(1, kAcquisitionAborted);
+        if (link_->WaitSingleAcquisition()) ui.setStatus(1, kAcquisitionAborted);
     }
     ui.setStatus(1, kTransferingWaves);
     InputSource = kInputTypeDso;
@@ -91,33 +92,33 @@ void RunState::runPass(UiPort& ui) {
     recordChanged();
     if (!transferred) {
         TransferFailed = true;
-        if (RunFailure.ok()) RunFailure = Outcome(ErrorCode::Link, kFailedTranslationSetup);
+        if (runFailure_.ok()) runFailure_ = Outcome(ErrorCode::Link, kFailedTranslationSetup);
         return;
     }
     ReadRejectRange_Click(ui);
     AnalysisCommon(ui);
     const ChannelDisplays displays = channelDisplays();
-    CopyResultToLog(logFirst ? 1 : 0, ResultGrid1, LogGrid, displays);
+    CopyResultToLog(logFirst ? 1 : 0, resultGrid_, logGrid_, displays);
     logFirst = false;
-    DispDetailData(DetailDataGrid, displays, results.cycles, record.SampleSec);
-    const std::string counter = std::to_string(RepeatCounter);
-    const Outcome names = checkFileNames(false, settings.analysis.DDSaveCheck, settings.analysis.WDSaveCheck);
+    DispDetailData(detailGrid_, displays, results_.cycles, record_.SampleSec);
+    const std::string counter = std::to_string(repeatCounter_);
+    const Outcome names = checkFileNames(false, settings_.analysis.DDSaveCheck, settings_.analysis.WDSaveCheck);
     if (!names) passWriteFailed(ui, names);  // the pass's result line is still kept
-    if (names && settings.analysis.DDSaveCheck) {
+    if (names && settings_.analysis.DDSaveCheck) {
         const Outcome saved = SaveDetailData(
-            JoinPath(settings.OutputFolder, settings.DetailBaseName + "_" + counter + ".csv"), DetailDataGrid);
+            JoinPath(settings_.OutputFolder, settings_.DetailBaseName + "_" + counter + ".csv"), detailGrid_);
         if (!saved) passWriteFailed(ui, saved);
     }
-    if (names && settings.analysis.WDSaveCheck) {
+    if (names && settings_.analysis.WDSaveCheck) {
         std::array<bool, kChannels> shown{};
-        for (size_t ch = 0; ch < kChannels; ++ch) shown[ch] = !settings.channels[ch].DispOffCheck;
+        for (size_t ch = 0; ch < kChannels; ++ch) shown[ch] = !settings_.channels[ch].DispOffCheck;
         const Outcome saved =
-            AppendWaveTable(JoinPath(settings.OutputFolder, settings.WaveBaseName + "_" + counter + ".csv"), record,
-                            record.WaveLength, shown);
+            AppendWaveTable(JoinPath(settings_.OutputFolder, settings_.WaveBaseName + "_" + counter + ".csv"), record_,
+                            record_.WaveLength, shown);
         if (!saved) passWriteFailed(ui, saved);
     }
     SaveResults(ui);
-    ++passesDone;
+    ++passesDone_;
     gridsChanged();
     passFinished();
 }
@@ -125,122 +126,137 @@ void RunState::runPass(UiPort& ui) {
 void RunState::passWriteFailed(UiPort& ui, const Outcome& failed) {
     ui.messageBox(failed.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     TransferFailed = true;
-    if (RunFailure.ok()) RunFailure = failed;  // the first failure stands
+    if (runFailure_.ok()) runFailure_ = failed;  // the first failure stands
 }
 
 void RunState::WFStartCommand_Click(UiPort& ui) {
-    if (Running) return;
-    RunFailure = Outcome::Ok();
+    if (running_) return;
+    runFailure_ = Outcome::Ok();
     // A Stop left over from an earlier run must not cut this run's connect.
-    link->clearStop();
-    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
-    if (!link->DsoLinked) {
-        const Outcome linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText);
+    link_->clearStop();
+    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+    if (!link_->DsoLinked) {
+        const Outcome linked = ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText);
         if (!linked) {
             if (!ShowLinkBox(ui, linked)) RunHandler(ui, [&] { ThrowIfFailed(linked); });
-            RunFailure = Outcome(ErrorCode::Link, kDsoNotConnected);
+            runFailure_ = Outcome(ErrorCode::Link, kDsoNotConnected);
             return;
         }
     }
-    Running = true;
+    running_ = true;
     bool single = false;
     try {
-        auto& a = settings.analysis;
+        auto& a = settings_.analysis;
         a.SmoothingNo = CheckSmoothingNo(a.SmoothingNo);
         SmoothingCount = SmoothingCountOf(a.SmoothingNo);
         if (RoundHalfEven(Val(a.TotalRepeats)) >= 16000) a.TotalRepeats = "16000";
         RepeatLimit = ToInt32(Val(a.TotalRepeats));
-        SetupLogGrid(LogGrid, std::max(RepeatLimit, 0));
+        SetupLogGrid(logGrid_, std::max(RepeatLimit, 0));
         logFirst = true;
-        link->StopRequested = false;
-        if (RunDone) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
+        link_->StopRequested = false;
+        if (runDone_) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
         settingsChanged();
         gridsChanged();
         runStarted();
         if (a.RepeatCheck) {
-            RepeatCounter = 1;
-            while (RepeatCounter <= RepeatLimit) {
+            repeatCounter_ = 1;
+            while (repeatCounter_ <= RepeatLimit) {
                 TransferFailed = false;
-                ui.setStatus(1, kRepeatCount + std::to_string(RepeatCounter));
+                ui.setStatus(1, kRepeatCount + std::to_string(repeatCounter_));
                 runPass(ui);
-                if (TransferFailed || link->StopRequested || !a.DaqCheck) break;
-                if (RepeatCounter == INT32_MAX)
+                if (TransferFailed || link_->StopRequested || !a.DaqCheck) break;
+                if (repeatCounter_ == INT32_MAX)
                     throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
-                ++RepeatCounter;
+                ++repeatCounter_;
             }
         } else {
             single = true;
             TransferFailed = false;
             ui.setStatus(1, "");
-            RepeatCounter = 1;
+            repeatCounter_ = 1;
             runPass(ui);
-            RunDone = true;
+            runDone_ = true;
         }
         if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
     } catch (const RuntimeError& e) {
-        RunFailure = Outcome::From(e);
+        runFailure_ = Outcome::From(e);
         // A Stop that had to cut an exchange is the user's doing, not a fault to be boxed.
         if (e.code() == ErrorCode::Canceled)
             ui.setStatus(1, e.what());
-        else if (!link->aborted())
+        else if (!link_->aborted())
             ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
     }
-    const Outcome local = ReturnToLocal(*link);
+    const Outcome local = ReturnToLocal(*link_);
     if (!local) ui.setStatus(2, local.text());
-    Running = false;
-    runEnded(RunFailure);
+    running_ = false;
+    runEnded(runFailure_);
 }
 
-void RunState::Stop_Click() { link->requestStop(); }
+void RunState::Stop_Click() { link_->requestStop(); }
+
+bool RunState::linked() const { return link_->DsoLinked; }
+void RunState::setReplyTimeoutMs(int ms) { link_->setReplyTimeoutMs(ms); }
+void RunState::setExchangeDeadlineMs(int ms) { link_->setExchangeDeadlineMs(ms); }
+void RunState::abortLink() { link_->abort(); }
+
+Outcome RunState::ConnectInstrument(UiPort& ui, const std::string& ip) {
+    return ConnectAndIdentify(*link_, setup_, ui, ip);
+}
+
+Outcome RunState::ReadInstrumentSetup(UiPort& ui, const std::string& ip) {
+    return ReadDsoSetup(*link_, setup_, ui, ip, false);
+}
+
+Outcome RunState::HandBackInstrument() { return ReturnToLocal(*link_); }
 
 void RunState::ReadRejectRange_Click(UiPort& ui) {
-    if (!WavesPresent || !settings.analysis.OmitRangeEffect || record.WaveLength < 500) return;
-    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
-    settings.RejectRangeSet = false;
-    if (!link->DsoLinked) {
-        const Outcome linked = ConnectAndIdentify(*link, setup, ui, settings.analysis.IPAdressText);
+    if (!WavesPresent || !settings_.analysis.OmitRangeEffect || record_.WaveLength < 500) return;
+    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+    settings_.RejectRangeSet = false;
+    if (!link_->DsoLinked) {
+        const Outcome linked = ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText);
         if (!linked && ShowLinkBox(ui, linked)) return;
         ThrowIfFailed(linked);
     }
-    ThrowIfFailed(ReturnToLocal(*link));
+    ThrowIfFailed(ReturnToLocal(*link_));
     if (ui.messageBox(kDirectionText, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel) return;
     ZoomReadout zoom;
-    ThrowIfFailed(ReadRejectRangeFromDso(*link, setup, record.WaveLength, zoom));
+    ThrowIfFailed(ReadRejectRangeFromDso(*link_, setup_, record_.WaveLength, zoom));
     ZoomTimePerDiv = zoom.ZoomTimePerDiv;
     ZoomDelay = zoom.ZoomDelay;
     ZoomStart = zoom.range.ZoomStart;
     ZoomEnd = zoom.range.ZoomEnd;
-    settings.RejectRangeSet = zoom.CursorsFromDso;
-    settings.RejectStart = zoom.range.RejectStart;
-    settings.RejectEnd = zoom.range.RejectEnd;
+    settings_.RejectRangeSet = zoom.CursorsFromDso;
+    settings_.RejectStart = zoom.range.RejectStart;
+    settings_.RejectEnd = zoom.range.RejectEnd;
     AnalysisCommon(ui);
 }
 
 void RunState::WaveSave_Click(UiPort& ui) {
-    if (!Running) link->clearStop();  // a Stop of the last run is not meant for this
-    ApplyExchangeDeadline(*link, settings.analysis.TimeoutSeconds);
+    if (!running_) link_->clearStop();  // a Stop of the last run is not meant for this
+    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
     RunHandler(ui, [&] {
-        const std::string dataDir = JoinPath(DataFolder, "Data");
-        const std::string screenDir = JoinPath(DataFolder, "VScreen");
+        const std::string dataDir = JoinPath(dataFolder_, "Data");
+        const std::string screenDir = JoinPath(dataFolder_, "VScreen");
         const std::string base = sampleName();
         if (const Outcome names = checkFileNames(true); !names) throw RuntimeError(names.code(), names.text());
-        if (settings.analysis.SaveWavesCheck) {
+        if (settings_.analysis.SaveWavesCheck) {
             makeFolder(dataDir);
             const std::string file = JoinPath(dataDir, base + ".csv");
             if (FileExists(file) &&
                 ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
-                const Outcome saved = SaveWaveCsv(file, setup, record);
+                const Outcome saved = SaveWaveCsv(file, setup_, record_);
                 if (!saved) throw RuntimeError(saved.code(), saved.text());  // the run-time error box
                 ui.setStatus(1, kStoredData);
             }
         }
-        if (settings.analysis.SaveScreenCheck) {
+        if (settings_.analysis.SaveScreenCheck) {
             makeFolder(screenDir);
             ui.setStatus(1, kStoringScreen);
             const Outcome saved =
-                SaveDsoScreen(*link, ui, settings.analysis.IPAdressText, JoinPath(screenDir, base + ".png"));
+                SaveDsoScreen(*link_, ui, settings_.analysis.IPAdressText, JoinPath(screenDir, base + ".png"));
             if (!saved && !ShowLinkBox(ui, saved)) ThrowIfFailed(saved);
             ui.setStatus(1, kCompletedScreen);
         }

@@ -34,77 +34,77 @@ void RunHandler(UiPort& ui, const std::function<void()>& body) {
     }
 }
 
-RunState::RunState() : link(std::make_unique<DsoLink>()) {
-    SetupResultGrid1(ResultGrid1);
-    SetupLogGrid(LogGrid, 1000);
-    SetupDetailDataGrid(DetailDataGrid, kDetailStartCycles);
+RunState::RunState() : link_(std::make_unique<DsoLink>()) {
+    SetupResultGrid1(resultGrid_);
+    SetupLogGrid(logGrid_, 1000);
+    SetupDetailDataGrid(detailGrid_, kDetailStartCycles);
 }
 
 RunState::~RunState() = default;
 
 void RunState::FormLoad(const std::string& dataFolderOverride) {
-    DataFolder =
+    dataFolder_ =
         PrepareDataFolder(dataFolderOverride.empty() ? std::nullopt : std::optional<std::string>(dataFolderOverride));
-    settingsProblems = LoadResumeParam(ResumeFileName(DataFolder), settings).problems;
-    SmoothingCount = ApplyStartupSettings(settings, DataFolder);
-    SetupResultGrid1(ResultGrid1);
-    SetupLogGrid(LogGrid, static_cast<int32_t>(Val(settings.analysis.TotalRepeats)));
-    SetupDetailDataGrid(DetailDataGrid, kDetailStartCycles);
-    RunDone = WavesPresent = TransferFailed = false;
+    settingsProblems_ = LoadResumeParam(ResumeFileName(dataFolder_), settings_).problems;
+    SmoothingCount = ApplyStartupSettings(settings_, dataFolder_);
+    SetupResultGrid1(resultGrid_);
+    SetupLogGrid(logGrid_, static_cast<int32_t>(Val(settings_.analysis.TotalRepeats)));
+    SetupDetailDataGrid(detailGrid_, kDetailStartCycles);
+    runDone_ = WavesPresent = TransferFailed = false;
     logFirst = true;
 }
 
 Outcome RunState::FormUnload() {
-    Outcome saved = SaveResumeParam(ResumeFileName(DataFolder), settings);
-    if (link) link->close();
+    Outcome saved = SaveResumeParam(ResumeFileName(dataFolder_), settings_);
+    if (link_) link_->close();
     return saved;
 }
 
 bool RunState::LoadSettingsFrom(const std::string& fileName) {
     if (!FileExists(fileName)) return false;
-    settingsProblems = LoadResumeParam(fileName, settings).problems;
-    SmoothingCount = ApplyStartupSettings(settings, DataFolder);
+    settingsProblems_ = LoadResumeParam(fileName, settings_).problems;
+    SmoothingCount = ApplyStartupSettings(settings_, dataFolder_);
     return true;
 }
 
 Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const {
     Outcome ok = sample ? CheckFileNamePart(sampleName(), "The sample name") : Outcome::Ok();
-    if (ok && detail) ok = CheckFileNamePart(settings.DetailBaseName, "The detail file name");
-    if (ok && waveTable) ok = CheckFileNamePart(settings.WaveBaseName, "The wave data file name");
+    if (ok && detail) ok = CheckFileNamePart(settings_.DetailBaseName, "The detail file name");
+    if (ok && waveTable) ok = CheckFileNamePart(settings_.WaveBaseName, "The wave data file name");
     return ok;
 }
 
-std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
+std::string RunState::resultFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kResultFileName); }
 
-bool RunState::channelStateOn(int ch) const { return setup.traceOn(ch) == kChannelStateOn; }
+bool RunState::channelStateOn(int ch) const { return setup_.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
     std::array<std::string, kAnaChannels> t;
     for (int ch = 0; ch < kAnaChannels; ++ch)
-        t[static_cast<size_t>(ch)] = std::string(settings.channels[static_cast<size_t>(ch)].signalText());
+        t[static_cast<size_t>(ch)] = std::string(settings_.channels[static_cast<size_t>(ch)].signalText());
     return t;
 }
 
 ChannelDisplays RunState::channelDisplays() const {
     ChannelDisplays d;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        const auto& c = settings.channels[static_cast<size_t>(ch)];
+        const auto& c = settings_.channels[static_cast<size_t>(ch)];
         auto& o = d[static_cast<size_t>(ch)];
         o.typeIndex = c.ChInputSignal;
         o.typeText = std::string(c.signalText());
         o.SigName = c.SigName;
         o.DispOffCheck = c.DispOffCheck;
-        o.channelState = setup.traceOn(ch);
+        o.channelState = setup_.traceOn(ch);
         o.VRate = Val(c.VRate);
         o.backColour = static_cast<uint32_t>(c.BackColor);
         o.foreColour = static_cast<uint32_t>(c.ForeColor);
-        o.note = results.note[static_cast<size_t>(ch)];
+        o.note = results_.note[static_cast<size_t>(ch)];
     }
     return d;
 }
 
 AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
-    const auto& a = settings.analysis;
+    const auto& a = settings_.analysis;
     AnalysisParams p;
     p.Histerisis = static_cast<float>(Val(a.Histerisis));
     p.PLevel = static_cast<float>(Val(a.PLevel));
@@ -114,7 +114,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.OmitRangeEffect = a.OmitRangeEffect;
     p.MemoryInput = MemoryInput;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        const auto& c = settings.channels[static_cast<size_t>(ch)];
+        const auto& c = settings_.channels[static_cast<size_t>(ch)];
         auto& o = p.channel[static_cast<size_t>(ch)];
         o.DispOff = c.DispOffCheck;
         o.SignalType = c.ChInputSignal;
@@ -123,9 +123,9 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
         o.DutyCheck = c.DutyCheck;
         o.channelStateOn = channelStateOn(ch);
     }
-    p.rejectFlag = settings.RejectRangeSet;
-    p.rejectStart = settings.RejectStart;
-    p.rejectEnd = settings.RejectEnd;
+    p.rejectFlag = settings_.RejectRangeSet;
+    p.rejectStart = settings_.RejectStart;
+    p.rejectEnd = settings_.RejectEnd;
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
@@ -135,31 +135,31 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
 AnalysisInput RunState::analysisInput() const {
     AnalysisInput in;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        in.volts[static_cast<size_t>(ch)] = record.wave[static_cast<size_t>(ch)];
-        in.raw[static_cast<size_t>(ch)] = record.raw[static_cast<size_t>(ch)];
-        in.VoltsPerDiv[static_cast<size_t>(ch)] = setup.voltsPerDiv(ch);
-        in.Offset[static_cast<size_t>(ch)] = setup.offset(ch);
+        in.volts[static_cast<size_t>(ch)] = record_.wave[static_cast<size_t>(ch)];
+        in.raw[static_cast<size_t>(ch)] = record_.raw[static_cast<size_t>(ch)];
+        in.VoltsPerDiv[static_cast<size_t>(ch)] = setup_.voltsPerDiv(ch);
+        in.Offset[static_cast<size_t>(ch)] = setup_.offset(ch);
     }
-    in.WaveLength = record.WaveLength;
-    in.SampleSec = record.SampleSec;
+    in.WaveLength = record_.WaveLength;
+    in.SampleSec = record_.SampleSec;
     return in;
 }
 
 void RunState::refreshResultGrid() {
-    TotalWaveDatas = Disp_Result(ResultGrid1, record.WaveLength, channelDisplays(), results.table);
+    totalWaveDatas_ = Disp_Result(resultGrid_, record_.WaveLength, channelDisplays(), results_.table);
     resultsChanged();
 }
 
 void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
-    lastOutcome = RunAnalysis(analysisInput(), analysisParams(entry), results);
+    lastOutcome = RunAnalysis(analysisInput(), analysisParams(entry), results_);
     // Ch3 and Ch4 of a file whose model gives no channel count: say why they are empty.
-    if (InputSource == kInputTypeFile && !lastFileLoad.channelCountNote.empty())
+    if (InputSource == kInputTypeFile && !lastFileLoad_.channelCountNote.empty())
         for (size_t ch = 2; ch < kChannels; ++ch)
-            if (results.note[ch].empty()) results.note[ch] = lastFileLoad.channelCountNote;
-    if (lastOutcome.rejectRangeDropped) settings.RejectRangeSet = false;
+            if (results_.note[ch].empty()) results_.note[ch] = lastFileLoad_.channelCountNote;
+    if (lastOutcome.rejectRangeDropped) settings_.RejectRangeSet = false;
     if (ui)
         for (const auto& m : lastOutcome.messages) ui->messageBox(m.text, MsgButtons::Ok, m.title);
-    JudgeAll(results.table);
+    JudgeAll(results_.table);
     if (ui && entry != AnalysisEntry::CommAnaProcess) ui->setStatus(1, kCompletedAnalysis);
     refreshResultGrid();
 }
@@ -189,26 +189,40 @@ void RunState::LimitEdited(UiPort& ui) {
     SaveResults(ui);
 }
 
-bool RunState::SaveResults(UiPort& ui) {
-    if (!saveResultLine) return true;
-    return resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
+std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
+    SetupDetailCycleGrid(grid);
+    // Every measured kind of a channel gets its row.
+    static const std::vector<int> kAllKinds = {0, 1, 2, 3, 4, 5, 6};
+    return BuildDetailCycleGrid(grid, channelDisplays(), results_.table, kAllKinds);
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, resultFileName(), typeTexts()); }
+bool RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
+                         const std::string& text) {
+    if (!EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text)) return false;
+    LimitEdited(ui);
+    return true;
+}
+
+bool RunState::SaveResults(UiPort& ui) {
+    if (!saveResultLine_) return true;
+    return resultLines_.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results_.table));
+}
+
+bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines_.flush(ui, resultFileName(), typeTexts()); }
 
 void RunState::fillRawFromVolts() {
-    const int channels = setup.ChannelCount == 4 ? 4 : 2;
-    const auto n = static_cast<size_t>(record.WaveLength);
+    const int channels = setup_.ChannelCount == 4 ? 4 : 2;
+    const auto n = static_cast<size_t>(record_.WaveLength);
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        auto& raw = record.raw[static_cast<size_t>(ch)];
-        const float vdiv = setup.voltsPerDiv(ch);
+        auto& raw = record_.raw[static_cast<size_t>(ch)];
+        const float vdiv = setup_.voltsPerDiv(ch);
         if (ch >= channels || !(vdiv > 0)) {
             // Nothing recorded on this channel: no levels, no cycles.
             raw.clear();
             continue;
         }
         raw.resize(n);
-        RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), vdiv, setup.offset(ch),
+        RawFromVolts(std::span<const float>(record_.wave[static_cast<size_t>(ch)].data(), n), vdiv, setup_.offset(ch),
                      raw);
     }
 }
@@ -216,32 +230,32 @@ void RunState::fillRawFromVolts() {
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    lastFileLoad = LoadAnyWaveCsv(filename, setup, record, fieldTable, importOptions);
-    const WaveCsvLoadResult& loaded = lastFileLoad;
+    lastFileLoad_ = LoadAnyWaveCsv(filename, setup_, record_, fieldTable, importOptions_);
+    const WaveCsvLoadResult& loaded = lastFileLoad_;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);
         return Outcome(ErrorCode::FileIo,
                        loaded.errorText.empty() ? "The wave file could not be read." : loaded.errorText)
             .reported();
     }
-    if (setup.RecordLength > kMaxSamples)
+    if (setup_.RecordLength > kMaxSamples)
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");
-    record.WaveLength = setup.RecordLength;
-    record.SampleSec = setup.SampleInterval;
-    record.ensureLength(record.WaveLength);
+    record_.WaveLength = setup_.RecordLength;
+    record_.SampleSec = setup_.SampleInterval;
+    record_.ensureLength(record_.WaveLength);
 
     // Display codes: 32 per division around the screen centre.
-    const int channels = setup.ChannelCount == 4 ? 4 : 2;
+    const int channels = setup_.ChannelCount == 4 ? 4 : 2;
     for (int ch = 0; ch < channels; ++ch) {
-        auto& code = record.displayCode[static_cast<size_t>(ch)];
-        code.resize(static_cast<size_t>(record.WaveLength));
-        const double vdiv = setup.voltsPerDiv(ch);
-        const double offset = setup.offset(ch);
+        auto& code = record_.displayCode[static_cast<size_t>(ch)];
+        code.resize(static_cast<size_t>(record_.WaveLength));
+        const double vdiv = setup_.voltsPerDiv(ch);
+        const double offset = setup_.offset(ch);
         if (vdiv == 0)
             throw RuntimeError(ErrorCode::DivisionByZero,
                                "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
-        const float* v = record.wave[static_cast<size_t>(ch)].data();
-        for (int32_t k = 0; k < record.WaveLength; ++k)
+        const float* v = record_.wave[static_cast<size_t>(ch)].data();
+        for (int32_t k = 0; k < record_.WaveLength; ++k)
             code[static_cast<size_t>(k)] = ToInt16((offset + v[k]) / vdiv * 32.0 + 128.0);
     }
     fillRawFromVolts();
@@ -251,25 +265,26 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
 
 bool RunState::InputFromFile_Click(UiPort& ui) {
     bool analysing = false;
+    lastFileLoad_ = {};  // what a canceled or refused input leaves says nothing of the last file
     try {
-        settings.analysis.SmoothingNo = CheckSmoothingNo(settings.analysis.SmoothingNo);
-        SmoothingCount = SmoothingCountOf(settings.analysis.SmoothingNo);
+        settings_.analysis.SmoothingNo = CheckSmoothingNo(settings_.analysis.SmoothingNo);
+        SmoothingCount = SmoothingCountOf(settings_.analysis.SmoothingNo);
         InputSource = kInputTypeFile;
         std::string proposal = DebugCheck ? std::string(kDebugProposal) : sampleName() + ".csv";
-        auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(DataFolder, "Data"), "*.csv");
+        auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(dataFolder_, "Data"), "*.csv");
         if (!chosen) throw RuntimeError(ErrorCode::Canceled, kCanceled);
-        if (RunDone) settings.analysis.SampleIndex = nextIndexText(settings.analysis.SampleIndex);
+        if (runDone_) settings_.analysis.SampleIndex = nextIndexText(settings_.analysis.SampleIndex);
         if (const Outcome loaded = WaveTrans(ui, kInputTypeFile, *chosen); !loaded)
             throw RuntimeError(loaded.code(), loaded.text());
         WavesPresent = true;
-        RunDone = true;
+        runDone_ = true;
         analysing = true;
         runAnalysis(&ui, AnalysisEntry::AnalysisCommon);
-        DispDetailData(DetailDataGrid, channelDisplays(), results.cycles, record.SampleSec);
+        DispDetailData(detailGrid_, channelDisplays(), results_.cycles, record_.SampleSec);
         SaveResults(ui);
         // A file that loaded with something to say (cut short, say): panel 2.
         std::string warnings;
-        for (const auto& w : lastFileLoad.warnings) warnings += (warnings.empty() ? "" : " ") + w;
+        for (const auto& w : lastFileLoad_.warnings) warnings += (warnings.empty() ? "" : " ") + w;
         if (!warnings.empty()) ui.setStatus(2, warnings);
         settingsChanged();
         recordChanged();
@@ -287,39 +302,39 @@ bool RunState::InputFromFile_Click(UiPort& ui) {
 }
 
 void RunState::MaxCycles_KeyPress() {
-    auto& t = settings.analysis.MaxCycles;
+    auto& t = settings_.analysis.MaxCycles;
     if (RoundHalfEven(Val(t)) >= 500000) t = "500000";
-    ResizeDetailDataGrid(DetailDataGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 500000.0)));
+    ResizeDetailDataGrid(detailGrid_, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 500000.0)));
     settingsChanged();
     gridsChanged();
 }
 
 void RunState::TotalRepeats_KeyPress() {
-    auto& t = settings.analysis.TotalRepeats;
+    auto& t = settings_.analysis.TotalRepeats;
     if (RoundHalfEven(Val(t)) >= 16000) t = "16000";
-    ResizeLogGrid(LogGrid, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 16000.0)));
+    ResizeLogGrid(logGrid_, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 16000.0)));
     settingsChanged();
     gridsChanged();
 }
 
 void RunState::Histerisis_KeyPress() {
-    auto& t = settings.analysis.Histerisis;
+    auto& t = settings_.analysis.Histerisis;
     if (RoundHalfEven(Val(t)) >= 50) t = "50";
 }
 
 void RunState::SampleNo_KeyPress() {
-    settings.analysis.SampleIndex = "1";
-    RunDone = false;
+    settings_.analysis.SampleIndex = "1";
+    runDone_ = false;
 }
 
 void RunState::ColorInit_Click() {
     const auto defaults = Settings::defaultChannels();
-    for (size_t ch = 0; ch < settings.channels.size(); ++ch) settings.channels[ch].BackColor = defaults[ch].BackColor;
+    for (size_t ch = 0; ch < settings_.channels.size(); ++ch) settings_.channels[ch].BackColor = defaults[ch].BackColor;
     refreshResultGrid();
 }
 
 void RunState::ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2) {
-    const Grid& grid = index == 0 ? LogGrid : DetailDataGrid;
+    const Grid& grid = index == 0 ? logGrid_ : detailGrid_;
     RunHandler(ui, [&] {
         ui.setClipboardText(GridClipboardText(grid, row1, col1, row2, col2));
         ui.messageBox(kResultCopiedText, MsgButtons::Ok, kResultCopiedTitle);
@@ -327,7 +342,7 @@ void RunState::ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col
 }
 
 void RunState::SelDataSaveFile_Click(UiPort& ui) {
-    auto chosen = ui.chooseSaveFile(kDetailSaveTitle, settings.DetailFileName, settings.OutputFolder, "*.csv");
+    auto chosen = ui.chooseSaveFile(kDetailSaveTitle, settings_.DetailFileName, settings_.OutputFolder, "*.csv");
     if (!chosen) {
         ui.setStatus(1, kCanceled);
         return;
@@ -337,30 +352,30 @@ void RunState::SelDataSaveFile_Click(UiPort& ui) {
     std::string folder = cut == std::string::npos ? std::string() : path.substr(0, cut);
     std::string name = cut == std::string::npos ? path : path.substr(cut + 1);
     std::string base = name.size() > 4 ? name.substr(0, name.size() - 4) : std::string();
-    settings.OutputFolder = folder;
-    settings.DetailFileName = name;
-    settings.DetailBaseName = base;
-    settings.WaveBaseName = base + "_Wave";
-    settings.analysis.DDSaveCheck = true;
+    settings_.OutputFolder = folder;
+    settings_.DetailFileName = name;
+    settings_.DetailBaseName = base;
+    settings_.WaveBaseName = base + "_Wave";
+    settings_.analysis.DDSaveCheck = true;
 }
 
 bool RunState::LoadComparator(UiPort& ui, const std::string& fileName) {
-    settings.ComparatorFile = fileName;
+    settings_.ComparatorFile = fileName;
     if (!FileExists(fileName)) {
         ui.messageBox(kNoFile, MsgButtons::Ok, fileName);
         return false;
     }
-    ComparatorLoad load = LoadComparatorFile(fileName, results.table);
+    ComparatorLoad load = LoadComparatorFile(fileName, results_.table);
     if (!load.ok) ui.messageBox(load.message, MsgButtons::Ok, kConfirmationTitle);
-    JudgeAll(results.table);
+    JudgeAll(results_.table);
     refreshResultGrid();
     return load.ok;
 }
 
 void RunState::SelectComparator_Click(UiPort& ui) {
     // The dialog opens where the last comparator file was, with its name.
-    std::string folder = JoinPath(DataFolder, "Comparator");
-    std::string name = settings.ComparatorFile;
+    std::string folder = JoinPath(dataFolder_, "Comparator");
+    std::string name = settings_.ComparatorFile;
     if (const size_t cut = name.find_last_of("/\\"); cut != std::string::npos) {
         folder = name.substr(0, cut);
         name = name.substr(cut + 1);

@@ -13,6 +13,7 @@
 #include "common/Event.h"
 #include "common/Outcome.h"
 #include "common/UiPort.h"
+#include "results/Comparator.h"
 #include "results/Grid.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
@@ -77,6 +78,13 @@ public:
     // A limit typed in the comparator grid: the present record is analysed
     // again through CommAnaProcess and its result line appended.
     void LimitEdited(UiPort& ui);
+    // The comparator's grid of counts and limits, judged again, and what
+    // each of its rows shows.
+    std::vector<CycleGridRow> BuildLimitGrid(Grid& grid);
+    // A limit typed into that grid: stored, judged, then LimitEdited.
+    // False when the cell takes no limit.
+    bool EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
+                   const std::string& text);
 
     void WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
@@ -107,7 +115,7 @@ public:
     std::array<std::string, kAnaChannels> typeTexts() const;
     AnalysisParams analysisParams(AnalysisEntry entry) const;
     AnalysisInput analysisInput() const;
-    std::string sampleName() const { return settings.analysis.SampleNo + settings.analysis.SampleIndex; }
+    std::string sampleName() const { return settings_.analysis.SampleNo + settings_.analysis.SampleIndex; }
     std::string resultFileName() const;
     // The names that become file names (the sample name for saved waves and
     // pictures; the detail and wave table base names) stay in their folder.
@@ -128,44 +136,100 @@ public:
     // or was stopped, else why it ended early (also kept in RunFailure).
     Event<const Outcome&> runEnded;
 
-    // --- state --------------------------------------------------------------
-    Settings settings;
+    // --- what the views read -------------------------------------------------
+    // The settings are the user's input: the window's controls and the
+    // command line's --set write them field by field through the settings
+    // table; everything else here is written by the run itself.
+    Settings& settings() { return settings_; }
+    const Settings& settings() const { return settings_; }
     // Optional settings lines of the resume file that held bad values (each
     // of those settings took its default).
-    std::vector<std::string> settingsProblems;
-    std::string DataFolder;
-    int32_t SmoothingCount = 1;
-    WaveRecord record;
-    DsoSetup setup;
-    WaveFieldTable fieldTable;
-    // For files of other layouts: the interval when they have no time column.
-    WaveImportOptions importOptions;
+    const std::vector<std::string>& settingsProblems() const { return settingsProblems_; }
+    const std::string& dataFolder() const { return dataFolder_; }
+    const WaveRecord& record() const { return record_; }
+    const DsoSetup& setup() const { return setup_; }
+    const AnalysisResults& results() const { return results_; }
     // What the last file input's read said: the refusal reason, warnings.
-    WaveCsvLoadResult lastFileLoad;
-    AnalysisResults results;
+    const WaveCsvLoadResult& lastFileLoad() const { return lastFileLoad_; }
+    const Grid& resultGrid() const { return resultGrid_; }
+    const Grid& logGrid() const { return logGrid_; }
+    const Grid& detailGrid() const { return detailGrid_; }
+    const std::string& totalWaveDatas() const { return totalWaveDatas_; }
+    // The result lines, written and waiting (see ResultLineQueue).
+    const ResultLineQueue& resultLines() const { return resultLines_; }
+
+    bool running() const { return running_; }  // a run is in progress
+    bool runDone() const { return runDone_; }  // results of a record are in place
+    // Why the last instrument run ended before its end (the message shown):
+    // a Link fault of the instrument, or FileIo for a file the pass could not
+    // write. Ok when it ran through or was stopped.
+    const Outcome& runFailure() const { return runFailure_; }
+    // The pass of the series now in progress (1 = the first).
+    int32_t repeatCounter() const { return repeatCounter_; }
+    // Instrument passes analysed since start-up.
+    int64_t passesDone() const { return passesDone_; }
+    // The reject range read from the instrument's zoom cursors, in samples.
+    int32_t zoomStart() const { return ZoomStart; }
+    int32_t zoomEnd() const { return ZoomEnd; }
+
+    // --- what the front ends set ------------------------------------------
+    // For files of other layouts: the interval when they have no time column.
+    void setImportOptions(const WaveImportOptions& options) { importOptions_ = options; }
+    // Off for a command-line run with --no-save.
+    void setSaveResultLine(bool on) { saveResultLine_ = on; }
+    bool saveResultLine() const { return saveResultLine_; }
+    // Tries once more to write the waiting lines; true when none is left.
+    bool SaveUnsavedResults(UiPort& ui);
+
+    // The number in the next window picture's name; taken() moves it on
+    // once a picture has been written.
+    int16_t captureCounter() const { return captureCounter_; }
+    void captureTaken() { ++captureCounter_; }
+
+    // --- the instrument link -----------------------------------------------
+    bool linked() const;
+    // The longest silence within a reply, and the longest whole exchange.
+    void setReplyTimeoutMs(int ms);
+    void setExchangeDeadlineMs(int ms);
+    // Connects and identifies the instrument (the command line's direct
+    // readout and fetch), reads its setup, hands its front panel back.
+    Outcome ConnectInstrument(UiPort& ui, const std::string& ip);
+    Outcome ReadInstrumentSetup(UiPort& ui, const std::string& ip);
+    Outcome HandBackInstrument();
+    // Cuts the link at once (the window closing during a silent exchange).
+    void abortLink();
+
+private:
+    Settings settings_;
+    std::vector<std::string> settingsProblems_;
+    std::string dataFolder_;
+    int32_t SmoothingCount = 1;
+    WaveRecord record_;
+    DsoSetup setup_;
+    WaveFieldTable fieldTable;
+    WaveImportOptions importOptions_;
+    WaveCsvLoadResult lastFileLoad_;
+    AnalysisResults results_;
     AnalysisOutcome lastOutcome;
 
-    Grid ResultGrid1;
-    Grid LogGrid;
-    Grid DetailDataGrid;
-    std::string TotalWaveDatas;
+    Grid resultGrid_;
+    Grid logGrid_;
+    Grid detailGrid_;
+    std::string totalWaveDatas_;
 
-    std::unique_ptr<DsoLink> link;
+    std::unique_ptr<DsoLink> link_;
 
-    bool RunDone = false;
+    bool runDone_ = false;
     bool WavesPresent = false;
     // The pass in progress failed (transfer, or a file it writes): the series
     // ends after it.
     bool TransferFailed = false;
-    bool Running = false;  // a run is in progress (the start button is disabled)
-    // Why the last instrument run ended before its end (the message shown):
-    // a Link fault of the instrument, or FileIo for a file the pass could not
-    // write. Ok when it ran through or was stopped.
-    Outcome RunFailure;
-    int32_t RepeatCounter = 0;
+    bool running_ = false;  // the start button is disabled
+    Outcome runFailure_;
+    int32_t repeatCounter_ = 0;
     int32_t RepeatLimit = 0;
     std::string InputSource;
-    int16_t CaptureCounter = 0;
+    int16_t captureCounter_ = 0;
     bool DebugCheck = false;
     bool MemoryInput = false;
 
@@ -177,16 +241,10 @@ public:
 
     // Where the log grid writes its next pass (first pass writes the header).
     bool logFirst = true;
-    // Instrument passes analysed since start-up.
-    int64_t passesDone = 0;
-    // The result lines, written and waiting (see ResultLineQueue).
-    ResultLineQueue resultLines;
-    // Tries once more to write the waiting lines; true when none is left.
-    bool SaveUnsavedResults(UiPort& ui);
-    // Off for a command-line run with --no-save.
-    bool saveResultLine = true;
+    int64_t passesDone_ = 0;
+    ResultLineQueue resultLines_;
+    bool saveResultLine_ = true;
 
-private:
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
     void afterAnalysis();
     void fillRawFromVolts();

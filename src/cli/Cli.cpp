@@ -166,7 +166,7 @@ void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 bool reportUnsaved(RunState& state, std::ostream& err) {
     ScriptedUi quiet;
     if (state.SaveUnsavedResults(quiet)) return true;
-    std::string text = state.resultLines.leftOverText(state.resultFileName());
+    std::string text = state.resultLines().leftOverText(state.resultFileName());
     for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
     err << "mervasto-cli: " << text << '\n';
     return false;
@@ -176,9 +176,15 @@ bool reportUnsaved(RunState& state, std::ostream& err) {
 // for the run (through its setting) as for the direct readout and fetch.
 void applyTimeout(RunState& state, const Options& o) {
     if (!o.timeoutMs) return;
-    state.link->setReplyTimeoutMs(*o.timeoutMs);
-    state.link->setExchangeDeadlineMs(*o.timeoutMs);
-    state.settings.analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
+    state.setReplyTimeoutMs(*o.timeoutMs);
+    state.setExchangeDeadlineMs(*o.timeoutMs);
+    state.settings().analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
+}
+
+WaveImportOptions importOptions(const Options& o) {
+    WaveImportOptions w;
+    w.sampleInterval = o.importInterval;
+    return w;
 }
 
 bool prepareState(RunState& state, const Options& o, std::ostream& err) {
@@ -187,10 +193,10 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
         err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
         return false;
     }
-    for (const auto& problem : state.settingsProblems)
+    for (const auto& problem : state.settingsProblems())
         err << "mervasto-cli: warning: settings file, " << problem << '\n';
     for (const auto& [name, value] : o.sets) {
-        Outcome set = SetSettingByName(state.settings, name, value);
+        Outcome set = SetSettingByName(state.settings(), name, value);
         // Names that become part of file names stay in their folder.
         if (set && (name == "SampleNo" || name == "SampleIndex" || name == "DetailBaseName" || name == "WaveBaseName"))
             set = CheckFileNamePart(value, name);
@@ -199,16 +205,10 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
             return false;
         }
     }
-    state.saveResultLine = !o.noSave;
-    state.importOptions.sampleInterval = o.importInterval;
+    state.setSaveResultLine(!o.noSave);
+    state.setImportOptions(importOptions(o));
     applyTimeout(state, o);
     return true;
-}
-
-WaveImportOptions importOptions(const Options& o) {
-    WaveImportOptions w;
-    w.sampleInterval = o.importInterval;
-    return w;
 }
 
 int commandConvert(const Options& o, std::ostream& out, std::ostream& err) {
@@ -286,26 +286,24 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     for (const auto& f : o.files) {
         ui.files.push_back(f);
         size_t boxesBefore = ui.boxes.size();
-        state.lastFileLoad = {};
         if (!state.InputFromFile_Click(ui)) {
             // The reader's own words say why, naming the file and the line.
-            if (state.lastFileLoad.status < 0)
-                err << "mervasto-cli: " << state.lastFileLoad.errorText << '\n';
+            if (state.lastFileLoad().status < 0)
+                err << "mervasto-cli: " << state.lastFileLoad().errorText << '\n';
             else
                 err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
             status = kExitFileError;
             continue;
         }
         std::vector<ScriptedUi::Box> boxes(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore), ui.boxes.end());
-        for (const auto& w : state.lastFileLoad.warnings) {
+        for (const auto& w : state.lastFileLoad().warnings) {
             if (o.format == "json")
                 boxes.insert(boxes.begin(), ScriptedUi::Box{w, MsgButtons::Ok, kWaveFileWarningTitle});
             else
                 err << "mervasto-cli: warning: " << w << '\n';
         }
-        if (o.comparator) JudgeAll(state.results.table);
         anyNg |= report.pass(f, state, boxes, o.comparator.has_value(), std::nullopt);
-        if (o.format != "json" && !state.saveResultLine) continue;
+        if (o.format != "json" && !state.saveResultLine()) continue;
         if (o.format != "json") err << ui.status[1] << '\n';
     }
     report.finish();
@@ -341,7 +339,7 @@ int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
                    const std::function<std::string(ScriptedUi&)>& exchange) {
     ScriptedUi ui;
     try {
-        const Outcome linked = ConnectAndIdentify(*state.link, state.setup, ui, ip);
+        const Outcome linked = state.ConnectInstrument(ui, ip);
         if (!linked) {
             err << "mervasto-cli: " << linked.text() << " (" << ip << ")\n";
             return kExitNoInstrument;
@@ -351,7 +349,10 @@ int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
             err << "mervasto-cli: " << why << '\n';
             return kExitNoInstrument;
         }
-        state.link->SendDsoCommand("GTL");
+        if (const Outcome local = state.HandBackInstrument(); !local) {
+            err << "mervasto-cli: " << local.text() << '\n';
+            return kExitNoInstrument;
+        }
     } catch (const RuntimeError& e) {
         err << "mervasto-cli: " << e.what() << '\n';
         return kExitNoInstrument;
@@ -368,14 +369,14 @@ int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     applyTimeout(state, o);
     int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        const Outcome read = ReadDsoSetup(*state.link, state.setup, ui, *o.ip, false);
+        const Outcome read = state.ReadInstrumentSetup(ui, *o.ip);
         return read ? std::string() : read.text() + " (" + *o.ip + ")";
     });
     if (status != kExitOk) return status;
     if (o.format == "json")
-        PrintSetupJson(out, state.setup);
+        PrintSetupJson(out, state.setup());
     else
-        PrintSetupText(out, *o.ip, state.setup);
+        PrintSetupText(out, *o.ip, state.setup());
     return kExitOk;
 }
 
@@ -392,11 +393,11 @@ int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
         return transferred ? std::string() : transferred.text();
     });
     if (status != kExitOk) return status;
-    if (Outcome saved = SaveWaveCsv(o.files[0], state.setup, state.record); !saved) {
+    if (Outcome saved = SaveWaveCsv(o.files[0], state.setup(), state.record()); !saved) {
         err << "mervasto-cli: " << saved.text() << '\n';
         return kExitFileError;
     }
-    out << "Saved " << state.record.WaveLength << " samples of " << state.setup.ChannelCount << " channels to "
+    out << "Saved " << state.record().WaveLength << " samples of " << state.setup().ChannelCount << " channels to "
         << o.files[0] << '\n';
     return kExitOk;
 }
@@ -408,7 +409,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     }
     RunState state;
     if (!prepareState(state, o, err)) return kExitBadOptions;
-    auto& a = state.settings.analysis;
+    auto& a = state.settings().analysis;
     a.IPAdressText = *o.ip;
     if (o.repeat) {
         a.RepeatCheck = true;
@@ -430,7 +431,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     int64_t passes = 0;
     const Subscription reportPasses = state.passFinished.subscribe([&] {
         ++passes;
-        anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
+        anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.repeatCounter());
     });
     gInterrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
@@ -444,12 +445,12 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     std::signal(SIGINT, previous);
     report.finish();
     const bool saved = reportUnsaved(state, err);
-    err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.LogGrid.nextRow - kLogHeaderRows, 0)
-        << " log row(s), " << state.resultLines.written() << " result line(s) written\n";
-    if (!state.RunFailure) {
-        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.RunFailure.text()
+    err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.logGrid().nextRow - kLogHeaderRows, 0)
+        << " log row(s), " << state.resultLines().written() << " result line(s) written\n";
+    if (!state.runFailure()) {
+        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.runFailure().text()
             << '\n';
-        return state.RunFailure.code() == ErrorCode::FileIo ? kExitFileError : kExitNoInstrument;
+        return state.runFailure().code() == ErrorCode::FileIo ? kExitFileError : kExitNoInstrument;
     }
     if (!saved) return kExitFileError;
     return anyNg ? kExitNg : kExitOk;

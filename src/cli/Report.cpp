@@ -39,18 +39,18 @@ void printGrid(std::ostream& out, const Grid& grid) {
 }
 
 bool analysedChannel(const RunState& state, int ch) {
-    const auto& c = state.settings.channels[static_cast<size_t>(ch)];
+    const auto& c = state.settings().channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
     // A channel cut at "Max Periods" has a note and results.
-    return (state.results.note[static_cast<size_t>(ch)].empty() ||
-            state.results.cycleLimitReached[static_cast<size_t>(ch)]) &&
-           static_cast<int32_t>(state.record.raw[static_cast<size_t>(ch)].size()) >= state.record.WaveLength &&
-           state.record.WaveLength > 0;
+    return (state.results().note[static_cast<size_t>(ch)].empty() ||
+            state.results().cycleLimitReached[static_cast<size_t>(ch)]) &&
+           static_cast<int32_t>(state.record().raw[static_cast<size_t>(ch)].size()) >= state.record().WaveLength &&
+           state.record().WaveLength > 0;
 }
 
 // The comparator view: verdict rows per channel. Returns true on any "NG".
 bool verdictGrid(const RunState& state, Grid& grid) {
-    ChannelResultTable table = state.results.table;
+    ChannelResultTable table = state.results().table;
     SetupDetailCycleGrid(grid);
     auto rows = BuildDetailCycleGrid(grid, state.channelDisplays(), table);
     bool ng = false;
@@ -143,7 +143,7 @@ ReportWriter::ReportWriter(std::ostream& out, std::string format, bool cycles)
 
 bool ReportWriter::pass(const std::string& file, const RunState& state, const std::vector<ScriptedUi::Box>& messages,
                         bool verdicts, std::optional<int32_t> passNumber) {
-    const auto& t = state.results.table;
+    const auto& t = state.results().table;
     const auto& w = t.at(3, 0);  // the analysis window lives in the Ch4 row
     Grid verdictView;
     bool ng = verdicts && verdictGrid(state, verdictView);
@@ -155,8 +155,8 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
     if (format_ == "table") {
         if (!file.empty()) out_ << "== " << file << '\n';
         if (passNumber) out_ << "== pass " << *passNumber << '\n';
-        printGrid(out_, state.ResultGrid1);
-        out_ << state.TotalWaveDatas << '\n';
+        printGrid(out_, state.resultGrid());
+        out_ << state.totalWaveDatas() << '\n';
         for (const auto& m : messages) out_ << m.title << ": " << m.text << '\n';
         if (verdicts) printGrid(out_, verdictView);
         out_ << '\n';
@@ -164,18 +164,18 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         for (int ch = 0; ch < kAnaChannels; ++ch) {
             const auto& r = t.at(ch, 2);
             out_ << file << ',' << (passNumber ? std::to_string(*passNumber) : "") << ',' << ch + 1 << ','
-                 << state.settings.channels[static_cast<size_t>(ch)].signalText() << ','
+                 << state.settings().channels[static_cast<size_t>(ch)].signalText() << ','
                  << (analysedChannel(state, ch) ? "true" : "false") << ',' << ExactText(r.Min) << ','
                  << ExactText(r.Max) << ',' << ExactText(r.Mean) << ',' << ExactText(r.Sigma) << ',' << r.Counts << ','
-                 << verdictOf(ch) << ',' << state.results.note[static_cast<size_t>(ch)] << '\n';
+                 << verdictOf(ch) << ',' << state.results().note[static_cast<size_t>(ch)] << '\n';
         }
     } else {
         JsonWriter j;
         j.beginObject();
         if (passNumber) j.key("pass").value(*passNumber);
         j.key("file").value(file);
-        j.key("waveLength").value(state.record.WaveLength);
-        j.key("sampleSec").value(double{state.record.SampleSec});
+        j.key("waveLength").value(state.record().WaveLength);
+        j.key("sampleSec").value(double{state.record().SampleSec});
         j.key("anaStart").value(w.AnaStart);
         j.key("anaEnd").value(w.AnaEnd);
         j.key("gateStart").value(w.GateStart);
@@ -189,9 +189,9 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             const auto& lv = t.at(ch, 0);
             j.beginObject();
             j.key("channel").value(ch + 1);
-            j.key("type").value(state.settings.channels[static_cast<size_t>(ch)].signalText());
+            j.key("type").value(state.settings().channels[static_cast<size_t>(ch)].signalText());
             j.key("analysed").value(analysedChannel(state, ch));
-            j.key("note").value(state.results.note[static_cast<size_t>(ch)]);
+            j.key("note").value(state.results().note[static_cast<size_t>(ch)]);
             j.key("highLevel").value(double{lv.HighLevel});
             j.key("lowLevel").value(double{lv.LowLevel});
             j.key("level").value(double{lv.Level});
@@ -212,7 +212,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.endArray();
             if (cycles_) {
                 j.key("cycles").beginArray();
-                for (const auto& c : state.results.cycles.channel[static_cast<size_t>(ch)]) {
+                for (const auto& c : state.results().cycles.channel[static_cast<size_t>(ch)]) {
                     j.beginObject();
                     j.key("Ample").value(c.Ample).key("Duty").value(c.Duty).key("MidEdge").value(c.MidEdge);
                     j.key("PulseWidth").value(c.PulseWidth).key("Period").value(c.Period).key("Freq").value(c.Freq);

@@ -47,7 +47,7 @@ void StartDemoSeries(MainForm& form, const std::function<void(const std::string&
         demo->boxes += "box: " + title + ": " + text + "\n";
         return MsgAnswer::Ok;
     };
-    auto& a = form.state().settings.analysis;
+    auto& a = form.state().settings().analysis;
     a.RepeatCheck = a.DaqCheck = true;
     a.TotalRepeats = "20";
     form.showSettings();
@@ -61,7 +61,7 @@ void StartDemoSeries(MainForm& form, const std::function<void(const std::string&
         std::string report = demo->boxes;
         if (!end) report += "run ended early: " + end.text() + "\n";
         report += "passes: " + std::to_string(demo->passes) + "\n";
-        const Grid& log = form.state().LogGrid;
+        const Grid& log = form.state().logGrid();
         report += "log grid:\n" + GridClipboardText(log, kLogHeaderRows, 0, log.nextRow - 1, log.cols() - 1);
         QTimer::singleShot(0, &form, [demo, done, report] {
             demo->onPass.reset();

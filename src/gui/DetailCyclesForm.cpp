@@ -14,11 +14,6 @@
 
 namespace mervasto {
 
-namespace {
-// Every measured kind of a channel gets its row.
-const std::vector<int> kAllKinds = {0, 1, 2, 3, 4, 5, 6};
-}  // namespace
-
 DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     : QWidget(parent, Qt::Window), state_(state), ui_(ui) {
     setObjectName("DetailCyclesForm");
@@ -59,10 +54,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
     if (running_) return false;
     bool ok = false;
-    RunHandler(ui_, [&] {
-        ok = EditDetailCycleLimit(grid_, rows_, state_.channelDisplays(), state_.results.table, row, col, text);
-        if (ok) state_.LimitEdited(ui_);
-    });
+    RunHandler(ui_, [&] { ok = state_.EditLimit(ui_, grid_, rows_, row, col, text); });
     return ok;
 }
 
@@ -72,9 +64,8 @@ void DetailCyclesForm::setRunning(bool running) {
 }
 
 void DetailCyclesForm::refresh() {
-    SetupDetailCycleGrid(grid_);
-    rows_ = BuildDetailCycleGrid(grid_, state_.channelDisplays(), state_.results.table, kAllKinds);
-    file_->setText(QString::fromStdString(state_.settings.ComparatorFile));
+    rows_ = state_.BuildLimitGrid(grid_);
+    file_->setText(QString::fromStdString(state_.settings().ComparatorFile));
     model_->refresh();
 }
 

@@ -118,7 +118,7 @@ std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentInde
 
 PlotStyle HistogramWindow::style(const char* what) const {
     const int ch = channel();
-    const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
+    const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     PlotStyle st;
     const std::string label = "Ch" + std::to_string(ch + 1);
     st.title = label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
@@ -130,10 +130,10 @@ PlotStyle HistogramWindow::style(const char* what) const {
 
 void HistogramWindow::refresh() {
     const int ch = channel();
-    const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
+    const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     const int32_t type = s.ChInputSignal;
-    const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
-    const double sampleSec = state_.record.SampleSec;
+    const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
+    const double sampleSec = state_.record().SampleSec;
     const bool measured = type >= 0 && type != kGateIndex;
     unit_ = measured ? DetailUnit(type) : "";
     values_ = measured ? CycleValues(type, cycles, sampleSec, Val(s.VRate)) : std::vector<double>();
@@ -170,7 +170,7 @@ QImage HistogramWindow::trendPicture(const QSize& size) const {
 Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
     auto name = [&](const char* suffix) {
-        return CaptureFileName(state_.DataFolder, state_.sampleName(), state_.CaptureCounter, channelPart + suffix);
+        return CaptureFileName(state_.dataFolder(), state_.sampleName(), state_.captureCounter(), channelPart + suffix);
     };
     names = {name("_Histogram.png"), name("_Histogram.csv"), name("_Trend.png"), name("_Trend.csv")};
     Outcome o = savePng(histogramPicture(kSavedPictureSize), names[0]);
@@ -179,7 +179,7 @@ Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     if (o) o = WriteFileReplacing(names[3], TrendCsv(values_, times_, unit_));
     if (!o) return o;
     // Like the window pictures: the next save never overwrites this one.
-    ++state_.CaptureCounter;
+    state_.captureTaken();
     return Outcome::Ok();
 }
 

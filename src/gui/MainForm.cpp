@@ -181,9 +181,9 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     // Grids.
     SSTab1_ = new QTabWidget(central);
     SSTab1_->setObjectName("SSTab1");
-    resultModel_ = new GridModel(&state_.ResultGrid1, this);
-    logModel_ = new GridModel(&state_.LogGrid, this);
-    detailModel_ = new GridModel(&state_.DetailDataGrid, this);
+    resultModel_ = new GridModel(&state_.resultGrid(), this);
+    logModel_ = new GridModel(&state_.logGrid(), this);
+    detailModel_ = new GridModel(&state_.detailGrid(), this);
     auto* resultView = makeGridView(SSTab1_, "ResultGrid1", resultModel_);
     LogGrid_ = makeGridView(SSTab1_, "LogGrid", logModel_);
     DetailDataGrid_ = makeGridView(SSTab1_, "DetailDataGrid", detailModel_);
@@ -234,7 +234,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         state_.ResultCopy_Click(*ui_, v == LogGrid_ ? 0 : 1, r1, c1, r2, c2);
     });
     connect(detailForm, &QPushButton::clicked, this, [this] {
-        detail_->setRunning(state_.Running);
+        detail_->setRunning(state_.running());
         detail_->refresh();
         detail_->show();
         detail_->raise();
@@ -302,15 +302,15 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
 
     // Start-up: state, controls, window placement.
     state_.FormLoad(dataFolderOverride);
-    binding_ = new SettingsBinding(state_.settings, this);
+    binding_ = new SettingsBinding(state_.settings(), this);
     showSettings();
     refreshViews();
     // Settings the resume file held bad values for took their defaults.
-    if (const auto& problems = state_.settingsProblems; !problems.empty())
+    if (const auto& problems = state_.settingsProblems(); !problems.empty())
         ui_->setStatus(2, "Settings file, " + problems.front() +
                               (problems.size() > 1 ? " (" + std::to_string(problems.size()) + " in all)" : ""));
     resize(1100, 760);
-    const auto& w = state_.settings.windows;
+    const auto& w = state_.settings().windows;
     move(w.MainLeft, w.MainTop);
     if (w.WaveFormAllLeft || w.WaveFormAllTop)
         waveAll_->move(w.WaveFormAllLeft, w.WaveFormAllTop);
@@ -372,8 +372,8 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
         into->addWidget(f);
         connect(colour, &QPushButton::clicked, this, [this, ch] {
             auto chosen =
-                ui_->chooseColor(static_cast<uint32_t>(state_.settings.channels[static_cast<size_t>(ch)].BackColor));
-            if (chosen) state_.settings.channels[static_cast<size_t>(ch)].BackColor = static_cast<int32_t>(*chosen);
+                ui_->chooseColor(static_cast<uint32_t>(state_.settings().channels[static_cast<size_t>(ch)].BackColor));
+            if (chosen) state_.settings().channels[static_cast<size_t>(ch)].BackColor = static_cast<int32_t>(*chosen);
             applyChannelColours();
             refreshViews();
         });
@@ -384,7 +384,7 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
 
 void MainForm::applyChannelColours() {
     for (int ch = 0; ch < kChannels; ++ch) {
-        const auto& c = state_.settings.channels[static_cast<size_t>(ch)];
+        const auto& c = state_.settings().channels[static_cast<size_t>(ch)];
         frame_[ch]->setStyleSheet(QStringLiteral("QGroupBox#%1 { background-color: %2; color: %3; }")
                                       .arg(frame_[ch]->objectName(),
                                            ColorFromBgr(static_cast<uint32_t>(c.BackColor)).name(),
@@ -393,7 +393,7 @@ void MainForm::applyChannelColours() {
 }
 
 void MainForm::storeWindowPositions() {
-    auto& w = state_.settings.windows;
+    auto& w = state_.settings().windows;
     w.MainLeft = x();
     w.MainTop = y();
     w.WaveFormLeft = waveEach_->x();
@@ -421,8 +421,8 @@ void MainForm::showWaves() {
 
 void MainForm::showResults() {
     resultModel_->refresh();
-    TotalWaveDatas_->setText(q(state_.TotalWaveDatas));
-    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.ResultGrid1);
+    TotalWaveDatas_->setText(q(state_.totalWaveDatas()));
+    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.resultGrid());
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (histogram_->isVisible()) histogram_->refresh();
@@ -431,12 +431,12 @@ void MainForm::showResults() {
 void MainForm::showGrids() {
     logModel_->refresh();
     detailModel_->refresh();
-    applyColumnWidths(LogGrid_, state_.LogGrid);
-    applyColumnWidths(DetailDataGrid_, state_.DetailDataGrid);
+    applyColumnWidths(LogGrid_, state_.logGrid());
+    applyColumnWidths(DetailDataGrid_, state_.detailGrid());
 }
 
 void MainForm::applyRunning() {
-    const bool idle = !state_.Running;
+    const bool idle = !state_.running();
     for (QWidget* w : lockedDuringRun_) w->setEnabled(idle);
     for (QAction* a : actionsLockedDuringRun_) a->setEnabled(idle);
     detail_->setRunning(!idle);
@@ -454,20 +454,20 @@ void MainForm::saveWindowPictures() {
     if (wave) {
         wave->raise();
         QApplication::processEvents();
-        Outcome saved = SaveWindowPicture(wave->grab().toImage(),
-                                          CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Wave.jpg"));
+        Outcome saved = SaveWindowPicture(
+            wave->grab().toImage(), CaptureFileName(state_.dataFolder(), name, state_.captureCounter(), "_Wave.jpg"));
         if (!saved) return GuardedApplication::report(saved);
     }
     raise();
     QApplication::processEvents();
     Outcome saved = SaveWindowPicture(grab().toImage(),
-                                      CaptureFileName(state_.DataFolder, name, state_.CaptureCounter, "_Main.jpg"));
+                                      CaptureFileName(state_.dataFolder(), name, state_.captureCounter(), "_Main.jpg"));
     if (!saved) return GuardedApplication::report(saved);
-    ++state_.CaptureCounter;
+    state_.captureTaken();
 }
 
 void MainForm::closeEvent(QCloseEvent* e) {
-    if (state_.Running) {
+    if (state_.running()) {
         // A Stop: the window closes once the pass in progress has ended.
         closeAfterRun_ = true;
         state_.Stop_Click();
@@ -475,10 +475,10 @@ void MainForm::closeEvent(QCloseEvent* e) {
         return;
     }
     storeWindowPositions();
-    state_.link->abort();
+    state_.abortLink();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.
-        const std::string text = state_.resultLines.leftOverText(state_.resultFileName());
+        const std::string text = state_.resultLines().leftOverText(state_.resultFileName());
         ui_->setClipboardText(text);
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }

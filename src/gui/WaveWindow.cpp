@@ -96,9 +96,9 @@ WaveWindow::WaveWindow(RunState& state, Mode mode, QWidget* parent)
     stacked_ = new QCheckBox("Stacked", this);
     stacked_->setObjectName("Stacked");
     stacked_->setToolTip("Each channel in a lane of its own, scaled to the lane");
-    stacked_->setChecked(state_.settings.analysis.Stacked);
+    stacked_->setChecked(state_.settings().analysis.Stacked);
     connect(stacked_, &QCheckBox::toggled, this, [this](bool on) {
-        state_.settings.analysis.Stacked = on;
+        state_.settings().analysis.Stacked = on;
         canvas_->update();
     });
     bar->addWidget(stacked_);
@@ -124,9 +124,9 @@ WaveWindow::WaveWindow(RunState& state, Mode mode, QWidget* parent)
 
 TimeWindow WaveWindow::timeWindow() const {
     // A new rate typed into the Zoom box takes over from the mouse.
-    double zoom = zoomRateSeen_ == state_.settings.analysis.ZoomRate ? mouseZoom_ : 0;
+    double zoom = zoomRateSeen_ == state_.settings().analysis.ZoomRate ? mouseZoom_ : 0;
     if (zoom <= 0) {
-        zoom = Val(state_.settings.analysis.ZoomRate);
+        zoom = Val(state_.settings().analysis.ZoomRate);
         zoom = zoom < 1 ? 1 : (zoom >= kMaxZoom ? kMaxZoom - 1 : zoom);
     }
     return {zoom, scroll_->value()};
@@ -134,32 +134,32 @@ TimeWindow WaveWindow::timeWindow() const {
 
 WaveView WaveWindow::view() const {
     WaveView v;
-    SetViewData(v, state_.record, state_.results.table, state_.results.cycles);
+    SetViewData(v, state_.record(), state_.results().table, state_.results().cycles);
     for (int ch = 0; ch < kWaveChannels; ++ch) {
         auto& c = v.channel[static_cast<size_t>(ch)];
-        const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
-        c.VoltsPerDiv = state_.setup.voltsPerDiv(ch);
-        c.Offset = state_.setup.offset(ch);
+        const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
+        c.VoltsPerDiv = state_.setup().voltsPerDiv(ch);
+        c.Offset = state_.setup().offset(ch);
         c.colour = static_cast<uint32_t>(s.BackColor);
         c.visible = !s.DispOffCheck;
         c.name = s.SigName;
     }
-    v.Histerisis = static_cast<float>(Val(state_.settings.analysis.Histerisis));
-    v.rejectFlag = state_.settings.RejectRangeSet && state_.settings.analysis.OmitRangeEffect;
-    v.rejectStart = state_.settings.RejectStart;
-    v.rejectEnd = state_.settings.RejectEnd;
+    v.Histerisis = static_cast<float>(Val(state_.settings().analysis.Histerisis));
+    v.rejectFlag = state_.settings().RejectRangeSet && state_.settings().analysis.OmitRangeEffect;
+    v.rejectStart = state_.settings().RejectStart;
+    v.rejectEnd = state_.settings().RejectEnd;
     v.onlyChannel = channel_ ? channel_->currentIndex() : -1;
     const TimeWindow w = timeWindow();
     v.zoom = w.zoom;
     v.firstSample = w.first;
-    v.stacked = state_.settings.analysis.Stacked;
+    v.stacked = state_.settings().analysis.Stacked;
     v.cursor = cursor_;
     return v;
 }
 
 void WaveWindow::updateScroll() {
     const TimeWindow w = timeWindow();
-    const int32_t n = state_.record.WaveLength;
+    const int32_t n = state_.record().WaveLength;
     const int32_t visible = VisibleSamples(n, w.zoom);
     const QSignalBlocker block(scroll_);
     scroll_->setRange(0, std::max(0, n - visible));
@@ -169,14 +169,14 @@ void WaveWindow::updateScroll() {
 
 void WaveWindow::showTimeWindow(TimeWindow w) {
     mouseZoom_ = w.zoom;
-    zoomRateSeen_ = state_.settings.analysis.ZoomRate;
+    zoomRateSeen_ = state_.settings().analysis.ZoomRate;
     updateScroll();
     scroll_->setValue(w.first);
     canvas_->update();
 }
 
 void WaveWindow::placeCursors(bool inView) {
-    const int32_t n = state_.record.WaveLength;
+    const int32_t n = state_.record().WaveLength;
     if (n <= 0) return;
     if (!inView && cursor_[0] >= 0 && cursor_[0] < n && cursor_[1] >= 0 && cursor_[1] < n) return;
     const TimeWindow w = timeWindow();
@@ -189,8 +189,8 @@ void WaveWindow::placeCursors(bool inView) {
 
 void WaveWindow::showCycle(int ch, int index) {
     if (ch < 0 || ch >= kWaveChannels) return;
-    const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
-    const int32_t n = state_.record.WaveLength;
+    const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
+    const int32_t n = state_.record().WaveLength;
     if (index < 0 || index >= static_cast<int>(cycles.size()) || n <= 0) return;
     const CycleRecord& c = cycles[static_cast<size_t>(index)];
     if (c.LastEdge <= c.FirstEdge || c.FirstEdge < 0 || c.LastEdge >= n) return;
@@ -214,9 +214,9 @@ void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(Curs
 
 void WaveWindow::refresh() {
     painter_.recordChanged();
-    if (state_.settings.analysis.Stacked != stacked_->isChecked()) {
+    if (state_.settings().analysis.Stacked != stacked_->isChecked()) {
         const QSignalBlocker block(stacked_);
-        stacked_->setChecked(state_.settings.analysis.Stacked);
+        stacked_->setChecked(state_.settings().analysis.Stacked);
     }
     updateScroll();
     placeCursors(false);
@@ -281,10 +281,10 @@ QString WaveWindow::tipAt(double x) const {
     QStringList tips;
     for (int ch = 0; ch < kWaveChannels; ++ch) {
         if (!ChannelDrawn(v, ch)) continue;
-        const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
+        const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
         const int i = CycleAt(cycles, sample);
         if (i >= 0)
-            tips << QString::fromStdString(CycleTip(ch, i, cycles[static_cast<size_t>(i)], state_.record.SampleSec));
+            tips << QString::fromStdString(CycleTip(ch, i, cycles[static_cast<size_t>(i)], state_.record().SampleSec));
     }
     return tips.join("\n\n");
 }

@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
 
     MainForm form(parser.value(dataFolder).toStdString());
     if (sim || parser.isSet(dso)) {
-        form.state().settings.analysis.IPAdressText = sim ? sim->address() : parser.value(dso).toStdString();
+        form.state().settings().analysis.IPAdressText = sim ? sim->address() : parser.value(dso).toStdString();
         form.showSettings();
     }
     form.show();
@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
     if (parser.isSet(screenshot)) {
         const QString dir = parser.value(screenshot);
         QTimer::singleShot(100, [&, dir] {
-            form.state().settings.analysis.IPAdressText = sim->address();
+            form.state().settings().analysis.IPAdressText = sim->address();
             form.showSettings();
             form.state().WFStartCommand_Click(form.ui());
             form.refreshViews();
@@ -109,7 +109,7 @@ int main(int argc, char** argv) {
     }
     Subscription quitAfterSeries;
     if (parser.isSet(series)) {
-        auto& a = form.state().settings.analysis;
+        auto& a = form.state().settings().analysis;
         a.RepeatCheck = a.DaqCheck = true;
         a.TotalRepeats = parser.value(series).toStdString();
         form.showSettings();

@@ -38,8 +38,8 @@ protected:
         sim = std::make_unique<DsoSimulator>(o);
         ASSERT_TRUE(sim->start());
         state.FormLoad((dir_ / "data").string());
-        state.settings.analysis.IPAdressText = sim->address();
-        state.link->setReplyTimeoutMs(2000);
+        state.settings().analysis.IPAdressText = sim->address();
+        state.setReplyTimeoutMs(2000);
     }
     size_t resultLines() const {
         std::ifstream f(state.resultFileName(), std::ios::binary);
@@ -51,7 +51,7 @@ protected:
     // to local on a link it keeps, or by closing the link; the log is
     // complete once the simulator has seen that.
     void settle() const {
-        const bool linked = state.link->DsoLinked;
+        const bool linked = state.linked();
         EXPECT_TRUE(sim->waitUntil([linked](const std::vector<std::string>& log, int open) {
             return linked ? !log.empty() && log.back() == "GTL" : open == 0;
         }));
@@ -99,16 +99,16 @@ TEST_F(AcquisitionRun, OnePassWithTheDefaults) {
         ASSERT_NE(at, ui.statusLog.end()) << text;
     }
     EXPECT_EQ(ui.status[1], "Completed data transffering.");
-    EXPECT_FALSE(state.ResultGrid1.text(2, 7).empty());
-    EXPECT_EQ(state.LogGrid.text(4, 0).empty(), false);
+    EXPECT_FALSE(state.resultGrid().text(2, 7).empty());
+    EXPECT_EQ(state.logGrid().text(4, 0).empty(), false);
     EXPECT_EQ(resultLines(), 3u);
-    EXPECT_TRUE(state.RunDone);
-    EXPECT_FALSE(state.Running);
-    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");
+    EXPECT_TRUE(state.runDone());
+    EXPECT_FALSE(state.running());
+    EXPECT_EQ(state.settings().analysis.SampleIndex, "1");
 
     // The next single pass advances the index and keeps the link.
     state.WFStartCommand_Click(ui);
-    EXPECT_EQ(state.settings.analysis.SampleIndex, "2");
+    EXPECT_EQ(state.settings().analysis.SampleIndex, "2");
     EXPECT_EQ(sent("*IDN?"), 1u);
     EXPECT_EQ(resultLines(), 4u);
 }
@@ -125,9 +125,9 @@ TEST_F(AcquisitionRun, RepeatSeries) {
         settle();
         sim->clearLog();
         ui.statusLog.clear();
-        state.settings.analysis.RepeatCheck = true;
-        state.settings.analysis.DaqCheck = c.newAcquisition;
-        state.settings.analysis.TotalRepeats = c.totalRepeats;
+        state.settings().analysis.RepeatCheck = true;
+        state.settings().analysis.DaqCheck = c.newAcquisition;
+        state.settings().analysis.TotalRepeats = c.totalRepeats;
         state.WFStartCommand_Click(ui);
         EXPECT_EQ(sent("WSGL"), c.newAcquisition ? c.passes : 0u) << c.totalRepeats;
         EXPECT_EQ(sent("GTL"), 1u);
@@ -141,7 +141,7 @@ TEST_F(AcquisitionRun, RepeatSeries) {
 
 TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     sim->setAcqDelayMs(60000);
-    state.settings.analysis.DaqCheck = true;
+    state.settings().analysis.DaqCheck = true;
     stopAt("WSGL", 1);
     state.WFStartCommand_Click(ui);
     EXPECT_TRUE(statusSeen("Data Acquisition Aborted."));
@@ -149,13 +149,12 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     EXPECT_EQ(resultLines(), 3u);
 
     sim->setAcqDelayMs(5);
-    state.settings.analysis.RepeatCheck = true;
-    state.settings.analysis.TotalRepeats = "1000";
-    state.DetailDataGrid = Grid();
-    state.settings.analysis.DDSaveCheck = true;
-    state.settings.OutputFolder = (dir_ / "out").string();
+    state.settings().analysis.RepeatCheck = true;
+    state.settings().analysis.TotalRepeats = "1000";
+    state.settings().analysis.DDSaveCheck = true;
+    state.settings().OutputFolder = (dir_ / "out").string();
     std::filesystem::create_directories(dir_ / "out");
-    state.settings.DetailBaseName = "d";
+    state.settings().DetailBaseName = "d";
     stopAt("WSGL", 3);  // during the third pass's acquisition wait
     state.WFStartCommand_Click(ui);
     sim->setCommandHook(nullptr);
@@ -173,11 +172,11 @@ TEST_F(AcquisitionRun, UnreachableAndFailedTransfers) {
     EXPECT_EQ(ui.boxes.back().text, "DSO not connected normally.");
     EXPECT_EQ(ui.boxes.back().title, "Confirmation");
     EXPECT_EQ(ui.boxes.back().buttons, MsgButtons::CancelTryContinue);
-    EXPECT_FALSE(state.link->DsoLinked);
+    EXPECT_FALSE(state.linked());
 
     sim->setFault(SimFault::None);
     state.WFStartCommand_Click(ui);  // connects again
-    EXPECT_TRUE(state.link->DsoLinked);
+    EXPECT_TRUE(state.linked());
     EXPECT_EQ(resultLines(), 3u);
 
     for (SimFault fault : {SimFault::CloseMidBlock, SimFault::BadHeader, SimFault::Garbage}) {
@@ -185,7 +184,7 @@ TEST_F(AcquisitionRun, UnreachableAndFailedTransfers) {
         const size_t boxes = ui.boxes.size();
         state.WFStartCommand_Click(ui);
         EXPECT_GT(ui.boxes.size(), boxes) << SimFaultName(fault);
-        EXPECT_FALSE(state.Running);
+        EXPECT_FALSE(state.running());
         EXPECT_EQ(resultLines(), 3u) << SimFaultName(fault);  // nothing written so far is lost
         sim->setFault(SimFault::None);
         state.WFStartCommand_Click(ui);
@@ -203,37 +202,37 @@ TEST_F(AcquisitionRun, RejectRangeFromTheZoomCursors) {
     s.cursor2 = 2.5;
     sim->setState(s);
     state.WFStartCommand_Click(ui);
-    const int32_t n = state.record.WaveLength;
+    const int32_t n = state.record().WaveLength;
     ASSERT_GE(n, 500);
-    state.settings.analysis.OmitRangeEffect = true;
+    state.settings().analysis.OmitRangeEffect = true;
     settle();
     sim->clearLog();
 
     ui.answers = {MsgAnswer::Cancel};
     state.ReadRejectRange_Click(ui);
     EXPECT_EQ(ui.boxes.back().title, "Direction");
-    EXPECT_FALSE(state.settings.RejectRangeSet);
+    EXPECT_FALSE(state.settings().RejectRangeSet);
     EXPECT_EQ(sent("GTL"), 1u);
     EXPECT_EQ(sent("TDIV?"), 0u);
 
     state.ReadRejectRange_Click(ui);
-    EXPECT_TRUE(state.settings.RejectRangeSet);
-    EXPECT_EQ(state.ZoomStart, 0);
-    EXPECT_EQ(state.ZoomEnd, n);
-    EXPECT_EQ(state.settings.RejectStart, n / 4);
-    EXPECT_EQ(state.settings.RejectEnd, 3 * n / 4);
+    EXPECT_TRUE(state.settings().RejectRangeSet);
+    EXPECT_EQ(state.zoomStart(), 0);
+    EXPECT_EQ(state.zoomEnd(), n);
+    EXPECT_EQ(state.settings().RejectStart, n / 4);
+    EXPECT_EQ(state.settings().RejectEnd, 3 * n / 4);
     settle();
     auto log = sim->commandLog();
     EXPECT_NE(std::find_if(log.begin(), log.end(), [](const std::string& c) { return c.rfind("TDIV ", 0) == 0; }),
               log.end());
     // No cycle spans the rejected stretch.
-    for (const auto& c : state.results.cycles.channel[0])
+    for (const auto& c : state.results().cycles.channel[0])
         EXPECT_FALSE(c.MidEdge > n / 4 && c.MidEdge < 3 * n / 4) << c.MidEdge;
 }
 
 TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
     state.WFStartCommand_Click(ui);
-    state.settings.analysis.SaveWavesCheck = true;
+    state.settings().analysis.SaveWavesCheck = true;
     const std::string waveFile = (dir_ / "data" / "Data" / "Sample1.csv").string();
     state.WaveSave_Click(ui);
     ASSERT_TRUE(FileExists(waveFile));
@@ -247,8 +246,8 @@ TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
     EXPECT_EQ(std::filesystem::file_size(waveFile), 4u);
     EXPECT_GT(size, 4u);
 
-    state.settings.analysis.SaveWavesCheck = false;
-    state.settings.analysis.SaveScreenCheck = true;
+    state.settings().analysis.SaveWavesCheck = false;
+    state.settings().analysis.SaveScreenCheck = true;
     const std::string png = (dir_ / "data" / "VScreen" / "Sample1.png").string();
     sim->setScreenBytes(1000);
     state.WaveSave_Click(ui);
@@ -296,15 +295,15 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
          },
          "volts/div of C1 (\"C1:VDIV?\") is not a number"},
     };
-    state.link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
-    state.settings.analysis.RepeatCheck = true;
-    state.settings.analysis.DaqCheck = true;
-    state.settings.analysis.TotalRepeats = "10";
+    state.setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
+    state.settings().analysis.RepeatCheck = true;
+    state.settings().analysis.DaqCheck = true;
+    state.settings().analysis.TotalRepeats = "10";
     for (const auto& c : cases) {
         std::filesystem::remove(state.resultFileName());
-        const int64_t written = state.resultLines.written();
+        const int64_t written = state.resultLines().written();
         Subscription injectAfterTwo = state.passFinished.subscribe([&] {
-            if (state.resultLines.written() == written + 2) {
+            if (state.resultLines().written() == written + 2) {
                 c.inject();
                 injectAfterTwo.reset();
             }
@@ -313,38 +312,38 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
         state.WFStartCommand_Click(ui);
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << c.name << ": " << ui.boxes.back().text;
-        EXPECT_EQ(state.RunFailure.text(), ui.boxes.back().text) << c.name;
-        EXPECT_FALSE(state.Running);
-        EXPECT_FALSE(state.link->DsoLinked) << c.name;
+        EXPECT_EQ(state.runFailure().text(), ui.boxes.back().text) << c.name;
+        EXPECT_FALSE(state.running());
+        EXPECT_FALSE(state.linked()) << c.name;
         EXPECT_EQ(resultLines(), 2u + 2u) << c.name;
-        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 2) << c.name;
-        EXPECT_FALSE(state.LogGrid.text(kLogHeaderRows + 1, 1).empty()) << c.name;
+        EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + 2) << c.name;
+        EXPECT_FALSE(state.logGrid().text(kLogHeaderRows + 1, 1).empty()) << c.name;
 
         sim->setFault(SimFault::None);  // switched on again
-        state.settings.analysis.TotalRepeats = "1";
+        state.settings().analysis.TotalRepeats = "1";
         state.WFStartCommand_Click(ui);
-        EXPECT_TRUE(state.RunFailure.ok()) << c.name << ": " << state.RunFailure.text();
-        EXPECT_TRUE(state.link->DsoLinked) << c.name;
+        EXPECT_TRUE(state.runFailure().ok()) << c.name << ": " << state.runFailure().text();
+        EXPECT_TRUE(state.linked()) << c.name;
         EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
-        state.settings.analysis.TotalRepeats = "10";
+        state.settings().analysis.TotalRepeats = "10";
     }
 }
 
 // The shared series faults at the run state: the third pass fails, the two
 // before it are kept, and no return-to-local goes to a link in an unknown state.
 TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
-    state.settings.analysis.RepeatCheck = true;
-    state.settings.analysis.DaqCheck = true;
-    state.settings.analysis.TotalRepeats = "5";
-    state.settings.analysis.TimeoutSeconds = "3";
+    state.settings().analysis.RepeatCheck = true;
+    state.settings().analysis.DaqCheck = true;
+    state.settings().analysis.TotalRepeats = "5";
+    state.settings().analysis.TimeoutSeconds = "3";
     state.WFStartCommand_Click(ui);  // linked, so that every case counts blocks from the same point
     for (const auto& c : test::kSeriesFaults) {
         SCOPED_TRACE(SimFaultName(c.fault));
         std::filesystem::remove(state.resultFileName());
-        if (!state.link->DsoLinked) {
-            state.settings.analysis.RepeatCheck = false;
+        if (!state.linked()) {
+            state.settings().analysis.RepeatCheck = false;
             state.WFStartCommand_Click(ui);
-            state.settings.analysis.RepeatCheck = true;
+            state.settings().analysis.RepeatCheck = true;
             std::filesystem::remove(state.resultFileName());
         }
         settle();
@@ -355,8 +354,8 @@ TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
         ASSERT_EQ(ui.boxes.size(), boxes + 1);
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << ui.boxes.back().text;
         EXPECT_EQ(resultLines(), 2u + 2u);
-        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 2);
-        EXPECT_FALSE(state.link->DsoLinked);
+        EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + 2);
+        EXPECT_FALSE(state.linked());
         EXPECT_EQ(sent("GTL"), 0u);
         sim->setFault(SimFault::None);
     }
@@ -367,9 +366,9 @@ TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
 // second Stop on an instrument that has gone quiet ends the exchange at once
 // with a status text and no box; the passes before are kept.
 TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
-    state.settings.analysis.RepeatCheck = true;
-    state.settings.analysis.DaqCheck = true;
-    state.settings.analysis.TotalRepeats = "10";
+    state.settings().analysis.RepeatCheck = true;
+    state.settings().analysis.DaqCheck = true;
+    state.settings().analysis.TotalRepeats = "10";
     struct Case {
         const char* name;
         bool twice;
@@ -396,15 +395,15 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
         sim->setFault(SimFault::None);
         EXPECT_EQ(ui.boxes.size(), boxes);
         EXPECT_EQ(resultLines(), c.passesKept + 2);
-        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + static_cast<int>(c.passesKept));
-        EXPECT_FALSE(state.Running);
+        EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + static_cast<int>(c.passesKept));
+        EXPECT_FALSE(state.running());
         if (c.twice) {
             EXPECT_NE(ui.status[1].find("Stopped while"), std::string::npos) << ui.status[1];
-            EXPECT_FALSE(state.link->DsoLinked);
+            EXPECT_FALSE(state.linked());
             EXPECT_EQ(sent("GTL"), 0u);
         } else {
-            EXPECT_TRUE(state.RunFailure.ok()) << state.RunFailure.text();
-            EXPECT_TRUE(state.link->DsoLinked);
+            EXPECT_TRUE(state.runFailure().ok()) << state.runFailure().text();
+            EXPECT_TRUE(state.linked());
             EXPECT_EQ(sent("DTWAVE?"), 8u);  // the pass in progress was finished
             EXPECT_EQ(sim->commandLog().back(), "GTL");
             EXPECT_FALSE(statusSeen("Repeat count=3"));
@@ -416,16 +415,16 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
 // byte per 100 ms, never silent for long, still ends the run.
 TEST_F(AcquisitionRun, TimeoutSettingEndsATricklingReply) {
     state.WFStartCommand_Click(ui);
-    ASSERT_TRUE(state.link->DsoLinked);
-    state.settings.analysis.TimeoutSeconds = "0.5";
+    ASSERT_TRUE(state.linked());
+    state.settings().analysis.TimeoutSeconds = "0.5";
     sim->setTricklePeriodMs(100);
     sim->setFault(SimFault::OneByte);
     const size_t boxes = ui.boxes.size();
     state.WFStartCommand_Click(ui);
     ASSERT_EQ(ui.boxes.size(), boxes + 1);
     EXPECT_NE(ui.boxes.back().text.find("did not end within 0.5 s"), std::string::npos) << ui.boxes.back().text;
-    EXPECT_FALSE(state.link->DsoLinked);
-    EXPECT_FALSE(state.Running);
+    EXPECT_FALSE(state.linked());
+    EXPECT_FALSE(state.running());
 }
 
 namespace {
@@ -441,10 +440,10 @@ TEST_F(AcquisitionRun, APassFileThatCannotBeWrittenEndsTheSeries) {
                           {"wave table", &AnalysisSettings::WDSaveCheck}};
     const auto notAFolder = dir_ / "not-a-folder";
     std::ofstream(notAFolder) << "x";
-    auto& a = state.settings.analysis;
+    auto& a = state.settings().analysis;
     a.RepeatCheck = a.DaqCheck = true;
     a.TotalRepeats = "5";
-    state.settings.OutputFolder = notAFolder.string();
+    state.settings().OutputFolder = notAFolder.string();
     for (const auto& c : cases) {
         a.DDSaveCheck = a.WDSaveCheck = false;
         a.*c.check = true;
@@ -454,8 +453,8 @@ TEST_F(AcquisitionRun, APassFileThatCannotBeWrittenEndsTheSeries) {
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
         EXPECT_EQ(ui.boxes.back().title, kRunTimeErrorTitle) << c.name;
         EXPECT_NE(ui.boxes.back().text.find(notAFolder.string()), std::string::npos) << ui.boxes.back().text;
-        EXPECT_EQ(state.RunFailure.code(), ErrorCode::FileIo) << c.name;
-        EXPECT_EQ(state.LogGrid.nextRow, kLogHeaderRows + 1) << c.name;
+        EXPECT_EQ(state.runFailure().code(), ErrorCode::FileIo) << c.name;
+        EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + 1) << c.name;
         EXPECT_EQ(resultLines(), std::max<size_t>(lines, 2) + 1) << c.name;
     }
 }

@@ -42,18 +42,18 @@ protected:
 TEST_F(RunStateFile, FileInputFillsTheGridsAndAppendsOneLinePerFile) {
     ui.files = {example("pulses"), example("duty-sweep")};
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");  // the first file keeps the index
+    EXPECT_EQ(state.settings().analysis.SampleIndex, "1");  // the first file keeps the index
     EXPECT_EQ(ui.dialogTitles.front(), "Select Input data file.");
-    EXPECT_EQ(state.TotalWaveDatas, "Wave Length=10000");
-    EXPECT_EQ(state.ResultGrid1.text(2, 7), "49");  // Ch1: rising edges every 200 of 10000 samples
-    EXPECT_FALSE(state.ResultGrid1.text(2, 5).empty());
+    EXPECT_EQ(state.totalWaveDatas(), "Wave Length=10000");
+    EXPECT_EQ(state.resultGrid().text(2, 7), "49");  // Ch1: rising edges every 200 of 10000 samples
+    EXPECT_FALSE(state.resultGrid().text(2, 5).empty());
     EXPECT_NE(std::find(ui.statusLog.begin(), ui.statusLog.end(), "Completed Analysis."), ui.statusLog.end());
     auto lines = resultLines();
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);
 
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_EQ(state.settings.analysis.SampleIndex, "2");
+    EXPECT_EQ(state.settings().analysis.SampleIndex, "2");
     lines = resultLines();
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[3].rfind("Sample2,", 0), 0u);
@@ -71,16 +71,16 @@ TEST_F(RunStateFile, ResultLinesWaitUntilTheFileCanBeWritten) {
     for (int run = 1; run <= 2; ++run) {
         ASSERT_TRUE(state.InputFromFile_Click(ui));
         EXPECT_EQ(ui.status[1], "Failed to save Test Results.");
-        EXPECT_EQ(state.resultLines.waiting().size(), static_cast<size_t>(run));
-        EXPECT_EQ(state.ResultGrid1.text(2, 7), "49");  // the results stay on the screen
+        EXPECT_EQ(state.resultLines().waiting().size(), static_cast<size_t>(run));
+        EXPECT_EQ(state.resultGrid().text(2, 7), "49");  // the results stay on the screen
     }
     std::filesystem::remove(state.resultFileName());
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_TRUE(state.resultLines.waiting().empty());
+    EXPECT_TRUE(state.resultLines().waiting().empty());
     const auto lines = resultLines();
     ASSERT_EQ(lines.size(), 5u);
     for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
-    EXPECT_EQ(state.resultLines.written(), 3);
+    EXPECT_EQ(state.resultLines().written(), 3);
 }
 
 TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
@@ -101,63 +101,65 @@ TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
         EXPECT_EQ(ui.status[2].find("could not be read"), std::string::npos) << ui.status[2];
     }
     EXPECT_FALSE(FileExists(state.resultFileName()));
-    EXPECT_FALSE(state.RunDone);
+    EXPECT_FALSE(state.runDone());
 }
 
 TEST_F(RunStateFile, EnterChecksClampAndResize) {
-    state.settings.analysis.MaxCycles = "600000";
+    state.settings().analysis.MaxCycles = "600000";
     state.MaxCycles_KeyPress();
-    EXPECT_EQ(state.settings.analysis.MaxCycles, "500000");
-    EXPECT_EQ(state.DetailDataGrid.rows(), 500005);
-    state.settings.analysis.Histerisis = "abc";
+    EXPECT_EQ(state.settings().analysis.MaxCycles, "500000");
+    EXPECT_EQ(state.detailGrid().rows(), 500005);
+    state.settings().analysis.Histerisis = "abc";
     state.Histerisis_KeyPress();
-    EXPECT_EQ(state.settings.analysis.Histerisis, "abc");
-    state.settings.analysis.Histerisis = "70";
+    EXPECT_EQ(state.settings().analysis.Histerisis, "abc");
+    state.settings().analysis.Histerisis = "70";
     state.Histerisis_KeyPress();
-    EXPECT_EQ(state.settings.analysis.Histerisis, "50");
-    state.settings.analysis.TotalRepeats = "20000";
+    EXPECT_EQ(state.settings().analysis.Histerisis, "50");
+    state.settings().analysis.TotalRepeats = "20000";
     state.TotalRepeats_KeyPress();
-    EXPECT_EQ(state.settings.analysis.TotalRepeats, "16000");
-    state.RunDone = true;
-    state.settings.analysis.SampleIndex = "7";
+    EXPECT_EQ(state.settings().analysis.TotalRepeats, "16000");
+    ui.files = {example("pulses")};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_TRUE(state.runDone());
+    state.settings().analysis.SampleIndex = "7";
     state.SampleNo_KeyPress();
-    EXPECT_EQ(state.settings.analysis.SampleIndex, "1");
-    EXPECT_FALSE(state.RunDone);
+    EXPECT_EQ(state.settings().analysis.SampleIndex, "1");
+    EXPECT_FALSE(state.runDone());
 }
 
 TEST_F(RunStateFile, GateAndReanalysisAndComparator) {
-    state.settings.channels[3].ChInputSignal = kGateIndex;
+    state.settings().channels[3].ChInputSignal = kGateIndex;
     ui.files = {example("gated")};
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    const auto& w = state.results.table.at(3, 0);
+    const auto& w = state.results().table.at(3, 0);
     EXPECT_NEAR(w.GateStart, 3000, 2);
     EXPECT_NEAR(w.GateEnd, 7000, 2);
-    const int32_t counts = state.results.table.at(0, 2).Counts;
+    const int32_t counts = state.results().table.at(0, 2).Counts;
     EXPECT_NEAR(counts, 19, 1);  // period 200 inside a 4000-sample gate
 
     // A margin of one division on each side of the gate: fewer cycles, and
     // the re-analysis appends its own result line.
-    state.settings.analysis.LimitPoints = "1";
+    state.settings().analysis.LimitPoints = "1";
     state.LimitPoints_KeyPress(ui);
-    EXPECT_LT(state.results.table.at(0, 2).Counts, counts);
+    EXPECT_LT(state.results().table.at(0, 2).Counts, counts);
     EXPECT_EQ(resultLines().size(), 4u);
 
     std::ofstream(dir_ / "limits.txt", std::ios::binary) << "% Ch1 needs 100 cycles\r\n1,100,200\r\n";
     EXPECT_TRUE(state.LoadComparator(ui, (dir_ / "limits.txt").string()));
-    EXPECT_FALSE(JudgeCount(state.results.table.at(0, 0).Counts, 100, 200));
-    EXPECT_FALSE(state.results.table.at(0, 0).Go);
+    EXPECT_FALSE(JudgeCount(state.results().table.at(0, 0).Counts, 100, 200));
+    EXPECT_FALSE(state.results().table.at(0, 0).Go);
 }
 
 TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {
-    state.settings.analysis.SampleNo = "Lot7";
-    state.settings.channels[1].SigName = "encoder A";
-    state.settings.analysis.LevelMethod = "Halves";
+    state.settings().analysis.SampleNo = "Lot7";
+    state.settings().channels[1].SigName = "encoder A";
+    state.settings().analysis.LevelMethod = "Halves";
     ASSERT_TRUE(state.FormUnload().ok());
     RunState again;
     again.FormLoad((dir_ / "data").string());
-    EXPECT_EQ(again.settings.analysis.SampleNo, "Lot7");
-    EXPECT_EQ(again.settings.channels[1].SigName, "encoder A");
-    EXPECT_EQ(again.settings.analysis.LevelMethod, "Halves");
+    EXPECT_EQ(again.settings().analysis.SampleNo, "Lot7");
+    EXPECT_EQ(again.settings().channels[1].SigName, "encoder A");
+    EXPECT_EQ(again.settings().analysis.LevelMethod, "Halves");
 }
 
 }  // namespace
@@ -168,10 +170,10 @@ TEST_F(RunStateFile, HalvesMatchesPeaksOnTheBundledExamples) {
     for (const char* name : {"pulses", "duty-sweep", "gated"}) {
         std::array<ChannelResultTable, 2> tables;
         for (int m = 0; m < 2; ++m) {
-            state.settings.analysis.LevelMethod = m == 0 ? "Peaks" : "Halves";
+            state.settings().analysis.LevelMethod = m == 0 ? "Peaks" : "Halves";
             ui.files = {example(name)};
             ASSERT_TRUE(state.InputFromFile_Click(ui)) << name;
-            tables[static_cast<size_t>(m)] = state.results.table;
+            tables[static_cast<size_t>(m)] = state.results().table;
         }
         for (int ch = 0; ch < kAnaChannels; ++ch)
             for (int kind = 0; kind < kKinds; ++kind) {

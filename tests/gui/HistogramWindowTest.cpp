@@ -30,8 +30,8 @@ protected:
         dir_ = mervasto::test::FreshTestFolder("mervasto-histogram-");
         state.FormLoad((dir_ / "data").string());
         const std::string file = test::WriteExample(dir_, "duty-sweep");
-        state.settings.channels[0].ChInputSignal = 4;
-        state.settings.channels[1].ChInputSignal = 1;
+        state.settings().channels[0].ChInputSignal = 4;
+        state.settings().channels[1].ChInputSignal = 1;
         ui.files = {file};
         ASSERT_TRUE(state.InputFromFile_Click(ui));
         window = std::make_unique<HistogramWindow>(state);
@@ -46,7 +46,7 @@ protected:
 };
 
 TEST_F(HistogramWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
-    const auto& cycles = state.results.cycles.channel[0];
+    const auto& cycles = state.results().cycles.channel[0];
     const Histogram& h = window->histogram();
     EXPECT_EQ(h.total, static_cast<int32_t>(cycles.size()));
     EXPECT_EQ(std::accumulate(h.counts.begin(), h.counts.end(), 0), h.total);
@@ -56,7 +56,7 @@ TEST_F(HistogramWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
 
     const auto widest = std::max_element(cycles.begin(), cycles.end(),
                                          [](const auto& a, const auto& b) { return a.PulseWidth < b.PulseWidth; });
-    const int32_t bin = HistogramBinOf(h, widest->PulseWidth * state.record.SampleSec);
+    const int32_t bin = HistogramBinOf(h, widest->PulseWidth * state.record().SampleSec);
     EXPECT_EQ(bin, static_cast<int32_t>(h.counts.size()) - 1);
     EXPECT_GT(h.counts.back(), 0);
 
@@ -69,7 +69,7 @@ TEST_F(HistogramWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
     window->findChild<QComboBox*>("PlotChannel")->setCurrentIndex(1);
     window->findChild<QSpinBox*>("HistogramBins")->setValue(0);
     const Histogram& steady = window->histogram();
-    EXPECT_EQ(steady.total, static_cast<int32_t>(state.results.cycles.channel[1].size()));
+    EXPECT_EQ(steady.total, static_cast<int32_t>(state.results().cycles.channel[1].size()));
     EXPECT_LE(steady.counts.size(), 3u);
 }
 

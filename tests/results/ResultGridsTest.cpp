@@ -87,6 +87,28 @@ TEST(CopyResultToLog, AppendsOneRowPerPassAndGrows) {
     EXPECT_EQ(log.text(4, 0) + "|" + log.text(5, 0), "1|");
 }
 
+TEST(ResizeLogGrid, NeverDropsFilledRowsOrTheirTexts) {
+    struct Case {
+        int32_t filled;   // passes already in the log
+        int32_t repeats;  // the new Total Repeats
+        int32_t rows;     // rows afterwards
+    };
+    const std::vector<Case> cases = {
+        {3, 1, kLogHeaderRows + 3}, {3, 50, kLogHeaderRows + 50}, {0, 2, kLogHeaderRows + 2}};
+    for (const auto& c : cases) {
+        Grid log;
+        SetupLogGrid(log, 10);
+        log.nextRow = kLogHeaderRows + c.filled;
+        if (c.filled > 0) log.text(kLogHeaderRows + c.filled - 1, 0) = "last";
+        ResizeLogGrid(log, c.repeats);
+        EXPECT_GE(log.rows(), c.rows) << c.filled << " " << c.repeats;
+        EXPECT_EQ(log.nextRow, kLogHeaderRows + c.filled);
+        if (c.filled > 0) {
+            EXPECT_EQ(log.text(kLogHeaderRows + c.filled - 1, 0), "last");
+        }
+    }
+}
+
 TEST(DispDetailData, OneRowPerCycleWithUnits) {
     Grid g;
     SetupDetailDataGrid(g, kDetailStartCycles);
