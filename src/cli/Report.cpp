@@ -77,11 +77,11 @@ void PrintSetupText(std::ostream& out, const std::string& source, const DsoSetup
         << "TriggerLevel: " << ShortestText(s.TriggerLevel) << '\n'
         << "TriggerSource: " << s.TriggerSource << '\n'
         << "TriggerMode: " << s.TriggerMode << '\n';
-    for (int ch = 1; ch <= 4; ++ch) {
-        const auto i = static_cast<size_t>(ch);
-        out << "CH" << ch << ": VoltsPerDiv " << ShortestText(s.VoltsPerDiv[i]) << ", Offset "
-            << ShortestText(s.Offset[i]) << ", Coupling " << s.Coupling[i] << ", BandwidthLimit " << s.BandwidthLimit[i]
-            << ", TraceOn " << s.TraceOn[i] << ", Inverted " << (s.Inverted[i] ? "True" : "False") << '\n';
+    for (int ch = 0; ch < kChannels; ++ch) {
+        out << "CH" << ch + 1 << ": VoltsPerDiv " << ShortestText(s.voltsPerDiv(ch)) << ", Offset "
+            << ShortestText(s.offset(ch)) << ", Coupling " << s.coupling(ch) << ", BandwidthLimit "
+            << s.bandwidthLimit(ch) << ", TraceOn " << s.traceOn(ch) << ", Inverted "
+            << (s.inverted(ch) ? "True" : "False") << '\n';
     }
     out << "CursorPos: " << ShortestText(s.CursorPos[1]) << ", " << ShortestText(s.CursorPos[2])
         << (s.CursorsFromDso ? " (from the instrument)" : " (defaults)") << '\n';
@@ -103,15 +103,15 @@ void PrintSetupJson(std::ostream& out, const DsoSetup& s) {
     j.key("TriggerSource").value(s.TriggerSource);
     j.key("TriggerMode").value(s.TriggerMode);
     j.key("channels").beginArray();
-    for (size_t ch = 1; ch <= 4; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         j.beginObject();
-        j.key("channel").value(static_cast<int32_t>(ch));
-        j.key("VoltsPerDiv").value(double{s.VoltsPerDiv[ch]});
-        j.key("Offset").value(double{s.Offset[ch]});
-        j.key("Coupling").value(s.Coupling[ch]);
-        j.key("BandwidthLimit").value(s.BandwidthLimit[ch]);
-        j.key("TraceOn").value(s.TraceOn[ch]);
-        j.key("Inverted").value(s.Inverted[ch]);
+        j.key("channel").value(int32_t{ch + 1});
+        j.key("VoltsPerDiv").value(double{s.voltsPerDiv(ch)});
+        j.key("Offset").value(double{s.offset(ch)});
+        j.key("Coupling").value(s.coupling(ch));
+        j.key("BandwidthLimit").value(s.bandwidthLimit(ch));
+        j.key("TraceOn").value(s.traceOn(ch));
+        j.key("Inverted").value(s.inverted(ch));
         j.endObject();
     }
     j.endArray();

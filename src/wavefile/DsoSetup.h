@@ -39,6 +39,8 @@ struct DsoSetup {
     float offset(int ch) const { return Offset[index(ch)]; }
     bool inverted(int ch) const { return Inverted[index(ch)]; }
     const std::string& traceOn(int ch) const { return TraceOn[index(ch)]; }
+    const std::string& coupling(int ch) const { return Coupling[index(ch)]; }
+    const std::string& bandwidthLimit(int ch) const { return BandwidthLimit[index(ch)]; }
 
 private:
     static size_t index(int ch) { return static_cast<size_t>(ch) + 1; }

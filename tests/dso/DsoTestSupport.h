@@ -89,7 +89,7 @@ protected:
     // The log once it holds at least n lines (a command that gets no reply
     // may still be on its way when the call that sent it returns).
     std::vector<std::string> logOf(size_t n) {
-        for (int i = 0; i < 200 && sim->commandLog().size() < n; ++i) QThread::msleep(10);
+        sim->waitUntil([n](const std::vector<std::string>& log, int) { return log.size() >= n; });
         return sim->commandLog();
     }
 
