@@ -227,6 +227,8 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& or
             if (drawn(view, ch)) drawTrace(painter, g, ch, view);
         for (int ch = 0; ch < kWaveChannels; ++ch)
             if (drawn(view, ch)) drawEdges(painter, g, ch, view);
+        for (int ch = 0; ch < kWaveChannels; ++ch)
+            if (drawn(view, ch)) drawExtremes(painter, g, ch, view);
         // The gate is drawn only when it narrows the record.
         if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
             painter.setPen(plainPen(ColorFromBgr(view.channel[3].colour), Qt::DashLine));
@@ -428,6 +430,36 @@ void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const Wa
         mark(e0 + period, true);
     }
     p.setBrush(Qt::NoBrush);
+}
+
+void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {
+    if (!view.cycles) return;
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    if (c.HighLevel == c.LowLevel) return;
+    const std::vector<CycleRecord>& cycles = view.cycles->channel[static_cast<size_t>(ch)];
+    const ExtremeCycles& e = view.extremes[static_cast<size_t>(ch)];
+    // A bracket just above the high level over the cycle's stretch, wide
+    // enough to be seen in the whole-record view, where finding it matters most.
+    const int y = pixelRow(g.yOf(c.HighLevel, c)) - 6;
+    const std::pair<int32_t, const char*> marks[] = {{e.min, "min"}, {e.max, "max"}};
+    for (const auto& [index, text] : marks) {
+        if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
+        const CycleRecord& r = cycles[static_cast<size_t>(index)];
+        if (!CycleHasStretch(r) || r.LastEdge < g.first || r.FirstEdge >= g.first + g.count) continue;
+        const int x0 = static_cast<int>(std::floor(g.xOf(r.FirstEdge + 0.5)));
+        const int x1 = std::max(static_cast<int>(std::floor(g.xOf(r.LastEdge + 0.5))), x0 + 2);
+        const QColor colour = ColorFromBgr(text[1] == 'i' ? kMinMarkColour : kMaxMarkColour);
+        p.setPen(plainPen(colour));
+        p.drawLine(x0, y, x1, y);
+        p.drawLine(x0, y, x0, y + 4);
+        p.drawLine(x1, y, x1, y + 4);
+        if (haveFonts()) {
+            QFont font = p.font();
+            font.setPixelSize(10);
+            p.setFont(font);
+            p.drawText(QRect((x0 + x1) / 2 - 20, y - 14, 40, 12), Qt::AlignHCenter | Qt::AlignBottom, text);
+        }
+    }
 }
 
 void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view) {

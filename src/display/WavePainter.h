@@ -13,6 +13,7 @@
 
 #include "analysis/AnalysisTypes.h"
 #include "display/WaveDecimator.h"
+#include "results/CycleSeries.h"
 #include "wavefile/WaveRecord.h"
 
 class QPainter;
@@ -30,6 +31,10 @@ uint32_t BgrFromColor(const QColor& color);
 // "1.25 ms", "500 us", "2 V", "0 s": up to three significant digits and an SI
 // prefix (p n u m k M G).
 std::string SiText(double value, const char* unit);
+
+// The marks over the cycles with the smallest and largest value, 0x00BBGGRR.
+constexpr uint32_t kMinMarkColour = 0x00FF9040;
+constexpr uint32_t kMaxMarkColour = 0x004040FF;
 
 constexpr double kMaxZoom = 2000;  // the Zoom box's rates are below this; the mouse goes further
 
@@ -70,6 +75,8 @@ struct WaveView {
     // Time cursors as sample numbers (a whole number is the middle of that
     // sample); drawn when >= 0.
     std::array<double, 2> cursor = {-1, -1};
+    // Per channel, the cycles marked "min" and "max" (indices into cycles).
+    std::array<ExtremeCycles, kWaveChannels> extremes;
 };
 
 // Samples on screen at a zoom (0 for an empty record).
@@ -136,6 +143,7 @@ private:
     void drawLevels(QPainter& p, const WaveGeometry& g, const WaveChannelView& ch, float histerisis);
     void drawTrace(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawEdges(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
+    void drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view);
 
     std::array<WaveDecimator, kWaveChannels> pyramid_;

@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QSpinBox>
@@ -36,8 +37,9 @@ Outcome savePng(const QImage& image, const std::string& fileName) {
 
 class HistogramWindow::Canvas : public QWidget {
 public:
-    Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint)
-        : QWidget(parent), paint_(std::move(paint)) {
+    Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint,
+           std::function<void(double)> click = {})
+        : QWidget(parent), paint_(std::move(paint)), click_(std::move(click)) {
         setObjectName(name);
         setMinimumSize(420, 180);
         setAttribute(Qt::WA_OpaquePaintEvent);
@@ -48,9 +50,13 @@ protected:
         QPainter p(this);
         paint_(p, rect());
     }
+    void mousePressEvent(QMouseEvent* e) override {
+        if (click_ && e->button() == Qt::LeftButton) click_(e->position().x());
+    }
 
 private:
     std::function<void(QPainter&, const QRect&)> paint_;
+    std::function<void(double)> click_;
 };
 
 HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
@@ -84,9 +90,11 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     save->setToolTip("Both plots as PNG and their data as CSV, into the output folder");
     bar->addWidget(save);
     layout->addLayout(bar);
-    histogramCanvas_ = new Canvas(this, "HistogramCanvas", [this](QPainter& p, const QRect& r) {
-        PaintHistogram(p, r, histogram_, style("histogram"));
-    });
+    histogramCanvas_ = new Canvas(
+        this, "HistogramCanvas",
+        [this](QPainter& p, const QRect& r) { PaintHistogram(p, r, histogram_, style("histogram"), selection_.bin()); },
+        [this](double x) { clickBar(HistogramBarAt(histogramCanvas_->rect(), histogram_, true, x)); });
+    histogramCanvas_->setToolTip("Click a bar to see its cycles in the wave windows, one per click");
     trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) {
         const bool time = !trendXUnit().empty();
         PaintTrend(p, r, time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
@@ -144,12 +152,32 @@ void HistogramWindow::refresh() {
     // Times are whole sample counts, frequencies are not.
     const double quantum = unit_ == "s" ? sampleSec : 0;
     histogram_ = MakeHistogram(values_, bins_->value(), quantum);
+    selection_.clear();
     const auto bars = static_cast<int>(histogram_.counts.size());
     binNote_->setText(values_.empty()     ? QStringLiteral("no cycles")
                       : histogram_.chosen ? QStringLiteral("%1 bins, chosen from the data").arg(bars)
                                           : QStringLiteral("%1 bins").arg(bars));
     histogramCanvas_->update();
     trendCanvas_->update();
+}
+
+void HistogramWindow::clickBar(int32_t bin) {
+    const int ch = channel();
+    const int32_t cycle =
+        bin < 0 ? -1
+                : selection_.click(histogram_, values_, state_.results.cycles.channel[static_cast<size_t>(ch)], bin);
+    if (cycle < 0) {
+        binNote_->setText(bin < 0 ? binNote_->text() : QStringLiteral("no cycle in that bar to show"));
+        histogramCanvas_->update();
+        return;
+    }
+    binNote_->setText(QStringLiteral("bar %1: cycle %2 (%3 of %4)")
+                          .arg(bin + 1)
+                          .arg(cycle + 1)
+                          .arg(selection_.position() + 1)
+                          .arg(selection_.size()));
+    histogramCanvas_->update();
+    emit cycleChosen(ch, cycle);
 }
 
 QImage HistogramWindow::histogramPicture(const QSize& size) const {

@@ -28,6 +28,9 @@ public:
     void refresh();
 
     const Histogram& histogram() const { return histogram_; }
+    const BinSelection& selection() const { return selection_; }
+    // A click on bar `bin` of the histogram (as the mouse does it).
+    void clickBar(int32_t bin);
     // Pictures as the canvases draw them, for saving.
     QImage histogramPicture(const QSize& size) const;
     QImage trendPicture(const QSize& size) const;
@@ -35,6 +38,10 @@ public:
     // named after the sample and the capture counter; the files written go
     // to names.
     Outcome savePlots(std::vector<std::string>& names);
+
+signals:
+    // A bar click chose this cycle (0-based) of channel ch (0-based).
+    void cycleChosen(int ch, int cycle);
 
 private:
     class Canvas;
@@ -56,6 +63,7 @@ private:
     std::vector<double> times_;
     std::vector<double> numbers_;  // 1, 2, ... for the trend against cycle number
     Histogram histogram_;
+    BinSelection selection_;
 };
 
 }  // namespace mervasto

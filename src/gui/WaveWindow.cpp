@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "common/Numeric.h"
+#include "results/CycleSeries.h"
 
 namespace mervasto {
 
@@ -154,6 +155,7 @@ WaveView WaveWindow::view() const {
     v.firstSample = w.first;
     v.stacked = state_.settings.analysis.Stacked;
     v.cursor = cursor_;
+    v.extremes = extremes_;
     return v;
 }
 
@@ -214,6 +216,15 @@ void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(Curs
 
 void WaveWindow::refresh() {
     painter_.recordChanged();
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
+        const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
+        const bool measured = s.ChInputSignal >= 0 && s.ChInputSignal != kGateIndex;
+        extremes_[static_cast<size_t>(ch)] =
+            measured
+                ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record.SampleSec, Val(s.VRate)), cycles)
+                : ExtremeCycles();
+    }
     if (state_.settings.analysis.Stacked != stacked_->isChecked()) {
         const QSignalBlocker block(stacked_);
         stacked_->setChecked(state_.settings.analysis.Stacked);

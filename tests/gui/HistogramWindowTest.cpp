@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
+#include <QCoreApplication>
+#include <QMouseEvent>
 #include <QLabel>
 #include <QSpinBox>
 
@@ -12,6 +14,7 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
+#include "gui/WaveWindow.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
@@ -102,6 +105,48 @@ TEST_F(HistogramWindowTest, SavesBothPlotsAndTheirDataIntoTheOutputFolder) {
     const Outcome failed = window->savePlots(next);
     EXPECT_FALSE(failed.ok());
     EXPECT_NE(failed.text().find("Histogram.png"), std::string::npos) << failed.text();
+}
+
+TEST_F(HistogramWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWindow) {
+    WaveWindow wave(state, WaveWindow::Mode::All);
+    wave.show();
+    wave.refresh();
+    QObject::connect(window.get(), &HistogramWindow::cycleChosen, &wave, &WaveWindow::showCycle);
+
+    // Fine bars, so that the widest bar holds a few pulses.
+    window->findChild<QSpinBox*>("HistogramBins")->setValue(20);
+    const Histogram& h = window->histogram();
+    const auto last = static_cast<int32_t>(h.counts.size()) - 1;
+    const auto& cycles = state.results.cycles.channel[0];
+    std::vector<size_t> inBar;
+    for (size_t i = 0; i < cycles.size(); ++i)
+        if (CycleHasStretch(cycles[i]) && HistogramBinOf(h, cycles[i].PulseWidth * state.record.SampleSec) == last)
+            inBar.push_back(i);
+    ASSERT_GE(inBar.size(), 2u);
+
+    // Click the last bar with the mouse, as a user does.
+    auto* canvas = window->findChild<QWidget*>("HistogramCanvas");
+    const QRectF plot = PlotRect(canvas->rect(), true);
+    const QPointF at(plot.left() + plot.width() * (last + 0.5) / (last + 1), plot.center().y());
+    auto click = [&] {
+        QMouseEvent press(QEvent::MouseButtonPress, at, canvas->mapToGlobal(at), Qt::LeftButton, Qt::LeftButton,
+                          Qt::NoModifier);
+        QCoreApplication::sendEvent(canvas, &press);
+    };
+    auto* readout = wave.findChild<QLabel*>("CursorReadout");
+    for (size_t k = 0; k <= inBar.size(); ++k) {
+        click();
+        const CycleRecord& c = cycles[inBar[k % inBar.size()]];  // wraps after the last
+        EXPECT_EQ(window->selection().bin(), last);
+        EXPECT_EQ(wave.cursors()[0], c.FirstEdge) << k;
+        EXPECT_EQ(wave.cursors()[1], c.LastEdge) << k;
+        const TimeWindow w = wave.timeWindow();
+        EXPECT_LE(w.first, c.FirstEdge);
+        EXPECT_GT(w.first + VisibleSamples(state.record.WaveLength, w.zoom), c.LastEdge);
+        const QString dt = QString::fromStdString(SiText(c.PulseWidth * state.record.SampleSec, "s"));
+        EXPECT_TRUE(readout->text().contains(QString::fromUtf8("\xCE\x94t ") + dt)) << readout->text().toStdString();
+    }
+    EXPECT_TRUE(window->findChild<QLabel*>("BinNote")->text().startsWith(QStringLiteral("bar %1: ").arg(last + 1)));
 }
 
 }  // namespace

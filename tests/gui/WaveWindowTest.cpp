@@ -186,4 +186,44 @@ TEST_F(WaveWindowTest, StackedGivesEachChannelItsOwnLane) {
     EXPECT_GT(bottom2 - top2, size.height() / 4);
 }
 
+TEST_F(WaveWindowTest, TheNarrowestAndWidestPulsesAreMarkedOverTheirCycles) {
+    state.settings.channels[1].DispOffCheck = true;  // its periods would be marked too
+    window->refresh();
+    const auto& cycles = state.results.cycles.channel[0];
+    auto byWidth = [](const CycleRecord& a, const CycleRecord& b) {
+        // Ties go to the first, as the marks do; the edgeless records are never marked.
+        if (!CycleHasStretch(a)) return false;
+        return !CycleHasStretch(b) || a.PulseWidth < b.PulseWidth;
+    };
+    const auto narrowest = std::min_element(cycles.begin(), cycles.end(), byWidth);
+    auto widest = cycles.begin();
+    for (auto it = cycles.begin(); it != cycles.end(); ++it)
+        if (CycleHasStretch(*it) && (!CycleHasStretch(*widest) || it->PulseWidth > widest->PulseWidth)) widest = it;
+    ASSERT_LT(narrowest->PulseWidth, widest->PulseWidth);
+
+    const QSize size(800, 400);
+    const QImage im = window->picture(size);
+    WaveView v;
+    v.WaveLength = state.record.WaveLength;
+    const WaveGeometry g = WaveGeometry::Of(QRect(QPoint(0, 0), size), v);
+    for (const auto& [cycle, colour] : {std::pair(narrowest, kMinMarkColour), std::pair(widest, kMaxMarkColour)}) {
+        const QRgb rgb = ColorFromBgr(colour).rgb();
+        std::vector<int> perColumn(static_cast<size_t>(size.width()), 0);
+        for (int y = 0; y < size.height(); ++y)
+            for (int x = 0; x < size.width(); ++x)
+                if (im.pixel(x, y) == rgb) ++perColumn[static_cast<size_t>(x)];
+        const int x0 = static_cast<int>(std::floor(g.xOf(cycle->FirstEdge + 0.5)));
+        const int x1 = std::max(static_cast<int>(std::floor(g.xOf(cycle->LastEdge + 0.5))), x0 + 2);
+        // The bracket's two legs stand on the cycle's edges ...
+        EXPECT_GE(perColumn[static_cast<size_t>(x0)], 5) << colour;
+        EXPECT_GE(perColumn[static_cast<size_t>(x1)], 5) << colour;
+        // ... and nothing of its colour is anywhere else but its label.
+        for (int x = 0; x < size.width(); ++x)
+            if (perColumn[static_cast<size_t>(x)] > 0) {
+                EXPECT_GE(x, x0 - 25) << colour;
+                EXPECT_LE(x, x1 + 25) << colour;
+            }
+    }
+}
+
 }  // namespace
