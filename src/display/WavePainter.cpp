@@ -457,7 +457,11 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
             QFont font = p.font();
             font.setPixelSize(10);
             p.setFont(font);
-            p.drawText(QRect((x0 + x1) / 2 - 20, y - 14, 40, 12), Qt::AlignHCenter | Qt::AlignBottom, text);
+            // Kept inside the plot: an extreme at the record's very start or end is common.
+            const int left =
+                std::clamp((x0 + x1) / 2 - 20, static_cast<int>(g.plot.left()),
+                           std::max(static_cast<int>(g.plot.right()) - 40, static_cast<int>(g.plot.left())));
+            p.drawText(QRect(left, y - 14, 40, 12), Qt::AlignHCenter | Qt::AlignBottom, text);
         }
     }
 }
