@@ -17,6 +17,7 @@
 #include "dso/DsoSetupReadout.h"
 #include "dso/WaveTransfer.h"
 #include "results/Comparator.h"
+#include "results/SeriesTrend.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
@@ -282,11 +283,12 @@ bool loadComparator(RunState& state, ScriptedUi& ui, const Options& o, std::ostr
 
 // --plots: the pictures of the state's channels into the folder (made when
 // missing), named from base; false after telling why they could not be written.
-bool writePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err) {
+bool writePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err,
+                const SeriesTrend* series = nullptr) {
     std::error_code ec;
     std::filesystem::create_directories(*o.plots, ec);
     std::vector<std::string> written;
-    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written);
+    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written, series);
     for (const auto& name : written) err << "mervasto-cli: plot " << name << '\n';
     if (!plotted) err << "mervasto-cli: " << plotted.text() << '\n';
     return plotted.ok();
@@ -450,9 +452,12 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;
     int64_t passes = 0;
+    SeriesTrend series;
     const Subscription reportPasses = state.passFinished.subscribe([&] {
         ++passes;
         anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.RepeatCounter);
+        if (!o.plots) return;
+        series.add(state.RepeatCounter, state.results.table, state.channelDisplays());
     });
     gInterrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
@@ -466,7 +471,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     std::signal(SIGINT, previous);
     report.finish();
     const bool saved = reportUnsaved(state, err);
-    const bool plotted = !o.plots || passes == 0 || writePlots(state, o, state.sampleName(), err);
+    const bool plotted = !o.plots || passes == 0 || writePlots(state, o, state.sampleName(), err, &series);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.LogGrid.nextRow - kLogHeaderRows, 0)
         << " log row(s), " << state.resultLines.written() << " result line(s) written\n";
     if (!state.RunFailure) {

@@ -13,6 +13,7 @@
 #include "display/WindowPicture.h"
 #include "results/CycleSeries.h"
 #include "results/ResultGrids.h"
+#include "results/SeriesTrend.h"
 
 namespace mervasto {
 
@@ -52,7 +53,7 @@ QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes)
 }  // namespace
 
 Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const std::string& base,
-                          std::vector<std::string>& written) {
+                          std::vector<std::string>& written, const SeriesTrend* series) {
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         if (!analysedChannel(state, ch)) continue;
         const auto& s = state.settings.channels[static_cast<size_t>(ch)];
@@ -80,11 +81,18 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
             style.title = channelTitle(state, ch, "trend");
             PaintTrend(p, trend.rect(), numbers, values, "", style);
         }
-        const std::pair<QImage, std::string> files[] = {
+        std::vector<std::pair<QImage, std::string>> files = {
             {wavePicture(state, ch, FindExtremeCycles(values, cycles)), stem + "_Wave.png"},
             {histogram, stem + "_Histogram.png"},
             {trend, stem + "_Trend.png"},
         };
+        if (series && series->passes() > 0) {
+            QImage perPass(kValuePlotSize, QImage::Format_RGB32);
+            QPainter p(&perPass);
+            style.title = channelTitle(state, ch, "per pass");
+            PaintSeriesTrend(p, perPass.rect(), series->channel(ch), style);
+            files.emplace_back(perPass, stem + "_Series.png");
+        }
         for (const auto& [image, name] : files) {
             if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
             written.push_back(name);

@@ -99,8 +99,13 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
         const bool time = !trendXUnit().empty();
         PaintTrend(p, r, time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
     });
+    seriesCanvas_ = new Canvas(this, "SeriesCanvas", [this](QPainter& p, const QRect& r) {
+        PaintSeriesTrend(p, r, series_.channel(channel()), style("per pass"));
+    });
+    seriesCanvas_->setToolTip("Each pass of a repeat series: Min to Max as a bar, the Mean as a white line");
     layout->addWidget(histogramCanvas_, 1);
     layout->addWidget(trendCanvas_, 1);
+    layout->addWidget(seriesCanvas_, 1);
     saveNote_ = new QLabel(this);
     saveNote_->setObjectName("SaveNote");
     saveNote_->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -117,7 +122,17 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
         for (const auto& n : names) shown << QString::fromStdString(n);
         saveNote_->setText("Saved " + shown.join(", "));
     });
-    resize(900, 620);
+    subscriptions_.push_back(state_.runStarted.subscribe([this] {
+        series_.clear();
+        if (isVisible()) seriesCanvas_->update();
+    }));
+    // Four appends per pass; the picture is drawn later by the event loop,
+    // and only when the window is shown, so a long series is not slowed.
+    subscriptions_.push_back(state_.passFinished.subscribe([this] {
+        series_.add(state_.RepeatCounter, state_.results.table, state_.channelDisplays());
+        if (isVisible()) seriesCanvas_->update();
+    }));
+    resize(900, 820);
 }
 
 int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
@@ -159,6 +174,7 @@ void HistogramWindow::refresh() {
                                           : QStringLiteral("%1 bins").arg(bars));
     histogramCanvas_->update();
     trendCanvas_->update();
+    seriesCanvas_->update();
 }
 
 void HistogramWindow::clickBar(int32_t bin) {
@@ -195,6 +211,13 @@ QImage HistogramWindow::trendPicture(const QSize& size) const {
     return image;
 }
 
+QImage HistogramWindow::seriesPicture(const QSize& size) const {
+    QImage image(size, QImage::Format_RGB32);
+    QPainter p(&image);
+    PaintSeriesTrend(p, image.rect(), series_.channel(channel()), style("per pass"));
+    return image;
+}
+
 Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
     auto name = [&](const char* suffix) {
@@ -205,6 +228,12 @@ Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     if (o) o = WriteFileReplacing(names[1], HistogramCsv(histogram_, unit_));
     if (o) o = savePng(trendPicture(kSavedPictureSize), names[2]);
     if (o) o = WriteFileReplacing(names[3], TrendCsv(values_, times_, unit_));
+    if (o && series_.passes() > 0) {
+        names.push_back(name("_Series.png"));
+        names.push_back(name("_Series.csv"));
+        o = savePng(seriesPicture(kSavedPictureSize), names[4]);
+        if (o) o = WriteFileReplacing(names[5], SeriesTrendCsv(series_.channel(channel()), unit_));
+    }
     if (!o) return o;
     // Like the window pictures: the next save never overwrites this one.
     ++state_.CaptureCounter;

@@ -15,6 +15,8 @@
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
+#include "sim/DsoSimulator.h"
+#include "support/SeriesFaults.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
@@ -147,6 +149,54 @@ TEST_F(HistogramWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWin
         EXPECT_TRUE(readout->text().contains(QString::fromUtf8("\xCE\x94t ") + dt)) << readout->text().toStdString();
     }
     EXPECT_TRUE(window->findChild<QLabel*>("BinNote")->text().startsWith(QStringLiteral("bar %1: ").arg(last + 1)));
+}
+
+// A repeat series against the simulator: the per-pass view gains a point per
+// pass, starts afresh with the next run, and is saved beside the others.
+TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    auto& a = state.settings.analysis;
+    a.IPAdressText = sim.address();
+    a.RepeatCheck = true;
+    a.DaqCheck = true;
+    a.TotalRepeats = "4";
+    std::vector<size_t> seen;  // points when each pass ends, as a view sees them
+    const Subscription watch =
+        state.passFinished.subscribe([&] { seen.push_back(window->series().channel(0).size()); });
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(seen, (std::vector<size_t>{1, 2, 3, 4}));
+    EXPECT_EQ(window->series().passes(), 4);
+    const auto points = window->series().channel(0);
+    ASSERT_EQ(points.size(), 4u);
+    for (size_t i = 0; i < points.size(); ++i) {
+        EXPECT_EQ(points[i].pass, static_cast<int32_t>(i + 1));
+        EXPECT_LE(points[i].min, points[i].mean);
+        EXPECT_LE(points[i].mean, points[i].max);
+    }
+    // The same pass, as the result grid shows it.
+    EXPECT_EQ(points.back().max, state.results.table.at(0, 2).Max);
+
+    // The channel's colour is in the picture: the bars are drawn.
+    const QImage im = window->seriesPicture(QSize(600, 300));
+    const QRgb colour = ColorFromBgr(static_cast<uint32_t>(state.settings.channels[0].BackColor)).rgb();
+    int coloured = 0;
+    for (int y = 0; y < im.height(); ++y)
+        for (int x = 0; x < im.width(); ++x) coloured += im.pixel(x, y) == colour;
+    EXPECT_GT(coloured, 20);
+
+    std::vector<std::string> names;
+    ASSERT_TRUE(window->savePlots(names).ok());
+    ASSERT_EQ(names.size(), 6u);
+    EXPECT_TRUE(names[4].ends_with("_Ch1_Series.png")) << names[4];
+    std::ifstream csv(names[5]);
+    std::string header;
+    std::getline(csv, header);
+    EXPECT_EQ(header.rfind("Pass,Min (", 0), 0u) << header;
+
+    a.TotalRepeats = "1";
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(window->series().passes(), 1);
 }
 
 }  // namespace
