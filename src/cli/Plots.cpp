@@ -41,6 +41,7 @@ QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes)
         cv.name = s.SigName;
     }
     v.onlyChannel = ch;
+    v.startTime = RecordStartTime(state.setup);
     v.Histerisis = static_cast<float>(Val(state.settings.analysis.Histerisis));
     v.extremes[static_cast<size_t>(ch)] = extremes;
     QImage image(kWavePlotSize, QImage::Format_RGB32);

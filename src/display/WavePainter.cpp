@@ -150,6 +150,14 @@ int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
     return static_cast<int32_t>(std::clamp(first, 0.0, static_cast<double>(waveLength - count)));
 }
 
+double RecordStartTime(const DsoSetup& setup) {
+    const double start = -static_cast<double>(setup.TriggerDelay) - 5.0 * static_cast<double>(setup.TimePerDiv);
+    const double dt = setup.SampleInterval;
+    if (!(dt > 0) || !std::isfinite(start)) return std::isfinite(start) ? start : 0;
+    const double samples = std::round(start / dt);
+    return std::abs(start / dt - samples) < 1e-3 ? samples * dt : start;
+}
+
 void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table, const CycleTable& cycles) {
     view.WaveLength = record.WaveLength;
     view.SampleSec = record.SampleSec;
@@ -492,9 +500,9 @@ void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry&
     if (clampZoom(view.zoom) > 1) scale += QStringLiteral("  x") + QString::number(clampZoom(view.zoom), 'g', 4);
     p.drawText(QRect(static_cast<int>(g.plot.right()) - 300, textTop, 300, kLabelStrip - 4),
                Qt::AlignRight | Qt::AlignVCenter, scale);
-    // Times of every second division, from the start of the record.
+    // Times of every second division, as the instrument or the file counts them.
     for (int k = 0; k <= 10; k += 2) {
-        const double t = (g.first + k * static_cast<double>(g.count) / 10.0) * view.SampleSec;
+        const double t = view.startTime + (g.first + k * static_cast<double>(g.count) / 10.0) * view.SampleSec;
         const QString text = QString::fromStdString(SiText(t, "s"));
         const int xk = static_cast<int>(g.plot.left() + k * g.divWidth());
         const int align = k == 0 ? Qt::AlignLeft : k == 10 ? Qt::AlignRight : Qt::AlignHCenter;

@@ -14,6 +14,7 @@
 #include "analysis/AnalysisTypes.h"
 #include "display/WaveDecimator.h"
 #include "results/CycleSeries.h"
+#include "wavefile/DsoSetup.h"
 #include "wavefile/WaveRecord.h"
 
 class QPainter;
@@ -57,6 +58,7 @@ struct WaveView {
     std::array<WaveChannelView, kWaveChannels> channel;
     int32_t WaveLength = 0;
     float SampleSec = 0;
+    double startTime = 0;  // seconds at sample 0, the trigger at 0 (RecordStartTime)
     float Histerisis = 0;  // percent
     // From the Ch4 row-0 record.
     int32_t AnaStart = 0;
@@ -78,6 +80,12 @@ struct WaveView {
     // Per channel, the cycles marked "min" and "max" (indices into cycles).
     std::array<ExtremeCycles, kWaveChannels> extremes;
 };
+
+// The time of sample 0 as the instrument (or the imported file) counts it:
+// sample k is at k x SampleInterval - Delay - 5 x TimePerDiv. Snapped to a
+// whole number of samples when it is one but for the rounding of the single-
+// precision setup, so that the file's time 0 reads "0 s", not some ps.
+double RecordStartTime(const DsoSetup& setup);
 
 // Samples on screen at a zoom (0 for an empty record).
 int32_t VisibleSamples(int32_t waveLength, double zoom);

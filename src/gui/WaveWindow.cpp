@@ -146,6 +146,7 @@ WaveView WaveWindow::view() const {
         c.name = s.SigName;
     }
     v.Histerisis = static_cast<float>(Val(state_.settings.analysis.Histerisis));
+    v.startTime = RecordStartTime(state_.setup);
     v.rejectFlag = state_.settings.RejectRangeSet && state_.settings.analysis.OmitRangeEffect;
     v.rejectStart = state_.settings.RejectStart;
     v.rejectEnd = state_.settings.RejectEnd;

@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <fstream>
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
@@ -224,6 +226,49 @@ TEST_F(WaveWindowTest, TheNarrowestAndWidestPulsesAreMarkedOverTheirCycles) {
                 EXPECT_LE(x, x1 + 25) << colour;
             }
     }
+}
+
+// An imported capture whose time column starts at -0.25 ms: the window's
+// times are the file's own, and stay so after a save in the program's own
+// layout and a load of that.
+TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
+    const auto dir = mervasto::test::FreshTestFolder("mervasto-wavetimes-");
+    const auto capture = dir / "capture.csv";
+    {
+        std::ofstream f(capture, std::ios::binary);
+        f << "Time(s),CH1(V)\r\n";
+        char line[64];
+        for (int k = 0; k < 2000; ++k) {
+            std::snprintf(line, sizeof line, "%.9g,%g\r\n", -0.25e-3 + k * 1e-6, (k / 50) % 2 ? 5.0 : 0.0);
+            f << line;
+        }
+    }
+    RunState state;
+    state.FormLoad((dir / "data").string());
+    ScriptedUi ui;
+    auto readoutAt = [&](double c1, double c2) {
+        WaveWindow window(state, WaveWindow::Mode::All);
+        window.show();
+        window.refresh();
+        window.setCursors(c1, c2);
+        return window.findChild<QLabel*>("CursorReadout")->text().toStdString();
+    };
+    ui.files = {capture.string()};
+    ASSERT_TRUE(state.InputFromFile_Click(ui)) << state.lastFileLoad.errorText;
+    const struct {
+        double c1, c2;
+        const char* text;
+    } cases[] = {
+        {0, 250, "t1 -250 us   t2 0 s   \xCE\x94t 250 us"},  // the first row and the file's time 0
+        {300, 1999, "t1 50 us   t2 1.75 ms"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(readoutAt(c.c1, c.c2).rfind(c.text, 0), 0u) << readoutAt(c.c1, c.c2);
+
+    const auto own = dir / "own.csv";
+    ASSERT_TRUE(SaveWaveCsv(own.string(), state.setup, state.record).ok());
+    ui.files = {own.string()};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(readoutAt(0, 250).rfind(cases[0].text, 0), 0u) << readoutAt(0, 250);
 }
 
 }  // namespace
