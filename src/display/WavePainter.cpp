@@ -448,7 +448,12 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
     const ExtremeCycles& e = view.extremes[static_cast<size_t>(ch)];
     // A bracket just above the high level over the cycle's stretch, wide
     // enough to be seen in the whole-record view, where finding it matters most.
-    const int y = pixelRow(g.yOf(c.HighLevel, c)) - 6;
+    // Pushed down from the plot's top so that its label stays readable.
+    const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, static_cast<int>(g.plot.top()) + 16);
+    // Several channels' marks share two colours: then the label names the channel.
+    int shown = 0;
+    for (int other = 0; other < kWaveChannels; ++other) shown += drawn(view, other) ? 1 : 0;
+    const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
     const std::pair<int32_t, const char*> marks[] = {{e.min, "min"}, {e.max, "max"}};
     for (const auto& [index, text] : marks) {
         if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
@@ -466,10 +471,11 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
             font.setPixelSize(10);
             p.setFont(font);
             // Kept inside the plot: an extreme at the record's very start or end is common.
+            const int w = prefix.isEmpty() ? 40 : 64;
             const int left =
-                std::clamp((x0 + x1) / 2 - 20, static_cast<int>(g.plot.left()),
-                           std::max(static_cast<int>(g.plot.right()) - 40, static_cast<int>(g.plot.left())));
-            p.drawText(QRect(left, y - 14, 40, 12), Qt::AlignHCenter | Qt::AlignBottom, text);
+                std::clamp((x0 + x1) / 2 - w / 2, static_cast<int>(g.plot.left()),
+                           std::max(static_cast<int>(g.plot.right()) - w, static_cast<int>(g.plot.left())));
+            p.drawText(QRect(left, y - 14, w, 12), Qt::AlignHCenter | Qt::AlignBottom, prefix + text);
         }
     }
 }
