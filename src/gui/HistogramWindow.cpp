@@ -87,7 +87,7 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     bar->addStretch(1);
     auto* save = new QPushButton("Save PNG + CSV", this);
     save->setObjectName("SavePlots");
-    save->setToolTip("Both plots as PNG and their data as CSV, into the output folder");
+    save->setToolTip("The plots as PNG and their data as CSV, into the output folder");
     bar->addWidget(save);
     layout->addLayout(bar);
     histogramCanvas_ = new Canvas(

@@ -156,7 +156,7 @@ WaveView WaveWindow::view() const {
     v.firstSample = w.first;
     v.stacked = state_.settings.analysis.Stacked;
     v.cursor = cursor_;
-    v.extremes = extremes_;
+    v.extremes = extremes();
     return v;
 }
 
@@ -213,10 +213,9 @@ void WaveWindow::setCursors(double c1, double c2) {
     canvas_->update();
 }
 
-void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(CursorReadout(view()))); }
-
-void WaveWindow::refresh() {
-    painter_.recordChanged();
+const std::array<ExtremeCycles, kWaveChannels>& WaveWindow::extremes() const {
+    // Found when first drawn, not on every pass of a series behind a hidden window.
+    if (!extremesStale_) return extremes_;
     for (int ch = 0; ch < kWaveChannels; ++ch) {
         const auto& s = state_.settings.channels[static_cast<size_t>(ch)];
         const auto& cycles = state_.results.cycles.channel[static_cast<size_t>(ch)];
@@ -226,6 +225,15 @@ void WaveWindow::refresh() {
                 ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record.SampleSec, Val(s.VRate)), cycles)
                 : ExtremeCycles();
     }
+    extremesStale_ = false;
+    return extremes_;
+}
+
+void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(CursorReadout(view()))); }
+
+void WaveWindow::refresh() {
+    painter_.recordChanged();
+    extremesStale_ = true;
     if (state_.settings.analysis.Stacked != stacked_->isChecked()) {
         const QSignalBlocker block(stacked_);
         stacked_->setChecked(state_.settings.analysis.Stacked);
