@@ -15,6 +15,7 @@
 #include "app/RunState.h"
 #include "common/Numeric.h"
 #include "common/TextFile.h"
+#include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "gui/GuardedApplication.h"
 #include "results/ResultGrids.h"
@@ -161,6 +162,9 @@ void HistogramWindow::refresh() {
     unit_ = measured ? DetailUnit(type) : "";
     values_ = measured ? CycleValues(type, cycles, sampleSec, Val(s.VRate)) : std::vector<double>();
     times_ = CycleTimes(cycles, sampleSec);
+    // On the wave windows' time axis: from the trigger, or the imported file's own times.
+    const double start = RecordStartTime(state_.setup);
+    for (double& t : times_) t += start;
     times_.resize(values_.size());
     numbers_.resize(values_.size());
     for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);

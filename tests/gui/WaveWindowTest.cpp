@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
+#include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
@@ -263,6 +264,19 @@ TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
         {300, 1999, "t1 50 us   t2 1.75 ms"},
     };
     for (const auto& c : cases) EXPECT_EQ(readoutAt(c.c1, c.c2).rfind(c.text, 0), 0u) << readoutAt(c.c1, c.c2);
+
+    // The trend against time uses the same times: Ch1's first cycle starts
+    // at its first rising edge, 50 rows in.
+    HistogramWindow histogram(state);
+    histogram.refresh();
+    std::vector<std::string> names;
+    ASSERT_TRUE(histogram.savePlots(names).ok());
+    std::ifstream trend(names[3]);
+    std::string header, first;
+    std::getline(trend, header);
+    std::getline(trend, first);
+    const double t = std::stod(first.substr(first.find(',') + 1));
+    EXPECT_NEAR(t, -200e-6, 2e-6) << first;
 
     const auto own = dir / "own.csv";
     ASSERT_TRUE(SaveWaveCsv(own.string(), state.setup, state.record).ok());
