@@ -2,19 +2,27 @@
 // local simulator with "Repeat" and "New Acquisition" ticked. Reports the
 // time per pass, the part of it spent outside the transfer, and the memory
 // before and after, and checks that every pass left its log row and result
-// line.
+// line. With --series-trend every pass also goes into the per-pass trend and
+// its picture is drawn, as an open "Histogram / Trend" window does.
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
 
+#include "display/PlotPainter.h"
+#include "results/SeriesTrend.h"
+
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <QImage>
+#include <QPainter>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
 using namespace mervasto;
@@ -45,8 +53,22 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    const int passes = argc > 1 ? std::atoi(argv[1]) : 1000;
+    int passes = 1000;
+    bool seriesTrend = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::string(argv[i]) == "--series-trend")
+            seriesTrend = true;
+        else
+            passes = std::atoi(argv[i]);
+    }
+    // Fonts for the trend's texts need a GUI application; no display is used.
+    std::unique_ptr<QCoreApplication> app;
+    if (seriesTrend) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     SimOptions o;
     o.state.recordLength = 100000;
     o.acqDelayMs = 0;
@@ -63,6 +85,22 @@ int main(int argc, char** argv) {
     a.TotalRepeats = std::to_string(passes);
     TimingUi ui;
 
+    SeriesTrend trend;
+    QImage picture(900, 420, QImage::Format_RGB32);
+    std::chrono::steady_clock::duration drawing{};
+    Subscription follow;
+    if (seriesTrend)
+        follow = state.passFinished.subscribe([&] {
+            const auto t = std::chrono::steady_clock::now();
+            trend.add(state.repeatCounter(), state.results().table, state.channelDisplays());
+            QPainter p(&picture);
+            PlotStyle style;
+            style.title = "Ch1 per pass";
+            style.unit = "s";
+            PaintSeriesTrend(p, picture.rect(), trend.channel(0), style);
+            drawing += std::chrono::steady_clock::now() - t;
+        });
+
     // One warm-up pass sizes every array once.
     a.TotalRepeats = "1";
     state.WFStartCommand_Click(ui);
@@ -70,6 +108,8 @@ int main(int argc, char** argv) {
     std::filesystem::remove(state.resultFileName());
     a.TotalRepeats = std::to_string(passes);
     ui.transfer = {};
+    trend.clear();
+    drawing = {};
     const auto t0 = std::chrono::steady_clock::now();
     state.WFStartCommand_Click(ui);
     const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
@@ -84,6 +124,9 @@ int main(int argc, char** argv) {
     std::printf("passes %d, record 100000 samples x 4 channels\n", passes);
     std::printf("per pass: %.2f ms in all, %.2f ms beyond the transfer\n", 1e3 * total / passes,
                 1e3 * (total - transfer) / passes);
+    if (seriesTrend)
+        std::printf("series trend: %.3f ms per pass (update and drawing), %zu points on Ch1\n",
+                    1e3 * std::chrono::duration<double>(drawing).count() / passes, trend.channel(0).size());
     std::printf("memory: %ld KiB after the first pass, %ld KiB after the series\n", rssBefore, rssAfter);
     std::printf("log rows %d, result lines %zu (+2 header lines)\n", logRows, lines >= 2 ? lines - 2 : 0);
     return (logRows == passes && lines == static_cast<size_t>(passes) + 2) ? 0 : 1;

@@ -61,8 +61,12 @@ struct Record {
                 r.Period = period;
                 r.Duty = 50;
                 r.MidEdge = e0 + period / 2;
+                r.FirstEdge = e0;
+                r.LastEdge = e0 + period;
                 cy.push_back(r);
             }
+            // The "min" and "max" marks, one of them near the start.
+            view.extremes[ch] = {1, static_cast<int32_t>(cy.size()) - 1};
         }
     }
 };

@@ -8,6 +8,7 @@
 #include "app/core/Version.h"
 #include "common/PackageVersion.h"
 #include "cli/Json.h"
+#include "cli/Plots.h"
 #include "cli/Report.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -16,6 +17,7 @@
 #include "dso/DsoSetupReadout.h"
 #include "dso/WaveTransfer.h"
 #include "results/Comparator.h"
+#include "results/SeriesTrend.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
@@ -25,6 +27,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <filesystem>
 #include <functional>
 #include <csignal>
 #include <iostream>
@@ -58,6 +61,8 @@ Commands:
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
       --no-save                do not append to ResultData.csv
+      --plots DIR              also write each analysed channel's wave, histogram and
+                               trend as PNG into DIR, named after the file and channel
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
                                --generic as a plain "Time(s),CH1(V),..." file
   make-examples DIR            write the bundled example records into DIR
@@ -67,7 +72,9 @@ Commands:
                                transfer the instrument's channels into a wave CSV file
   acquire --ip HOST[:PORT] [--repeat N] [--new-acquisition] [--omit-range]
           [--settings FILE] [--set NAME=VALUE ...] [--format table|csv|json] [--no-save]
-                               run acquisitions without a window; Ctrl+C stops after the pass
+          [--plots DIR]
+                               run acquisitions without a window; Ctrl+C stops after the pass;
+                               --plots draws the last pass, named after the sample
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
@@ -92,6 +99,7 @@ struct Options {
     std::optional<int> timeoutMs;
     double importInterval = 0;
     bool generic = false;
+    std::optional<std::string> plots;
 };
 
 struct OptionError {
@@ -142,7 +150,9 @@ Options parse(const std::vector<std::string>& args) {
             double s = Val(v);
             if (!(s > 0 && std::isfinite(s))) throw OptionError{"--import-interval takes seconds above 0, not " + v};
             o.importInterval = s;
-        } else if (a == "--generic")
+        } else if (a == "--plots")
+            o.plots = need(i);
+        else if (a == "--generic")
             o.generic = true;
         else if (a == "--new-acquisition")
             o.newAcquisition = true;
@@ -271,6 +281,19 @@ bool loadComparator(RunState& state, ScriptedUi& ui, const Options& o, std::ostr
     return true;
 }
 
+// --plots: the pictures of the state's channels into the folder (made when
+// missing), named from base; false after telling why they could not be written.
+bool writePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err,
+                const SeriesTrend* series = nullptr) {
+    std::error_code ec;
+    std::filesystem::create_directories(*o.plots, ec);
+    std::vector<std::string> written;
+    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written, series);
+    for (const auto& name : written) err << "mervasto-cli: plot " << name << '\n';
+    if (!plotted) err << "mervasto-cli: " << plotted.text() << '\n';
+    return plotted.ok();
+}
+
 int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.files.empty()) {
         err << "mervasto-cli analyze: name at least one wave CSV file\n";
@@ -303,6 +326,7 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
                 err << "mervasto-cli: warning: " << w << '\n';
         }
         anyNg |= report.pass(f, state, boxes, o.comparator.has_value(), std::nullopt);
+        if (o.plots && !writePlots(state, o, std::filesystem::path(f).stem().string(), err)) status = kExitFileError;
         if (o.format != "json" && !state.saveResultLine()) continue;
         if (o.format != "json") err << ui.status[1] << '\n';
     }
@@ -429,9 +453,12 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;
     int64_t passes = 0;
+    SeriesTrend series;
     const Subscription reportPasses = state.passFinished.subscribe([&] {
         ++passes;
         anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.repeatCounter());
+        if (!o.plots) return;
+        series.add(state.repeatCounter(), state.results().table, state.channelDisplays());
     });
     gInterrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
@@ -445,6 +472,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     std::signal(SIGINT, previous);
     report.finish();
     const bool saved = reportUnsaved(state, err);
+    const bool plotted = !o.plots || passes == 0 || writePlots(state, o, state.sampleName(), err, &series);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.logGrid().nextRow - kLogHeaderRows, 0)
         << " log row(s), " << state.resultLines().written() << " result line(s) written\n";
     if (!state.runFailure()) {
@@ -452,7 +480,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
             << '\n';
         return state.runFailure().code() == ErrorCode::FileIo ? kExitFileError : kExitNoInstrument;
     }
-    if (!saved) return kExitFileError;
+    if (!saved || !plotted) return kExitFileError;
     return anyNg ? kExitNg : kExitOk;
 }
 

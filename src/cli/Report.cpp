@@ -38,6 +38,8 @@ void printGrid(std::ostream& out, const Grid& grid) {
     }
 }
 
+}  // namespace
+
 bool analysedChannel(const RunState& state, int ch) {
     const auto& c = state.settings().channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
@@ -47,6 +49,8 @@ bool analysedChannel(const RunState& state, int ch) {
            static_cast<int32_t>(state.record().raw[static_cast<size_t>(ch)].size()) >= state.record().WaveLength &&
            state.record().WaveLength > 0;
 }
+
+namespace {
 
 // The comparator view: verdict rows per channel. Returns true on any "NG".
 bool verdictGrid(const RunState& state, Grid& grid) {

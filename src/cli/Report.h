@@ -19,6 +19,10 @@ void PrintSetupJson(std::ostream& out, const DsoSetup& setup);
 // Per channel: samples, smallest and largest value.
 void PrintRecordSummary(std::ostream& out, const DsoSetup& setup, const WaveRecord& record);
 
+// Whether channel ch (0-based) was analysed: shown, not the gate, in the
+// record and not refused by the analysis.
+bool analysedChannel(const RunState& state, int ch);
+
 // Writes the results of successive files or passes in one output form:
 // "table" (the result grid as the window shows it), "csv" (one line per
 // channel) or "json" (an array of objects, closed by finish()).

@@ -237,4 +237,96 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
     p.restore();
 }
 
+void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoint> points, const PlotStyle& style) {
+    p.save();
+    p.fillRect(area, kBackground);
+    const QRectF r = PlotRect(area, style.labels);
+    const bool texts = style.labels && haveFonts();
+    if (texts) setFont(p);
+    double xLo = 0, xHi = 1, yLo = 0, yHi = 1;
+    if (!points.empty()) {
+        xLo = points.front().pass;
+        xHi = points.back().pass;
+        yLo = points.front().min;
+        yHi = points.front().max;
+        for (const SeriesPoint& pt : points) {
+            yLo = std::min(yLo, pt.min);
+            yHi = std::max(yHi, pt.max);
+        }
+    }
+    if (!(xHi > xLo)) xHi = xLo + 1;
+    const double pad = yHi > yLo ? (yHi - yLo) / 20 : (yLo != 0 ? std::abs(yLo) * 0.01 : 1);
+    yLo -= pad;
+    yHi += pad;
+    auto xOf = [&](double v) { return r.left() + (v - xLo) / (xHi - xLo) * (r.width() - 1); };
+    auto yOf = [&](double v) { return r.bottom() - 1 - (v - yLo) / (yHi - yLo) * (r.height() - 1); };
+    p.setPen(pen(kGridColour, Qt::DotLine));
+    for (int k = 1; k < 4; ++k) {
+        const double y = r.top() + r.height() * k / 4;
+        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
+    }
+    // One vertical stroke per pixel column from the lowest Min to the highest
+    // Max of its passes, and the Mean through the middle: a series of 16000
+    // passes costs as much as one of a thousand.
+    const auto columns = static_cast<size_t>(std::max(r.width(), 1.0));
+    struct Column {
+        double lo = INFINITY, hi = -INFINITY, mean = 0;
+        int n = 0, means = 0;
+    };
+    std::vector<Column> col(columns);
+    for (const SeriesPoint& pt : points) {
+        const auto c = std::min(static_cast<size_t>(std::max(xOf(pt.pass) - r.left(), 0.0)), columns - 1);
+        col[c].lo = std::min(col[c].lo, pt.min);
+        col[c].hi = std::max(col[c].hi, pt.max);
+        ++col[c].n;
+        if (std::isfinite(pt.mean)) {
+            col[c].mean += pt.mean;
+            ++col[c].means;
+        }
+    }
+    QVector<QLineF> band;
+    QVector<QPointF> means;
+    for (size_t c = 0; c < columns; ++c) {
+        if (col[c].n == 0) continue;
+        const double x = r.left() + static_cast<double>(c);
+        band.append(QLineF(x, yOf(col[c].hi), x, yOf(col[c].lo)));
+        if (col[c].means > 0) means.append(QPointF(x, yOf(col[c].mean / col[c].means)));
+    }
+    const QColor colour = ColorFromBgr(style.colour);
+    QPen bandPen(colour, points.size() < columns / 4 ? 3 : 1);
+    bandPen.setCosmetic(true);
+    p.setPen(bandPen);
+    p.drawLines(band);
+    p.setPen(pen(kMeanColour));
+    if (means.size() > 1)
+        p.drawPolyline(means.constData(), static_cast<int>(means.size()));
+    else if (means.size() == 1)
+        p.drawPoint(means.front());
+    drawFrame(p, r);
+    if (texts) {
+        p.setPen(kTextColour);
+        for (int k = 0; k <= 2; ++k) {
+            const double v = yLo + (yHi - yLo) * k / 2;
+            drawText(p, QRectF(area.left(), yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
+                     PlotValueText(v, style.unit));
+        }
+        if (!points.empty()) {
+            const double y = r.bottom() + 3;
+            drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop,
+                     "pass " + std::to_string(points.front().pass));
+            drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
+                     "pass " + std::to_string(points.back().pass));
+        }
+        std::string title = style.title;
+        if (!points.empty())
+            title += "   last pass: min " + PlotValueText(points.back().min, style.unit) + "   max " +
+                     PlotValueText(points.back().max, style.unit) +
+                     (std::isfinite(points.back().mean) ? "   mean " + PlotValueText(points.back().mean, style.unit)
+                                                        : std::string());
+        drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
+                 title);
+    }
+    p.restore();
+}
+
 }  // namespace mervasto

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "results/CycleSeries.h"
+#include "results/SeriesTrend.h"
 
 class QPainter;
 
@@ -41,5 +42,9 @@ int32_t HistogramBarAt(const QRect& area, const Histogram& h, bool labels, doubl
 // series are drawn as the min/max of each pixel column.
 void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::span<const double> values,
                 const std::string& xUnit, const PlotStyle& style);
+
+// Per pass of a series: the band from Min to Max in the channel's colour and
+// the Mean as a white line, against pass number.
+void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoint> points, const PlotStyle& style);
 
 }  // namespace mervasto

@@ -68,7 +68,8 @@ std::string CycleTip(int ch, int index, const CycleRecord& r, float sampleSec) {
 std::string CursorReadout(const WaveView& view) {
     const double c1 = view.cursor[0], c2 = view.cursor[1];
     if (!(c1 >= 0 && c2 >= 0) || view.WaveLength <= 0) return {};
-    const double t1 = c1 * view.SampleSec, t2 = c2 * view.SampleSec, dt = t2 - t1;
+    const double t1 = view.startTime + c1 * view.SampleSec, t2 = view.startTime + c2 * view.SampleSec;
+    const double dt = (c2 - c1) * view.SampleSec;
     std::string text = "t1 " + SiText(t1, "s") + "   t2 " + SiText(t2, "s") + "   \xCE\x94t " + SiText(dt, "s");
     text += "   1/\xCE\x94t " + (dt != 0 ? SiText(1 / dt, "Hz") : std::string("-"));
     auto at = [&view](const WaveChannelView& c, double cursor) {

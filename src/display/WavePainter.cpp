@@ -150,6 +150,14 @@ int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
     return static_cast<int32_t>(std::clamp(first, 0.0, static_cast<double>(waveLength - count)));
 }
 
+double RecordStartTime(const DsoSetup& setup) {
+    const double start = -static_cast<double>(setup.TriggerDelay) - 5.0 * static_cast<double>(setup.TimePerDiv);
+    const double dt = setup.SampleInterval;
+    if (!(dt > 0) || !std::isfinite(start)) return std::isfinite(start) ? start : 0;
+    const double samples = std::round(start / dt);
+    return std::abs(start / dt - samples) < 1e-3 ? samples * dt : start;
+}
+
 void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table, const CycleTable& cycles) {
     view.WaveLength = record.WaveLength;
     view.SampleSec = record.SampleSec;
@@ -227,6 +235,8 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& or
             if (drawn(view, ch)) drawTrace(painter, g, ch, view);
         for (int ch = 0; ch < kWaveChannels; ++ch)
             if (drawn(view, ch)) drawEdges(painter, g, ch, view);
+        for (int ch = 0; ch < kWaveChannels; ++ch)
+            if (drawn(view, ch)) drawExtremes(painter, g, ch, view);
         // The gate is drawn only when it narrows the record.
         if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
             painter.setPen(plainPen(ColorFromBgr(view.channel[3].colour), Qt::DashLine));
@@ -430,6 +440,46 @@ void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const Wa
     p.setBrush(Qt::NoBrush);
 }
 
+void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {
+    if (!view.cycles) return;
+    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+    if (c.HighLevel == c.LowLevel) return;
+    const std::vector<CycleRecord>& cycles = view.cycles->channel[static_cast<size_t>(ch)];
+    const ExtremeCycles& e = view.extremes[static_cast<size_t>(ch)];
+    // A bracket just above the high level over the cycle's stretch, wide
+    // enough to be seen in the whole-record view, where finding it matters most.
+    // Pushed down from the plot's top so that its label stays readable.
+    const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, static_cast<int>(g.plot.top()) + 16);
+    // Several channels' marks share two colours: then the label names the channel.
+    int shown = 0;
+    for (int other = 0; other < kWaveChannels; ++other) shown += drawn(view, other) ? 1 : 0;
+    const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
+    const std::pair<int32_t, const char*> marks[] = {{e.min, "min"}, {e.max, "max"}};
+    for (const auto& [index, text] : marks) {
+        if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
+        const CycleRecord& r = cycles[static_cast<size_t>(index)];
+        if (!CycleHasStretch(r) || r.LastEdge < g.first || r.FirstEdge >= g.first + g.count) continue;
+        const int x0 = static_cast<int>(std::floor(g.xOf(r.FirstEdge + 0.5)));
+        const int x1 = std::max(static_cast<int>(std::floor(g.xOf(r.LastEdge + 0.5))), x0 + 2);
+        const QColor colour = ColorFromBgr(text[1] == 'i' ? kMinMarkColour : kMaxMarkColour);
+        p.setPen(plainPen(colour));
+        p.drawLine(x0, y, x1, y);
+        p.drawLine(x0, y, x0, y + 4);
+        p.drawLine(x1, y, x1, y + 4);
+        if (haveFonts()) {
+            QFont font = p.font();
+            font.setPixelSize(10);
+            p.setFont(font);
+            // Kept inside the plot: an extreme at the record's very start or end is common.
+            const int w = prefix.isEmpty() ? 40 : 64;
+            const int left =
+                std::clamp((x0 + x1) / 2 - w / 2, static_cast<int>(g.plot.left()),
+                           std::max(static_cast<int>(g.plot.right()) - w, static_cast<int>(g.plot.left())));
+            p.drawText(QRect(left, y - 14, w, 12), Qt::AlignHCenter | Qt::AlignBottom, prefix + text);
+        }
+    }
+}
+
 void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view) {
     QFont font = p.font();
     font.setPixelSize(11);
@@ -456,9 +506,9 @@ void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry&
     if (clampZoom(view.zoom) > 1) scale += QStringLiteral("  x") + QString::number(clampZoom(view.zoom), 'g', 4);
     p.drawText(QRect(static_cast<int>(g.plot.right()) - 300, textTop, 300, kLabelStrip - 4),
                Qt::AlignRight | Qt::AlignVCenter, scale);
-    // Times of every second division, from the start of the record.
+    // Times of every second division, as the instrument or the file counts them.
     for (int k = 0; k <= 10; k += 2) {
-        const double t = (g.first + k * static_cast<double>(g.count) / 10.0) * view.SampleSec;
+        const double t = view.startTime + (g.first + k * static_cast<double>(g.count) / 10.0) * view.SampleSec;
         const QString text = QString::fromStdString(SiText(t, "s"));
         const int xk = static_cast<int>(g.plot.left() + k * g.divWidth());
         const int align = k == 0 ? Qt::AlignLeft : k == 10 ? Qt::AlignRight : Qt::AlignHCenter;

@@ -13,6 +13,8 @@
 
 #include "analysis/AnalysisTypes.h"
 #include "display/WaveDecimator.h"
+#include "results/CycleSeries.h"
+#include "wavefile/DsoSetup.h"
 #include "wavefile/WaveRecord.h"
 
 class QPainter;
@@ -30,6 +32,10 @@ uint32_t BgrFromColor(const QColor& color);
 // "1.25 ms", "500 us", "2 V", "0 s": up to three significant digits and an SI
 // prefix (p n u m k M G).
 std::string SiText(double value, const char* unit);
+
+// The marks over the cycles with the smallest and largest value, 0x00BBGGRR.
+constexpr uint32_t kMinMarkColour = 0x00FF9040;
+constexpr uint32_t kMaxMarkColour = 0x004040FF;
 
 constexpr double kMaxZoom = 2000;  // the Zoom box's rates are below this; the mouse goes further
 
@@ -52,6 +58,7 @@ struct WaveView {
     std::array<WaveChannelView, kWaveChannels> channel;
     int32_t WaveLength = 0;
     float SampleSec = 0;
+    double startTime = 0;  // seconds at sample 0, the trigger at 0 (RecordStartTime)
     float Histerisis = 0;  // percent
     // From the Ch4 row-0 record.
     int32_t AnaStart = 0;
@@ -70,7 +77,15 @@ struct WaveView {
     // Time cursors as sample numbers (a whole number is the middle of that
     // sample); drawn when >= 0.
     std::array<double, 2> cursor = {-1, -1};
+    // Per channel, the cycles marked "min" and "max" (indices into cycles).
+    std::array<ExtremeCycles, kWaveChannels> extremes;
 };
+
+// The time of sample 0 as the instrument (or the imported file) counts it:
+// sample k is at k x SampleInterval - Delay - 5 x TimePerDiv. Snapped to a
+// whole number of samples when it is one but for the rounding of the single-
+// precision setup, so that the file's time 0 reads "0 s", not some ps.
+double RecordStartTime(const DsoSetup& setup);
 
 // Samples on screen at a zoom (0 for an empty record).
 int32_t VisibleSamples(int32_t waveLength, double zoom);
@@ -136,6 +151,7 @@ private:
     void drawLevels(QPainter& p, const WaveGeometry& g, const WaveChannelView& ch, float histerisis);
     void drawTrace(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawEdges(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
+    void drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view);
 
     std::array<WaveDecimator, kWaveChannels> pyramid_;

@@ -29,7 +29,9 @@ std::string CaptureFileName(std::string_view dataFolder, std::string_view sample
     return name;
 }
 
-Outcome SaveWindowPicture(const QImage& image, const std::string& fileName) {
+namespace {
+
+Outcome savePicture(const QImage& image, const std::string& fileName, const char* format) {
     auto failed = [&](const QString& reason) {
         return Outcome(ErrorCode::FileIo, fileName + ": " + reason.toStdString());
     };
@@ -39,8 +41,8 @@ Outcome SaveWindowPicture(const QImage& image, const std::string& fileName) {
     // the old picture and never leaves half a file.
     QSaveFile file(QString::fromStdString(fileName));
     if (!file.open(QIODevice::WriteOnly)) return failed(file.errorString());
-    QImageWriter writer(&file, "jpeg");
-    writer.setQuality(kPictureQuality);
+    QImageWriter writer(&file, format);
+    if (std::string_view(format) == "jpeg") writer.setQuality(kPictureQuality);
     // JPEG has no alpha; flatten onto white rather than let the encoder guess.
     bool written;
     if (image.hasAlphaChannel()) {
@@ -61,6 +63,16 @@ Outcome SaveWindowPicture(const QImage& image, const std::string& fileName) {
     }
     if (!file.commit()) return failed(file.errorString());
     return Outcome::Ok();
+}
+
+}  // namespace
+
+Outcome SaveWindowPicture(const QImage& image, const std::string& fileName) {
+    return savePicture(image, fileName, "jpeg");
+}
+
+Outcome SavePlotPicture(const QImage& image, const std::string& fileName) {
+    return savePicture(image, fileName, "png");
 }
 
 }  // namespace mervasto

@@ -30,4 +30,7 @@ std::string CaptureFileName(std::string_view dataFolder, std::string_view sample
 // name the file system refuses, a folder that is missing or read-only).
 Outcome SaveWindowPicture(const QImage& image, const std::string& fileName);
 
+// The same for a plot, as PNG: lossless, so thin lines and texts stay sharp.
+Outcome SavePlotPicture(const QImage& image, const std::string& fileName);
+
 }  // namespace mervasto

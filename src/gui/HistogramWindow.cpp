@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QSpinBox>
@@ -14,6 +15,7 @@
 #include "app/RunState.h"
 #include "common/Numeric.h"
 #include "common/TextFile.h"
+#include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "gui/GuardedApplication.h"
 #include "results/ResultGrids.h"
@@ -36,8 +38,9 @@ Outcome savePng(const QImage& image, const std::string& fileName) {
 
 class HistogramWindow::Canvas : public QWidget {
 public:
-    Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint)
-        : QWidget(parent), paint_(std::move(paint)) {
+    Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint,
+           std::function<void(double)> click = {})
+        : QWidget(parent), paint_(std::move(paint)), click_(std::move(click)) {
         setObjectName(name);
         setMinimumSize(420, 180);
         setAttribute(Qt::WA_OpaquePaintEvent);
@@ -48,9 +51,13 @@ protected:
         QPainter p(this);
         paint_(p, rect());
     }
+    void mousePressEvent(QMouseEvent* e) override {
+        if (click_ && e->button() == Qt::LeftButton) click_(e->position().x());
+    }
 
 private:
     std::function<void(QPainter&, const QRect&)> paint_;
+    std::function<void(double)> click_;
 };
 
 HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
@@ -81,18 +88,25 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     bar->addStretch(1);
     auto* save = new QPushButton("Save PNG + CSV", this);
     save->setObjectName("SavePlots");
-    save->setToolTip("Both plots as PNG and their data as CSV, into the output folder");
+    save->setToolTip("The plots as PNG and their data as CSV, into the output folder");
     bar->addWidget(save);
     layout->addLayout(bar);
-    histogramCanvas_ = new Canvas(this, "HistogramCanvas", [this](QPainter& p, const QRect& r) {
-        PaintHistogram(p, r, histogram_, style("histogram"));
-    });
+    histogramCanvas_ = new Canvas(
+        this, "HistogramCanvas",
+        [this](QPainter& p, const QRect& r) { PaintHistogram(p, r, histogram_, style("histogram"), selection_.bin()); },
+        [this](double x) { clickBar(HistogramBarAt(histogramCanvas_->rect(), histogram_, true, x)); });
+    histogramCanvas_->setToolTip("Click a bar to see its cycles in the wave windows, one per click");
     trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) {
         const bool time = !trendXUnit().empty();
         PaintTrend(p, r, time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
     });
+    seriesCanvas_ = new Canvas(this, "SeriesCanvas", [this](QPainter& p, const QRect& r) {
+        PaintSeriesTrend(p, r, series_.channel(channel()), style("per pass"));
+    });
+    seriesCanvas_->setToolTip("Each pass of a repeat series: Min to Max as a bar, the Mean as a white line");
     layout->addWidget(histogramCanvas_, 1);
     layout->addWidget(trendCanvas_, 1);
+    layout->addWidget(seriesCanvas_, 1);
     saveNote_ = new QLabel(this);
     saveNote_->setObjectName("SaveNote");
     saveNote_->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -109,7 +123,17 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
         for (const auto& n : names) shown << QString::fromStdString(n);
         saveNote_->setText("Saved " + shown.join(", "));
     });
-    resize(900, 620);
+    subscriptions_.push_back(state_.runStarted.subscribe([this] {
+        series_.clear();
+        if (isVisible()) seriesCanvas_->update();
+    }));
+    // Four appends per pass; the picture is drawn later by the event loop,
+    // and only when the window is shown, so a long series is not slowed.
+    subscriptions_.push_back(state_.passFinished.subscribe([this] {
+        series_.add(state_.repeatCounter(), state_.results().table, state_.channelDisplays());
+        if (isVisible()) seriesCanvas_->update();
+    }));
+    resize(900, 820);
 }
 
 int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
@@ -138,18 +162,42 @@ void HistogramWindow::refresh() {
     unit_ = measured ? DetailUnit(type) : "";
     values_ = measured ? CycleValues(type, cycles, sampleSec, Val(s.VRate)) : std::vector<double>();
     times_ = CycleTimes(cycles, sampleSec);
+    // On the wave windows' time axis: from the trigger, or the imported file's own times.
+    const double start = RecordStartTime(state_.setup());
+    for (double& t : times_) t += start;
     times_.resize(values_.size());
     numbers_.resize(values_.size());
     for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);
     // Times are whole sample counts, frequencies are not.
     const double quantum = unit_ == "s" ? sampleSec : 0;
     histogram_ = MakeHistogram(values_, bins_->value(), quantum);
+    selection_.clear();
     const auto bars = static_cast<int>(histogram_.counts.size());
     binNote_->setText(values_.empty()     ? QStringLiteral("no cycles")
                       : histogram_.chosen ? QStringLiteral("%1 bins, chosen from the data").arg(bars)
                                           : QStringLiteral("%1 bins").arg(bars));
     histogramCanvas_->update();
     trendCanvas_->update();
+    seriesCanvas_->update();
+}
+
+void HistogramWindow::clickBar(int32_t bin) {
+    const int ch = channel();
+    const int32_t cycle =
+        bin < 0 ? -1
+                : selection_.click(histogram_, values_, state_.results().cycles.channel[static_cast<size_t>(ch)], bin);
+    if (cycle < 0) {
+        binNote_->setText(bin < 0 ? binNote_->text() : QStringLiteral("no cycle in that bar to show"));
+        histogramCanvas_->update();
+        return;
+    }
+    binNote_->setText(QStringLiteral("bar %1: cycle %2 (%3 of %4)")
+                          .arg(bin + 1)
+                          .arg(cycle + 1)
+                          .arg(selection_.position() + 1)
+                          .arg(selection_.size()));
+    histogramCanvas_->update();
+    emit cycleChosen(ch, cycle);
 }
 
 QImage HistogramWindow::histogramPicture(const QSize& size) const {
@@ -167,6 +215,13 @@ QImage HistogramWindow::trendPicture(const QSize& size) const {
     return image;
 }
 
+QImage HistogramWindow::seriesPicture(const QSize& size) const {
+    QImage image(size, QImage::Format_RGB32);
+    QPainter p(&image);
+    PaintSeriesTrend(p, image.rect(), series_.channel(channel()), style("per pass"));
+    return image;
+}
+
 Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
     auto name = [&](const char* suffix) {
@@ -177,6 +232,12 @@ Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     if (o) o = WriteFileReplacing(names[1], HistogramCsv(histogram_, unit_));
     if (o) o = savePng(trendPicture(kSavedPictureSize), names[2]);
     if (o) o = WriteFileReplacing(names[3], TrendCsv(values_, times_, unit_));
+    if (o && series_.passes() > 0) {
+        names.push_back(name("_Series.png"));
+        names.push_back(name("_Series.csv"));
+        o = savePng(seriesPicture(kSavedPictureSize), names[4]);
+        if (o) o = WriteFileReplacing(names[5], SeriesTrendCsv(series_.channel(channel()), unit_));
+    }
     if (!o) return o;
     // Like the window pictures: the next save never overwrites this one.
     state_.captureTaken();

@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "common/Event.h"
 #include "common/Outcome.h"
 #include "display/PlotPainter.h"
 #include "results/CycleSeries.h"
+#include "results/SeriesTrend.h"
 
 class QComboBox;
 class QLabel;
@@ -18,7 +20,8 @@ namespace mervasto {
 class RunState;
 
 // "Histogram / Trend": the spread of one channel's per-cycle values (the
-// quantity its type names) and the same values against cycle number or time.
+// quantity its type names), the same values against cycle number or time,
+// and over a repeat series each pass's Min, Max and Mean against its number.
 class HistogramWindow : public QWidget {
     Q_OBJECT
 public:
@@ -28,13 +31,23 @@ public:
     void refresh();
 
     const Histogram& histogram() const { return histogram_; }
+    const BinSelection& selection() const { return selection_; }
+    // A click on bar `bin` of the histogram (as the mouse does it).
+    void clickBar(int32_t bin);
     // Pictures as the canvases draw them, for saving.
     QImage histogramPicture(const QSize& size) const;
     QImage trendPicture(const QSize& size) const;
-    // Both pictures as PNG and both data sets as CSV into the output folder,
+    QImage seriesPicture(const QSize& size) const;
+    const SeriesTrend& series() const { return series_; }
+    // The pictures as PNG and their data as CSV into the output folder (the
+    // series trend only after a series),
     // named after the sample and the capture counter; the files written go
     // to names.
     Outcome savePlots(std::vector<std::string>& names);
+
+signals:
+    // A bar click chose this cycle (0-based) of channel ch (0-based).
+    void cycleChosen(int ch, int cycle);
 
 private:
     class Canvas;
@@ -50,12 +63,17 @@ private:
     QLabel* saveNote_;
     Canvas* histogramCanvas_;
     Canvas* trendCanvas_;
+    Canvas* seriesCanvas_;
 
     std::string unit_;
     std::vector<double> values_;
     std::vector<double> times_;
     std::vector<double> numbers_;  // 1, 2, ... for the trend against cycle number
     Histogram histogram_;
+    BinSelection selection_;
+    // Filled on every pass whether shown or not; drawn only when shown.
+    SeriesTrend series_;
+    std::vector<Subscription> subscriptions_;
 };
 
 }  // namespace mervasto

@@ -274,6 +274,11 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         waveEach_->showCycle(ch, cycle);
     });
 
+    connect(histogram_, &HistogramWindow::cycleChosen, this, [this](int ch, int cycle) {
+        waveAll_->showCycle(ch, cycle);
+        waveEach_->showCycle(ch, cycle);
+    });
+
     auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
         connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });
     };

@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "common/Numeric.h"
+#include "results/CycleSeries.h"
 
 namespace mervasto {
 
@@ -145,6 +146,7 @@ WaveView WaveWindow::view() const {
         c.name = s.SigName;
     }
     v.Histerisis = static_cast<float>(Val(state_.settings().analysis.Histerisis));
+    v.startTime = RecordStartTime(state_.setup());
     v.rejectFlag = state_.settings().RejectRangeSet && state_.settings().analysis.OmitRangeEffect;
     v.rejectStart = state_.settings().RejectStart;
     v.rejectEnd = state_.settings().RejectEnd;
@@ -154,6 +156,7 @@ WaveView WaveWindow::view() const {
     v.firstSample = w.first;
     v.stacked = state_.settings().analysis.Stacked;
     v.cursor = cursor_;
+    v.extremes = extremes();
     return v;
 }
 
@@ -210,10 +213,27 @@ void WaveWindow::setCursors(double c1, double c2) {
     canvas_->update();
 }
 
+const std::array<ExtremeCycles, kWaveChannels>& WaveWindow::extremes() const {
+    // Found when first drawn, not on every pass of a series behind a hidden window.
+    if (!extremesStale_) return extremes_;
+    for (int ch = 0; ch < kWaveChannels; ++ch) {
+        const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
+        const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
+        const bool measured = s.ChInputSignal >= 0 && s.ChInputSignal != kGateIndex;
+        extremes_[static_cast<size_t>(ch)] =
+            measured
+                ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record().SampleSec, Val(s.VRate)), cycles)
+                : ExtremeCycles();
+    }
+    extremesStale_ = false;
+    return extremes_;
+}
+
 void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(CursorReadout(view()))); }
 
 void WaveWindow::refresh() {
     painter_.recordChanged();
+    extremesStale_ = true;
     if (state_.settings().analysis.Stacked != stacked_->isChecked()) {
         const QSignalBlocker block(stacked_);
         stacked_->setChecked(state_.settings().analysis.Stacked);

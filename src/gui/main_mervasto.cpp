@@ -94,15 +94,24 @@ int main(int argc, char** argv) {
     if (parser.isSet(screenshot)) {
         const QString dir = parser.value(screenshot);
         QTimer::singleShot(100, [&, dir] {
-            form.state().settings().analysis.IPAdressText = sim->address();
+            auto& a = form.state().settings().analysis;
+            a.IPAdressText = sim->address();
+            // A short series, so that the per-pass view has something to show.
+            a.RepeatCheck = a.DaqCheck = true;
+            a.TotalRepeats = "20";
             form.showSettings();
+            form.histogram()->show();
             form.state().WFStartCommand_Click(form.ui());
             form.refreshViews();
             form.grab().save(dir + "/main-window.png");
-            form.waveAll()->grab().save(dir + "/wave-window.png");
+            // The widest cycle, as a user finds it: its bar, clicked.
             form.histogram()->refresh();
-            form.histogram()->show();
+            form.histogram()->clickBar(static_cast<int32_t>(form.histogram()->histogram().counts.size()) - 1);
             form.histogram()->grab().save(dir + "/histogram-window.png");
+            // Lanes, so that each channel's edges and marks stand apart.
+            a.Stacked = true;
+            form.waveAll()->refresh();
+            form.waveAll()->grab().save(dir + "/wave-window.png");
             form.close();
             app.quit();
         });

@@ -95,6 +95,39 @@ int32_t HistogramBinOf(const Histogram& h, double v) {
     return v <= h.max ? bins - 1 : -1;
 }
 
+std::vector<int32_t> CyclesInBin(const Histogram& h, std::span<const double> values,
+                                 std::span<const CycleRecord> cycles, int32_t bin) {
+    std::vector<int32_t> out;
+    const size_t n = std::min(values.size(), cycles.size());
+    for (size_t i = 0; i < n; ++i)
+        if (CycleHasStretch(cycles[i]) && HistogramBinOf(h, values[i]) == bin) out.push_back(static_cast<int32_t>(i));
+    return out;
+}
+
+ExtremeCycles FindExtremeCycles(std::span<const double> values, std::span<const CycleRecord> cycles) {
+    ExtremeCycles e;
+    const size_t n = std::min(values.size(), cycles.size());
+    for (size_t i = 0; i < n; ++i) {
+        if (!CycleHasStretch(cycles[i])) continue;
+        const auto k = static_cast<int32_t>(i);
+        if (e.min < 0 || values[i] < values[static_cast<size_t>(e.min)]) e.min = k;
+        if (e.max < 0 || values[i] > values[static_cast<size_t>(e.max)]) e.max = k;
+    }
+    return e;
+}
+
+int32_t BinSelection::click(const Histogram& h, std::span<const double> values, std::span<const CycleRecord> cycles,
+                            int32_t bin) {
+    if (bin == bin_ && !cycles_.empty()) {
+        position_ = (position_ + 1) % cycles_.size();
+    } else {
+        bin_ = bin;
+        position_ = 0;
+        cycles_ = CyclesInBin(h, values, cycles, bin);
+    }
+    return cycles_.empty() ? -1 : cycles_[position_];
+}
+
 namespace {
 
 std::string number(double v) {

@@ -47,6 +47,40 @@ Histogram MakeHistogram(std::span<const double> values, int32_t bins, double qua
 // The bin holding v, -1 outside.
 int32_t HistogramBinOf(const Histogram& h, double v);
 
+// Cycles that can be shown in the wave: the pulse types' first and last
+// records hold no edges.
+inline bool CycleHasStretch(const CycleRecord& c) { return c.LastEdge > c.FirstEdge && c.FirstEdge >= 0; }
+
+// The showable cycles whose value falls into bin, in cycle order.
+std::vector<int32_t> CyclesInBin(const Histogram& h, std::span<const double> values,
+                                 std::span<const CycleRecord> cycles, int32_t bin);
+
+// The showable cycles with the smallest and the largest value (the first of
+// equals); -1 when there is none.
+struct ExtremeCycles {
+    int32_t min = -1;
+    int32_t max = -1;
+};
+ExtremeCycles FindExtremeCycles(std::span<const double> values, std::span<const CycleRecord> cycles);
+
+// The cycle a click on a histogram bar goes to: the first of the bar's
+// cycles, and on every further click on the same bar the next (wrapping).
+class BinSelection {
+public:
+    // -1 when the bar holds no showable cycle.
+    int32_t click(const Histogram& h, std::span<const double> values, std::span<const CycleRecord> cycles, int32_t bin);
+    void clear() { *this = BinSelection(); }
+    int32_t bin() const { return bin_; }
+    // Position of the shown cycle among the bar's cycles, and how many there are.
+    size_t position() const { return position_; }
+    size_t size() const { return cycles_.size(); }
+
+private:
+    int32_t bin_ = -1;
+    size_t position_ = 0;
+    std::vector<int32_t> cycles_;
+};
+
 // "Bin low,Bin high,Count" then one line per bin.
 std::string HistogramCsv(const Histogram& h, const std::string& unit);
 // "Cycle,Time (s),Value (unit)" then one line per cycle, cycles numbered from 1.

@@ -155,5 +155,35 @@ TEST(WaveNavigation, CursorsAreDrawnOnTheirSamples) {
     EXPECT_EQ(image.pixel(202, 1), orange);
 }
 
+TEST(WaveNavigation, RecordStartTimeIsTheInstrumentsOrTheFilesTime) {
+    const struct {
+        const char* name;
+        float TimePerDiv, TriggerDelay, SampleInterval;
+        double start;
+    } cases[] = {
+        // 2000 rows from -0.25 ms at 1 us: the import's delay, snapped to -250 samples.
+        {"import", 200e-6f, -750e-6f, 1e-6f, -250 * static_cast<double>(1e-6f)},
+        {"half a sample off stays", 200e-6f, -750.5e-6f, 1e-6f, -(-750.5e-6f) - 5.0 * 200e-6f},
+        {"trigger at the centre", 1e-3f, 0, 1e-6f, -5000 * static_cast<double>(1e-6f)},
+        {"no interval", 1e-3f, 1e-3f, 0, -1e-3f - 5.0 * 1e-3f},
+    };
+    for (const auto& c : cases) {
+        DsoSetup setup;
+        setup.TimePerDiv = c.TimePerDiv;
+        setup.TriggerDelay = c.TriggerDelay;
+        setup.SampleInterval = c.SampleInterval;
+        EXPECT_NEAR(RecordStartTime(setup), c.start, 1e-15) << c.name;
+    }
+    // The readout counts from it.
+    WaveView v;
+    std::vector<float> samples(2000, 0.0f);
+    v.channel[0].volts = samples;
+    v.WaveLength = 2000;
+    v.SampleSec = 1e-6f;
+    v.startTime = -250 * static_cast<double>(v.SampleSec);
+    v.cursor = {0, 250};
+    EXPECT_EQ(CursorReadout(v).rfind("t1 -250 us   t2 0 s", 0), 0u) << CursorReadout(v);
+}
+
 }  // namespace
 }  // namespace mervasto

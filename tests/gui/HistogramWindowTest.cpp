@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
+#include <QCoreApplication>
+#include <QMouseEvent>
 #include <QLabel>
 #include <QSpinBox>
 
@@ -12,6 +14,9 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
+#include "gui/WaveWindow.h"
+#include "sim/DsoSimulator.h"
+#include "support/SeriesFaults.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
@@ -102,6 +107,96 @@ TEST_F(HistogramWindowTest, SavesBothPlotsAndTheirDataIntoTheOutputFolder) {
     const Outcome failed = window->savePlots(next);
     EXPECT_FALSE(failed.ok());
     EXPECT_NE(failed.text().find("Histogram.png"), std::string::npos) << failed.text();
+}
+
+TEST_F(HistogramWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWindow) {
+    WaveWindow wave(state, WaveWindow::Mode::All);
+    wave.show();
+    wave.refresh();
+    QObject::connect(window.get(), &HistogramWindow::cycleChosen, &wave, &WaveWindow::showCycle);
+
+    // Fine bars, so that the widest bar holds a few pulses.
+    window->findChild<QSpinBox*>("HistogramBins")->setValue(20);
+    const Histogram& h = window->histogram();
+    const auto last = static_cast<int32_t>(h.counts.size()) - 1;
+    const auto& cycles = state.results().cycles.channel[0];
+    std::vector<size_t> inBar;
+    for (size_t i = 0; i < cycles.size(); ++i)
+        if (CycleHasStretch(cycles[i]) && HistogramBinOf(h, cycles[i].PulseWidth * state.record().SampleSec) == last)
+            inBar.push_back(i);
+    ASSERT_GE(inBar.size(), 2u);
+
+    // Click the last bar with the mouse, as a user does.
+    auto* canvas = window->findChild<QWidget*>("HistogramCanvas");
+    const QRectF plot = PlotRect(canvas->rect(), true);
+    const QPointF at(plot.left() + plot.width() * (last + 0.5) / (last + 1), plot.center().y());
+    auto click = [&] {
+        QMouseEvent press(QEvent::MouseButtonPress, at, canvas->mapToGlobal(at), Qt::LeftButton, Qt::LeftButton,
+                          Qt::NoModifier);
+        QCoreApplication::sendEvent(canvas, &press);
+    };
+    auto* readout = wave.findChild<QLabel*>("CursorReadout");
+    for (size_t k = 0; k <= inBar.size(); ++k) {
+        click();
+        const CycleRecord& c = cycles[inBar[k % inBar.size()]];  // wraps after the last
+        EXPECT_EQ(window->selection().bin(), last);
+        EXPECT_EQ(wave.cursors()[0], c.FirstEdge) << k;
+        EXPECT_EQ(wave.cursors()[1], c.LastEdge) << k;
+        const TimeWindow w = wave.timeWindow();
+        EXPECT_LE(w.first, c.FirstEdge);
+        EXPECT_GT(w.first + VisibleSamples(state.record().WaveLength, w.zoom), c.LastEdge);
+        const QString dt = QString::fromStdString(SiText(c.PulseWidth * state.record().SampleSec, "s"));
+        EXPECT_TRUE(readout->text().contains(QString::fromUtf8("\xCE\x94t ") + dt)) << readout->text().toStdString();
+    }
+    EXPECT_TRUE(window->findChild<QLabel*>("BinNote")->text().startsWith(QStringLiteral("bar %1: ").arg(last + 1)));
+}
+
+// A repeat series against the simulator: the per-pass view gains a point per
+// pass, starts afresh with the next run, and is saved beside the others.
+TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    auto& a = state.settings().analysis;
+    a.IPAdressText = sim.address();
+    a.RepeatCheck = true;
+    a.DaqCheck = true;
+    a.TotalRepeats = "4";
+    std::vector<size_t> seen;  // points when each pass ends, as a view sees them
+    const Subscription watch =
+        state.passFinished.subscribe([&] { seen.push_back(window->series().channel(0).size()); });
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(seen, (std::vector<size_t>{1, 2, 3, 4}));
+    EXPECT_EQ(window->series().passes(), 4);
+    const auto points = window->series().channel(0);
+    ASSERT_EQ(points.size(), 4u);
+    for (size_t i = 0; i < points.size(); ++i) {
+        EXPECT_EQ(points[i].pass, static_cast<int32_t>(i + 1));
+        EXPECT_LE(points[i].min, points[i].mean);
+        EXPECT_LE(points[i].mean, points[i].max);
+    }
+    // The same pass, as the result grid shows it.
+    EXPECT_EQ(points.back().max, state.results().table.at(0, 2).Max);
+
+    // The channel's colour is in the picture: the bars are drawn.
+    const QImage im = window->seriesPicture(QSize(600, 300));
+    const QRgb colour = ColorFromBgr(static_cast<uint32_t>(state.settings().channels[0].BackColor)).rgb();
+    int coloured = 0;
+    for (int y = 0; y < im.height(); ++y)
+        for (int x = 0; x < im.width(); ++x) coloured += im.pixel(x, y) == colour;
+    EXPECT_GT(coloured, 20);
+
+    std::vector<std::string> names;
+    ASSERT_TRUE(window->savePlots(names).ok());
+    ASSERT_EQ(names.size(), 6u);
+    EXPECT_TRUE(names[4].ends_with("_Ch1_Series.png")) << names[4];
+    std::ifstream csv(names[5]);
+    std::string header;
+    std::getline(csv, header);
+    EXPECT_EQ(header.rfind("Pass,Min (", 0), 0u) << header;
+
+    a.TotalRepeats = "1";
+    state.WFStartCommand_Click(ui);
+    EXPECT_EQ(window->series().passes(), 1);
 }
 
 }  // namespace

@@ -12,9 +12,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <fstream>
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
+#include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
@@ -184,6 +187,102 @@ TEST_F(WaveWindowTest, StackedGivesEachChannelItsOwnLane) {
     EXPECT_LT(bottom1, top2);                      // Ch1 above Ch2
     EXPECT_GT(bottom1 - top1, size.height() / 4);  // each fills most of its half
     EXPECT_GT(bottom2 - top2, size.height() / 4);
+}
+
+TEST_F(WaveWindowTest, TheNarrowestAndWidestPulsesAreMarkedOverTheirCycles) {
+    state.settings().channels[1].DispOffCheck = true;  // its periods would be marked too
+    window->refresh();
+    const auto& cycles = state.results().cycles.channel[0];
+    auto byWidth = [](const CycleRecord& a, const CycleRecord& b) {
+        // Ties go to the first, as the marks do; the edgeless records are never marked.
+        if (!CycleHasStretch(a)) return false;
+        return !CycleHasStretch(b) || a.PulseWidth < b.PulseWidth;
+    };
+    const auto narrowest = std::min_element(cycles.begin(), cycles.end(), byWidth);
+    auto widest = cycles.begin();
+    for (auto it = cycles.begin(); it != cycles.end(); ++it)
+        if (CycleHasStretch(*it) && (!CycleHasStretch(*widest) || it->PulseWidth > widest->PulseWidth)) widest = it;
+    ASSERT_LT(narrowest->PulseWidth, widest->PulseWidth);
+
+    const QSize size(800, 400);
+    const QImage im = window->picture(size);
+    WaveView v;
+    v.WaveLength = state.record().WaveLength;
+    const WaveGeometry g = WaveGeometry::Of(QRect(QPoint(0, 0), size), v);
+    for (const auto& [cycle, colour] : {std::pair(narrowest, kMinMarkColour), std::pair(widest, kMaxMarkColour)}) {
+        const QRgb rgb = ColorFromBgr(colour).rgb();
+        std::vector<int> perColumn(static_cast<size_t>(size.width()), 0);
+        for (int y = 0; y < size.height(); ++y)
+            for (int x = 0; x < size.width(); ++x)
+                if (im.pixel(x, y) == rgb) ++perColumn[static_cast<size_t>(x)];
+        const int x0 = static_cast<int>(std::floor(g.xOf(cycle->FirstEdge + 0.5)));
+        const int x1 = std::max(static_cast<int>(std::floor(g.xOf(cycle->LastEdge + 0.5))), x0 + 2);
+        // The bracket's two legs stand on the cycle's edges ...
+        EXPECT_GE(perColumn[static_cast<size_t>(x0)], 5) << colour;
+        EXPECT_GE(perColumn[static_cast<size_t>(x1)], 5) << colour;
+        // ... and nothing of its colour is anywhere else but its label.
+        for (int x = 0; x < size.width(); ++x)
+            if (perColumn[static_cast<size_t>(x)] > 0) {
+                EXPECT_GE(x, x0 - 25) << colour;
+                EXPECT_LE(x, x1 + 25) << colour;
+            }
+    }
+}
+
+// An imported capture whose time column starts at -0.25 ms: the window's
+// times are the file's own, and stay so after a save in the program's own
+// layout and a load of that.
+TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
+    const auto dir = mervasto::test::FreshTestFolder("mervasto-wavetimes-");
+    const auto capture = dir / "capture.csv";
+    {
+        std::ofstream f(capture, std::ios::binary);
+        f << "Time(s),CH1(V)\r\n";
+        char line[64];
+        for (int k = 0; k < 2000; ++k) {
+            std::snprintf(line, sizeof line, "%.9g,%g\r\n", -0.25e-3 + k * 1e-6, (k / 50) % 2 ? 5.0 : 0.0);
+            f << line;
+        }
+    }
+    RunState state;
+    state.FormLoad((dir / "data").string());
+    ScriptedUi ui;
+    auto readoutAt = [&](double c1, double c2) {
+        WaveWindow window(state, WaveWindow::Mode::All);
+        window.show();
+        window.refresh();
+        window.setCursors(c1, c2);
+        return window.findChild<QLabel*>("CursorReadout")->text().toStdString();
+    };
+    ui.files = {capture.string()};
+    ASSERT_TRUE(state.InputFromFile_Click(ui)) << state.lastFileLoad().errorText;
+    const struct {
+        double c1, c2;
+        const char* text;
+    } cases[] = {
+        {0, 250, "t1 -250 us   t2 0 s   \xCE\x94t 250 us"},  // the first row and the file's time 0
+        {300, 1999, "t1 50 us   t2 1.75 ms"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(readoutAt(c.c1, c.c2).rfind(c.text, 0), 0u) << readoutAt(c.c1, c.c2);
+
+    // The trend against time uses the same times: Ch1's first cycle starts
+    // at its first rising edge, 50 rows in.
+    HistogramWindow histogram(state);
+    histogram.refresh();
+    std::vector<std::string> names;
+    ASSERT_TRUE(histogram.savePlots(names).ok());
+    std::ifstream trend(names[3]);
+    std::string header, first;
+    std::getline(trend, header);
+    std::getline(trend, first);
+    const double t = std::stod(first.substr(first.find(',') + 1));
+    EXPECT_NEAR(t, -200e-6, 2e-6) << first;
+
+    const auto own = dir / "own.csv";
+    ASSERT_TRUE(SaveWaveCsv(own.string(), state.setup(), state.record()).ok());
+    ui.files = {own.string()};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(readoutAt(0, 250).rfind(cases[0].text, 0), 0u) << readoutAt(0, 250);
 }
 
 }  // namespace

@@ -89,3 +89,47 @@ TEST(CycleSeries, ValuesTimesAndCsv) {
 
 }  // namespace
 }  // namespace mervasto
+
+namespace mervasto {
+namespace {
+
+// Cycles 0 and 5 hold no edges, as the pulse types' first and last records.
+std::vector<CycleRecord> stretches(size_t n) {
+    std::vector<CycleRecord> cycles(n);
+    for (size_t i = 1; i + 1 < n; ++i) {
+        cycles[i].FirstEdge = static_cast<int32_t>(10 * i);
+        cycles[i].LastEdge = static_cast<int32_t>(10 * i + 5);
+    }
+    return cycles;
+}
+
+TEST(CycleSeries, BarClicksStepThroughTheBarsShowableCycles) {
+    const std::vector<double> values = {0.5, 1, 3, 1.5, 1, 4};
+    const auto cycles = stretches(values.size());
+    const Histogram h = MakeHistogram(values, 2);  // [0.5, 2.25) and [2.25, 4]
+    EXPECT_EQ(CyclesInBin(h, values, cycles, 0), (std::vector<int32_t>{1, 3, 4}));
+    EXPECT_EQ(CyclesInBin(h, values, cycles, 1), (std::vector<int32_t>{2}));
+    EXPECT_TRUE(CyclesInBin(h, values, cycles, 7).empty());
+
+    BinSelection sel;
+    std::vector<int32_t> shown;
+    for (int i = 0; i < 4; ++i) shown.push_back(sel.click(h, values, cycles, 0));
+    EXPECT_EQ(shown, (std::vector<int32_t>{1, 3, 4, 1}));  // wraps
+    EXPECT_EQ(sel.size(), 3u);
+    EXPECT_EQ(sel.position(), 0u);
+    // Another bar starts at its own first cycle, and going back starts over.
+    EXPECT_EQ(sel.click(h, values, cycles, 1), 2);
+    EXPECT_EQ(sel.click(h, values, cycles, 1), 2);
+    EXPECT_EQ(sel.click(h, values, cycles, 0), 1);
+    EXPECT_EQ(sel.click(h, values, cycles, -1), -1);
+
+    // The edgeless records hold the smallest and largest values, but only
+    // showable cycles are marked; ties go to the first.
+    const ExtremeCycles e = FindExtremeCycles(values, cycles);
+    EXPECT_EQ(e.min, 1);
+    EXPECT_EQ(e.max, 2);
+    EXPECT_EQ(FindExtremeCycles({}, {}).min, -1);
+}
+
+}  // namespace
+}  // namespace mervasto

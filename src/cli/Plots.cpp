@@ -1,0 +1,105 @@
+#include "cli/Plots.h"
+
+#include <QImage>
+#include <QPainter>
+
+#include "app/RunState.h"
+#include "app/core/DataFolders.h"
+#include "cli/Report.h"
+#include "common/Numeric.h"
+#include "common/TextFile.h"
+#include "display/PlotPainter.h"
+#include "display/WavePainter.h"
+#include "display/WindowPicture.h"
+#include "results/CycleSeries.h"
+#include "results/ResultGrids.h"
+#include "results/SeriesTrend.h"
+
+namespace mervasto {
+
+namespace {
+
+const QSize kWavePlotSize(1000, 500);
+const QSize kValuePlotSize(900, 420);
+
+std::string channelTitle(const RunState& state, int ch, const char* what) {
+    const auto& s = state.settings().channels[static_cast<size_t>(ch)];
+    const std::string label = "Ch" + std::to_string(ch + 1);
+    return label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
+           std::string(s.signalText()) + " " + what;
+}
+
+QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes) {
+    WaveView v;
+    SetViewData(v, state.record(), state.results().table, state.results().cycles);
+    for (int c = 0; c < kWaveChannels; ++c) {
+        auto& cv = v.channel[static_cast<size_t>(c)];
+        const auto& s = state.settings().channels[static_cast<size_t>(c)];
+        cv.VoltsPerDiv = state.setup().voltsPerDiv(c);
+        cv.Offset = state.setup().offset(c);
+        cv.colour = static_cast<uint32_t>(s.BackColor);
+        cv.name = s.SigName;
+    }
+    v.onlyChannel = ch;
+    v.startTime = RecordStartTime(state.setup());
+    v.Histerisis = static_cast<float>(Val(state.settings().analysis.Histerisis));
+    v.extremes[static_cast<size_t>(ch)] = extremes;
+    QImage image(kWavePlotSize, QImage::Format_RGB32);
+    image.fill(Qt::black);
+    QPainter p(&image);
+    WavePainter().paint(p, image.rect(), v);
+    return image;
+}
+
+}  // namespace
+
+Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const std::string& base,
+                          std::vector<std::string>& written, const SeriesTrend* series) {
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        if (!analysedChannel(state, ch)) continue;
+        const auto& s = state.settings().channels[static_cast<size_t>(ch)];
+        const auto& cycles = state.results().cycles.channel[static_cast<size_t>(ch)];
+        const double sampleSec = state.record().SampleSec;
+        const std::vector<double> values = CycleValues(s.ChInputSignal, cycles, sampleSec, Val(s.VRate));
+        PlotStyle style;
+        style.unit = DetailUnit(s.ChInputSignal);
+        style.colour = static_cast<uint32_t>(s.BackColor);
+        // Times are whole sample counts, so their bins are too.
+        const Histogram h = MakeHistogram(values, 0, style.unit == "s" ? sampleSec : 0);
+        std::vector<double> numbers(values.size());
+        for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = static_cast<double>(i + 1);
+
+        const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));
+        QImage histogram(kValuePlotSize, QImage::Format_RGB32);
+        QImage trend(kValuePlotSize, QImage::Format_RGB32);
+        {
+            QPainter p(&histogram);
+            style.title = channelTitle(state, ch, "histogram");
+            PaintHistogram(p, histogram.rect(), h, style);
+        }
+        {
+            QPainter p(&trend);
+            style.title = channelTitle(state, ch, "trend");
+            PaintTrend(p, trend.rect(), numbers, values, "", style);
+        }
+        std::vector<std::pair<QImage, std::string>> files = {
+            {wavePicture(state, ch, FindExtremeCycles(values, cycles)), stem + "_Wave.png"},
+            {histogram, stem + "_Histogram.png"},
+            {trend, stem + "_Trend.png"},
+        };
+        if (series && series->passes() > 0) {
+            QImage perPass(kValuePlotSize, QImage::Format_RGB32);
+            QPainter p(&perPass);
+            style.title = channelTitle(state, ch, "per pass");
+            PaintSeriesTrend(p, perPass.rect(), series->channel(ch), style);
+            files.emplace_back(perPass, stem + "_Series.png");
+        }
+        for (const auto& [image, name] : files) {
+            if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
+            written.push_back(name);
+        }
+    }
+    return Outcome::Ok();
+}
+
+}  // namespace mervasto

@@ -1,0 +1,110 @@
+#include "cli/Cli.h"
+
+#include "display/WavePainter.h"
+#include "sim/DsoSimulator.h"
+
+#include <QImage>
+
+#include <gtest/gtest.h>
+
+#include "support/SeriesFaults.h"
+#include "support/TestFolder.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+// The application object comes from CliTest.cpp: one per test program.
+
+using namespace mervasto;
+
+namespace {
+
+class PlotsCliTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = mervasto::test::FreshTestFolder("mervasto-plots-");
+        ASSERT_EQ(run({"make-examples", dir_.string()}), 0);
+    }
+    int run(std::vector<std::string> args) {
+        out.str("");
+        err.str("");
+        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
+        return RunCli(args, out, err);
+    }
+    std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
+    std::vector<std::string> plotNames() const {
+        std::vector<std::string> names;
+        for (const auto& e : std::filesystem::directory_iterator(dir_ / "plots"))
+            names.push_back(e.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    static bool holds(const QImage& im, uint32_t bgr) {
+        const QRgb rgb = ColorFromBgr(bgr).rgb();
+        for (int y = 0; y < im.height(); ++y)
+            for (int x = 0; x < im.width(); ++x)
+                if (im.pixel(x, y) == rgb) return true;
+        return false;
+    }
+
+    std::filesystem::path dir_;
+    std::ostringstream out;
+    std::ostringstream err;
+};
+
+TEST_F(PlotsCliTest, AnalyzeDrawsEachAnalysedChannelOfEachFile) {
+    const std::string plots = (dir_ / "plots").string();
+    // duty-sweep: two channels measured; gated: Ch4 is the gate and not drawn.
+    ASSERT_EQ(run({"analyze", "--no-save", "--set", "ChInputSignal1=P.W.", "--set", "ChInputSignal4=Gate", "--plots",
+                   plots, example("duty-sweep"), example("gated")}),
+              kExitOk)
+        << err.str();
+    const std::vector<std::string> expected = {
+        "duty-sweep_Ch1_Histogram.png", "duty-sweep_Ch1_Trend.png", "duty-sweep_Ch1_Wave.png",
+        "duty-sweep_Ch2_Histogram.png", "duty-sweep_Ch2_Trend.png", "duty-sweep_Ch2_Wave.png",
+        "gated_Ch1_Histogram.png",      "gated_Ch1_Trend.png",      "gated_Ch1_Wave.png",
+        "gated_Ch2_Histogram.png",      "gated_Ch2_Trend.png",      "gated_Ch2_Wave.png",
+        "gated_Ch3_Histogram.png",      "gated_Ch3_Trend.png",      "gated_Ch3_Wave.png",
+    };
+    EXPECT_EQ(plotNames(), expected);
+    // The output is still only the results; the plots are told on stderr.
+    EXPECT_EQ(out.str().find(".png"), std::string::npos);
+    EXPECT_NE(err.str().find("duty-sweep_Ch1_Wave.png"), std::string::npos) << err.str();
+
+    const QImage wave(QString::fromStdString(plots + "/duty-sweep_Ch1_Wave.png"));
+    ASSERT_FALSE(wave.isNull());
+    EXPECT_GT(wave.width(), wave.height());
+    // The sweep's narrowest and widest pulses are marked.
+    EXPECT_TRUE(holds(wave, kMinMarkColour));
+    EXPECT_TRUE(holds(wave, kMaxMarkColour));
+    const QImage histogram(QString::fromStdString(plots + "/duty-sweep_Ch1_Histogram.png"));
+    ASSERT_FALSE(histogram.isNull());
+    EXPECT_GT(histogram.width(), 400);
+}
+
+TEST_F(PlotsCliTest, APlotFolderThatCannotBeMadeIsExitStatusOne) {
+    const auto blocked = dir_ / "file";
+    std::ofstream(blocked) << "x";
+    EXPECT_EQ(run({"analyze", "--no-save", "--plots", blocked.string(), example("pulses")}), kExitFileError);
+    EXPECT_NE(err.str().find("pulses_Ch1_Wave.png"), std::string::npos) << err.str();
+    EXPECT_EQ(run({"analyze", "--plots"}), kExitBadOptions);
+}
+
+TEST_F(PlotsCliTest, AcquireDrawsTheLastPassNamedAfterTheSample) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::string plots = (dir_ / "plots").string();
+    ASSERT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "3", "--new-acquisition", "--no-save", "--set",
+                   "SampleNo=Lot", "--format", "csv", "--plots", plots}),
+              kExitOk)
+        << err.str();
+    const auto names = plotNames();
+    ASSERT_FALSE(names.empty());
+    for (const auto& n : names) EXPECT_EQ(n.rfind("Lot", 0), 0u) << n;
+    EXPECT_NE(
+        std::find(names.begin(), names.end(), names.front().substr(0, names.front().find("_Ch")) + "_Ch1_Wave.png"),
+        names.end());
+}
+
+}  // namespace
