@@ -2,6 +2,7 @@
 
 #include "analysis/Levels.h"
 #include "app/core/DataFolders.h"
+#include "app/core/EncoderSettings.h"
 #include "app/core/ResumeFile.h"
 #include "app/core/Startup.h"
 #include "common/Numeric.h"
@@ -129,6 +130,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.encoder = EncoderParamsOf(a);
     return p;
 }
 

@@ -1,0 +1,80 @@
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "app/core/SettingsTable.h"
+#include "dso/DsoLink.h"
+#include "sim/DsoSimulator.h"
+#include "sim/HandTurned.h"
+
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+#include "support/QtTestApp.h"
+#include "support/TestFolder.h"
+
+using namespace mervasto;
+
+MERVASTO_QT_TEST_APP(QCoreApplication);
+
+namespace {
+
+// The hand-turned encoder through the instrument link: what the analysis
+// reads must match what the simulator turned, on byte and on word transfers.
+TEST(EncoderRun, HandTurnedEncoderMatchesItsTruth) {
+    const int32_t length = 100000;
+    std::vector<std::vector<float>> record(4, std::vector<float>(length));
+    const HandTurnedTruth truth = GenerateHandTurned(record, 1);
+    ASSERT_EQ(truth.reversals, 5);  // one at each turn of the hand
+    ASSERT_GT(truth.bounces, 0);
+    ASSERT_GT(truth.minStateWidth, 4.0 * truth.bounceSamples);
+
+    // Words carry the noise over many codes, where "Halves" finds the levels.
+    for (auto [mode, levels] : {std::pair{"NORMAL", "Peaks"}, {"HIGH_RES", "Halves"}}) {
+        SCOPED_TRACE(mode);
+        const auto dir = mervasto::test::FreshTestFolder("mervasto-encoder-");
+        SimOptions o;
+        o.state.scenario = "hand-turned";
+        o.state.recordLength = length;
+        o.state.acqMode = mode;
+        for (auto& c : o.state.ch) c.offset = -2.5;  // 0..5 V fits the byte range
+        o.acqDelayMs = 1;
+        DsoSimulator sim(o);
+        ASSERT_TRUE(sim.start());
+        RunState state;
+        ScriptedUi ui;
+        state.FormLoad((dir / "data").string());
+        state.settings.analysis.IPAdressText = sim.address();
+        state.link->setReplyTimeoutMs(5000);
+        for (auto [name, value] :
+             {std::pair{"Encoder", "1"}, {"EncoderZ", "3"}, {"MaxCycles", "3"}, {"LevelMethod", levels}})
+            ASSERT_TRUE(SetSettingByName(state.settings, name, value).ok());
+
+        // Without bounce removal every burst reads as reversals.
+        state.WFStartCommand_Click(ui);
+        const EncoderResult& raw = state.results.encoder;
+        ASSERT_TRUE(raw.analysed) << raw.note;
+        EXPECT_GT(raw.reversals, truth.reversals + truth.bounces);
+        EXPECT_EQ(raw.droppedBounces, 0);
+
+        const double sampleSec = state.record.SampleSec;
+        state.settings.analysis.MinStateWidth = std::to_string(truth.bounceSamples * sampleSec);
+        state.LimitPoints_KeyPress(ui);
+        const EncoderResult& r = state.results.encoder;
+        ASSERT_TRUE(r.analysed) << r.note;
+        EXPECT_EQ(r.position, truth.position);
+        EXPECT_EQ(r.reversals, truth.reversals);
+        EXPECT_EQ(r.droppedBounces, truth.bounces);
+        EXPECT_NEAR(r.stateWidth.Min, truth.minStateWidth * sampleSec, 1.01 * sampleSec);
+        EXPECT_EQ(r.phase.Counts, truth.phaseCounts);
+        EXPECT_NEAR(r.phase.Mean, truth.phaseMean, 0.5);
+        EXPECT_NEAR(r.phase.Min, truth.phaseMin, 1);
+        EXPECT_NEAR(r.phase.Max, truth.phaseMax, 1);
+        EXPECT_EQ(r.indexCount, truth.indexCount);
+        // Every index comes at the same place of a revolution.
+        const auto perRev = static_cast<int64_t>(4 * truth.cyclesPerRev);
+        EXPECT_EQ(static_cast<int64_t>(r.indexPosition.Max - r.indexPosition.Min) % perRev, 0);
+        (void)state.FormUnload();
+    }
+}
+
+}  // namespace
