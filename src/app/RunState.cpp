@@ -77,6 +77,8 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
 
+std::string RunState::encoderFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kEncoderFileName); }
+
 bool RunState::channelStateOn(int ch) const { return setup.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
@@ -193,10 +195,28 @@ void RunState::LimitEdited(UiPort& ui) {
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine) return true;
-    return resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
+    // The encoder's line first, so the status shows ResultData.csv as always.
+    bool encoderSaved = true;
+    if (settings.analysis.Encoder)
+        encoderSaved =
+            encoderLines.append(ui, encoderFileName(), typeTexts(), EncoderDataLine(sampleName(), results.encoder));
+    const bool saved =
+        resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
+    return saved && encoderSaved;
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, resultFileName(), typeTexts()); }
+std::string RunState::unsavedResultsText() const {
+    std::string text;
+    if (!resultLines.waiting().empty()) text = resultLines.leftOverText(resultFileName());
+    if (!encoderLines.waiting().empty())
+        text += (text.empty() ? "" : "\r\n") + encoderLines.leftOverText(encoderFileName());
+    return text;
+}
+
+bool RunState::SaveUnsavedResults(UiPort& ui) {
+    const bool encoderSaved = encoderLines.flush(ui, encoderFileName(), typeTexts());
+    return resultLines.flush(ui, resultFileName(), typeTexts()) && encoderSaved;
+}
 
 void RunState::fillRawFromVolts() {
     const int channels = setup.ChannelCount == 4 ? 4 : 2;

@@ -13,6 +13,7 @@
 #include "common/Event.h"
 #include "common/Outcome.h"
 #include "common/UiPort.h"
+#include "results/EncoderFiles.h"
 #include "results/Grid.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
@@ -109,6 +110,7 @@ public:
     AnalysisInput analysisInput() const;
     std::string sampleName() const { return settings.analysis.SampleNo + settings.analysis.SampleIndex; }
     std::string resultFileName() const;
+    std::string encoderFileName() const;  // EncoderData.csv beside ResultData.csv
     // The names that become file names (the sample name for saved waves and
     // pictures; the detail and wave table base names) stay in their folder.
     Outcome checkFileNames(bool sample, bool detail = false, bool waveTable = false) const;
@@ -181,8 +183,12 @@ public:
     int64_t passesDone = 0;
     // The result lines, written and waiting (see ResultLineQueue).
     ResultLineQueue resultLines;
+    // The encoder's lines to EncoderData.csv, kept the same way.
+    ResultLineQueue encoderLines{SaveEncoderLines};
     // Tries once more to write the waiting lines; true when none is left.
     bool SaveUnsavedResults(UiPort& ui);
+    // What to tell the user about the lines still waiting, per file.
+    std::string unsavedResultsText() const;
     // Off for a command-line run with --no-save.
     bool saveResultLine = true;
 

@@ -478,7 +478,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     state_.link->abort();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.
-        const std::string text = state_.resultLines.leftOverText(state_.resultFileName());
+        const std::string text = state_.unsavedResultsText();
         ui_->setClipboardText(text);
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }

@@ -7,8 +7,12 @@
 
 #include <QCoreApplication>
 
+#include <filesystem>
+#include <fstream>
+
 #include <gtest/gtest.h>
 
+#include "support/ExampleFiles.h"
 #include "support/QtTestApp.h"
 #include "support/TestFolder.h"
 
@@ -75,6 +79,62 @@ TEST(EncoderRun, HandTurnedEncoderMatchesItsTruth) {
         EXPECT_EQ(static_cast<int64_t>(r.indexPosition.Max - r.indexPosition.Min) % perRev, 0);
         (void)state.FormUnload();
     }
+}
+
+std::vector<std::string> fileLines(const std::string& name) {
+    std::ifstream f(name, std::ios::binary);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(f, l);) lines.push_back(l);
+    return lines;
+}
+
+// EncoderData.csv goes with ResultData.csv: only with the encoder on, a
+// line per analysis, lines the file refuses kept for the next run, nothing
+// with the result line switched off.
+TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
+    const auto dir = mervasto::test::FreshTestFolder("mervasto-encfile-");
+    RunState state;
+    ScriptedUi ui;
+    state.FormLoad((dir / "data").string());
+    const std::string pulses = test::WriteExample(dir, "pulses");
+    ui.files = {pulses, pulses, pulses, pulses, pulses};
+
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_FALSE(std::filesystem::exists(state.encoderFileName()));
+
+    state.settings.analysis.Encoder = true;
+    std::filesystem::create_directories(state.encoderFileName());
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_TRUE(state.results.encoder.analysed) << state.results.encoder.note;
+    EXPECT_EQ(state.encoderLines.waiting().size(), 1u);
+    EXPECT_EQ(ui.status[1], "Saved Test Results to the " + state.resultFileName() + ".");
+    EXPECT_EQ(
+        state.unsavedResultsText().rfind(
+            "Failed to save Test Results. These 1 line(s) belong in " + state.encoderFileName() + ":\r\nSample2,", 0),
+        0u)
+        << state.unsavedResultsText();
+
+    std::filesystem::remove(state.encoderFileName());
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    auto lines = fileLines(state.encoderFileName());
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0].rfind("Sample Name,Phase(deg),", 0), 0u);
+    EXPECT_EQ(lines[2].rfind("Sample2,", 0), 0u);
+    EXPECT_EQ(lines[3].rfind("Sample3,", 0), 0u);
+    EXPECT_EQ(fileLines(state.resultFileName()).size(), 5u);  // ResultData.csv as ever
+
+    state.saveResultLine = false;
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(fileLines(state.encoderFileName()).size(), 4u);
+
+    // Left out: the line still comes, with zeros.
+    state.saveResultLine = true;
+    state.settings.analysis.EncoderB = "1";
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(state.results.encoder.note, kEncoderSameChannel);
+    lines = fileLines(state.encoderFileName());
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[4].rfind("Sample5,0,0,0,0,0,", 0), 0u) << lines[4];
 }
 
 }  // namespace
