@@ -27,6 +27,7 @@
 #include "display/WindowPicture.h"
 #include "dso/DsoLink.h"
 #include "gui/DetailCyclesForm.h"
+#include "gui/EncoderTab.h"
 #include "gui/GridModel.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
@@ -197,6 +198,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     SSTab1_->addTab(resultPage, "Result");
     SSTab1_->addTab(LogGrid_, "Log");
     SSTab1_->addTab(DetailDataGrid_, "Detail Data");
+    SSTab1_->addTab(new EncoderTab(state_, SSTab1_), "Encoder");
     main->addWidget(SSTab1_, 1);
 
     // File menu: the only way to the hidden file input button's command.

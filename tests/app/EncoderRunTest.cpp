@@ -13,13 +13,11 @@
 #include <gtest/gtest.h>
 
 #include "support/ExampleFiles.h"
-#include "support/QtTestApp.h"
 #include "support/TestFolder.h"
 
 using namespace mervasto;
 
-MERVASTO_QT_TEST_APP(QCoreApplication);
-
+// The application object comes from the other test file of this program.
 namespace {
 
 // The hand-turned encoder through the instrument link: what the analysis

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/QtTestApp.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -12,9 +11,8 @@
 
 using namespace mervasto;
 
+// The application object comes from the other test file of this program.
 namespace {
-
-MERVASTO_QT_TEST_APP(QCoreApplication);
 
 // The encoder block in each output form, only when the encoder is on.
 TEST(EncoderCli, EachFormGainsAnEncoderBlock) {
