@@ -334,6 +334,8 @@ void AnalyseEncoder(const EncoderLine lines[3], const EncoderScan& scan, const E
         DropShortStates(ws.edges[0], ws.rising[0], minWidth) + DropShortStates(ws.edges[1], ws.rising[1], minWidth);
     DecodeEncoder(ws.edges[0], ws.rising[0], ws.edges[1], ws.rising[1], ws.edges[2], ws.rising[2], scan.SampleSec,
                   params.countsPerRev, ws, out);
+    const double seconds = static_cast<double>(scan.count) * scan.SampleSec;
+    if (seconds > 0) out.speed = out.revolutions / seconds;
     out.analysed = true;
 }
 

@@ -60,6 +60,7 @@ struct EncoderResult {
     int32_t droppedBounces = 0;  // states shorter than the min. state width dropped, A and B
     int32_t indexCount = 0;
     double revolutions = 0;      // position / counts per revolution (0 when unknown)
+    double speed = 0;            // revolutions per second over the window (0 when unknown)
     int32_t directionAtEnd = 0;  // +1, -1, 0 when nothing moved
 };
 

@@ -57,7 +57,7 @@ Commands:
       --format table|csv|json  output form (default table)
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
-      --no-save                do not append to ResultData.csv
+      --no-save                do not append to ResultData.csv (nor EncoderData.csv)
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
                                --generic as a plain "Time(s),CH1(V),..." file
   make-examples DIR            write the bundled example records into DIR

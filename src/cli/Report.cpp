@@ -96,6 +96,7 @@ void writeEncoderJson(JsonWriter& j, const EncoderResult& r) {
     j.key("droppedBounces").value(r.droppedBounces);
     j.key("indexCount").value(r.indexCount);
     j.key("revolutions").value(r.revolutions);
+    j.key("speed").value(r.speed);
     for (const auto& row : EncoderStatisticRows()) {
         j.key(row.key);
         writeEncoderStatistic(j, r.*(row.member));

@@ -58,7 +58,7 @@ SaveOutcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>
 
 void FillEncoderGrid(Grid& grid, const EncoderResult& r, bool on) {
     const auto& rows = EncoderStatisticRows();
-    const char* totals[] = {"Position", "Reversals", "Dropped Bounces", "Index Count", "Revolutions"};
+    const char* totals[] = {"Position", "Reversals", "Dropped Bounces", "Index Count", "Revolutions", "Speed(rev/s)"};
     const auto rowCount = static_cast<int32_t>(1 + rows.size() + std::size(totals));
     if (grid.rows() != rowCount || grid.cols() != 6) grid = Grid(rowCount, 6);
     grid.clearTexts();
@@ -82,9 +82,12 @@ void FillEncoderGrid(Grid& grid, const EncoderResult& r, bool on) {
         if (r.analysed) grid.text(row, 5) = std::to_string(st.Counts);
         ++row;
     }
-    const std::string totalsText[] = {std::to_string(r.position), std::to_string(r.reversals),
-                                      std::to_string(r.droppedBounces), std::to_string(r.indexCount),
-                                      r.revolutions != 0 ? ShortestText(r.revolutions) : std::string()};
+    const std::string totalsText[] = {std::to_string(r.position),
+                                      std::to_string(r.reversals),
+                                      std::to_string(r.droppedBounces),
+                                      std::to_string(r.indexCount),
+                                      r.revolutions != 0 ? ShortestText(r.revolutions) : std::string(),
+                                      r.speed != 0 ? ShortestText(r.speed) : std::string()};
     for (size_t k = 0; k < std::size(totals); ++k, ++row) {
         grid.text(row, 0) = totals[k];
         if (r.analysed) grid.text(row, 1) = totalsText[k];

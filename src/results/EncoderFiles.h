@@ -40,7 +40,7 @@ SaveOutcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>
 
 // The grid of the window's Encoder tab: a header row, a row per statistic
 // (Min, Max, Mean, σ, Counts with units), then Position, Reversals, Dropped
-// Bounces, Index Count and Revolutions; a left-out analysis shows its
+// Bounces, Index Count, Revolutions and Speed; a left-out analysis shows its
 // reason in place of the values.
 void FillEncoderGrid(Grid& grid, const EncoderResult& r, bool on);
 

@@ -184,6 +184,7 @@ TEST(Encoder, IndexPulseWidthAndPosition) {
     EXPECT_NEAR(r.indexPosition.Max - r.indexPosition.Min, 40 * 39, 1);
     EXPECT_NEAR(r.indexPosition.Sigma, std::sqrt((40.0 * 40 - 1) / 12) * 40, 1);
     EXPECT_EQ(r.revolutions, r.position / 400.0);
+    EXPECT_DOUBLE_EQ(r.speed, r.revolutions / (n * double{1e-6f}));
 }
 
 TEST(Encoder, DropShortStatesKeepsAlternation) {

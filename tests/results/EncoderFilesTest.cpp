@@ -24,6 +24,7 @@ EncoderResult sample() {
     r.droppedBounces = 42;
     r.indexCount = 3;
     r.revolutions = -3.085;
+    r.speed = -0.5;
     return r;
 }
 
@@ -37,7 +38,7 @@ TEST(EncoderFiles, HeaderAndDataColumnsLineUp) {
     const std::string line = EncoderDataLine("Board7", sample());
     EXPECT_EQ(line.rfind("Board7,88.5,93.25,90.125,1.5,120,0.00025,", 0), 0u) << line;
     EXPECT_NE(line.find(",0.0001,0.0001,0.0001,0,3,-1234,7,42,3"), std::string::npos) << line;
-        // A left-out analysis keeps the columns with zeros.
+    // A left-out analysis keeps the columns with zeros.
     const std::string empty = EncoderDataLine("S", EncoderResult{});
     for (const auto& l : {EncoderHeaderLine1(), EncoderHeaderLine2(), line, empty}) EXPECT_EQ(commas(l), 29u) << l;
 }
@@ -79,6 +80,8 @@ TEST(EncoderFiles, GridShowsValuesOrTheReason) {
     EXPECT_EQ(g.text(7, 1), "-1234");
     EXPECT_EQ(g.text(9, 1), "42");
     EXPECT_EQ(g.text(11, 1), "-3.085");
+    EXPECT_EQ(g.text(12, 0), "Speed(rev/s)");
+    EXPECT_EQ(g.text(12, 1), "-0.5");
 
     EncoderResult out;
     out.note = "B is off";
