@@ -211,7 +211,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     int64_t position = 0;
     int32_t lastStep = 0;
     int32_t reversals = 0;
-    Accumulator phase, width, dutyA, dutyB;
+    Accumulator phase, width, dutyA, dutyB, direction;
 
     // One cycle of a line (rising edge to rising edge): whether the direction
     // stayed the same through it, and what happened inside it.
@@ -225,10 +225,11 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
         double otherRise = 0;
     };
     Cycle cycleA, cycleB;
-    auto closeCycle = [&](Cycle& c, double t, int32_t step, Accumulator& duty, Accumulator* ph) {
+    auto closeCycle = [&](Cycle& c, double t, int32_t step, Accumulator& duty, bool isA) {
         if (c.open && c.steady && step == c.step && t > c.start) {
             if (c.fall >= 0) duty.add((c.fall - c.start) * 100.0 / (t - c.start));
-            if (ph && c.otherRises == 1) ph->add((c.otherRise - c.start) * 360.0 / (t - c.start));
+            if (isA) direction.add(step);
+            if (isA && c.otherRises == 1) phase.add((c.otherRise - c.start) * 360.0 / (t - c.start));
         }
         c = Cycle{true, t, step, true, -1, 0, 0};
     };
@@ -254,7 +255,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
             if (c->open && step != c->step) c->steady = false;
         if (e.line == 0) {
             if (e.high) {
-                closeCycle(cycleA, e.at, step, dutyA, &phase);
+                closeCycle(cycleA, e.at, step, dutyA, true);
             } else if (cycleA.open) {
                 cycleA.fall = e.at;
             }
@@ -264,7 +265,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
             }
         } else {
             if (e.high) {
-                closeCycle(cycleB, e.at, step, dutyB, nullptr);
+                closeCycle(cycleB, e.at, step, dutyB, false);
                 if (cycleA.open) {
                     ++cycleA.otherRises;
                     cycleA.otherRise = e.at;
@@ -316,6 +317,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     out.dutyB = dutyB.done();
     out.zWidth = zWidth.done();
     out.indexPosition = zPosition.done();
+    out.direction = direction.done();
     out.indexCount = indexCount;
     out.revolutions = countsPerRev > 0 ? static_cast<double>(position) / countsPerRev : 0.0;
 }

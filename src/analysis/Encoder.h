@@ -54,6 +54,7 @@ struct EncoderResult {
     EncoderStatistic dutyB;          // percent
     EncoderStatistic zWidth;         // seconds
     EncoderStatistic indexPosition;  // counts at each index pulse
+    EncoderStatistic direction;      // +1 / -1 per A cycle without a reversal
 
     int64_t position = 0;  // x4 count over the window, + = B lags A
     int32_t reversals = 0;

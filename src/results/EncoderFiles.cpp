@@ -13,6 +13,7 @@ const std::vector<EncoderStatisticRow>& EncoderStatisticRows() {
         {"A Duty(%)", "dutyA", "%", &EncoderResult::dutyA},
         {"B Duty(%)", "dutyB", "%", &EncoderResult::dutyB},
         {"Z Width(s)", "zWidth", "s", &EncoderResult::zWidth},
+        {"Direction", "direction", "", &EncoderResult::direction},
         {"Index Position", "indexPosition", "", &EncoderResult::indexPosition},
     };
     return rows;

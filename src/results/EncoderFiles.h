@@ -22,7 +22,7 @@ struct EncoderStatisticRow {
 };
 const std::vector<EncoderStatisticRow>& EncoderStatisticRows();
 // The five statistics of the results file (phase, state width, A and B duty,
-// Z width); the index position lives in the grid and JSON only.
+// Z width); the direction and the index position live in the grid and JSON only.
 inline constexpr int kEncoderFileStatistics = 5;
 
 // Header line 1: "Sample Name", each statistic's name over its five columns,

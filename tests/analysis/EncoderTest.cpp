@@ -98,6 +98,7 @@ TEST(Encoder, PositionDirectionAndPhaseOverSpeedProfiles) {
         EXPECT_EQ(r.droppedBounces, 0) << c.what;
         if (c.phaseMean >= 0) {
             EXPECT_NEAR(r.phase.Mean, c.phaseMean, 1.5) << c.what;
+            EXPECT_EQ(r.direction.Mean, c.phaseMean < 180 ? 1 : -1) << c.what;
         }
         EXPECT_GT(r.phase.Counts, 0) << c.what;
         EXPECT_GE(r.phase.Min, 0) << c.what;
@@ -117,6 +118,9 @@ TEST(Encoder, CycleWithAReversalIsLeftOutOfThePhase) {
     EXPECT_LT(r.phase.Counts, 19);
     EXPECT_GE(r.phase.Counts, 16);
     EXPECT_NEAR(r.phase.Mean, 180, 5);  // half at 90, half at 270
+    EXPECT_EQ(r.direction.Min, -1);
+    EXPECT_EQ(r.direction.Max, 1);
+    EXPECT_EQ(r.direction.Counts, r.phase.Counts);
     EXPECT_NEAR(r.phase.Min, 90, 1.5);
     EXPECT_NEAR(r.phase.Max, 270, 1.5);
 }

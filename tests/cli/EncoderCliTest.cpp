@@ -38,7 +38,7 @@ TEST(EncoderCli, EachFormGainsAnEncoderBlock) {
     const Case cases[] = {
         {"json",
          {"\"encoder\": {", "\"analysed\": true", "\"position\": ", "\"reversals\": ", "\"droppedBounces\": ",
-          "\"phase\": {", "\"stateWidth\": {", "\"dutyA\": {", "\"zWidth\": {", "\"sigma\": "}},
+          "\"phase\": {", "\"stateWidth\": {", "\"dutyA\": {", "\"zWidth\": {", "\"direction\": {", "\"sigma\": "}},
         {"csv", {",encoder,phase,true,", ",encoder,position,true,", ",encoder,droppedBounces,true,"}},
         {"table", {"Encoder\n", "Phase(deg)", "Dropped Bounces", "Index Count"}},
     };

@@ -56,8 +56,8 @@ TEST(EncoderTab, SettingsBindAndResultsShow) {
     form->findChild<QAction*>("InputFromFileAction")->trigger();
     ASSERT_TRUE(form->state().results.encoder.analysed) << form->state().results.encoder.note;
     EXPECT_EQ(cell(grid, 0, 1), "Min");
-    EXPECT_EQ(cell(grid, 7, 0), "Position");
-    EXPECT_EQ(cell(grid, 7, 1).toStdString(), std::to_string(form->state().results.encoder.position));
+    EXPECT_EQ(cell(grid, 8, 0), "Position");
+    EXPECT_EQ(cell(grid, 8, 1).toStdString(), std::to_string(form->state().results.encoder.position));
     EXPECT_FALSE(cell(grid, 2, 1).isEmpty());  // state widths
 
     form->findChild<QComboBox*>("EncoderZ")->setCurrentText("3");

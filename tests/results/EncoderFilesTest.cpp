@@ -76,18 +76,18 @@ TEST(EncoderFiles, GridShowsValuesOrTheReason) {
     EXPECT_EQ(g.text(2, 1), "250.00u s");
     EXPECT_EQ(g.text(4, 1), "");  // B duty has no cycles
     EXPECT_EQ(g.text(4, 5), "0");
-    EXPECT_EQ(g.text(7, 0), "Position");
-    EXPECT_EQ(g.text(7, 1), "-1234");
-    EXPECT_EQ(g.text(9, 1), "42");
-    EXPECT_EQ(g.text(11, 1), "-3.085");
-    EXPECT_EQ(g.text(12, 0), "Speed(rev/s)");
-    EXPECT_EQ(g.text(12, 1), "-0.5");
+    EXPECT_EQ(g.text(8, 0), "Position");
+    EXPECT_EQ(g.text(8, 1), "-1234");
+    EXPECT_EQ(g.text(10, 1), "42");
+    EXPECT_EQ(g.text(12, 1), "-3.085");
+    EXPECT_EQ(g.text(13, 0), "Speed(rev/s)");
+    EXPECT_EQ(g.text(13, 1), "-0.5");
 
     EncoderResult out;
     out.note = "B is off";
     FillEncoderGrid(g, out, true);
     EXPECT_EQ(g.text(1, 1), "B is off");
-    EXPECT_EQ(g.text(7, 1), "");
+    EXPECT_EQ(g.text(8, 1), "");
     FillEncoderGrid(g, EncoderResult{}, false);
     EXPECT_EQ(g.text(1, 1), "Encoder off");
 }
