@@ -22,6 +22,8 @@ EncoderTab::EncoderTab(RunState& state, QWidget* parent) : QWidget(parent), stat
     on->setObjectName("Encoder");
     on->setToolTip("Decode A and B (and Z) as an incremental encoder");
     settings->addWidget(on, 0, 0);
+    // Queued: the settings binding takes the tick first.
+    connect(on, &QCheckBox::toggled, this, &EncoderTab::refresh, Qt::QueuedConnection);
     auto channelBox = [&](const char* name, const char* label, const QStringList& items, int col) {
         auto* box = new QComboBox(this);
         box->setObjectName(name);

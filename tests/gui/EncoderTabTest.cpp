@@ -6,6 +6,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QLineEdit>
 #include <QTabWidget>
 #include <QTableView>
@@ -45,6 +46,8 @@ TEST(EncoderTab, SettingsBindAndResultsShow) {
     EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
 
     form->findChild<QCheckBox*>("Encoder")->setChecked(true);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(cell(grid, 1, 1), "");  // on, not analysed yet
     form->findChild<QComboBox*>("EncoderB")->setCurrentText("3");
     auto* width = form->findChild<QLineEdit*>("MinStateWidth");
     width->clear();
