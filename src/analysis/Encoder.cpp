@@ -24,8 +24,9 @@ int32_t halfEvenMidpoint(int32_t a, int32_t b) {
 }
 
 // The one place where an edge of the whole-sample scan becomes a position:
-// edge timing finer than a sample replaces this.
-double edgePosition(const float* /*window*/, int32_t /*n*/, int32_t start, int32_t edge) {
+// edge timing finer than a sample replaces this, with the (smoothed) window
+// samples and the decision level at hand.
+double edgePosition(const float* /*window*/, int32_t /*n*/, float /*level*/, int32_t start, int32_t edge) {
     return static_cast<double>(start + edge);
 }
 
@@ -90,7 +91,7 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
     auto record = [&](int32_t e, bool up) {
         if (up == high) return;  // a band walk that went back: no change of state
         high = up;
-        at.push_back(edgePosition(x, n, start, e));
+        at.push_back(edgePosition(x, n, level, start, e));
         rising.push_back(up ? 1 : 0);
     };
 
