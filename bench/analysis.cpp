@@ -1,5 +1,7 @@
 // Whole analysis runs over long records: 4 channels x 5,000,000 samples of
-// pulses, and one channel with 500,000 cycles.
+// pulses, one channel with 500,000 cycles, and an encoder pair of 2 x
+// 5,000,000 samples with and without the encoder analysis (the difference is
+// what the encoder adds).
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -122,5 +124,40 @@ void BM_OneChannelMaxCycles(benchmark::State& state) {
     runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1));
 }
 BENCHMARK(BM_OneChannelMaxCycles)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A and B in quadrature, 500 samples per cycle (20,000 counts), recorded like
+// the pulses above: four-sample edges, noise, 8-bit codes.
+const PulseRecord& encoderPair() {
+    static const PulseRecord rec = [] {
+        PulseRecord r(2, 500);
+        for (int ch = 0; ch < 2; ++ch) {
+            uint32_t seed = 777u + static_cast<uint32_t>(ch);
+            auto& v = r.volts[ch];
+            for (int32_t i = 0; i < kSamples; ++i) {
+                const int32_t t = (i + 500 - 125 * ch) % 500;  // B a quarter cycle behind A
+                float level = t < 250 ? 5.0f : 0.0f;
+                if (t < 4) level = 5.0f * static_cast<float>(t) / 4.0f;
+                if (t >= 250 && t < 254) level = 5.0f * static_cast<float>(254 - t) / 4.0f;
+                seed = seed * 1664525u + 1013904223u;
+                const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
+                const float code = std::nearbyint((level + noise - 2.5f) * 32.0f);
+                v[static_cast<size_t>(i)] = code / 32.0f + 2.5f;
+            }
+            RawFromVolts(v, 1.0f, -2.5f, r.raw[ch]);
+        }
+        return r;
+    }();
+    return rec;
+}
+
+void BM_EncoderPair(benchmark::State& state) {
+    AnalysisParams p = benchParams(2, LevelMethod::Peaks, 1);
+    p.MaxCycles = 1000;
+    p.encoder.on = state.range(0) != 0;
+    p.encoder.minStateWidth = 1e-7;
+    runAndReport(state, encoderPair(), p);
+}
+// Arg 0: the two channels alone; arg 1: with the encoder analysis.
+BENCHMARK(BM_EncoderPair)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -101,6 +101,57 @@ struct Run {
         res.cycleLimitReached[c] = more;
         if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
+
+    // After the channels: A, B and Z take the levels their channels found.
+    void encoder(AnalysisWorkspace& ws) {
+        const EncoderParams& e = par.encoder;
+        EncoderResult& out = res.encoder;
+        out = EncoderResult{};
+        const int chs[3] = {e.a, e.b, e.z};
+        const int lines = e.z >= 0 ? 3 : 2;
+        if (e.a == e.b || e.z == e.a || e.z == e.b) {
+            out.note = kEncoderSameChannel;
+            return;
+        }
+        const ChannelResult& w = res.table.at(3, 0);
+        EncoderLine line[3];
+        for (int l = 0; l < lines; ++l) {
+            const int ch = chs[l];
+            if (ch < 0 || ch >= kAnaChannels || !inUse(ch) || !recorded(ch)) {
+                out.note = EncoderNote(l, kEncoderChannelOff);
+                return;
+            }
+            if (ch == 3 && par.channel[3].SignalType == kTypeGate) {
+                out.note = EncoderNote(l, kEncoderGateChannel);
+                return;
+            }
+            if (res.note[static_cast<size_t>(ch)] == kNoteLevelsClose) {
+                out.note = EncoderNote(l, kEncoderLevelsClose);
+                return;
+            }
+            const ChannelResult& r0 = res.table.at(ch, 0);
+            line[l] = {in.volts[static_cast<size_t>(ch)].first(static_cast<size_t>(n)), r0.Level, r0.HighLevel};
+        }
+        if (w.AnaEnd < w.AnaStart || n <= 0) {
+            out.note = kEncoderNoWindow;
+            return;
+        }
+        EncoderScan scan;
+        scan.start = w.AnaStart;
+        scan.count = w.AnaEnd - w.AnaStart + 1;
+        scan.SmoothingNo = par.SmoothingNo;
+        scan.Histerisis = par.Histerisis;
+        scan.SampleSec = in.SampleSec;
+        ScanSettings reject;
+        reject.OmitRangeEffect = par.OmitRangeEffect;
+        reject.rejectFlag = par.rejectFlag;
+        reject.rejectStart = par.rejectStart;
+        reject.rejectEnd = par.rejectEnd;
+        scan.rejectInForce = RejectRangeInForce(reject, scan.count);
+        scan.rejectStart = par.rejectStart;
+        scan.rejectEnd = par.rejectEnd;
+        AnalyseEncoder(line, scan, e, ws.encoder, out);
+    }
 };
 
 }  // namespace
@@ -159,6 +210,11 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     for (auto& t : threads) t.join();
     for (auto& f : failures)
         if (f) std::rethrow_exception(f);
+
+    if (params.encoder.on)
+        run.encoder(ws);
+    else
+        results.encoder = EncoderResult{};
 
     AnalysisOutcome outcome;
     outcome.messages = std::move(run.gateMessages);

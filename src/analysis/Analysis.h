@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "analysis/AnalysisTypes.h"
+#include "analysis/Encoder.h"
 #include "analysis/Levels.h"
 
 // One analysis run over the four channels of a record: which channels are
@@ -71,6 +72,7 @@ struct AnalysisParams {
     bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
     int threads = 0;  // 0: one per core (at most one per channel)
+    EncoderParams encoder;
 };
 
 // Scratch memory of a run (histograms, smoothed samples), kept so that a
@@ -81,6 +83,7 @@ struct AnalysisWorkspace {
         std::vector<float> smoothed;
     };
     std::vector<Lane> lanes;
+    EncoderWorkspace encoder;
 };
 
 // Kept by the caller from one run to the next; a run overwrites what belongs
@@ -95,6 +98,7 @@ struct AnalysisResults {
     // (the note says so; the channel has results).
     std::array<bool, kAnaChannels> cycleLimitReached{};
     AnalysisWorkspace workspace;
+    EncoderResult encoder;  // analysed only when the encoder analysis is on
 };
 
 struct AnalysisOutcome {

@@ -36,9 +36,9 @@ constexpr const char* kCompletedScreen = "Copmpleted Storing the DSO's Screen.";
 constexpr const char* kLinkErrorTitle = "DSO";
 
 // The window's "Time-out (s)": the deadline of every exchange with the instrument.
-void ApplyExchangeDeadline(DsoLink& link, const std::string& secondsText) {
+void ApplyExchangeDeadline(DsoLink& link_, const std::string& secondsText) {
     const double seconds = Val(secondsText);
-    if (seconds > 0 && seconds <= 3600) link.setExchangeDeadlineMs(ToInt32(seconds * 1000));
+    if (seconds > 0 && seconds <= 3600) link_.setExchangeDeadlineMs(ToInt32(seconds * 1000));
 }
 
 // Shows the "Confirmation" box an instrument outcome has always had; false

@@ -4,10 +4,14 @@
 
 namespace mervasto {
 
+SaveOutcome ResultLineQueue::save(const std::string& fileName, const TypeTexts& types) {
+    return saver_ ? saver_(fileName, waiting_) : SaveResultLines(fileName, types, waiting_);
+}
+
 bool ResultLineQueue::append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line) {
     waiting_.push_back(std::move(line));
     const auto lines = static_cast<int64_t>(waiting_.size());
-    SaveOutcome out = SaveResultLines(fileName, types, waiting_);
+    SaveOutcome out = save(fileName, types);
     ui.setStatus(1, out.status);
     if (out.ok) {
         written_ += lines;
@@ -23,7 +27,7 @@ bool ResultLineQueue::append(UiPort& ui, const std::string& fileName, const Type
 bool ResultLineQueue::flush(UiPort& ui, const std::string& fileName, const TypeTexts& types) {
     if (waiting_.empty()) return true;
     const auto lines = static_cast<int64_t>(waiting_.size());
-    SaveOutcome out = SaveResultLines(fileName, types, waiting_);
+    SaveOutcome out = save(fileName, types);
     ui.setStatus(1, out.status);
     if (out.ok) written_ += lines;
     return out.ok;

@@ -7,6 +7,7 @@
 
 #include "analysis/AnalysisTypes.h"
 #include "common/UiPort.h"
+#include "results/ResultFiles.h"
 
 namespace mervasto {
 
@@ -18,6 +19,11 @@ namespace mervasto {
 class ResultLineQueue {
 public:
     using TypeTexts = std::array<std::string, kAnaChannels>;
+    // A file of another layout (its own header) is written by its own saver.
+    using Saver = SaveOutcome (*)(std::string_view fileName, std::vector<std::string>& lines);
+
+    ResultLineQueue() = default;
+    explicit ResultLineQueue(Saver saver) : saver_(saver) {}
 
     // Appends a line after the ones waiting and writes them all. The status
     // texts go to the UI port: the file's own in panel 1, what happened to
@@ -35,6 +41,9 @@ public:
     int64_t failedAttempts() const { return failed_; }
 
 private:
+    SaveOutcome save(const std::string& fileName, const TypeTexts& types);
+
+    Saver saver_ = nullptr;
     std::vector<std::string> waiting_;
     int64_t written_ = 0;
     int64_t failed_ = 0;

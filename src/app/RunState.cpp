@@ -2,6 +2,7 @@
 
 #include "analysis/Levels.h"
 #include "app/core/DataFolders.h"
+#include "app/core/EncoderSettings.h"
 #include "app/core/ResumeFile.h"
 #include "app/core/Startup.h"
 #include "common/Numeric.h"
@@ -76,6 +77,8 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kResultFileName); }
 
+std::string RunState::encoderFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kEncoderFileName); }
+
 bool RunState::channelStateOn(int ch) const { return setup_.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
@@ -129,6 +132,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.encoder = EncoderParamsOf(a);
     return p;
 }
 
@@ -205,10 +209,28 @@ bool RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine_) return true;
-    return resultLines_.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results_.table));
+    // The encoder's line first, so the status shows ResultData.csv as always.
+    bool encoderSaved = true;
+    if (settings_.analysis.Encoder)
+        encoderSaved =
+            encoderLines_.append(ui, encoderFileName(), typeTexts(), EncoderDataLine(sampleName(), results_.encoder));
+    const bool saved =
+        resultLines_.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results_.table));
+    return saved && encoderSaved;
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines_.flush(ui, resultFileName(), typeTexts()); }
+bool RunState::SaveUnsavedResults(UiPort& ui) {
+    const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), typeTexts());
+    return resultLines_.flush(ui, resultFileName(), typeTexts()) && encoderSaved;
+}
+
+std::string RunState::unsavedResultsText() const {
+    std::string text;
+    if (!resultLines_.waiting().empty()) text = resultLines_.leftOverText(resultFileName());
+    if (!encoderLines_.waiting().empty())
+        text += (text.empty() ? "" : "\r\n") + encoderLines_.leftOverText(encoderFileName());
+    return text;
+}
 
 void RunState::fillRawFromVolts() {
     const int channels = setup_.ChannelCount == 4 ? 4 : 2;

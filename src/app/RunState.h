@@ -14,6 +14,7 @@
 #include "common/Outcome.h"
 #include "common/UiPort.h"
 #include "results/Comparator.h"
+#include "results/EncoderFiles.h"
 #include "results/Grid.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
@@ -117,6 +118,7 @@ public:
     AnalysisInput analysisInput() const;
     std::string sampleName() const { return settings_.analysis.SampleNo + settings_.analysis.SampleIndex; }
     std::string resultFileName() const;
+    std::string encoderFileName() const;  // EncoderData.csv beside ResultData.csv
     // The names that become file names (the sample name for saved waves and
     // pictures; the detail and wave table base names) stay in their folder.
     Outcome checkFileNames(bool sample, bool detail = false, bool waveTable = false) const;
@@ -157,6 +159,7 @@ public:
     const std::string& totalWaveDatas() const { return totalWaveDatas_; }
     // The result lines, written and waiting (see ResultLineQueue).
     const ResultLineQueue& resultLines() const { return resultLines_; }
+    const ResultLineQueue& encoderLines() const { return encoderLines_; }
 
     bool running() const { return running_; }  // a run is in progress
     bool runDone() const { return runDone_; }  // results of a record are in place
@@ -180,6 +183,8 @@ public:
     bool saveResultLine() const { return saveResultLine_; }
     // Tries once more to write the waiting lines; true when none is left.
     bool SaveUnsavedResults(UiPort& ui);
+    // What to tell the user about the lines still waiting, per file.
+    std::string unsavedResultsText() const;
 
     // The number in the next window picture's name; taken() moves it on
     // once a picture has been written.
@@ -243,6 +248,8 @@ private:
     bool logFirst = true;
     int64_t passesDone_ = 0;
     ResultLineQueue resultLines_;
+    // The encoder's lines to EncoderData.csv, kept the same way.
+    ResultLineQueue encoderLines_{SaveEncoderLines};
     bool saveResultLine_ = true;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);

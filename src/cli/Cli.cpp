@@ -60,7 +60,7 @@ Commands:
       --format table|csv|json  output form (default table)
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
-      --no-save                do not append to ResultData.csv
+      --no-save                do not append to ResultData.csv (nor EncoderData.csv)
       --plots DIR              also write each analysed channel's wave, histogram and
                                trend as PNG into DIR, named after the file and channel
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
@@ -176,7 +176,7 @@ void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 bool reportUnsaved(RunState& state, std::ostream& err) {
     ScriptedUi quiet;
     if (state.SaveUnsavedResults(quiet)) return true;
-    std::string text = state.resultLines().leftOverText(state.resultFileName());
+    std::string text = state.unsavedResultsText();
     for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
     err << "mervasto-cli: " << text << '\n';
     return false;

@@ -4,6 +4,7 @@
 #include "cli/Json.h"
 #include "common/Numeric.h"
 #include "results/Comparator.h"
+#include "results/EncoderFiles.h"
 
 #include <algorithm>
 #include <ostream>
@@ -63,6 +64,48 @@ bool verdictGrid(const RunState& state, Grid& grid) {
             grid.text(static_cast<int32_t>(i) + grid.fixedRows, kCycleColVerdict) == kVerdictNg)
             ng = true;
     return ng;
+}
+
+// The encoder block of the csv form: a line per statistic under the channel
+// column "encoder", then the totals with their value in the counts column.
+void printEncoderCsv(std::ostream& out, const std::string& file, std::optional<int32_t> passNumber,
+                     const EncoderResult& r) {
+    const std::string head = file + ',' + (passNumber ? std::to_string(*passNumber) : "") + ",encoder,";
+    const char* analysed = r.analysed ? "true" : "false";
+    for (const auto& row : EncoderStatisticRows()) {
+        const EncoderStatistic& s = r.*(row.member);
+        out << head << row.key << ',' << analysed << ',' << ExactText(s.Min) << ',' << ExactText(s.Max) << ','
+            << ExactText(s.Mean) << ',' << ExactText(s.Sigma) << ',' << s.Counts << ",," << r.note << '\n';
+    }
+    const std::pair<const char*, int64_t> totals[] = {{"position", r.position},
+                                                      {"reversals", r.reversals},
+                                                      {"droppedBounces", r.droppedBounces},
+                                                      {"indexCount", r.indexCount}};
+    for (const auto& [key, v] : totals) out << head << key << ',' << analysed << ",,,,," << v << ",," << r.note << '\n';
+}
+
+void writeEncoderStatistic(JsonWriter& j, const EncoderStatistic& s) {
+    j.beginObject();
+    j.key("min").value(s.Min).key("max").value(s.Max).key("mean").value(s.Mean).key("sigma").value(s.Sigma);
+    j.key("counts").value(s.Counts);
+    j.endObject();
+}
+
+void writeEncoderJson(JsonWriter& j, const EncoderResult& r) {
+    j.key("encoder").beginObject();
+    j.key("analysed").value(r.analysed);
+    j.key("note").value(r.note);
+    j.key("position").value(r.position);
+    j.key("reversals").value(r.reversals);
+    j.key("droppedBounces").value(r.droppedBounces);
+    j.key("indexCount").value(r.indexCount);
+    j.key("revolutions").value(r.revolutions);
+    j.key("speed").value(r.speed);
+    for (const auto& row : EncoderStatisticRows()) {
+        j.key(row.key);
+        writeEncoderStatistic(j, r.*(row.member));
+    }
+    j.endObject();
 }
 
 }  // namespace
@@ -163,6 +206,12 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         out_ << state.totalWaveDatas() << '\n';
         for (const auto& m : messages) out_ << m.title << ": " << m.text << '\n';
         if (verdicts) printGrid(out_, verdictView);
+        if (state.settings().analysis.Encoder) {
+            Grid encoder;
+            FillEncoderGrid(encoder, state.results().encoder, true);
+            out_ << "Encoder\n";
+            printGrid(out_, encoder);
+        }
         out_ << '\n';
     } else if (format_ == "csv") {
         for (int ch = 0; ch < kAnaChannels; ++ch) {
@@ -173,6 +222,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
                  << ExactText(r.Max) << ',' << ExactText(r.Mean) << ',' << ExactText(r.Sigma) << ',' << r.Counts << ','
                  << verdictOf(ch) << ',' << state.results().note[static_cast<size_t>(ch)] << '\n';
         }
+        if (state.settings().analysis.Encoder) printEncoderCsv(out_, file, passNumber, state.results().encoder);
     } else {
         JsonWriter j;
         j.beginObject();
@@ -228,6 +278,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.endObject();
         }
         j.endArray();
+        if (state.settings().analysis.Encoder) writeEncoderJson(j, state.results().encoder);
         j.endObject();
         out_ << (count_ ? ",\n" : "\n") << j.text();
     }

@@ -27,6 +27,7 @@
 #include "display/WindowPicture.h"
 #include "dso/DsoLink.h"
 #include "gui/DetailCyclesForm.h"
+#include "gui/EncoderTab.h"
 #include "gui/GridModel.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
@@ -197,6 +198,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     SSTab1_->addTab(resultPage, "Result");
     SSTab1_->addTab(LogGrid_, "Log");
     SSTab1_->addTab(DetailDataGrid_, "Detail Data");
+    SSTab1_->addTab(new EncoderTab(state_, SSTab1_), "Encoder");
     main->addWidget(SSTab1_, 1);
 
     // File menu: the only way to the hidden file input button's command.
@@ -483,7 +485,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     state_.abortLink();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.
-        const std::string text = state_.resultLines().leftOverText(state_.resultFileName());
+        const std::string text = state_.unsavedResultsText();
         ui_->setClipboardText(text);
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "sim/HandTurned.h"
+
 namespace mervasto {
 
 namespace {
@@ -60,7 +62,7 @@ double ScenarioPeriod(int channel, int32_t length) {
 }
 
 const std::vector<std::string>& ScenarioNames() {
-    static const std::vector<std::string> names = {"pulses", "duty-sweep", "encoder", "gate", "flat"};
+    static const std::vector<std::string> names = {"pulses", "duty-sweep", "encoder", "gate", "flat", "hand-turned"};
     return names;
 }
 
@@ -71,6 +73,10 @@ std::vector<std::vector<float>> GenerateScenario(const std::string& name, int ch
     length = std::max(length, 0);
     std::vector<std::vector<float>> out(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(length)));
     Noise rng(seed);
+    if (name == "hand-turned") {
+        GenerateHandTurned(out, seed);
+        return out;
+    }
 
     for (int ch = 0; ch < channels; ++ch) {
         auto& v = out[static_cast<size_t>(ch)];

@@ -24,6 +24,9 @@ inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
 inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
 
+inline constexpr std::array<std::string_view, 4> kEncoderChannels = {"1", "2", "3", "4"};
+inline constexpr std::array<std::string_view, 5> kEncoderIndexChannels = {"0", "1", "2", "3", "4"};
+
 struct AnalysisSettings {
     std::string MaxCycles = "1000";
     std::string TotalRepeats = "1000";
@@ -51,6 +54,15 @@ struct AnalysisSettings {
     std::string TimeoutSeconds = "10";
     // The wave windows give each channel a lane of its own, scaled to it.
     bool Stacked = false;
+    // The quadrature analysis of a channel pair (see analysis/Encoder.h).
+    // Channels are numbered from 1; EncoderZ 0 means no index channel,
+    // EncoderCountsPerRev 0 no revolution, MinStateWidth 0 no bounce removal.
+    bool Encoder = false;
+    std::string EncoderA = "1";
+    std::string EncoderB = "2";
+    std::string EncoderZ = "0";
+    std::string EncoderCountsPerRev = "0";
+    std::string MinStateWidth = "0";
 };
 
 struct ChannelSettings {

@@ -102,6 +102,16 @@ const std::vector<SettingField>& table() {
             optionalLine(channel("DutyCheck", FieldKind::Check, &C::DutyCheck)),
             optionalLine(SettingField{"TimeoutSeconds", FieldKind::Number, &A::TimeoutSeconds, false, true, 0.1, 3600}),
             optionalLine(check("Stacked", &A::Stacked)),
+            optionalLine(check("Encoder", &A::Encoder)),
+            optionalLine(
+                SettingField{"EncoderA", FieldKind::Choice, &A::EncoderA, false, true, 0, 0, kEncoderChannels}),
+            optionalLine(
+                SettingField{"EncoderB", FieldKind::Choice, &A::EncoderB, false, true, 0, 0, kEncoderChannels}),
+            optionalLine(
+                SettingField{"EncoderZ", FieldKind::Choice, &A::EncoderZ, false, true, 0, 0, kEncoderIndexChannels}),
+            optionalLine(
+                SettingField{"EncoderCountsPerRev", FieldKind::Number, &A::EncoderCountsPerRev, false, true, 0, 1e9}),
+            optionalLine(SettingField{"MinStateWidth", FieldKind::Number, &A::MinStateWidth, false, true, 0, 1}),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

@@ -1,0 +1,345 @@
+#include "analysis/Encoder.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "analysis/SampleSources.h"
+#include "analysis/Smoothing.h"
+
+namespace mervasto {
+
+std::string EncoderNote(int line, const char* text) {
+    static constexpr const char* kLines[] = {"A", "B", "Z"};
+    return std::string(kLines[std::clamp(line, 0, 2)]) + text;
+}
+
+namespace {
+
+// (a + b) / 2 rounded to the nearest, halves to the even neighbour, as the
+// per-channel scan rounds its edges.
+int32_t halfEvenMidpoint(int32_t a, int32_t b) {
+    const int64_t sum = int64_t{a} + b;
+    const int64_t half = sum >> 1;
+    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
+}
+
+// The one place where an edge of the whole-sample scan becomes a position:
+// edge timing finer than a sample replaces this, with the (smoothed) window
+// samples and the decision level at hand.
+double edgePosition(const float* /*window*/, int32_t /*n*/, float /*level*/, int32_t start, int32_t edge) {
+    return static_cast<double>(start + edge);
+}
+
+struct Accumulator {
+    double mn = 1e300;
+    double mx = -1e300;
+    double sum = 0;
+    double squares = 0;
+    int32_t n = 0;
+
+    void add(double v) {
+        mn = std::min(mn, v);
+        mx = std::max(mx, v);
+        sum += v;
+        squares += v * v;
+        ++n;
+    }
+    EncoderStatistic done() const {
+        EncoderStatistic s;
+        if (n == 0) return s;
+        s.Min = mn;
+        s.Max = mx;
+        s.Mean = sum / n;
+        s.Sigma = std::sqrt(std::fabs(squares / n - s.Mean * s.Mean));
+        s.Counts = n;
+        return s;
+    }
+};
+
+}  // namespace
+
+void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vector<float>& scratch,
+                      std::vector<double>& at, std::vector<uint8_t>& rising) {
+    at.clear();
+    rising.clear();
+    const int32_t n = scan.count;
+    const int32_t start = scan.start;
+    if (n <= 0 || start < 0 || static_cast<size_t>(start) + static_cast<size_t>(n) > line.record.size()) return;
+    const int32_t halfSmooth = HalfSmooth(scan.SmoothingNo);
+    const float* x = line.record.data() + start;
+    if (halfSmooth > 0) {
+        if (scratch.size() < static_cast<size_t>(n)) scratch.resize(static_cast<size_t>(n));
+        SmoothSamples(line.record, start, n, scan.SmoothingNo,
+                      std::span<float>(scratch.data(), static_cast<size_t>(n)));
+        x = scratch.data();
+    }
+    samples::PlainSamples src(x, n);
+
+    const float level = line.level;
+    const float h = (line.high - level) * scan.Histerisis / 100.0f;
+    const float lowT = level - h;
+    const float highT = level + h;
+    const float exitDistance = 2.0f * h;
+    const int32_t bound = n - halfSmooth - 2;
+    const bool skipFlat = h >= 0.0f;
+    bool rejectPending = scan.rejectInForce;
+    const int32_t rejectFrom = scan.rejectStart - start;
+    const int32_t rejectTo = std::max(scan.rejectEnd - start, 0);
+    auto sample = [&](int32_t j) { return x[j < n ? j : n - 1]; };
+
+    bool high = false;
+    auto record = [&](int32_t e, bool up) {
+        if (up == high) return;  // a band walk that went back: no change of state
+        high = up;
+        at.push_back(edgePosition(x, n, level, start, e));
+        rising.push_back(up ? 1 : 0);
+    };
+
+    int32_t j = 0;
+    bool armed = false;
+    float p = 0;
+    int32_t prev = 0;
+    // A channel that starts beyond the band is taken as it stands.
+    if (x[0] >= highT && x[0] > level) {
+        armed = true;
+        high = true;
+        p = x[0];
+    }
+    for (;;) {
+        const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
+        while (j < segEnd) {
+            if (!armed) {
+                j = samples::firstNotAtLeast(src, j, segEnd, lowT);
+                if (j >= segEnd) break;
+                armed = true;
+                p = x[j];
+            } else if (skipFlat) {
+                int32_t next = j;
+                if (p > level)
+                    next = samples::firstNotAtLeast(src, j, segEnd, highT);
+                else if (p < level)
+                    next = samples::firstNotAtMost(src, j, segEnd, lowT);
+                if (next > j) {
+                    p = x[next - 1];
+                    prev = next - 1;
+                    j = next;
+                    if (j >= segEnd) break;
+                }
+            }
+            const float v = x[j];
+            if (v > lowT && v < highT) {
+                const int32_t entry = j;
+                float w;
+                do {
+                    ++j;
+                    w = sample(j);
+                } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
+                record(halfEvenMidpoint(start + j - 1, start + entry) - start, w > v);
+                do {
+                    ++j;
+                    p = sample(j);
+                    prev = j;
+                } while (!(std::fabs(w - p) >= h) && j < bound);
+            } else if ((v - level) * (p - level) < 0.0f) {
+                record(halfEvenMidpoint(start + j, start + prev) - start, v > level);
+                p = v;
+                prev = j;
+            } else {
+                p = v;
+                prev = j;
+            }
+            ++j;
+        }
+        if (!rejectPending) break;
+        // Nothing inside the rejected stretch is seen. A line that comes out
+        // of it on the other side changed there: that change is counted at
+        // the range's end, so the position stays as close as it can.
+        rejectPending = false;
+        j = rejectTo;
+        armed = false;
+        if (j < n && (x[j] >= highT || x[j] <= lowT) && x[j] != level) {
+            if ((x[j] > level) != high) record(j, x[j] > level);
+            armed = true;
+            p = x[j];
+            prev = j;
+        }
+    }
+}
+
+int32_t DropShortStates(std::vector<double>& at, std::vector<uint8_t>& rising, double minWidth) {
+    if (!(minWidth > 0)) return 0;
+    int32_t dropped = 0;
+    size_t kept = 0;
+    for (size_t i = 0; i < at.size(); ++i) {
+        // The state that the last kept edge opened is too short: it goes, and
+        // with it the edge that closes it, so the lists keep alternating. One
+        // such pair is one bounce.
+        if (kept > 0 && at[i] - at[kept - 1] < minWidth) {
+            --kept;
+            ++dropped;
+            continue;
+        }
+        at[kept] = at[i];
+        rising[kept] = rising[i];
+        ++kept;
+    }
+    at.resize(kept);
+    rising.resize(kept);
+    return dropped;
+}
+
+void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising, std::span<const double> bAt,
+                   std::span<const uint8_t> bRising, std::span<const double> zAt, std::span<const uint8_t> zRising,
+                   double SampleSec, double countsPerRev, EncoderWorkspace& ws, EncoderResult& out) {
+    auto& merged = ws.merged;
+    merged.clear();
+    merged.reserve(aAt.size() + bAt.size());
+    size_t ia = 0, ib = 0;
+    while (ia < aAt.size() || ib < bAt.size()) {
+        // A first when both change on the same sample.
+        if (ib >= bAt.size() || (ia < aAt.size() && aAt[ia] <= bAt[ib])) {
+            merged.push_back({aAt[ia], 0, aRising[ia] != 0});
+            ++ia;
+        } else {
+            merged.push_back({bAt[ib], 1, bRising[ib] != 0});
+            ++ib;
+        }
+    }
+
+    // Each line's level before its first edge is the opposite of that edge.
+    bool a = !aRising.empty() && aRising[0] == 0;
+    bool b = !bRising.empty() && bRising[0] == 0;
+    int64_t position = 0;
+    int32_t lastStep = 0;
+    int32_t reversals = 0;
+    Accumulator phase, width, dutyA, dutyB, direction;
+
+    // One cycle of a line (rising edge to rising edge): whether the direction
+    // stayed the same through it, and what happened inside it.
+    struct Cycle {
+        bool open = false;
+        double start = 0;
+        int32_t step = 0;  // the step of its first edge
+        bool steady = true;
+        double fall = -1;
+        int otherRises = 0;
+        double otherRise = 0;
+    };
+    Cycle cycleA, cycleB;
+    auto closeCycle = [&](Cycle& c, double t, int32_t step, Accumulator& duty, bool isA) {
+        if (c.open && c.steady && step == c.step && t > c.start) {
+            if (c.fall >= 0) duty.add((c.fall - c.start) * 100.0 / (t - c.start));
+            if (isA) direction.add(step);
+            if (isA && c.otherRises == 1) phase.add((c.otherRise - c.start) * 360.0 / (t - c.start));
+        }
+        c = Cycle{true, t, step, true, -1, 0, 0};
+    };
+
+    for (size_t i = 0; i < merged.size(); ++i) {
+        const EncoderEdge& e = merged[i];
+        int32_t step = 0;
+        if (e.line == 0) {
+            if (e.high == a) continue;
+            a = e.high;
+            step = a != b ? 1 : -1;
+        } else {
+            if (e.high == b) continue;
+            b = e.high;
+            step = a == b ? 1 : -1;
+        }
+        position += step;
+        if (lastStep != 0 && step != lastStep) ++reversals;
+        lastStep = step;
+        if (i > 0) width.add((e.at - merged[i - 1].at) * SampleSec);
+
+        for (Cycle* c : {&cycleA, &cycleB})
+            if (c->open && step != c->step) c->steady = false;
+        if (e.line == 0) {
+            if (e.high) {
+                closeCycle(cycleA, e.at, step, dutyA, true);
+            } else if (cycleA.open) {
+                cycleA.fall = e.at;
+            }
+            if (e.high && cycleB.open) {
+                ++cycleB.otherRises;
+                cycleB.otherRise = e.at;
+            }
+        } else {
+            if (e.high) {
+                closeCycle(cycleB, e.at, step, dutyB, false);
+                if (cycleA.open) {
+                    ++cycleA.otherRises;
+                    cycleA.otherRise = e.at;
+                }
+            } else if (cycleB.open) {
+                cycleB.fall = e.at;
+            }
+        }
+    }
+
+    // Index: its width and the position at its rising edge (every A and B
+    // edge up to and including that sample counted).
+    Accumulator zWidth, zPosition;
+    int32_t indexCount = 0;
+    {
+        size_t k = 0;
+        int64_t pos = 0;
+        bool la = !aRising.empty() && aRising[0] == 0;
+        bool lb = !bRising.empty() && bRising[0] == 0;
+        double riseAt = -1;
+        for (size_t i = 0; i < zAt.size(); ++i) {
+            if (zRising[i]) {
+                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) {
+                    const EncoderEdge& e = merged[k];
+                    if (e.line == 0 && e.high != la) {
+                        la = e.high;
+                        pos += la != lb ? 1 : -1;
+                    } else if (e.line == 1 && e.high != lb) {
+                        lb = e.high;
+                        pos += la == lb ? 1 : -1;
+                    }
+                }
+                ++indexCount;
+                zPosition.add(static_cast<double>(pos));
+                riseAt = zAt[i];
+            } else if (riseAt >= 0) {
+                zWidth.add((zAt[i] - riseAt) * SampleSec);
+                riseAt = -1;
+            }
+        }
+    }
+
+    out.position = position;
+    out.reversals = reversals;
+    out.directionAtEnd = lastStep;
+    out.phase = phase.done();
+    out.stateWidth = width.done();
+    out.dutyA = dutyA.done();
+    out.dutyB = dutyB.done();
+    out.zWidth = zWidth.done();
+    out.indexPosition = zPosition.done();
+    out.direction = direction.done();
+    out.indexCount = indexCount;
+    out.revolutions = countsPerRev > 0 ? static_cast<double>(position) / countsPerRev : 0.0;
+}
+
+void AnalyseEncoder(const EncoderLine lines[3], const EncoderScan& scan, const EncoderParams& params,
+                    EncoderWorkspace& ws, EncoderResult& out) {
+    out = EncoderResult{};
+    const int count = params.z >= 0 ? 3 : 2;
+    for (int l = 0; l < 3; ++l) {
+        ws.edges[l].clear();
+        ws.rising[l].clear();
+        if (l < count) ScanEncoderEdges(lines[l], scan, ws.smoothed, ws.edges[l], ws.rising[l]);
+    }
+    const double minWidth = scan.SampleSec > 0 ? params.minStateWidth / scan.SampleSec : 0.0;
+    out.droppedBounces =
+        DropShortStates(ws.edges[0], ws.rising[0], minWidth) + DropShortStates(ws.edges[1], ws.rising[1], minWidth);
+    DecodeEncoder(ws.edges[0], ws.rising[0], ws.edges[1], ws.rising[1], ws.edges[2], ws.rising[2], scan.SampleSec,
+                  params.countsPerRev, ws, out);
+    const double seconds = static_cast<double>(scan.count) * scan.SampleSec;
+    if (seconds > 0) out.speed = out.revolutions / seconds;
+    out.analysed = true;
+}
+
+}  // namespace mervasto

@@ -1,0 +1,61 @@
+#include "cli/Cli.h"
+
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+#include "support/TestFolder.h"
+
+#include <filesystem>
+#include <sstream>
+
+using namespace mervasto;
+
+// The application object comes from the other test file of this program.
+namespace {
+
+// The encoder block in each output form, only when the encoder is on.
+TEST(EncoderCli, EachFormGainsAnEncoderBlock) {
+    const auto dir = test::FreshTestFolder("mervasto-cli-enc-");
+    std::ostringstream out, err;
+    auto run = [&](std::vector<std::string> args) {
+        out.str("");
+        err.str("");
+        args.insert(args.begin(), {"--data-folder", (dir / "data").string()});
+        return RunCli(args, out, err);
+    };
+    ASSERT_EQ(run({"make-examples", dir.string()}), 0);
+    const std::string pulses = (dir / "pulses.csv").string();
+    const auto encoderFile = dir / "data" / "OutputData" / "EncoderData.csv";
+
+    ASSERT_EQ(run({"analyze", "--format", "json", "--no-save", pulses}), 0) << err.str();
+    EXPECT_EQ(out.str().find("\"encoder\""), std::string::npos);
+
+    struct Case {
+        const char* format;
+        std::vector<const char*> keys;
+    };
+    const Case cases[] = {
+        {"json",
+         {"\"encoder\": {", "\"analysed\": true", "\"position\": ", "\"reversals\": ", "\"droppedBounces\": ",
+          "\"phase\": {", "\"stateWidth\": {", "\"dutyA\": {", "\"zWidth\": {", "\"direction\": {", "\"sigma\": "}},
+        {"csv", {",encoder,phase,true,", ",encoder,position,true,", ",encoder,droppedBounces,true,"}},
+        {"table", {"Encoder\n", "Phase(deg)", "Dropped Bounces", "Index Count"}},
+    };
+    for (const auto& c : cases) {
+        ASSERT_EQ(run({"analyze", "--format", c.format, "--no-save", "--set", "Encoder=1", "--set",
+                       "MinStateWidth=1e-6", pulses}),
+                  0)
+            << err.str();
+        for (const char* key : c.keys) EXPECT_NE(out.str().find(key), std::string::npos) << c.format << " " << key;
+    }
+    EXPECT_FALSE(std::filesystem::exists(encoderFile));  // --no-save writes neither file
+
+    ASSERT_EQ(run({"analyze", "--format", "csv", "--set", "Encoder=1", "--set", "EncoderB=1", pulses}), 0);
+    EXPECT_NE(out.str().find(",encoder,phase,false,0,0,0,0,0,,A, B and Z must be different channels"),
+              std::string::npos)
+        << out.str();
+    EXPECT_TRUE(std::filesystem::exists(encoderFile));
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "results/EncoderFiles.h"
+#include "support/TestFolder.h"
+
+namespace mervasto {
+namespace {
+
+size_t commas(const std::string& s) { return static_cast<size_t>(std::count(s.begin(), s.end(), ',')); }
+
+EncoderResult sample() {
+    EncoderResult r;
+    r.analysed = true;
+    r.phase = {88.5, 93.25, 90.125, 1.5, 120};
+    r.stateWidth = {0.00025, 0.004, 0.001, 0.0005, 480};
+    r.dutyA = {49, 51, 50, 0.5, 119};
+    r.zWidth = {1e-4, 1e-4, 1e-4, 0, 3};
+    r.position = -1234;
+    r.reversals = 7;
+    r.droppedBounces = 42;
+    r.indexCount = 3;
+    r.revolutions = -3.085;
+    r.speed = -0.5;
+    return r;
+}
+
+TEST(EncoderFiles, HeaderAndDataColumnsLineUp) {
+    EXPECT_EQ(EncoderHeaderLine1(),
+              "Sample Name,Phase(deg),,,,,State Width(s),,,,,A Duty(%),,,,,B Duty(%),,,,,Z Width(s),,,,,"
+              "Position,Reversals,Dropped Bounces,Index Count");
+    EXPECT_EQ(EncoderHeaderLine2(),
+              ",Min,Max,Mean,σ,Counts,Min,Max,Mean,σ,Counts,Min,Max,Mean,σ,Counts,Min,Max,Mean,"
+              "σ,Counts,Min,Max,Mean,σ,Counts,,,,");
+    const std::string line = EncoderDataLine("Board7", sample());
+    EXPECT_EQ(line.rfind("Board7,88.5,93.25,90.125,1.5,120,0.00025,", 0), 0u) << line;
+    EXPECT_NE(line.find(",0.0001,0.0001,0.0001,0,3,-1234,7,42,3"), std::string::npos) << line;
+    // A left-out analysis keeps the columns with zeros.
+    const std::string empty = EncoderDataLine("S", EncoderResult{});
+    for (const auto& l : {EncoderHeaderLine1(), EncoderHeaderLine2(), line, empty}) EXPECT_EQ(commas(l), 29u) << l;
+}
+
+TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
+    const auto dir = test::FreshTestFolder("mervasto-encfile-");
+    const std::string file = (dir / "EncoderData.csv").string();
+    std::filesystem::create_directories(file);  // a folder in its place refuses the write
+    std::vector<std::string> lines = {"a,1", "b,2"};
+    SaveOutcome out = SaveEncoderLines(file, lines);
+    EXPECT_FALSE(out.ok);
+    EXPECT_EQ(out.status, kFailedToSaveTestResults);
+    EXPECT_EQ(lines.size(), 2u);
+    std::filesystem::remove(file);
+    EXPECT_TRUE(SaveEncoderLines(file, lines).ok);
+    EXPECT_TRUE(lines.empty());
+    lines = {"c,3"};
+    EXPECT_TRUE(SaveEncoderLines(file, lines).ok);
+    std::ifstream f(file, std::ios::binary);
+    std::vector<std::string> got;
+    for (std::string l; std::getline(f, l);) got.push_back(l);
+    ASSERT_EQ(got.size(), 5u);
+    EXPECT_EQ(got[0], EncoderHeaderLine1() + "\r");
+    EXPECT_EQ(got[2], "a,1\r");
+    EXPECT_EQ(got[4], "c,3\r");
+}
+
+TEST(EncoderFiles, GridShowsValuesOrTheReason) {
+    Grid g;
+    FillEncoderGrid(g, sample(), true);
+    EXPECT_EQ(g.text(0, 4), "σ");
+    EXPECT_EQ(g.text(1, 0), "Phase(deg)");
+    EXPECT_EQ(g.text(1, 3), "90.125 deg");
+    EXPECT_EQ(g.text(1, 5), "120");
+    EXPECT_EQ(g.text(2, 1), "250.00u s");
+    EXPECT_EQ(g.text(4, 1), "");  // B duty has no cycles
+    EXPECT_EQ(g.text(4, 5), "0");
+    EXPECT_EQ(g.text(8, 0), "Position");
+    EXPECT_EQ(g.text(8, 1), "-1234");
+    EXPECT_EQ(g.text(10, 1), "42");
+    EXPECT_EQ(g.text(12, 1), "-3.085");
+    EXPECT_EQ(g.text(13, 0), "Speed(rev/s)");
+    EXPECT_EQ(g.text(13, 1), "-0.5");
+
+    EncoderResult out;
+    out.note = "B is off";
+    FillEncoderGrid(g, out, true);
+    EXPECT_EQ(g.text(1, 1), "B is off");
+    EXPECT_EQ(g.text(8, 1), "");
+    FillEncoderGrid(g, EncoderResult{}, false);
+    EXPECT_EQ(g.text(1, 1), "Encoder off");
+}
+
+}  // namespace
+}  // namespace mervasto
