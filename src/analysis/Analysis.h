@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "analysis/AnalysisTypes.h"
+#include "analysis/Jitter.h"
 #include "analysis/Levels.h"
 
 // One analysis run over the four channels of a record: which channels are
@@ -70,6 +71,7 @@ struct AnalysisParams {
     // otherwise every channel not switched off is.
     bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
+    EdgeTiming edgeTiming = EdgeTiming::Samples;
     int threads = 0;  // 0: one per core (at most one per channel)
 };
 
@@ -94,6 +96,8 @@ struct AnalysisResults {
     // The scan stopped at the cycle limit and the window holds more cycles
     // (the note says so; the channel has results).
     std::array<bool, kAnaChannels> cycleLimitReached{};
+    // Cycle-to-cycle jitter and time interval error of each channel's edges.
+    std::array<JitterResult, kAnaChannels> jitter{};
     AnalysisWorkspace workspace;
 };
 
