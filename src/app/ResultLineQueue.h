@@ -7,6 +7,7 @@
 
 #include "analysis/AnalysisTypes.h"
 #include "common/UiPort.h"
+#include "results/ResultFiles.h"
 
 namespace mervasto {
 
@@ -18,6 +19,15 @@ namespace mervasto {
 class ResultLineQueue {
 public:
     using TypeTexts = std::array<std::string, kAnaChannels>;
+    // Writes a new file's header and the lines, emptying them when written.
+    using Writer = SaveOutcome (*)(std::string_view, const TypeTexts&, std::vector<std::string>&);
+
+    ResultLineQueue() = default;
+    // A queue for a file that goes with the results file: its writer and the
+    // text of its failure. It speaks only when a write fails, so that the
+    // results file's own status stays in view.
+    ResultLineQueue(Writer writer, std::string failedText)
+        : writer_(writer), failedText_(std::move(failedText)), quiet_(true) {}
 
     // Appends a line after the ones waiting and writes them all. The status
     // texts go to the UI port: the file's own in panel 1, what happened to
@@ -35,6 +45,9 @@ public:
     int64_t failedAttempts() const { return failed_; }
 
 private:
+    Writer writer_ = SaveResultLines;
+    std::string failedText_ = kFailedToSaveTestResults;
+    bool quiet_ = false;
     std::vector<std::string> waiting_;
     int64_t written_ = 0;
     int64_t failed_ = 0;

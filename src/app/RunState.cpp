@@ -76,6 +76,8 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kResultFileName); }
 
+std::string RunState::jitterFileName() const { return JoinPath(JoinPath(DataFolder, "OutputData"), kJitterFileName); }
+
 bool RunState::channelStateOn(int ch) const { return setup.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
@@ -129,6 +131,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.edgeTiming = a.EdgeTiming == kEdgeInterpolated ? EdgeTiming::Interpolated : EdgeTiming::Samples;
     return p;
 }
 
@@ -191,10 +194,25 @@ void RunState::LimitEdited(UiPort& ui) {
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine) return true;
-    return resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
+    const bool saved =
+        resultLines.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results.table));
+    const bool jitterSaved =
+        jitterLines.append(ui, jitterFileName(), typeTexts(), JitterDataLine(sampleName(), results.jitter));
+    return saved && jitterSaved;
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, resultFileName(), typeTexts()); }
+std::string RunState::UnsavedLinesText() const {
+    std::string text;
+    if (!resultLines.waiting().empty()) text = resultLines.leftOverText(resultFileName());
+    if (!jitterLines.waiting().empty())
+        text += (text.empty() ? "" : "\r\n") + jitterLines.leftOverText(jitterFileName());
+    return text;
+}
+
+bool RunState::SaveUnsavedResults(UiPort& ui) {
+    const bool jitterSaved = jitterLines.flush(ui, jitterFileName(), typeTexts());
+    return resultLines.flush(ui, resultFileName(), typeTexts()) && jitterSaved;
+}
 
 void RunState::fillRawFromVolts() {
     const int channels = setup.ChannelCount == 4 ? 4 : 2;

@@ -14,6 +14,7 @@
 #include "common/Outcome.h"
 #include "common/UiPort.h"
 #include "results/Grid.h"
+#include "results/JitterData.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
 #include "wavefile/DsoSetup.h"
@@ -99,7 +100,8 @@ public:
     // other the detail grid. Puts it on the clipboard and confirms.
     void ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2);
 
-    // Appends the run's line to ResultData.csv and shows the outcome.
+    // Appends the run's line to ResultData.csv, and its jitter line to
+    // JitterData.csv, and shows the outcome.
     bool SaveResults(UiPort& ui);
 
     // --- derived views ------------------------------------------------------
@@ -109,6 +111,7 @@ public:
     AnalysisInput analysisInput() const;
     std::string sampleName() const { return settings.analysis.SampleNo + settings.analysis.SampleIndex; }
     std::string resultFileName() const;
+    std::string jitterFileName() const;
     // The names that become file names (the sample name for saved waves and
     // pictures; the detail and wave table base names) stay in their folder.
     Outcome checkFileNames(bool sample, bool detail = false, bool waveTable = false) const;
@@ -181,8 +184,12 @@ public:
     int64_t passesDone = 0;
     // The result lines, written and waiting (see ResultLineQueue).
     ResultLineQueue resultLines;
+    // The jitter lines, written with the result lines (JitterData.csv).
+    ResultLineQueue jitterLines{SaveJitterLines, kFailedToSaveJitterData};
     // Tries once more to write the waiting lines; true when none is left.
     bool SaveUnsavedResults(UiPort& ui);
+    // What to tell the user about the lines still waiting, of either file.
+    std::string UnsavedLinesText() const;
     // Off for a command-line run with --no-save.
     bool saveResultLine = true;
 

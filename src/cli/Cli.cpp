@@ -166,7 +166,7 @@ void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 bool reportUnsaved(RunState& state, std::ostream& err) {
     ScriptedUi quiet;
     if (state.SaveUnsavedResults(quiet)) return true;
-    std::string text = state.resultLines.leftOverText(state.resultFileName());
+    std::string text = state.UnsavedLinesText();
     for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
     err << "mervasto-cli: " << text << '\n';
     return false;

@@ -23,6 +23,8 @@ inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
 
 inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
+inline constexpr std::string_view kEdgeSamples = "Samples";
+inline constexpr std::string_view kEdgeInterpolated = "Interpolated";
 
 struct AnalysisSettings {
     std::string MaxCycles = "1000";
@@ -51,6 +53,9 @@ struct AnalysisSettings {
     std::string TimeoutSeconds = "10";
     // The wave windows give each channel a lane of its own, scaled to it.
     bool Stacked = false;
+    // Edges on whole samples ("Samples") or where the signal crosses the
+    // level between two ("Interpolated").
+    std::string EdgeTiming = std::string(kEdgeSamples);
 };
 
 struct ChannelSettings {

@@ -18,6 +18,7 @@ using S = Settings;
 using W = WindowPositions;
 
 constexpr std::array<std::string_view, 2> kLevelMethods = {kLevelPeaks, kLevelHalves};
+constexpr std::array<std::string_view, 2> kEdgeTimings = {kEdgeSamples, kEdgeInterpolated};
 
 SettingField text(std::string_view name, std::string A::*m) { return {name, FieldKind::Text, m}; }
 SettingField check(std::string_view name, bool A::*m) { return {name, FieldKind::Check, m}; }
@@ -102,6 +103,8 @@ const std::vector<SettingField>& table() {
             optionalLine(channel("DutyCheck", FieldKind::Check, &C::DutyCheck)),
             optionalLine(SettingField{"TimeoutSeconds", FieldKind::Number, &A::TimeoutSeconds, false, true, 0.1, 3600}),
             optionalLine(check("Stacked", &A::Stacked)),
+            optionalLine(
+                SettingField{"EdgeTiming", FieldKind::Choice, &A::EdgeTiming, false, true, 0, 0, kEdgeTimings}),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

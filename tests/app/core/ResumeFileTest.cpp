@@ -64,21 +64,37 @@ protected:
 // Every setting away from its default.
 Settings changedSettings() {
     Settings s;
-    const char* pairs[][2] = {{"MaxCycles", "2500"},     {"TotalRepeats", "77"},
-                              {"RepeatCheck", "1"},      {"Histerisis", "12.5"},
-                              {"PLevel", "40"},          {"SmoothingNo", "5"},
-                              {"LimitPoints", "0.2"},    {"SampleNo", "Board A"},
-                              {"SampleIndex", "9"},      {"IPAdressText", "10.0.0.7"},
-                              {"ZoomRate", "20"},        {"DDSaveCheck", "1"},
-                              {"WDSaveCheck", "1"},      {"DaqCheck", "1"},
-                              {"OmitRangeEffect", "1"},  {"LevelMethod", "Halves"},
-                              {"ChInputSignal1", "0"},   {"ChInputSignal2", "Duty"},
-                              {"ChInputSignal3", "Max"}, {"ChInputSignal4", "Gate"},
-                              {"VRate2", "10"},          {"SigName3", "Clock"},
-                              {"DispOffCheck2", "1"},    {"DispOffCheck4", "1"},
-                              {"PPCheck2", "1"},         {"DutyCheck3", "true"},
-                              {"TimeoutSeconds", "2.5"}, {"SaveWavesCheck", "1"},
-                              {"Stacked", "1"},          {"Comment", "x"}};
+    const char* pairs[][2] = {{"MaxCycles", "2500"},
+                              {"TotalRepeats", "77"},
+                              {"RepeatCheck", "1"},
+                              {"Histerisis", "12.5"},
+                              {"PLevel", "40"},
+                              {"SmoothingNo", "5"},
+                              {"LimitPoints", "0.2"},
+                              {"SampleNo", "Board A"},
+                              {"SampleIndex", "9"},
+                              {"IPAdressText", "10.0.0.7"},
+                              {"ZoomRate", "20"},
+                              {"DDSaveCheck", "1"},
+                              {"WDSaveCheck", "1"},
+                              {"DaqCheck", "1"},
+                              {"OmitRangeEffect", "1"},
+                              {"LevelMethod", "Halves"},
+                              {"ChInputSignal1", "0"},
+                              {"ChInputSignal2", "Duty"},
+                              {"ChInputSignal3", "Max"},
+                              {"ChInputSignal4", "Gate"},
+                              {"VRate2", "10"},
+                              {"SigName3", "Clock"},
+                              {"DispOffCheck2", "1"},
+                              {"DispOffCheck4", "1"},
+                              {"PPCheck2", "1"},
+                              {"DutyCheck3", "true"},
+                              {"TimeoutSeconds", "2.5"},
+                              {"SaveWavesCheck", "1"},
+                              {"Stacked", "1"},
+                              {"Comment", "x"},
+                              {"EdgeTiming", "Interpolated"}};
     for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
@@ -116,7 +132,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 57u);
+    ASSERT_EQ(ls.size(), 58u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -141,6 +157,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[47], "PPCheck1,0");
     EXPECT_EQ(ls[55], "TimeoutSeconds,10");
     EXPECT_EQ(ls[56], "Stacked,0");
+    EXPECT_EQ(ls[57], "EdgeTiming,Samples");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -210,7 +227,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 11});
+    writeLines({full.begin(), full.end() - 12});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);

@@ -35,15 +35,21 @@ TEST(SettingsTest, SetSettingByName) {
         bool ok;
     };
     const Case cases[] = {
-        {"MaxCycles", "2000", true},     {"Histerisis", "abc", true},        {"ChInputSignal1", "Duty", true},
-        {"ChInputSignal2", "5", true},   {"ChInputSignal4", "Gate", true},   {"ChInputSignal3", "Gate", false},
-        {"ChInputSignal3", "9", false},  {"ChInputSignal1", "Pulse", false}, {"DispOffCheck2", "true", true},
-        {"DispOffCheck2", "2", false},   {"RepeatCheck", "1", true},         {"DaqCheck", "yes", false},
-        {"LevelMethod", "Halves", true}, {"LevelMethod", "Valleys", false},  {"VRate3", "10", true},
-        {"SigName5", "x", false},        {"NoSuchSetting", "1", false},      {"PPCheck4", "FALSE", true},
-        {"SaveWavesCheck", "1", true},   {"Comment", "a, b", true},          {"TimeoutSeconds", "0.5", true},
-        {"TimeoutSeconds", "0", false},  {"TimeoutSeconds", "ten", false},   {"RejectStart", "12", true},
-        {"RejectStart", "1.5", false},   {"BackColor1", "65280", true},      {"VRate0", "1", false},
+        {"MaxCycles", "2000", true},      {"Histerisis", "abc", true},
+        {"ChInputSignal1", "Duty", true}, {"ChInputSignal2", "5", true},
+        {"ChInputSignal4", "Gate", true}, {"ChInputSignal3", "Gate", false},
+        {"ChInputSignal3", "9", false},   {"ChInputSignal1", "Pulse", false},
+        {"DispOffCheck2", "true", true},  {"DispOffCheck2", "2", false},
+        {"RepeatCheck", "1", true},       {"DaqCheck", "yes", false},
+        {"LevelMethod", "Halves", true},  {"LevelMethod", "Valleys", false},
+        {"VRate3", "10", true},           {"SigName5", "x", false},
+        {"NoSuchSetting", "1", false},    {"PPCheck4", "FALSE", true},
+        {"SaveWavesCheck", "1", true},    {"Comment", "a, b", true},
+        {"TimeoutSeconds", "0.5", true},  {"TimeoutSeconds", "0", false},
+        {"TimeoutSeconds", "ten", false}, {"RejectStart", "12", true},
+        {"RejectStart", "1.5", false},    {"BackColor1", "65280", true},
+        {"VRate0", "1", false},           {"EdgeTiming", "Interpolated", true},
+        {"EdgeTiming", "Linear", false},
     };
     for (const auto& c : cases) {
         Settings s;
