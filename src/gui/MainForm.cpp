@@ -105,6 +105,14 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     levelLabel->setBuddy(LevelMethod_);
     g->addWidget(levelLabel, 6, 0);
     g->addWidget(LevelMethod_, 6, 1);
+    auto* edgeLabel = new QLabel("Edge Timing", settingsBox);
+    EdgeTiming_ = new QComboBox(settingsBox);
+    EdgeTiming_->setObjectName("EdgeTiming");
+    EdgeTiming_->addItems({"Samples", "Interpolated"});
+    EdgeTiming_->setToolTip("Edges on whole samples, or where the signal crosses the level between two samples");
+    edgeLabel->setBuddy(EdgeTiming_);
+    g->addWidget(edgeLabel, 7, 0);
+    g->addWidget(EdgeTiming_, 7, 1);
     TimeoutSeconds_ = addBox(settingsBox, "TimeoutSeconds", "Time-out (s)", g, 6, 4);
     TimeoutSeconds_->setToolTip("How long one exchange with the instrument may take before it is given up");
     SampleNo_ = addBox(settingsBox, "SampleNo", "Sample Name", g, 0, 4, "<Enter>");
@@ -197,6 +205,10 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     SSTab1_->addTab(resultPage, "Result");
     SSTab1_->addTab(LogGrid_, "Log");
     SSTab1_->addTab(DetailDataGrid_, "Detail Data");
+    jitterModel_ = new GridModel(&jitterGrid_, this);
+    auto* jitterView = makeGridView(SSTab1_, "JitterGrid", jitterModel_);
+    jitterView->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    SSTab1_->addTab(jitterView, "Jitter");
     main->addWidget(SSTab1_, 1);
 
     // File menu: the only way to the hidden file input button's command.
@@ -423,6 +435,9 @@ void MainForm::showResults() {
     resultModel_->refresh();
     TotalWaveDatas_->setText(q(state_.TotalWaveDatas));
     applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.ResultGrid1);
+    DispJitter(jitterGrid_, state_.channelDisplays(), state_.results.jitter);
+    jitterModel_->refresh();
+    applyColumnWidths(findChild<QTableView*>("JitterGrid"), jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (histogram_->isVisible()) histogram_->refresh();
@@ -478,7 +493,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     state_.link->abort();
     if (!state_.SaveUnsavedResults(*ui_)) {
         // The last chance for lines the results file would not take.
-        const std::string text = state_.resultLines.leftOverText(state_.resultFileName());
+        const std::string text = state_.UnsavedLinesText();
         ui_->setClipboardText(text);
         ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }
