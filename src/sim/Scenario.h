@@ -13,6 +13,8 @@ namespace mervasto {
 //   "encoder"    quadrature A (Ch1) and B (Ch2), an index pulse (Ch3), Ch4 quiet
 //   "gate"       pulses on Ch1-3 and one gate pulse on Ch4 over the middle half
 //   "flat"       Ch1 a flat 1 V line without noise, pulses on the others
+//   "clock"      clocks of 100.37 samples per period whose edges jitter by
+//                0, 0.1, 0.5 and 2 samples on Ch1..Ch4 (see ClockWave.h)
 // The same seed gives the same record. Throws std::invalid_argument for an
 // unknown name.
 std::vector<std::vector<float>> GenerateScenario(const std::string& name, int channels, int32_t length,
