@@ -131,4 +131,12 @@ void BM_OneChannelMaxCycles(benchmark::State& state) {
 }
 BENCHMARK(BM_OneChannelMaxCycles)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The same with interpolated edges: an edge every five samples is where
+// the crossings cost most.
+void BM_OneChannelMaxCyclesInterpolated(benchmark::State& state) {
+    static const PulseRecord rec(1, 10);
+    runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1, EdgeTiming::Interpolated));
+}
+BENCHMARK(BM_OneChannelMaxCyclesInterpolated)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 }  // namespace
