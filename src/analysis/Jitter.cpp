@@ -76,10 +76,17 @@ JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycl
     };
     size_t first = 0;
     for (size_t n = 1; n < cycles.size(); ++n) {
-        // A pulse record without a period is the first after a break; a
-        // cycle that does not start where the last one ended follows one.
+        // A cycle that does not start where the last one ended follows a
+        // break. A pulse's period belongs to the cycle that ends at its
+        // rising edge, so after a break it is 0, or, when a rising edge came
+        // between the last pulse and the reject range, the length of a
+        // cycle that ended before it: either way not the gap between the
+        // two pulses.
         const CycleRecord& c = cycles[n];
-        if (pulse ? c.Period == 0 : c.FirstEdge != cycles[n - 1].LastEdge) {
+        const bool broken =
+            pulse ? c.Period == 0 || std::fabs(c.FirstCrossing - cycles[n - 1].FirstCrossing - c.Period) > 0.5
+                  : c.FirstEdge != cycles[n - 1].LastEdge;
+        if (broken) {
             addRun(first, n);
             first = n;
         }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <vector>
@@ -20,7 +21,8 @@ struct Scan {
     ChannelResultTable table;
 };
 
-Scan scan(const ClockWave& w, const ClockWaveParams& p, EdgeTiming timing, int32_t type = kTypePeriod) {
+Scan scan(const ClockWave& w, const ClockWaveParams& p, EdgeTiming timing, int32_t type = kTypePeriod,
+          int32_t rejectStart = 0, int32_t rejectEnd = 0) {
     Scan r;
     r.table.at(0, 0).LowLevel = p.low;
     r.table.at(0, 0).HighLevel = p.high;
@@ -31,6 +33,9 @@ Scan scan(const ClockWave& w, const ClockWaveParams& p, EdgeTiming timing, int32
     s.SampleSec = 1;
     s.MaxCycles = kCycleLimitMax;
     s.edgeTiming = timing;
+    s.OmitRangeEffect = s.rejectFlag = rejectEnd > 0;
+    s.rejectStart = rejectStart;
+    s.rejectEnd = rejectEnd;
     ExtractCycles(0, w.samples, 0, s, r.table, r.cycles);
     return r;
 }
@@ -167,6 +172,31 @@ TEST(EdgeTiming, MeasuredSpreadFollowsTheInjectedOne) {
         EXPECT_NEAR(j.TieRms, c.jitter, 0.1 * c.jitter) << c.name;
         EXPECT_EQ(j.Runs, 1) << c.name;
         EXPECT_EQ(j.TieCounts, periods.Counts + 1) << c.name;
+    }
+}
+
+// Two clean clocks of different period and phase, a reject range over the
+// seam: each side is a clock of its own, so the time interval error fitted
+// per run is nil, where one line through both would miss by many samples.
+TEST(EdgeTiming, RejectRangeSplitsTheJitterRuns) {
+    ClockWaveParams first, second;
+    first.period = 100.37;
+    second.period = 97.13;
+    second.firstEdge = 41.7;
+    const ClockWave a = MakeClockWave(first, 20000);
+    const ClockWave b = MakeClockWave(second, 20000);
+    ClockWave joined = a;
+    std::copy(b.samples.begin() + 10000, b.samples.end(), joined.samples.begin() + 10000);
+    for (int32_t type : {kTypePeriod, kTypePw}) {
+        const Scan got = scan(joined, first, EdgeTiming::Interpolated, type, 9900, 10300);
+        ASSERT_GT(got.cycles.size(), 150u);
+        const JitterResult j = MeasureJitter(type, got.cycles, 1);
+        EXPECT_EQ(j.Runs, 2) << type;
+        EXPECT_LT(j.TieRms, 1e-3) << type;
+        EXPECT_LT(j.Sigma, 1e-3) << type;
+        // The cycles on either side of the range have their own periods.
+        EXPECT_NEAR(got.cycles[5].Period, first.period, 1e-3) << type;
+        EXPECT_NEAR(got.cycles.back().Period, second.period, 1e-3) << type;
     }
 }
 
