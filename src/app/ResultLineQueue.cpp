@@ -15,7 +15,7 @@ bool ResultLineQueue::append(UiPort& ui, const std::string& fileName, const Type
             ui.setStatus(2, std::to_string(lines - 1) + " result line(s) kept from earlier runs were saved.");
     } else {
         ++failed_;
-        ui.setStatus(2, std::to_string(lines) + " result line(s) are kept until the results file can be written.");
+        ui.setStatus(2, std::to_string(lines) + keptText_);
     }
     return out.ok;
 }

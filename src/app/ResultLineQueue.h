@@ -26,8 +26,9 @@ public:
     // A queue for a file that goes with the results file: its writer and the
     // text of its failure. It speaks only when a write fails, so that the
     // results file's own status stays in view.
-    ResultLineQueue(Writer writer, std::string failedText)
-        : writer_(writer), failedText_(std::move(failedText)), quiet_(true) {}
+    // keptText follows the number of lines kept ("... line(s) are kept ...").
+    ResultLineQueue(Writer writer, std::string failedText, std::string keptText)
+        : writer_(writer), failedText_(std::move(failedText)), keptText_(std::move(keptText)), quiet_(true) {}
 
     // Appends a line after the ones waiting and writes them all. The status
     // texts go to the UI port: the file's own in panel 1, what happened to
@@ -47,6 +48,7 @@ public:
 private:
     Writer writer_ = SaveResultLines;
     std::string failedText_ = kFailedToSaveTestResults;
+    std::string keptText_ = " result line(s) are kept until the results file can be written.";
     bool quiet_ = false;
     std::vector<std::string> waiting_;
     int64_t written_ = 0;

@@ -185,7 +185,8 @@ public:
     // The result lines, written and waiting (see ResultLineQueue).
     ResultLineQueue resultLines;
     // The jitter lines, written with the result lines (JitterData.csv).
-    ResultLineQueue jitterLines{SaveJitterLines, kFailedToSaveJitterData};
+    ResultLineQueue jitterLines{SaveJitterLines, kFailedToSaveJitterData,
+                                " jitter line(s) are kept until the jitter file can be written."};
     // Tries once more to write the waiting lines; true when none is left.
     bool SaveUnsavedResults(UiPort& ui);
     // What to tell the user about the lines still waiting, of either file.

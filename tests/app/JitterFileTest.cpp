@@ -75,6 +75,7 @@ TEST_F(JitterFile, LinesWaitUntilTheFileCanBeWritten) {
     for (int run = 1; run <= 2; ++run) {
         ASSERT_TRUE(state.InputFromFile_Click(ui));
         EXPECT_EQ(ui.status[1], "Failed to save Jitter Data.");
+        EXPECT_EQ(ui.status[2], std::to_string(run) + " jitter line(s) are kept until the jitter file can be written.");
         EXPECT_EQ(state.jitterLines.waiting().size(), static_cast<size_t>(run));
         EXPECT_TRUE(state.resultLines.waiting().empty());
     }
