@@ -74,8 +74,9 @@ struct PulseRecord {
     }
 };
 
-AnalysisParams benchParams(int channels, LevelMethod method, int threads) {
+AnalysisParams benchParams(int channels, LevelMethod method, int threads, EdgeTiming timing = EdgeTiming::Samples) {
     AnalysisParams p;
+    p.edgeTiming = timing;
     p.Histerisis = 10;
     p.PLevel = 50;
     p.MaxCycles = 500000;
@@ -116,6 +117,13 @@ void BM_FourChannelsHalves(benchmark::State& state) {
     runAndReport(state, fourChannels(), benchParams(4, LevelMethod::Halves, static_cast<int>(state.range(0))));
 }
 BENCHMARK(BM_FourChannelsHalves)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same record with interpolated edges: set against BM_FourChannelsPeaks.
+void BM_FourChannelsInterpolated(benchmark::State& state) {
+    runAndReport(state, fourChannels(),
+                 benchParams(4, LevelMethod::Peaks, static_cast<int>(state.range(0)), EdgeTiming::Interpolated));
+}
+BENCHMARK(BM_FourChannelsInterpolated)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // 500,000 cycles of 10 samples on one channel: the cycle limit, and no
 // allocation inside the scan once the table has its size.
@@ -159,5 +167,12 @@ void BM_EncoderPair(benchmark::State& state) {
 }
 // Arg 0: the two channels alone; arg 1: with the encoder analysis.
 BENCHMARK(BM_EncoderPair)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+// The same with interpolated edges: an edge every five samples is where
+// the crossings cost most.
+void BM_OneChannelMaxCyclesInterpolated(benchmark::State& state) {
+    static const PulseRecord rec(1, 10);
+    runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1, EdgeTiming::Interpolated));
+}
+BENCHMARK(BM_OneChannelMaxCyclesInterpolated)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

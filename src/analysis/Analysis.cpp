@@ -46,6 +46,7 @@ struct Run {
     void clearChannel(int ch) {
         ClearChannelResult(res.table, ch);
         res.cycles.channel[static_cast<size_t>(ch)].clear();
+        res.jitter[static_cast<size_t>(ch)] = JitterResult{};
     }
 
     void gate(AnalysisWorkspace::Lane& lane) {
@@ -95,10 +96,12 @@ struct Run {
         s.rejectFlag = par.rejectFlag;
         s.rejectStart = par.rejectStart;
         s.rejectEnd = par.rejectEnd;
+        s.edgeTiming = par.edgeTiming;
         bool more = false;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
                                 res.table, res.cycles.channel[c], lane.smoothed, &more);
         res.cycleLimitReached[c] = more;
+        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
         if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
 
@@ -182,6 +185,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
             // The gate keeps its statistics; it has no levels of its own.
             ChannelResult& r0 = results.table.at(3, 0);
             r0.HighLevel = r0.LowLevel = r0.Level = 0;
+            results.jitter[3] = JitterResult{};
         } else if (type < 0 || type > kTypeMin || !run.recorded(ch) || win.end < win.start) {
             run.clearChannel(ch);
         } else {

@@ -8,6 +8,7 @@
 
 #include "analysis/AnalysisTypes.h"
 #include "analysis/Encoder.h"
+#include "analysis/Jitter.h"
 #include "analysis/Levels.h"
 
 // One analysis run over the four channels of a record: which channels are
@@ -71,6 +72,7 @@ struct AnalysisParams {
     // otherwise every channel not switched off is.
     bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
+    EdgeTiming edgeTiming = EdgeTiming::Samples;
     int threads = 0;  // 0: one per core (at most one per channel)
     EncoderParams encoder;
 };
@@ -97,6 +99,8 @@ struct AnalysisResults {
     // The scan stopped at the cycle limit and the window holds more cycles
     // (the note says so; the channel has results).
     std::array<bool, kAnaChannels> cycleLimitReached{};
+    // Cycle-to-cycle jitter and time interval error of each channel's edges.
+    std::array<JitterResult, kAnaChannels> jitter{};
     AnalysisWorkspace workspace;
     EncoderResult encoder;  // analysed only when the encoder analysis is on
 };

@@ -32,6 +32,10 @@ enum SignalType : int {
 constexpr std::array<const char*, 10> kSignalTypeText = {"P.W.(%)", "Period", "Duty", "Ample", "P.W.",
                                                          "Freq.",   "rms",    "Max",  "Min",   "Gate"};
 
+// Where an edge lies in time: on the whole sample the scan gives, or where
+// the signal crosses the level between two samples.
+enum class EdgeTiming { Samples, Interpolated };
+
 // Statistics and levels of one channel and one measured kind.
 struct ChannelResult {
     double Min = 0;
@@ -90,6 +94,12 @@ struct CycleRecord {
     // Last, so that positional initialisers of the fields above still fit.
     int32_t FirstEdge = 0;
     int32_t LastEdge = 0;
+    // The same edges as record sample numbers with a fraction: where the
+    // smoothed signal crosses the level with "Interpolated" edge timing, the
+    // whole-sample edges otherwise. The time fields are measured on these.
+    double FirstCrossing = 0;
+    double MidCrossing = 0;
+    double LastCrossing = 0;
 };
 
 // Cycle records per channel, index = cycle number.

@@ -40,13 +40,41 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
     if (cycles.capacity() < static_cast<size_t>(limit)) cycles.reserve(static_cast<size_t>(limit));
 }
 
+// How far back from the scan position a crossing is looked for: the ring
+// of smoothed samples always holds at least this many behind it.
+constexpr int32_t kCrossingReach = 16384;
+
+// Where the signal crosses `level` between window samples from and to
+// (from < to), nearest to the whole-sample edge e; e itself when it does not.
+template <class Src>
+double crossingNear(Src& src, int32_t from, int32_t to, float level, int32_t e) {
+    double best = e;
+    double bestDistance = 1e300;
+    float a = src.at(from);
+    for (int32_t t = from; t < to; ++t) {
+        const float b = src.at(t + 1);
+        if ((a < level) != (b < level)) {
+            const double x = t + (static_cast<double>(level) - a) / (static_cast<double>(b) - a);
+            const double d = std::fabs(x - e);
+            if (d < bestDistance) {
+                bestDistance = d;
+                best = x;
+            }
+        }
+        a = b;
+    }
+    return best;
+}
+
 // The edge scan over n samples of src; window sample 0 is sample `start`.
 // `more` tells whether the window holds a further whole cycle (or pulse)
 // after the cycle limit was reached: the scan goes on, recording nothing,
-// until it finds one or reaches the end.
-template <class Src>
-int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                   std::vector<CycleRecord>& cycles, bool& more) {
+// until it finds one or reaches the end. Interp: the time fields come from
+// the interpolated crossings; without it the scan is the whole-sample one,
+// untouched.
+template <bool Interp, class Src>
+int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
+                        std::vector<CycleRecord>& cycles, bool& more) {
     const int32_t limit = CycleLimit(s.MaxCycles);
     ReserveCycles(cycles, limit);
     cycles.clear();
@@ -73,6 +101,8 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
     const int32_t rejectTo = std::max(s.rejectEnd - start, 0);
 
     int32_t edge[3] = {0, 0, 0};
+    double fine[3] = {0, 0, 0};  // the crossings, window-relative
+    int32_t lowest = 0;          // no sample before this one belongs to the scan (a restart)
     int k = 0;
     int32_t cycle = 0;
     cycles.emplace_back();
@@ -81,14 +111,20 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
 
     bool full = false;  // the cycle limit is reached; only looking for one more
     // Appends an edge; true when the scan is over.
-    auto recordEdge = [&](int32_t e) -> bool {
+    auto recordEdge = [&](int32_t e, double f) -> bool {
+        fine[k] = f;
         edge[k++] = e;
         if (k == 2 && pulse) {
             if (full) return more = true;
             CycleRecord& c = cycles[static_cast<size_t>(cycle)];
-            c.PulseWidth = edge[1] - edge[0];
+            if constexpr (Interp)
+                c.PulseWidth = fine[1] - fine[0];
+            else
+                c.PulseWidth = edge[1] - edge[0];
             c.FirstEdge = start + edge[0];
             c.LastEdge = start + edge[1];
+            c.FirstCrossing = start + fine[0];
+            c.LastCrossing = start + fine[1];
             if (++cycle >= limit)
                 full = true;
             else
@@ -98,28 +134,42 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
             if (!pulse) return more = true;
             k = 1;
             edge[0] = edge[2];
+            fine[0] = fine[2];
         }
         if (k == 3) {
             if (edge[2] == edge[0]) edge[2] = edge[0] + 1;
+            if (fine[2] <= fine[0]) fine[2] = fine[0] + 1;
             const int32_t e0 = edge[0], e1 = edge[1], e2 = edge[2];
             const double period = e2 - e0;
             const SpanMeasure m = src.measure(e0, std::min(e2, n - 1));
             CycleRecord& c = cycles[static_cast<size_t>(cycle)];
-            c.Period = period;
-            c.Duty = (e1 - e0) * 100.0 / period;
+            double timePeriod = period;
+            if constexpr (Interp) {
+                timePeriod = fine[2] - fine[0];
+                c.Duty = (fine[1] - fine[0]) * 100.0 / timePeriod;
+            } else {
+                c.Duty = (e1 - e0) * 100.0 / period;
+            }
+            c.Period = timePeriod;
             c.MaxValue = m.maxValue;
             c.MinValue = m.minValue;
             c.Ample = m.maxValue - m.minValue;
             c.MidEdge = start + e1;
+            c.MidCrossing = start + fine[1];
             if (!pulse) {
                 c.FirstEdge = start + e0;
                 c.LastEdge = start + e2;
+                c.FirstCrossing = start + fine[0];
+                c.LastCrossing = start + fine[2];
             }
-            const double seconds = sampleSec * period;
+            const double seconds = sampleSec * timePeriod;
             c.Freq = seconds != 0 ? 1.0 / seconds : 0.0;
             c.Rms = std::sqrt(m.sumSquares / period);
             if (!pulse) {
-                c.PulseWidth = e1 - e0;
+                if constexpr (Interp)
+                    c.PulseWidth = fine[1] - fine[0];
+                else
+                    c.PulseWidth = e1 - e0;
                 if (++cycle >= limit)
                     full = true;
                 else
@@ -127,6 +177,7 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
             }
             k = 1;
             edge[0] = edge[2];
+            fine[0] = fine[2];
         }
         return false;
     };
@@ -169,7 +220,11 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
                     ++j;
                     w = sample(j);
                 } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                if (recordEdge(halfEvenMidpoint(start + j - 1, start + entry) - start)) {
+                const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
+                double f = e;
+                if constexpr (Interp)
+                    f = crossingNear(src, std::max({entry - 1, lowest, j - kCrossingReach}), j, level, e);
+                if (recordEdge(e, f)) {
                     stopped = true;
                     break;
                 }
@@ -185,7 +240,11 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
                     prev = j;
                 } else {
                     // Jumped across the level between two samples.
-                    if (recordEdge(halfEvenMidpoint(start + j, start + prev) - start)) {
+                    const int32_t e = halfEvenMidpoint(start + j, start + prev) - start;
+                    double f = e;
+                    if constexpr (Interp)
+                        f = prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev);
+                    if (recordEdge(e, f)) {
                         stopped = true;
                         break;
                     }
@@ -199,6 +258,7 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
         // One reject range per run: drop the edges so far, restart unarmed.
         rejectPending = false;
         j = rejectTo;
+        lowest = j;
         src.restart(j);
         armed = false;
         k = 0;
@@ -206,6 +266,13 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
 
     cycles.resize(static_cast<size_t>(cycle));
     return cycle;
+}
+
+template <class Src>
+int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
+                   std::vector<CycleRecord>& cycles, bool& more) {
+    if (s.edgeTiming == EdgeTiming::Interpolated) return scanCyclesTimed<true>(src, n, start, s, levels, cycles, more);
+    return scanCyclesTimed<false>(src, n, start, s, levels, cycles, more);
 }
 
 template <int HS>

@@ -24,6 +24,7 @@ struct ScanSettings {
     bool rejectFlag = false;
     int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
+    EdgeTiming edgeTiming = EdgeTiming::Samples;
 };
 
 // Most cycles recorded per channel: MaxCycles, at least 1, at most 500000.

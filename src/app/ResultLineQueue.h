@@ -19,11 +19,16 @@ namespace mervasto {
 class ResultLineQueue {
 public:
     using TypeTexts = std::array<std::string, kAnaChannels>;
-    // A file of another layout (its own header) is written by its own saver.
-    using Saver = SaveOutcome (*)(std::string_view fileName, std::vector<std::string>& lines);
+    // Writes a new file's header and the lines, emptying them when written.
+    using Writer = SaveOutcome (*)(std::string_view, const TypeTexts&, std::vector<std::string>&);
 
     ResultLineQueue() = default;
-    explicit ResultLineQueue(Saver saver) : saver_(saver) {}
+    // A queue for a file that goes with the results file: its writer and the
+    // text of its failure. It speaks only when a write fails, so that the
+    // results file's own status stays in view.
+    // keptText follows the number of lines kept ("... line(s) are kept ...").
+    ResultLineQueue(Writer writer, std::string failedText, std::string keptText)
+        : writer_(writer), failedText_(std::move(failedText)), keptText_(std::move(keptText)), quiet_(true) {}
 
     // Appends a line after the ones waiting and writes them all. The status
     // texts go to the UI port: the file's own in panel 1, what happened to
@@ -41,9 +46,10 @@ public:
     int64_t failedAttempts() const { return failed_; }
 
 private:
-    SaveOutcome save(const std::string& fileName, const TypeTexts& types);
-
-    Saver saver_ = nullptr;
+    Writer writer_ = SaveResultLines;
+    std::string failedText_ = kFailedToSaveTestResults;
+    std::string keptText_ = " result line(s) are kept until the results file can be written.";
+    bool quiet_ = false;
     std::vector<std::string> waiting_;
     int64_t written_ = 0;
     int64_t failed_ = 0;

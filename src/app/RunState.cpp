@@ -79,6 +79,8 @@ std::string RunState::resultFileName() const { return JoinPath(JoinPath(dataFold
 
 std::string RunState::encoderFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kEncoderFileName); }
 
+std::string RunState::jitterFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kJitterFileName); }
+
 bool RunState::channelStateOn(int ch) const { return setup_.traceOn(ch) == kChannelStateOn; }
 
 std::array<std::string, kAnaChannels> RunState::typeTexts() const {
@@ -133,6 +135,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
     p.encoder = EncoderParamsOf(a);
+    p.edgeTiming = a.EdgeTiming == kEdgeInterpolated ? EdgeTiming::Interpolated : EdgeTiming::Samples;
     return p;
 }
 
@@ -209,26 +212,33 @@ bool RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>
 
 bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine_) return true;
-    // The encoder's line first, so the status shows ResultData.csv as always.
+    // The queues of the other files speak only when they fail, and the
+    // encoder's goes first, so the status shows ResultData.csv as always.
     bool encoderSaved = true;
     if (settings_.analysis.Encoder)
         encoderSaved =
             encoderLines_.append(ui, encoderFileName(), typeTexts(), EncoderDataLine(sampleName(), results_.encoder));
     const bool saved =
         resultLines_.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results_.table));
-    return saved && encoderSaved;
+    const bool jitterSaved =
+        jitterLines_.append(ui, jitterFileName(), typeTexts(), JitterDataLine(sampleName(), results_.jitter));
+    return saved && jitterSaved && encoderSaved;
 }
 
 bool RunState::SaveUnsavedResults(UiPort& ui) {
     const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), typeTexts());
-    return resultLines_.flush(ui, resultFileName(), typeTexts()) && encoderSaved;
+    const bool jitterSaved = jitterLines_.flush(ui, jitterFileName(), typeTexts());
+    return resultLines_.flush(ui, resultFileName(), typeTexts()) && jitterSaved && encoderSaved;
 }
 
 std::string RunState::unsavedResultsText() const {
     std::string text;
-    if (!resultLines_.waiting().empty()) text = resultLines_.leftOverText(resultFileName());
-    if (!encoderLines_.waiting().empty())
-        text += (text.empty() ? "" : "\r\n") + encoderLines_.leftOverText(encoderFileName());
+    const auto add = [&](const ResultLineQueue& queue, const std::string& fileName) {
+        if (!queue.waiting().empty()) text += (text.empty() ? "" : "\r\n") + queue.leftOverText(fileName);
+    };
+    add(resultLines_, resultFileName());
+    add(jitterLines_, jitterFileName());
+    add(encoderLines_, encoderFileName());
     return text;
 }
 

@@ -16,6 +16,7 @@
 #include "results/Comparator.h"
 #include "results/EncoderFiles.h"
 #include "results/Grid.h"
+#include "results/JitterData.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
 #include "wavefile/DsoSetup.h"
@@ -108,7 +109,8 @@ public:
     // other the detail grid. Puts it on the clipboard and confirms.
     void ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2);
 
-    // Appends the run's line to ResultData.csv and shows the outcome.
+    // Appends the run's line to ResultData.csv, and its jitter line to
+    // JitterData.csv, and shows the outcome.
     bool SaveResults(UiPort& ui);
 
     // --- derived views ------------------------------------------------------
@@ -119,6 +121,7 @@ public:
     std::string sampleName() const { return settings_.analysis.SampleNo + settings_.analysis.SampleIndex; }
     std::string resultFileName() const;
     std::string encoderFileName() const;  // EncoderData.csv beside ResultData.csv
+    std::string jitterFileName() const;   // JitterData.csv beside ResultData.csv
     // The names that become file names (the sample name for saved waves and
     // pictures; the detail and wave table base names) stay in their folder.
     Outcome checkFileNames(bool sample, bool detail = false, bool waveTable = false) const;
@@ -160,6 +163,7 @@ public:
     // The result lines, written and waiting (see ResultLineQueue).
     const ResultLineQueue& resultLines() const { return resultLines_; }
     const ResultLineQueue& encoderLines() const { return encoderLines_; }
+    const ResultLineQueue& jitterLines() const { return jitterLines_; }
 
     bool running() const { return running_; }  // a run is in progress
     bool runDone() const { return runDone_; }  // results of a record are in place
@@ -248,8 +252,14 @@ private:
     bool logFirst = true;
     int64_t passesDone_ = 0;
     ResultLineQueue resultLines_;
-    // The encoder's lines to EncoderData.csv, kept the same way.
-    ResultLineQueue encoderLines_{SaveEncoderLines};
+    // The lines of the files that go with ResultData.csv, kept the same way.
+    ResultLineQueue jitterLines_{SaveJitterLines, kFailedToSaveJitterData,
+                                 " jitter line(s) are kept until the jitter file can be written."};
+    ResultLineQueue encoderLines_{
+        [](std::string_view fileName, const ResultLineQueue::TypeTexts&, std::vector<std::string>& lines) {
+            return SaveEncoderLines(fileName, lines);
+        },
+        kFailedToSaveEncoderData, " encoder line(s) are kept until the encoder file can be written."};
     bool saveResultLine_ = true;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);

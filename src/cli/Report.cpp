@@ -212,6 +212,10 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             out_ << "Encoder\n";
             printGrid(out_, encoder);
         }
+        Grid jitter;
+        DispJitter(jitter, state.channelDisplays(), state.results().jitter);
+        out_ << "Jitter\n";
+        printGrid(out_, jitter);
         out_ << '\n';
     } else if (format_ == "csv") {
         for (int ch = 0; ch < kAnaChannels; ++ch) {
@@ -264,6 +268,15 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
                 j.endObject();
             }
             j.endArray();
+            const JitterResult& jr = state.results().jitter[static_cast<size_t>(ch)];
+            j.key("jitter").beginObject();
+            j.key("valid").value(jr.Valid);
+            j.key("c2cMin").value(jr.Min).key("c2cMax").value(jr.Max);
+            j.key("c2cMean").value(jr.Mean).key("c2cSigma").value(jr.Sigma);
+            j.key("c2cCounts").value(jr.Counts);
+            j.key("tieRms").value(jr.TieRms).key("tiePeakToPeak").value(jr.TiePeakToPeak);
+            j.key("tieCounts").value(jr.TieCounts).key("runs").value(jr.Runs);
+            j.endObject();
             if (cycles_) {
                 j.key("cycles").beginArray();
                 for (const auto& c : state.results().cycles.channel[static_cast<size_t>(ch)]) {

@@ -10,6 +10,7 @@
 #include <QSpinBox>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <functional>
 
 #include "app/RunState.h"
@@ -168,8 +169,12 @@ void HistogramWindow::refresh() {
     times_.resize(values_.size());
     numbers_.resize(values_.size());
     for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);
-    // Times are whole sample counts, frequencies are not.
-    const double quantum = unit_ == "s" ? sampleSec : 0;
+    // Times on whole-sample edges are whole sample counts; interpolated
+    // times and frequencies are not.
+    const bool wholeSamples = std::all_of(cycles.begin(), cycles.end(), [](const CycleRecord& c) {
+        return c.FirstCrossing == c.FirstEdge && c.LastCrossing == c.LastEdge;
+    });
+    const double quantum = unit_ == "s" && wholeSamples ? sampleSec : 0;
     histogram_ = MakeHistogram(values_, bins_->value(), quantum);
     selection_.clear();
     const auto bars = static_cast<int>(histogram_.counts.size());

@@ -106,6 +106,14 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     levelLabel->setBuddy(LevelMethod_);
     g->addWidget(levelLabel, 6, 0);
     g->addWidget(LevelMethod_, 6, 1);
+    auto* edgeLabel = new QLabel("Edge Timing", settingsBox);
+    EdgeTiming_ = new QComboBox(settingsBox);
+    EdgeTiming_->setObjectName("EdgeTiming");
+    EdgeTiming_->addItems({"Samples", "Interpolated"});
+    EdgeTiming_->setToolTip("Edges on whole samples, or where the signal crosses the level between two samples");
+    edgeLabel->setBuddy(EdgeTiming_);
+    g->addWidget(edgeLabel, 7, 0);
+    g->addWidget(EdgeTiming_, 7, 1);
     TimeoutSeconds_ = addBox(settingsBox, "TimeoutSeconds", "Time-out (s)", g, 6, 4);
     TimeoutSeconds_->setToolTip("How long one exchange with the instrument may take before it is given up");
     SampleNo_ = addBox(settingsBox, "SampleNo", "Sample Name", g, 0, 4, "<Enter>");
@@ -198,6 +206,10 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     SSTab1_->addTab(resultPage, "Result");
     SSTab1_->addTab(LogGrid_, "Log");
     SSTab1_->addTab(DetailDataGrid_, "Detail Data");
+    jitterModel_ = new GridModel(&jitterGrid_, this);
+    auto* jitterView = makeGridView(SSTab1_, "JitterGrid", jitterModel_);
+    jitterView->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    SSTab1_->addTab(jitterView, "Jitter");
     SSTab1_->addTab(new EncoderTab(state_, SSTab1_), "Encoder");
     main->addWidget(SSTab1_, 1);
 
@@ -430,6 +442,9 @@ void MainForm::showResults() {
     resultModel_->refresh();
     TotalWaveDatas_->setText(q(state_.totalWaveDatas()));
     applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.resultGrid());
+    DispJitter(jitterGrid_, state_.channelDisplays(), state_.results().jitter);
+    jitterModel_->refresh();
+    applyColumnWidths(findChild<QTableView*>("JitterGrid"), jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (histogram_->isVisible()) histogram_->refresh();

@@ -90,6 +90,7 @@ private:
     QLineEdit* TotalWaveDatas_;
     QPlainTextEdit* Comment_;
     QComboBox* LevelMethod_;
+    QComboBox* EdgeTiming_;
     QGroupBox* addressFrame_;
     QCheckBox* RepeatCheck_;
     QCheckBox* DaqCheck_;
@@ -111,6 +112,9 @@ private:
     GridModel* resultModel_;
     GridModel* logModel_;
     GridModel* detailModel_;
+    // The "Jitter" tab's grid, filled from the results whenever they change.
+    Grid jitterGrid_;
+    GridModel* jitterModel_;
     QTableView* LogGrid_;
     QTableView* DetailDataGrid_;
 

@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     QCommandLineOption dataFolder("data-folder", "Data folder (default: the platform's).", "DIR");
     QCommandLineOption simulate("simulate",
                                 "Start a simulated instrument on this machine and connect to it "
-                                "(scenarios: pulses, duty-sweep, encoder, gate, flat).",
+                                "(scenarios: pulses, duty-sweep, encoder, gate, flat, clock).",
                                 "SCENARIO");
     QCommandLineOption screenshot("screenshot",
                                   "Run one acquisition from the simulated instrument, save pictures of the "

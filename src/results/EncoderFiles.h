@@ -12,6 +12,7 @@
 namespace mervasto {
 
 inline constexpr const char* kEncoderFileName = "EncoderData.csv";
+inline constexpr const char* kFailedToSaveEncoderData = "Failed to save Encoder Data.";
 
 // The statistics in the order of the file's columns and the grid's rows.
 struct EncoderStatisticRow {

@@ -230,8 +230,9 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
         SetGridCell(grid, 3, col, std::to_string(list.size()));
         SetGridCell(grid, 4, col, unit);
         if (cd.isGate()) continue;
-        // Times are whole sample counts, so a channel has few distinct values;
-        // remembering recent texts saves most of the formatting.
+        // Times on whole-sample edges are whole sample counts, so a channel
+        // has few distinct values; remembering recent texts saves most of the
+        // formatting (interpolated times seldom repeat and are formatted).
         struct Slot {
             uint32_t bits = 0;
             bool used = false;

@@ -1,5 +1,7 @@
 #include "sim/Scenario.h"
 
+#include "sim/ClockWave.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -62,7 +64,8 @@ double ScenarioPeriod(int channel, int32_t length) {
 }
 
 const std::vector<std::string>& ScenarioNames() {
-    static const std::vector<std::string> names = {"pulses", "duty-sweep", "encoder", "gate", "flat", "hand-turned"};
+    static const std::vector<std::string> names = {"pulses", "duty-sweep", "encoder", "gate",
+                                                   "flat",   "hand-turned", "clock"};
     return names;
 }
 
@@ -72,6 +75,7 @@ std::vector<std::vector<float>> GenerateScenario(const std::string& name, int ch
     channels = std::clamp(channels, 0, 4);
     length = std::max(length, 0);
     std::vector<std::vector<float>> out(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(length)));
+    if (name == "clock") return ClockScenario(channels, length, seed);
     Noise rng(seed);
     if (name == "hand-turned") {
         GenerateHandTurned(out, seed);

@@ -15,6 +15,8 @@ namespace mervasto {
 //   "flat"       Ch1 a flat 1 V line without noise, pulses on the others
 //   "hand-turned" an encoder turned back and forth by hand: A, B with contact
 //                bounce, index Z (Ch3); its truth in sim/HandTurned.h
+//   "clock"      clocks of 100.37 samples per period whose edges jitter by
+//                0, 0.1, 0.5 and 2 samples on Ch1..Ch4 (see ClockWave.h)
 // The same seed gives the same record. Throws std::invalid_argument for an
 // unknown name.
 std::vector<std::vector<float>> GenerateScenario(const std::string& name, int channels, int32_t length,

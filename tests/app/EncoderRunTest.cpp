@@ -108,7 +108,7 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     EXPECT_EQ(ui.status[1], "Saved Test Results to the " + state.resultFileName() + ".");
     EXPECT_EQ(
         state.unsavedResultsText().rfind(
-            "Failed to save Test Results. These 1 line(s) belong in " + state.encoderFileName() + ":\r\nSample2,", 0),
+            "Failed to save Encoder Data. These 1 line(s) belong in " + state.encoderFileName() + ":\r\nSample2,", 0),
         0u)
         << state.unsavedResultsText();
 

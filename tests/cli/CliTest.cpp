@@ -91,6 +91,25 @@ TEST_F(CliTest, AnalyzePrintsJsonAndAppendsResultLines) {
     EXPECT_EQ(lines[3].rfind("Sample2,", 0), 0u);  // the index advances between files
 }
 
+// Jitter in every output form, and beside the result lines in its own file.
+TEST_F(CliTest, JitterInJsonTableAndFile) {
+    ASSERT_EQ(run({"analyze", "--set", "EdgeTiming=Interpolated", "--format", "json", example("pulses")}), kExitOk)
+        << err.str();
+    for (const char* key : {"\"jitter\": {", "\"c2cSigma\"", "\"tieRms\"", "\"tiePeakToPeak\"", "\"runs\": 1"})
+        EXPECT_NE(out.str().find(key), std::string::npos) << key;
+    ASSERT_EQ(run({"analyze", "--no-save", example("pulses")}), kExitOk) << err.str();
+    const std::string table = out.str();
+    const size_t block = table.find("\nJitter\n");
+    ASSERT_NE(block, std::string::npos) << table;
+    EXPECT_NE(table.find("C2C Min", block), std::string::npos) << table;
+    EXPECT_NE(table.find("TIE RMS", block), std::string::npos) << table;
+    std::ifstream f(dir_ / "data" / "OutputData" / "JitterData.csv", std::ios::binary);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(f, l);) lines.push_back(l);
+    ASSERT_EQ(lines.size(), 3u);  // --no-save wrote nothing
+    EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);
+}
+
 TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
     std::ofstream(dir_ / "pass.txt", std::ios::binary)
         << "% every channel 1..100 cycles\r\n1,1,100\r\n2,1,100\r\n3,1,100\r\n4,1,100\r\n";

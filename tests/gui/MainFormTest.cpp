@@ -21,6 +21,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QTabWidget>
 #include <QTableView>
 #include <QTest>
 
@@ -138,6 +139,29 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     bool ng = false;
     for (int r = 1; r < g.rows(); ++r) ng |= g.text(r, 0) == "1" && g.text(r, 5) == "NG";
     EXPECT_TRUE(ng);
+}
+
+// The Edge Timing list beside the level method sets the setting; the Jitter
+// tab shows each shown channel's jitter after an analysis.
+TEST_F(MainFormTest, EdgeTimingListAndJitterTab) {
+    auto form = open();
+    auto* timing = find<QComboBox>(*form, "EdgeTiming");
+    ASSERT_EQ(timing->count(), 2);
+    EXPECT_EQ(timing->currentText(), "Samples");
+    timing->setCurrentText("Interpolated");
+    EXPECT_EQ(form->state().settings().analysis.EdgeTiming, "Interpolated");
+    auto* tabs = find<QTabWidget>(*form, "SSTab1");
+    EXPECT_EQ(tabs->tabText(tabs->indexOf(find<QTableView>(*form, "JitterGrid"))), "Jitter");
+
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    auto* model = find<QTableView>(*form, "JitterGrid")->model();
+    ASSERT_EQ(model->rowCount(), 5);
+    EXPECT_EQ(model->data(model->index(0, 3)).toString(), "C2C Min");
+    EXPECT_EQ(model->data(model->index(1, 0)).toString(), "Ch1");
+    EXPECT_EQ(model->data(model->index(1, 7)).toString(), "48");            // 49 periods
+    EXPECT_TRUE(model->data(model->index(1, 6)).toString().endsWith("s"));  // seconds with a prefix
+    EXPECT_FALSE(model->flags(model->index(1, 6)) & Qt::ItemIsEditable);
 }
 
 TEST_F(MainFormTest, ABadSettingsLineIsToldAndTheOthersKept) {
@@ -400,7 +424,7 @@ TEST_F(MainFormTest, LayoutAndCaptions) {
     form->show();
     QStringList captions;
     for (auto* l : form->findChildren<QLabel*>()) captions << l->text();
-    for (const char* c : {"Hysteresis", "Level", "Margin", "Level Method", "Time-out (s)"})
+    for (const char* c : {"Hysteresis", "Level", "Margin", "Level Method", "Edge Timing", "Time-out (s)"})
         EXPECT_TRUE(captions.contains(c)) << c;
     find<QPushButton>(*form, "TCPIPAddressSet")->click();
     QApplication::processEvents();

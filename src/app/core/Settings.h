@@ -23,6 +23,8 @@ inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
 
 inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
+inline constexpr std::string_view kEdgeSamples = "Samples";
+inline constexpr std::string_view kEdgeInterpolated = "Interpolated";
 
 inline constexpr std::array<std::string_view, 4> kEncoderChannels = {"1", "2", "3", "4"};
 inline constexpr std::array<std::string_view, 5> kEncoderIndexChannels = {"0", "1", "2", "3", "4"};
@@ -63,6 +65,9 @@ struct AnalysisSettings {
     std::string EncoderZ = "0";
     std::string EncoderCountsPerRev = "0";
     std::string MinStateWidth = "0";
+    // Edges on whole samples ("Samples") or where the signal crosses the
+    // level between two ("Interpolated").
+    std::string EdgeTiming = std::string(kEdgeSamples);
 };
 
 struct ChannelSettings {

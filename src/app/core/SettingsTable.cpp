@@ -18,6 +18,7 @@ using S = Settings;
 using W = WindowPositions;
 
 constexpr std::array<std::string_view, 2> kLevelMethods = {kLevelPeaks, kLevelHalves};
+constexpr std::array<std::string_view, 2> kEdgeTimings = {kEdgeSamples, kEdgeInterpolated};
 
 SettingField text(std::string_view name, std::string A::*m) { return {name, FieldKind::Text, m}; }
 SettingField check(std::string_view name, bool A::*m) { return {name, FieldKind::Check, m}; }
@@ -112,6 +113,8 @@ const std::vector<SettingField>& table() {
             optionalLine(
                 SettingField{"EncoderCountsPerRev", FieldKind::Number, &A::EncoderCountsPerRev, false, true, 0, 1e9}),
             optionalLine(SettingField{"MinStateWidth", FieldKind::Number, &A::MinStateWidth, false, true, 0, 1}),
+            optionalLine(
+                SettingField{"EdgeTiming", FieldKind::Choice, &A::EdgeTiming, false, true, 0, 0, kEdgeTimings}),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

@@ -99,7 +99,8 @@ Settings changedSettings() {
                               {"EncoderB", "4"},
                               {"EncoderZ", "2"},
                               {"EncoderCountsPerRev", "500"},
-                              {"MinStateWidth", "5e-05"}};
+                              {"MinStateWidth", "5e-05"},
+                              {"EdgeTiming", "Interpolated"}};
     for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
@@ -137,7 +138,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 63u);
+    ASSERT_EQ(ls.size(), 64u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -166,6 +167,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[58], "EncoderA,1");
     EXPECT_EQ(ls[60], "EncoderZ,0");
     EXPECT_EQ(ls[62], "MinStateWidth,0");
+    EXPECT_EQ(ls[63], "EdgeTiming,Samples");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -235,7 +237,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 17});
+    writeLines({full.begin(), full.end() - 18});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);

@@ -73,6 +73,8 @@ TEST(SettingsTest, SetSettingByName) {
         {"MinStateWidth", "50e-6", true},
         {"MinStateWidth", "-1e-6", false},
         {"MinStateWidth", "x", false},
+        {"EdgeTiming", "Interpolated", true},
+        {"EdgeTiming", "Linear", false},
     };
     for (const auto& c : cases) {
         Settings s;

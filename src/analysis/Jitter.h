@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "analysis/AnalysisTypes.h"
+
+// Jitter of one channel, from its cycle records: how much successive periods
+// differ (cycle-to-cycle) and how far each rising edge strays from an ideal
+// clock (time interval error).
+namespace mervasto {
+
+struct JitterResult {
+    // Cycle-to-cycle: the difference of each two successive periods, seconds.
+    double Min = 0;
+    double Max = 0;
+    double Mean = 0;
+    double Sigma = 0;
+    int32_t Counts = 0;
+    // Time interval error of each rising edge against the straight line
+    // fitted to edge time over edge number, seconds.
+    double TieRms = 0;
+    double TiePeakToPeak = 0;
+    int32_t TieCounts = 0;  // edges in runs of three or more
+    int32_t Runs = 0;       // unbroken runs of edges
+    bool Valid = false;     // at least one difference of periods
+};
+
+// Runs are broken where the cycles do not share an edge (a reject range) and
+// end with the records (the cycle limit). Pulse types take each pulse's
+// rising edge.
+JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec);
+
+}  // namespace mervasto

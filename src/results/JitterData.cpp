@@ -1,0 +1,115 @@
+#include "results/JitterData.h"
+
+#include "common/Numeric.h"
+#include "common/TextFile.h"
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+namespace mervasto {
+
+namespace {
+
+// The values of one channel as numbers; counts are whole.
+std::array<double, kJitterColumns.size()> values(const JitterResult& j) {
+    return {j.Min,
+            j.Max,
+            j.Mean,
+            j.Sigma,
+            static_cast<double>(j.Counts),
+            j.TieRms,
+            j.TiePeakToPeak,
+            static_cast<double>(j.TieCounts)};
+}
+
+bool isCount(size_t column) { return column == 4 || column == 7; }
+
+// Jitter lives in picoseconds to microseconds, where the result grid's
+// fixed six characters show little but zeros: four significant digits and
+// the prefix that keeps the mantissa from 1 to 999 instead.
+std::string secondsText(double s) {
+    static constexpr std::array<std::pair<double, const char*>, 5> kPrefixes = {
+        {{1, " s"}, {1e-3, " ms"}, {1e-6, " us"}, {1e-9, " ns"}, {1e-12, " ps"}}};
+    if (s == 0 || !std::isfinite(s)) return "0 s";
+    size_t k = 0;
+    while (k + 1 < kPrefixes.size() && std::fabs(s) < kPrefixes[k].first * 0.9995) ++k;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.4g%s", s / kPrefixes[k].first, kPrefixes[k].second);
+    return text;
+}
+
+}  // namespace
+
+std::string JitterHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts) {
+    std::string line = "Sample Name";
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        line += ",Ch" + std::to_string(ch + 1) + "," + typeTexts[static_cast<size_t>(ch)];
+        line += std::string(kJitterBlock - 2, ',');
+    }
+    return line;
+}
+
+std::string JitterHeaderLine2() {
+    std::string line;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        for (size_t c = 0; c < kJitterColumns.size(); ++c)
+            line += std::string(",") + kJitterColumns[c] + (isCount(c) ? "" : "(s)");
+        line += ',';
+    }
+    return line;
+}
+
+std::string JitterDataLine(std::string_view sampleName, const JitterResults& jitter) {
+    std::string line(sampleName);
+    for (const JitterResult& j : jitter) {
+        const auto v = values(j);
+        for (size_t c = 0; c < v.size(); ++c) {
+            line += ',';
+            line += isCount(c) ? std::to_string(static_cast<int64_t>(v[c])) : ShortestText(v[c]);
+        }
+        line += ',';
+    }
+    return line;
+}
+
+SaveOutcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                            std::vector<std::string>& lines) {
+    std::string text;
+    if (!FileExists(fileName)) {
+        text += JitterHeaderLine1(typeTexts) + "\r\n";
+        text += JitterHeaderLine2() + "\r\n";
+    }
+    for (const auto& line : lines) text += line + "\r\n";
+    if (!AppendToFile(fileName, ToNarrow(text))) return {false, kFailedToSaveJitterData};
+    lines.clear();
+    return {true, ""};
+}
+
+void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults& jitter) {
+    RedrawOff off(grid);
+    if (grid.rows() != 1 + kAnaChannels || grid.cols() != kJitterGridCols) {
+        grid = Grid(1 + kAnaChannels, kJitterGridCols, 1, 1);
+        grid.colWidth.assign(static_cast<size_t>(kJitterGridCols), kBaseColumnWidth);
+    }
+    grid.text(0, 0) = "Channel";
+    grid.text(0, 1) = "Sig. Name";
+    grid.text(0, 2) = "Sig. Type";
+    for (size_t c = 0; c < kJitterColumns.size(); ++c) grid.text(0, static_cast<int32_t>(3 + c)) = kJitterColumns[c];
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelDisplay& d = channels[static_cast<size_t>(ch)];
+        const JitterResult& j = jitter[static_cast<size_t>(ch)];
+        const int32_t row = 1 + ch;
+        for (int32_t c = 0; c < kJitterGridCols; ++c) grid.text(row, c).clear();
+        grid.text(row, 0) = "Ch" + std::to_string(ch + 1);
+        if (!d.shown()) continue;
+        grid.text(row, 1) = d.SigName;
+        grid.text(row, 2) = d.typeText;
+        if (d.isGate() || !j.Valid) continue;
+        const auto v = values(j);
+        for (size_t c = 0; c < v.size(); ++c)
+            grid.text(row, static_cast<int32_t>(3 + c)) =
+                isCount(c) ? std::to_string(static_cast<int64_t>(v[c])) : secondsText(v[c]);
+    }
+}
+
+}  // namespace mervasto
