@@ -145,6 +145,7 @@ struct Run {
         scan.SmoothingNo = par.SmoothingNo;
         scan.Histerisis = par.Histerisis;
         scan.SampleSec = in.SampleSec;
+        scan.edgeTiming = par.edgeTiming;
         ScanSettings reject;
         reject.OmitRangeEffect = par.OmitRangeEffect;
         reject.rejectFlag = par.rejectFlag;

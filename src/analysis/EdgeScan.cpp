@@ -44,28 +44,6 @@ void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
 // of smoothed samples always holds at least this many behind it.
 constexpr int32_t kCrossingReach = 16384;
 
-// Where the signal crosses `level` between window samples from and to
-// (from < to), nearest to the whole-sample edge e; e itself when it does not.
-template <class Src>
-double crossingNear(Src& src, int32_t from, int32_t to, float level, int32_t e) {
-    double best = e;
-    double bestDistance = 1e300;
-    float a = src.at(from);
-    for (int32_t t = from; t < to; ++t) {
-        const float b = src.at(t + 1);
-        if ((a < level) != (b < level)) {
-            const double x = t + (static_cast<double>(level) - a) / (static_cast<double>(b) - a);
-            const double d = std::fabs(x - e);
-            if (d < bestDistance) {
-                bestDistance = d;
-                best = x;
-            }
-        }
-        a = b;
-    }
-    return best;
-}
-
 // The edge scan over n samples of src; window sample 0 is sample `start`.
 // `more` tells whether the window holds a further whole cycle (or pulse)
 // after the cycle limit was reached: the scan goes on, recording nothing,
@@ -223,7 +201,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
                 const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
                 double f = e;
                 if constexpr (Interp)
-                    f = crossingNear(src, std::max({entry - 1, lowest, j - kCrossingReach}), j, level, e);
+                    f = samples::crossingNear(src, std::max({entry - 1, lowest, j - kCrossingReach}), j, level, e);
                 if (recordEdge(e, f)) {
                     stopped = true;
                     break;

@@ -23,13 +23,6 @@ int32_t halfEvenMidpoint(int32_t a, int32_t b) {
     return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
 }
 
-// The one place where an edge of the whole-sample scan becomes a position:
-// edge timing finer than a sample replaces this, with the (smoothed) window
-// samples and the decision level at hand.
-double edgePosition(const float* /*window*/, int32_t /*n*/, float /*level*/, int32_t start, int32_t edge) {
-    return static_cast<double>(start + edge);
-}
-
 struct Accumulator {
     double mn = 1e300;
     double mx = -1e300;
@@ -88,10 +81,13 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
     auto sample = [&](int32_t j) { return x[j < n ? j : n - 1]; };
 
     bool high = false;
-    auto record = [&](int32_t e, bool up) {
+    const bool interpolated = scan.edgeTiming == EdgeTiming::Interpolated;
+    int32_t lowest = 0;  // the first sample a crossing may be looked for at
+    // e: the whole-sample edge; fine: where the level is crossed, window-relative.
+    auto record = [&](int32_t e, bool up, double fine) {
         if (up == high) return;  // a band walk that went back: no change of state
         high = up;
-        at.push_back(edgePosition(x, n, level, start, e));
+        at.push_back(start + (interpolated ? fine : static_cast<double>(e)));
         rising.push_back(up ? 1 : 0);
     };
 
@@ -134,14 +130,17 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
                     ++j;
                     w = sample(j);
                 } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                record(halfEvenMidpoint(start + j - 1, start + entry) - start, w > v);
+                const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
+                record(e, w > v,
+                       interpolated ? samples::crossingNear(src, std::max(entry - 1, lowest), j, level, e) : e);
                 do {
                     ++j;
                     p = sample(j);
                     prev = j;
                 } while (!(std::fabs(w - p) >= h) && j < bound);
             } else if ((v - level) * (p - level) < 0.0f) {
-                record(halfEvenMidpoint(start + j, start + prev) - start, v > level);
+                record(halfEvenMidpoint(start + j, start + prev) - start, v > level,
+                       prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev));
                 p = v;
                 prev = j;
             } else {
@@ -156,9 +155,10 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
         // the range's end, so the position stays as close as it can.
         rejectPending = false;
         j = rejectTo;
+        lowest = j;
         armed = false;
         if (j < n && (x[j] >= highT || x[j] <= lowT) && x[j] != level) {
-            if ((x[j] > level) != high) record(j, x[j] > level);
+            if ((x[j] > level) != high) record(j, x[j] > level, j);
             armed = true;
             p = x[j];
             prev = j;

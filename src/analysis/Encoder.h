@@ -83,6 +83,8 @@ struct EncoderScan {
     bool rejectInForce = false;
     int32_t rejectStart = 0;
     int32_t rejectEnd = 0;
+    // Edges where the smoothed signal crosses the level, as the channels'.
+    EdgeTiming edgeTiming = EdgeTiming::Samples;
 };
 
 // Scratch kept from run to run so that a repeated analysis allocates nothing.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -261,6 +262,28 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 #endif
     return firstFailing(
         src, j, end, [t](float v) { return v <= t; }, four);
+}
+
+// Where the signal crosses `level` between window samples from and to
+// (from < to), nearest to the whole-sample edge e; e itself when it does not.
+template <class Src>
+double crossingNear(Src& src, int32_t from, int32_t to, float level, int32_t e) {
+    double best = e;
+    double bestDistance = 1e300;
+    float a = src.at(from);
+    for (int32_t t = from; t < to; ++t) {
+        const float b = src.at(t + 1);
+        if ((a < level) != (b < level)) {
+            const double x = t + (static_cast<double>(level) - a) / (static_cast<double>(b) - a);
+            const double d = std::fabs(x - e);
+            if (d < bestDistance) {
+                bestDistance = d;
+                best = x;
+            }
+        }
+        a = b;
+    }
+    return best;
 }
 
 }  // namespace mervasto::samples

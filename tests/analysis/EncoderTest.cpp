@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -54,9 +55,11 @@ int64_t truthPosition(double theta0, double theta1, double phaseDeg = 90) {
     return (q(theta1) - q(theta0)) + (q(theta1 - p) - q(theta0 - p));
 }
 
-EncoderResult analyse(const Pair& p, double minWidth = 0, bool withZ = false, float sampleSec = 1e-6f) {
+EncoderResult analyse(const Pair& p, double minWidth = 0, bool withZ = false, float sampleSec = 1e-6f,
+                      EdgeTiming timing = EdgeTiming::Samples) {
     EncoderLine lines[3] = {{p.a, 2.5f, kHigh}, {p.b, 2.5f, kHigh}, {p.z, 2.5f, kHigh}};
     EncoderScan scan;
+    scan.edgeTiming = timing;
     scan.count = static_cast<int32_t>(p.a.size());
     scan.Histerisis = 10;
     scan.SampleSec = sampleSec;
@@ -174,6 +177,31 @@ TEST(Encoder, StateWidthsAndDuties) {
     EXPECT_LT(r.phase.Sigma, 0.2);
     EXPECT_EQ(r.dutyA.Counts, 19);
     EXPECT_EQ(r.stateWidth.Counts, static_cast<int32_t>(r.position) - 1);
+}
+
+TEST(Encoder, InterpolatedEdgesResolveStatesFinerThanASample) {
+    // 100.37 samples per A cycle, B a quarter behind, edges ramping over 6
+    // samples: every state is 25.0925 samples long.
+    const double cycle = 100.37;
+    const int32_t n = 40000;
+    auto trapezoid = [&](double t) {
+        const double f = t - std::floor(t);
+        const double inside = f < 0.5 ? std::min(f, 0.5 - f) : -std::min(f - 0.5, 1 - f);
+        return static_cast<float>(kHigh * std::clamp(0.5 + inside * cycle / 6.0, 0.0, 1.0));
+    };
+    Pair p(n, [&](int32_t i) { return 0.1 + i / cycle; });
+    for (int32_t i = 0; i < n; ++i) {
+        const double t = 0.1 + i / cycle;
+        p.a[static_cast<size_t>(i)] = trapezoid(t);
+        p.b[static_cast<size_t>(i)] = trapezoid(t - 0.25);
+    }
+    const EncoderResult whole = analyse(p, 0, false, 1.0f, EdgeTiming::Samples);
+    const EncoderResult fine = analyse(p, 0, false, 1.0f, EdgeTiming::Interpolated);
+    EXPECT_EQ(fine.position, whole.position);
+    EXPECT_GE(whole.stateWidth.Max - whole.stateWidth.Min, 1.0);  // whole samples: 24, 25, 26
+    EXPECT_LT(fine.stateWidth.Max - fine.stateWidth.Min, 0.01);
+    EXPECT_NEAR(fine.stateWidth.Mean, cycle / 4, 0.001);
+    EXPECT_NEAR(fine.phase.Mean, 90, 0.01);
 }
 
 TEST(Encoder, IndexPulseWidthAndPosition) {
