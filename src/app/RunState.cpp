@@ -4,6 +4,7 @@
 #include "app/core/DataFolders.h"
 #include "app/core/ResumeFile.h"
 #include "app/core/Startup.h"
+#include "app/SampleCodeFill.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -196,23 +197,6 @@ bool RunState::SaveResults(UiPort& ui) {
 
 bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, resultFileName(), typeTexts()); }
 
-void RunState::fillRawFromVolts() {
-    const int channels = setup.ChannelCount == 4 ? 4 : 2;
-    const auto n = static_cast<size_t>(record.WaveLength);
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
-        auto& raw = record.raw[static_cast<size_t>(ch)];
-        const float vdiv = setup.voltsPerDiv(ch);
-        if (ch >= channels || !(vdiv > 0)) {
-            // Nothing recorded on this channel: no levels, no cycles.
-            raw.clear();
-            continue;
-        }
-        raw.resize(n);
-        RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), vdiv, setup.offset(ch),
-                     raw);
-    }
-}
-
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
@@ -230,21 +214,7 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     record.SampleSec = setup.SampleInterval;
     record.ensureLength(record.WaveLength);
 
-    // Display codes: 32 per division around the screen centre.
-    const int channels = setup.ChannelCount == 4 ? 4 : 2;
-    for (int ch = 0; ch < channels; ++ch) {
-        auto& code = record.displayCode[static_cast<size_t>(ch)];
-        code.resize(static_cast<size_t>(record.WaveLength));
-        const double vdiv = setup.voltsPerDiv(ch);
-        const double offset = setup.offset(ch);
-        if (vdiv == 0)
-            throw RuntimeError(ErrorCode::DivisionByZero,
-                               "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
-        const float* v = record.wave[static_cast<size_t>(ch)].data();
-        for (int32_t k = 0; k < record.WaveLength; ++k)
-            code[static_cast<size_t>(k)] = ToInt16((offset + v[k]) / vdiv * 32.0 + 128.0);
-    }
-    fillRawFromVolts();
+    FillSampleCodes(setup, record);
     ui.setStatus(1, kCompletedAllTranslations);
     return Outcome::Ok();
 }

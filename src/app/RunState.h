@@ -189,7 +189,6 @@ public:
 private:
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
     void afterAnalysis();
-    void fillRawFromVolts();
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
     // One pass of a run: acquisition, transfer, analysis, grids and files.
