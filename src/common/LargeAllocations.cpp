@@ -24,7 +24,10 @@
 namespace {
 
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
-constexpr std::size_t kHugeBlock = std::size_t{4} << 20;
+// Sample arrays of a long record; below it blocks come and go often (a
+// reader's buffer per file), and mapping and unmapping huge pages for each
+// would cost more than it saves.
+constexpr std::size_t kHugeBlock = std::size_t{8} << 20;
 
 void* allocate(std::size_t size) {
     if (size < kHugeBlock) return std::malloc(size == 0 ? 1 : size);
