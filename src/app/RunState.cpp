@@ -200,7 +200,8 @@ bool RunState::SaveUnsavedResults(UiPort& ui) { return resultLines.flush(ui, res
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    lastFileLoad = LoadAnyWaveCsv(filename, setup, record, fieldTable, importOptions);
+    lastFileLoad = fileLoader ? fileLoader(filename, setup, record, fieldTable)
+                              : LoadAnyWaveCsv(filename, setup, record, fieldTable, importOptions);
     const WaveCsvLoadResult& loaded = lastFileLoad;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);

@@ -140,6 +140,9 @@ public:
     WaveFieldTable fieldTable;
     // For files of other layouts: the interval when they have no time column.
     WaveImportOptions importOptions;
+    // Reads a "FILE" input when set (the command line loads the next file
+    // while one is analysed); otherwise LoadAnyWaveCsv with importOptions.
+    std::function<WaveCsvLoadResult(const std::string&, DsoSetup&, WaveRecord&, WaveFieldTable&)> fileLoader;
     // What the last file input's read said: the refusal reason, warnings.
     WaveCsvLoadResult lastFileLoad;
     AnalysisResults results;

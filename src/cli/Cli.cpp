@@ -7,6 +7,7 @@
 #include "app/core/SettingsTable.h"
 #include "app/core/Version.h"
 #include "common/PackageVersion.h"
+#include "cli/FilePreload.h"
 #include "cli/Json.h"
 #include "cli/Report.h"
 #include "common/Numeric.h"
@@ -29,6 +30,7 @@
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 
 namespace mervasto {
@@ -58,6 +60,8 @@ Commands:
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
       --no-save                do not append to ResultData.csv
+      --jobs 1|2               2 (default): load the next file while one is analysed;
+                               1: one file at a time
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
                                --generic as a plain "Time(s),CH1(V),..." file
   make-examples DIR            write the bundled example records into DIR
@@ -92,6 +96,7 @@ struct Options {
     std::optional<int> timeoutMs;
     double importInterval = 0;
     bool generic = false;
+    int jobs = 2;
 };
 
 struct OptionError {
@@ -142,6 +147,10 @@ Options parse(const std::vector<std::string>& args) {
             double s = Val(v);
             if (!(s > 0 && std::isfinite(s))) throw OptionError{"--import-interval takes seconds above 0, not " + v};
             o.importInterval = s;
+        } else if (a == "--jobs") {
+            const std::string& v = need(i);
+            if (v != "1" && v != "2") throw OptionError{"--jobs takes 1 or 2, not " + v};
+            o.jobs = v == "1" ? 1 : 2;
         } else if (a == "--generic")
             o.generic = true;
         else if (a == "--new-acquisition")
@@ -283,6 +292,13 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     int status = kExitOk;
     bool anyNg = false;
     ReportWriter report(out, o.format, o.cycles);
+    std::unique_ptr<FilePreload> preload;
+    if (o.jobs > 1 && o.files.size() > 1) {
+        preload =
+            std::make_unique<FilePreload>(o.files, state.setup, state.record, state.fieldTable, state.importOptions);
+        state.fileLoader = [&preload](const std::string& file, DsoSetup& setup, WaveRecord& record,
+                                      WaveFieldTable& table) { return preload->load(file, setup, record, table); };
+    }
     for (const auto& f : o.files) {
         ui.files.push_back(f);
         size_t boxesBefore = ui.boxes.size();
