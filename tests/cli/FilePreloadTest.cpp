@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/QtTestApp.h"
 #include "support/TestFolder.h"
 
 #include <cctype>
@@ -17,8 +16,6 @@
 using namespace mervasto;
 
 namespace {
-
-MERVASTO_QT_TEST_APP(QCoreApplication);
 
 std::string readAll(const std::filesystem::path& p) {
     std::ifstream f(p, std::ios::binary);
