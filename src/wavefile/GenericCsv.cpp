@@ -504,7 +504,9 @@ const char* digitRun(const char* p, const char* e, Decimal& d, int& places, int&
     return p;
 }
 
-bool scanNumber(const char* p, const char* e, char point, Decimal& d) {
+// The number at the start of [p, e) into d: where it ends, or nullptr when
+// there is none (no digit, or an exponent without one).
+const char* scanNumberPrefix(const char* p, const char* e, char point, Decimal& d) {
     if (p < e && (*p == '+' || *p == '-')) d.negative = *p++ == '-';
     int places = 0;
     int zeros = 0;
@@ -515,21 +517,24 @@ bool scanNumber(const char* p, const char* e, char point, Decimal& d) {
         p = digitRun(p + 1, e, d, places, zeros);
         decimals = places - before;
     }
-    if (places == 0) return false;
+    if (places == 0) return nullptr;
     d.digits = places - zeros;
     int exponent = 0;
     if (p < e && (*p == 'e' || *p == 'E')) {
         ++p;
         bool negative = false;
         if (p < e && (*p == '+' || *p == '-')) negative = *p++ == '-';
-        if (p == e) return false;
+        if (p == e || !(*p >= '0' && *p <= '9')) return nullptr;
         for (; p < e && *p >= '0' && *p <= '9'; ++p)
             if (exponent < 10000) exponent = exponent * 10 + (*p - '0');
         if (negative) exponent = -exponent;
     }
     d.unitExp = exponent - decimals;
-    return p == e;
+    return p;
 }
+
+// The whole of [p, e) is one number.
+bool scanNumber(const char* p, const char* e, char point, Decimal& d) { return scanNumberPrefix(p, e, point, d) == e; }
 
 // The nearest double or float to a decimal whose mantissa and power of ten
 // are both exact in that type: one exact operation, rounded once. Anything
@@ -588,6 +593,21 @@ public:
         const bool blanks = L_.delim == Delim::Blanks;
         for (size_t c = 0; c < needed(); ++c) {
             while (p < end && (*p == ' ' || *p == '"' || (*p == '\t' && sep_ != '\t'))) ++p;
+            if (!blanks) {
+                // The usual field, a number and the separator (or the row's
+                // end after the last column), read in one pass; anything
+                // else is split off first and then read, to be told apart.
+                Decimal d;
+                if (const char* q = scanNumberPrefix(p, end, point_, d)) {
+                    const char* r = q;
+                    while (r < end && (*r == ' ' || *r == '"' || (*r == '\t' && sep_ != '\t'))) ++r;
+                    if (r < end ? *r == sep_ : c + 1 == needed()) {
+                        store(c, d, p, q, rows);
+                        p = r < end ? r + 1 : end;
+                        continue;
+                    }
+                }
+            }
             const char* fe;
             const char* next;
             if (blanks) {
@@ -624,10 +644,16 @@ private:
     }
 
     void parseField(size_t c, const char* p, const char* e, Rows& rows) const {
+        Decimal d;
+        if (!scanNumber(p, e, point_, d))
+            throw RowFault{RowFault::NotNumber, c, std::string(p, static_cast<size_t>(e - p))};
+        store(c, d, p, e, rows);
+    }
+
+    // Column c's number, scanned into d from its text [p, e).
+    void store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
         const std::string_view text(p, static_cast<size_t>(e - p));
         auto notNumber = [&] { throw RowFault{RowFault::NotNumber, c, std::string(text)}; };
-        Decimal d;
-        if (!scanNumber(p, e, point_, d)) notNumber();
         // The rare number the fast path cannot take exactly.
         auto slow = [&](auto& value) {
             if (*p == '+') ++p;  // from_chars takes no plus sign
