@@ -5,6 +5,7 @@
 #include "app/core/EncoderSettings.h"
 #include "app/core/ResumeFile.h"
 #include "app/core/Startup.h"
+#include "app/SampleCodeFill.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -77,7 +78,9 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
 
 std::string RunState::resultFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kResultFileName); }
 
-std::string RunState::encoderFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kEncoderFileName); }
+std::string RunState::encoderFileName() const {
+    return JoinPath(JoinPath(dataFolder_, "OutputData"), kEncoderFileName);
+}
 
 std::string RunState::jitterFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kJitterFileName); }
 
@@ -242,27 +245,11 @@ std::string RunState::unsavedResultsText() const {
     return text;
 }
 
-void RunState::fillRawFromVolts() {
-    const int channels = setup_.ChannelCount == 4 ? 4 : 2;
-    const auto n = static_cast<size_t>(record_.WaveLength);
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
-        auto& raw = record_.raw[static_cast<size_t>(ch)];
-        const float vdiv = setup_.voltsPerDiv(ch);
-        if (ch >= channels || !(vdiv > 0)) {
-            // Nothing recorded on this channel: no levels, no cycles.
-            raw.clear();
-            continue;
-        }
-        raw.resize(n);
-        RawFromVolts(std::span<const float>(record_.wave[static_cast<size_t>(ch)].data(), n), vdiv, setup_.offset(ch),
-                     raw);
-    }
-}
-
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    lastFileLoad_ = LoadAnyWaveCsv(filename, setup_, record_, fieldTable, importOptions_);
+    lastFileLoad_ = fileLoader_ ? fileLoader_(filename, setup_, record_, fieldTable_)
+                                : LoadAnyWaveCsv(filename, setup_, record_, fieldTable_, importOptions_);
     const WaveCsvLoadResult& loaded = lastFileLoad_;
     if (loaded.status < 0) {
         ui.setStatus(2, loaded.errorText);
@@ -276,21 +263,7 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     record_.SampleSec = setup_.SampleInterval;
     record_.ensureLength(record_.WaveLength);
 
-    // Display codes: 32 per division around the screen centre.
-    const int channels = setup_.ChannelCount == 4 ? 4 : 2;
-    for (int ch = 0; ch < channels; ++ch) {
-        auto& code = record_.displayCode[static_cast<size_t>(ch)];
-        code.resize(static_cast<size_t>(record_.WaveLength));
-        const double vdiv = setup_.voltsPerDiv(ch);
-        const double offset = setup_.offset(ch);
-        if (vdiv == 0)
-            throw RuntimeError(ErrorCode::DivisionByZero,
-                               "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
-        const float* v = record_.wave[static_cast<size_t>(ch)].data();
-        for (int32_t k = 0; k < record_.WaveLength; ++k)
-            code[static_cast<size_t>(k)] = ToInt16((offset + v[k]) / vdiv * 32.0 + 128.0);
-    }
-    fillRawFromVolts();
+    FillSampleCodes(setup_, record_);
     ui.setStatus(1, kCompletedAllTranslations);
     return Outcome::Ok();
 }

@@ -182,6 +182,13 @@ public:
     // --- what the front ends set ------------------------------------------
     // For files of other layouts: the interval when they have no time column.
     void setImportOptions(const WaveImportOptions& options) { importOptions_ = options; }
+    const WaveImportOptions& importOptions() const { return importOptions_; }
+    // The setup keys the last file named (a file that names fewer keeps the rest).
+    const WaveFieldTable& fieldTable() const { return fieldTable_; }
+    // Reads a "FILE" input when set (the command line loads the next file
+    // while one is analysed); otherwise LoadAnyWaveCsv with the import options.
+    using FileLoader = std::function<WaveCsvLoadResult(const std::string&, DsoSetup&, WaveRecord&, WaveFieldTable&)>;
+    void setFileLoader(FileLoader loader) { fileLoader_ = std::move(loader); }
     // Off for a command-line run with --no-save.
     void setSaveResultLine(bool on) { saveResultLine_ = on; }
     bool saveResultLine() const { return saveResultLine_; }
@@ -215,8 +222,9 @@ private:
     int32_t SmoothingCount = 1;
     WaveRecord record_;
     DsoSetup setup_;
-    WaveFieldTable fieldTable;
+    WaveFieldTable fieldTable_;
     WaveImportOptions importOptions_;
+    FileLoader fileLoader_;
     WaveCsvLoadResult lastFileLoad_;
     AnalysisResults results_;
     AnalysisOutcome lastOutcome;
@@ -255,16 +263,14 @@ private:
     // The lines of the files that go with ResultData.csv, kept the same way.
     ResultLineQueue jitterLines_{SaveJitterLines, kFailedToSaveJitterData,
                                  " jitter line(s) are kept until the jitter file can be written."};
-    ResultLineQueue encoderLines_{
-        [](std::string_view fileName, const ResultLineQueue::TypeTexts&, std::vector<std::string>& lines) {
-            return SaveEncoderLines(fileName, lines);
-        },
-        kFailedToSaveEncoderData, " encoder line(s) are kept until the encoder file can be written."};
+    ResultLineQueue encoderLines_{[](std::string_view fileName, const ResultLineQueue::TypeTexts&,
+                                     std::vector<std::string>& lines) { return SaveEncoderLines(fileName, lines); },
+                                  kFailedToSaveEncoderData,
+                                  " encoder line(s) are kept until the encoder file can be written."};
     bool saveResultLine_ = true;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
     void afterAnalysis();
-    void fillRawFromVolts();
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
     // One pass of a run: acquisition, transfer, analysis, grids and files.

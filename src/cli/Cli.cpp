@@ -7,6 +7,7 @@
 #include "app/core/SettingsTable.h"
 #include "app/core/Version.h"
 #include "common/PackageVersion.h"
+#include "cli/FilePreload.h"
 #include "cli/Json.h"
 #include "cli/Plots.h"
 #include "cli/Report.h"
@@ -32,6 +33,7 @@
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 
 namespace mervasto {
@@ -63,6 +65,8 @@ Commands:
       --no-save                do not append to ResultData.csv (nor EncoderData.csv)
       --plots DIR              also write each analysed channel's wave, histogram and
                                trend as PNG into DIR, named after the file and channel
+      --jobs 1|2               2 (default): load the next file while one is analysed;
+                               1: one file at a time
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
                                --generic as a plain "Time(s),CH1(V),..." file
   make-examples DIR            write the bundled example records into DIR
@@ -100,6 +104,7 @@ struct Options {
     double importInterval = 0;
     bool generic = false;
     std::optional<std::string> plots;
+    int jobs = 2;
 };
 
 struct OptionError {
@@ -150,9 +155,13 @@ Options parse(const std::vector<std::string>& args) {
             double s = Val(v);
             if (!(s > 0 && std::isfinite(s))) throw OptionError{"--import-interval takes seconds above 0, not " + v};
             o.importInterval = s;
-        } else if (a == "--plots")
+        } else if (a == "--plots") {
             o.plots = need(i);
-        else if (a == "--generic")
+        } else if (a == "--jobs") {
+            const std::string& v = need(i);
+            if (v != "1" && v != "2") throw OptionError{"--jobs takes 1 or 2, not " + v};
+            o.jobs = v == "1" ? 1 : 2;
+        } else if (a == "--generic")
             o.generic = true;
         else if (a == "--new-acquisition")
             o.newAcquisition = true;
@@ -306,6 +315,13 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     int status = kExitOk;
     bool anyNg = false;
     ReportWriter report(out, o.format, o.cycles);
+    std::unique_ptr<FilePreload> preload;
+    if (o.jobs > 1 && o.files.size() > 1) {
+        preload = std::make_unique<FilePreload>(o.files, state.setup(), state.record(), state.fieldTable(),
+                                                state.importOptions());
+        state.setFileLoader([&preload](const std::string& file, DsoSetup& setup, WaveRecord& record,
+                                       WaveFieldTable& table) { return preload->load(file, setup, record, table); });
+    }
     for (const auto& f : o.files) {
         ui.files.push_back(f);
         size_t boxesBefore = ui.boxes.size();

@@ -1,5 +1,6 @@
 #include "common/LineScanner.h"
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstring>
@@ -67,7 +68,13 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
     const int sought = offset > 0 ? fseeko(file_, static_cast<off_t>(offset), SEEK_SET) : 0;
 #endif
     if (sought != 0) throw RuntimeError(ErrorCode::FileIo, "Read error.");
-    buffer_.resize(kChunk);
+    // A short file needs no 4 MiB buffer, and clearing one for each of many
+    // small files cost more than reading them; fill() grows it if the file
+    // turns out longer.
+    std::error_code ec;
+    const auto fileSize = std::filesystem::file_size(path_, ec);
+    const uint64_t want = ec ? kChunk : std::max<uint64_t>(fileSize - std::min<uint64_t>(offset, fileSize) + 1, 4096);
+    buffer_.resize(static_cast<size_t>(std::min<uint64_t>(want, kChunk)));
     data_ = buffer_.data();
     memory_ = false;
     consumed_ = offset;
@@ -115,6 +122,10 @@ bool LineScanner::fill() {
         consumed_ += pos_;
         end_ -= pos_;
         pos_ = 0;
+    }
+    if (end_ == buffer_.size() && buffer_.size() < kChunk) {
+        buffer_.resize(kChunk);
+        data_ = buffer_.data();
     }
     const size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
     if (got == 0) {

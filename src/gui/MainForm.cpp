@@ -28,6 +28,7 @@
 #include "dso/DsoLink.h"
 #include "gui/DetailCyclesForm.h"
 #include "gui/EncoderTab.h"
+#include "gui/FileDrop.h"
 #include "gui/GridModel.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
@@ -259,6 +260,14 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     });
     auto inputFromFile = [this] { run([this] { state_.InputFromFile_Click(*ui_); }); };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
+    // A file dropped on the window loads as "Input from File" does; not while
+    // a run holds the input controls.
+    new FileDropFilter(
+        this, [this] { return !state_.running(); },
+        [this](const std::string& file) {
+            DroppedFileUi dropped(*ui_, file);
+            run([this, &dropped] { state_.InputFromFile_Click(dropped); });
+        });
     connect(inputFile, &QAction::triggered, this, inputFromFile);
     connect(showAll, &QAction::triggered, this, [this] {
         waveAll_->show();

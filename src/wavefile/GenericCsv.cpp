@@ -11,6 +11,7 @@
 #include <thread>
 #include <type_traits>
 #include <atomic>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <functional>
@@ -469,36 +470,71 @@ struct Decimal {
     bool exact = true;  // no digit was dropped from the mantissa
 };
 
-bool scanNumber(const char* p, const char* e, char point, Decimal& d) {
+constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+// A run of digits into d. places counts every digit, zeros those before the
+// first that is not 0. Up to 18 digits go into the mantissa; later ones are
+// dropped (and counted).
+const char* digitRun(const char* p, const char* e, Decimal& d, int& places, int& zeros) {
+    // Eight characters at a time while the mantissa has room for eight more.
+    while (e - p >= 8 && d.mantissa < 10000000000u) {
+        uint64_t chunk;
+        std::memcpy(&chunk, p, sizeof chunk);
+        const int n = LeadingDigits(chunk);
+        if (n == 0) return p;
+        const bool wasZero = d.mantissa == 0;
+        d.mantissa = d.mantissa * kTens[n] + EightDigits(chunk << (8 * (8 - n)));
+        if (wasZero) {
+            // The chunk's own leading zeros, up to its first other digit.
+            const uint64_t other = ~ByteMask(chunk, '0') & 0x8080808080808080u;
+            zeros += std::min(n, std::countr_zero(other) >> 3);
+        }
+        places += n;
+        p += n;
+        if (n < 8) return p;
+    }
+    for (; p < e && *p >= '0' && *p <= '9'; ++p) {
+        if (d.mantissa >= 1000000000000000000u)
+            d.exact = false;
+        else
+            d.mantissa = d.mantissa * 10 + static_cast<unsigned>(*p - '0');
+        zeros += d.mantissa == 0;
+        ++places;
+    }
+    return p;
+}
+
+// The number at the start of [p, e) into d: where it ends, or nullptr when
+// there is none (no digit, or an exponent without one).
+const char* scanNumberPrefix(const char* p, const char* e, char point, Decimal& d) {
     if (p < e && (*p == '+' || *p == '-')) d.negative = *p++ == '-';
     int places = 0;
+    int zeros = 0;
+    p = digitRun(p, e, d, places, zeros);
     int decimals = 0;
-    auto digit = [&](char c) {
-        if (d.mantissa >= 1000000000000000000u) {
-            d.exact = false;
-        } else {
-            d.mantissa = d.mantissa * 10 + static_cast<unsigned>(c - '0');
-        }
-        d.digits += d.mantissa != 0;
-        ++places;
-    };
-    for (; p < e && *p >= '0' && *p <= '9'; ++p) digit(*p);
-    if (p < e && *p == point)
-        for (++p; p < e && *p >= '0' && *p <= '9'; ++p, ++decimals) digit(*p);
-    if (places == 0) return false;
+    if (p < e && *p == point) {
+        const int before = places;
+        p = digitRun(p + 1, e, d, places, zeros);
+        decimals = places - before;
+    }
+    if (places == 0) return nullptr;
+    d.digits = places - zeros;
     int exponent = 0;
     if (p < e && (*p == 'e' || *p == 'E')) {
         ++p;
         bool negative = false;
         if (p < e && (*p == '+' || *p == '-')) negative = *p++ == '-';
-        if (p == e) return false;
+        if (p == e || !(*p >= '0' && *p <= '9')) return nullptr;
         for (; p < e && *p >= '0' && *p <= '9'; ++p)
             if (exponent < 10000) exponent = exponent * 10 + (*p - '0');
         if (negative) exponent = -exponent;
     }
     d.unitExp = exponent - decimals;
-    return p == e;
+    return p;
 }
+
+// The whole of [p, e) is one number.
+bool scanNumber(const char* p, const char* e, char point, Decimal& d) { return scanNumberPrefix(p, e, point, d) == e; }
 
 // The nearest double or float to a decimal whose mantissa and power of ten
 // are both exact in that type: one exact operation, rounded once. Anything
@@ -513,6 +549,25 @@ bool fastValue(const Decimal& d, T& out) {
     T v = static_cast<T>(d.mantissa);
     v = d.unitExp < 0 ? v / kPowers[-d.unitExp] : v * kPowers[d.unitExp];
     out = d.negative ? -v : v;
+    return true;
+}
+
+// A float from a decimal of up to 16 digits (most exports print 8 or 9,
+// beyond the float fast path): the nearest double, rounded once more to
+// float. That second rounding can only go wrong when the double lies on or
+// next to a point halfway between two floats; those few go to from_chars.
+bool fastSingle(const Decimal& d, float& out) {
+    if (fastValue(d, out)) return true;
+    double x = 0;
+    if (!fastValue(d, x)) return false;
+    const double a = std::fabs(x);
+    if (!(a >= 1.1754943508222875e-38 && a < 3.4028234663852886e38)) return false;
+    uint64_t bits;
+    std::memcpy(&bits, &a, sizeof bits);
+    const uint64_t low = bits & ((uint64_t{1} << 29) - 1);
+    constexpr uint64_t kHalf = uint64_t{1} << 28;
+    if (low + 8 >= kHalf && low <= kHalf + 8) return false;
+    out = static_cast<float>(x);
     return true;
 }
 
@@ -538,6 +593,21 @@ public:
         const bool blanks = L_.delim == Delim::Blanks;
         for (size_t c = 0; c < needed(); ++c) {
             while (p < end && (*p == ' ' || *p == '"' || (*p == '\t' && sep_ != '\t'))) ++p;
+            if (!blanks) {
+                // The usual field, a number and the separator (or the row's
+                // end after the last column), read in one pass; anything
+                // else is split off first and then read, to be told apart.
+                Decimal d;
+                if (const char* q = scanNumberPrefix(p, end, point_, d)) {
+                    const char* r = q;
+                    while (r < end && (*r == ' ' || *r == '"' || (*r == '\t' && sep_ != '\t'))) ++r;
+                    if (r < end ? *r == sep_ : c + 1 == needed()) {
+                        store(c, d, p, q, rows);
+                        p = r < end ? r + 1 : end;
+                        continue;
+                    }
+                }
+            }
             const char* fe;
             const char* next;
             if (blanks) {
@@ -574,10 +644,16 @@ private:
     }
 
     void parseField(size_t c, const char* p, const char* e, Rows& rows) const {
+        Decimal d;
+        if (!scanNumber(p, e, point_, d))
+            throw RowFault{RowFault::NotNumber, c, std::string(p, static_cast<size_t>(e - p))};
+        store(c, d, p, e, rows);
+    }
+
+    // Column c's number, scanned into d from its text [p, e).
+    void store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
         const std::string_view text(p, static_cast<size_t>(e - p));
         auto notNumber = [&] { throw RowFault{RowFault::NotNumber, c, std::string(text)}; };
-        Decimal d;
-        if (!scanNumber(p, e, point_, d)) notNumber();
         // The rare number the fast path cannot take exactly.
         auto slow = [&](auto& value) {
             if (*p == '+') ++p;  // from_chars takes no plus sign
@@ -606,7 +682,7 @@ private:
         const size_t s = c - firstSignal_;
         float v = 0;
         if (L_.signalFactor[s] == 1.0) {
-            if (!fastValue(d, v)) slow(v);
+            if (!fastSingle(d, v)) slow(v);
         } else {
             double x = 0;
             if (!fastValue(d, x)) slow(x);

@@ -153,28 +153,6 @@ char* writeFast(char* o, float x) {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// How many of the eight characters in chunk (first character in the lowest
-// byte) are digits before the first that is not.
-inline int leadingDigits(uint64_t chunk) {
-    constexpr uint64_t kHigh = 0xF0F0F0F0F0F0F0F0u;
-    constexpr uint64_t kZeros = 0x3030303030303030u;
-    constexpr uint64_t kSix = 0x0606060606060606u;
-    // A byte is a digit when its high nibble is 3 both before and after
-    // adding 6; a carry out of a non-digit only disturbs later bytes.
-    const uint64_t notDigit = ((chunk & kHigh) ^ kZeros) | (((chunk + kSix) & kHigh) ^ kZeros);
-    return std::countr_zero(notDigit) >> 3;  // 64 when all are digits
-}
-
-// The number of eight digit characters, the first in the lowest byte; zero
-// bytes count as leading zeros.
-inline uint64_t eightDigits(uint64_t chunk) {
-    uint64_t v = chunk & 0x0F0F0F0F0F0F0F0Fu;
-    v = (v * 10 + (v >> 8)) & 0x00FF00FF00FF00FFu;
-    v = (v * 100 + (v >> 16)) & 0x0000FFFF0000FFFFu;
-    v = (v * 10000 + (v >> 32)) & 0x00000000FFFFFFFFu;
-    return v;
-}
-
 }  // namespace
 
 void AppendSampleText(std::string& out, float x) {
@@ -232,11 +210,11 @@ float SampleValue(std::string_view text) {
         if (*point == '.') {
             uint64_t chunk;
             std::memcpy(&chunk, point + 1, sizeof chunk);
-            const int n = leadingDigits(chunk);
+            const int n = LeadingDigits(chunk);
             const char* after = point + 1 + n;
             const char c = after < end ? *after : ' ';
             if (n > 0 && !isDigit(c) && c != 'e' && c != 'E' && c != 'd' && c != 'D') {
-                const uint64_t m = lead * kPow10i[n] + eightDigits(chunk << (8 * (8 - n)));
+                const uint64_t m = lead * kPow10i[n] + EightDigits(chunk << (8 * (8 - n)));
                 if (m == 0) return negative ? -0.0f : 0.0f;
                 return toSingle(m, n, negative, text);
             }
@@ -270,9 +248,9 @@ float SampleValue(std::string_view text) {
             // Up to eight digits at once; most samples have seven or eight.
             uint64_t chunk;
             std::memcpy(&chunk, p, sizeof chunk);
-            const int n = leadingDigits(chunk);
+            const int n = LeadingDigits(chunk);
             if (n > 0 && n <= 15 - taken) {
-                m = m * kPow10i[n] + eightDigits(chunk << (8 * (8 - n)));
+                m = m * kPow10i[n] + EightDigits(chunk << (8 * (8 - n)));
                 p += n;
             }
         }
