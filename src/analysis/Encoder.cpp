@@ -191,6 +191,8 @@ int32_t DropShortStates(std::vector<double>& at, std::vector<uint8_t>& rising, d
 void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising, std::span<const double> bAt,
                    std::span<const uint8_t> bRising, std::span<const double> zAt, std::span<const uint8_t> zRising,
                    double SampleSec, double countsPerRev, EncoderWorkspace& ws, EncoderResult& out) {
+    out.stepAt.clear();
+    out.stepPosition.clear();
     auto& merged = ws.merged;
     merged.clear();
     merged.reserve(aAt.size() + bAt.size());
@@ -248,6 +250,8 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
             step = a == b ? 1 : -1;
         }
         position += step;
+        out.stepAt.push_back(e.at);
+        out.stepPosition.push_back(static_cast<double>(position));
         if (lastStep != 0 && step != lastStep) ++reversals;
         lastStep = step;
         if (i > 0) width.add((e.at - merged[i - 1].at) * SampleSec);
@@ -325,7 +329,15 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
 
 void AnalyseEncoder(const EncoderLine lines[3], const EncoderScan& scan, const EncoderParams& params,
                     EncoderWorkspace& ws, EncoderResult& out) {
-    out = EncoderResult{};
+    {
+        // The trend's room is kept from run to run, like the workspace.
+        std::vector<double> at = std::move(out.stepAt), position = std::move(out.stepPosition);
+        at.clear();
+        position.clear();
+        out = EncoderResult{};
+        out.stepAt = std::move(at);
+        out.stepPosition = std::move(position);
+    }
     const int count = params.z >= 0 ? 3 : 2;
     for (int l = 0; l < 3; ++l) {
         ws.edges[l].clear();

@@ -63,6 +63,10 @@ struct EncoderResult {
     double revolutions = 0;      // position / counts per revolution (0 when unknown)
     double speed = 0;            // revolutions per second over the window (0 when unknown)
     int32_t directionAtEnd = 0;  // +1, -1, 0 when nothing moved
+    // The position after each step and when it came (record samples), for
+    // the position-against-time trend.
+    std::vector<double> stepAt;
+    std::vector<double> stepPosition;
 };
 
 // Samples of the A, B and Z channels (volts) with their levels and what the

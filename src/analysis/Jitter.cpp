@@ -27,6 +27,8 @@ struct JitterRun {
     Accumulator tie;
     int32_t runs = 0;
     double SampleSec;
+    // When set: each edge's time (samples) and its error (seconds), in order.
+    TieTrend* trend = nullptr;
 
     // One unbroken run of m rising edges, edge(i) in samples. The times are
     // taken relative to the first edge so that the fit keeps its precision
@@ -52,7 +54,12 @@ struct JitterRun {
         const double mean = sy / static_cast<double>(m);
         for (size_t i = 0; i < m; ++i) {
             const double x = static_cast<double>(i) - mi;
-            tie.add((edge(i) - t0 - (mean + slope * x)) * SampleSec);
+            const double error = (edge(i) - t0 - (mean + slope * x)) * SampleSec;
+            tie.add(error);
+            if (trend) {
+                trend->at.push_back(edge(i));
+                trend->error.push_back(error);
+            }
         }
     }
 };
@@ -61,8 +68,9 @@ bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypeP
 
 }  // namespace
 
-JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec) {
-    JitterRun acc{{}, {}, 0, SampleSec};
+JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec, TieTrend* trend) {
+    JitterRun acc{{}, {}, 0, SampleSec, trend};
+    if (trend) *trend = {};
     const bool pulse = isPulseType(signalType);
     // Cycles first..last - 1 make one run: their rising edges, and for period
     // types the closing rising edge of the last one.

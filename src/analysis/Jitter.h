@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "analysis/AnalysisTypes.h"
 
@@ -29,6 +30,14 @@ struct JitterResult {
 // Runs are broken where the cycles do not share an edge (a reject range) and
 // end with the records (the cycle limit). Pulse types take each pulse's
 // rising edge.
-JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec);
+//
+// With a trend, also each edge's time interval error against its time, for a
+// plot: what users look at first to see drift or a wobble in a clock.
+struct TieTrend {
+    std::vector<double> at;     // rising edges, record samples
+    std::vector<double> error;  // seconds
+};
+JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec,
+                           TieTrend* trend = nullptr);
 
 }  // namespace mervasto

@@ -1,5 +1,7 @@
 #include "cli/Plots.h"
 
+#include "analysis/Jitter.h"
+
 #include <QImage>
 #include <QPainter>
 
@@ -87,6 +89,20 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
             {histogram, stem + "_Histogram.png"},
             {trend, stem + "_Trend.png"},
         };
+        // The time interval error of the rising edges against time.
+        TieTrend tie;
+        (void)MeasureJitter(s.ChInputSignal, cycles, sampleSec, &tie);
+        if (!tie.at.empty()) {
+            const double start = RecordStartTime(state.setup());
+            for (double& at : tie.at) at = at * sampleSec + start;
+            QImage tiePlot(kValuePlotSize, QImage::Format_RGB32);
+            QPainter p(&tiePlot);
+            PlotStyle tieStyle = style;
+            tieStyle.unit = "s";
+            tieStyle.title = channelTitle(state, ch, "time interval error");
+            PaintTrend(p, tiePlot.rect(), tie.at, tie.error, "s", tieStyle);
+            files.emplace_back(tiePlot, stem + "_TIE.png");
+        }
         if (series && series->passes() > 0) {
             QImage perPass(kValuePlotSize, QImage::Format_RGB32);
             QPainter p(&perPass);
@@ -98,6 +114,25 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
             if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
             written.push_back(name);
         }
+    }
+    // The encoder's position against time, once for the pair.
+    const EncoderResult& encoder = state.results().encoder;
+    if (encoder.analysed && !encoder.stepAt.empty()) {
+        const double sampleSec = state.record().SampleSec;
+        const double start = RecordStartTime(state.setup());
+        std::vector<double> times(encoder.stepAt.size());
+        for (size_t i = 0; i < times.size(); ++i) times[i] = encoder.stepAt[i] * sampleSec + start;
+        QImage image(kValuePlotSize, QImage::Format_RGB32);
+        {
+            QPainter p(&image);
+            PlotStyle style;
+            style.title = "Encoder position (x4 counts)";
+            style.colour = static_cast<uint32_t>(state.settings().channels[0].BackColor);
+            PaintTrend(p, image.rect(), times, encoder.stepPosition, "s", style);
+        }
+        const std::string name = JoinPath(dir, base + "_Position.png");
+        if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
+        written.push_back(name);
     }
     return Outcome::Ok();
 }

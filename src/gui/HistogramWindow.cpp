@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "analysis/Jitter.h"
 #include "app/RunState.h"
 #include "common/Numeric.h"
 #include "common/TextFile.h"
@@ -86,6 +87,14 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     trendAxis_->setObjectName("TrendAxis");
     trendAxis_->addItems({"cycle number", "time"});
     bar->addWidget(trendAxis_);
+    bar->addWidget(new QLabel("of", this));
+    trendOf_ = new QComboBox(this);
+    trendOf_->setObjectName("TrendOf");
+    trendOf_->addItems({"values", "time interval error", "encoder position"});
+    trendOf_->setToolTip(
+        "The time interval error is each rising edge against the straight line fitted to the "
+        "edges; the encoder position is the x4 count after each step");
+    bar->addWidget(trendOf_);
     bar->addStretch(1);
     auto* save = new QPushButton("Save PNG + CSV", this);
     save->setObjectName("SavePlots");
@@ -97,10 +106,7 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
         [this](QPainter& p, const QRect& r) { PaintHistogram(p, r, histogram_, style("histogram"), selection_.bin()); },
         [this](double x) { clickBar(HistogramBarAt(histogramCanvas_->rect(), histogram_, true, x)); });
     histogramCanvas_->setToolTip("Click a bar to see its cycles in the wave windows, one per click");
-    trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) {
-        const bool time = !trendXUnit().empty();
-        PaintTrend(p, r, time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
-    });
+    trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) { paintTrend(p, r); });
     seriesCanvas_ = new Canvas(this, "SeriesCanvas", [this](QPainter& p, const QRect& r) {
         PaintSeriesTrend(p, r, series_.channel(channel()), style("per pass"));
     });
@@ -116,6 +122,7 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     connect(channel_, &QComboBox::currentIndexChanged, this, [this] { refresh(); });
     connect(bins_, &QSpinBox::valueChanged, this, [this] { refresh(); });
     connect(trendAxis_, &QComboBox::currentIndexChanged, this, [this] { trendCanvas_->update(); });
+    connect(trendOf_, &QComboBox::currentIndexChanged, this, [this] { trendCanvas_->update(); });
     connect(save, &QPushButton::clicked, this, [this] {
         std::vector<std::string> names;
         Outcome saved = savePlots(names);
@@ -140,6 +147,21 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
 int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
 
 std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
+
+HistogramWindow::TrendData HistogramWindow::trend() const {
+    switch (trendOf_->currentIndex()) {
+    case 1: return {&tieNumbers_, &tieTimes_, &tieValues_, "s", "time interval error"};
+    case 2: return {&stepNumbers_, &stepTimes_, &stepValues_, "", "encoder position"};
+    default: return {&numbers_, &times_, &values_, unit_, "trend"};
+    }
+}
+
+void HistogramWindow::paintTrend(QPainter& p, const QRect& r) const {
+    const TrendData t = trend();
+    PlotStyle st = style(t.what);
+    st.unit = t.unit;
+    PaintTrend(p, r, trendXUnit().empty() ? *t.numbers : *t.times, *t.values, trendXUnit(), st);
+}
 
 PlotStyle HistogramWindow::style(const char* what) const {
     const int ch = channel();
@@ -169,6 +191,21 @@ void HistogramWindow::refresh() {
     times_.resize(values_.size());
     numbers_.resize(values_.size());
     for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);
+    auto placed = [&](const std::vector<double>& at, const std::vector<double>& values, std::vector<double>& numbers,
+                      std::vector<double>& times, std::vector<double>& out) {
+        numbers.resize(at.size());
+        times.resize(at.size());
+        for (size_t i = 0; i < at.size(); ++i) {
+            numbers[i] = static_cast<double>(i + 1);
+            times[i] = at[i] * sampleSec + start;
+        }
+        out = values;
+    };
+    TieTrend tie;
+    (void)MeasureJitter(type, cycles, sampleSec, &tie);
+    placed(tie.at, tie.error, tieNumbers_, tieTimes_, tieValues_);
+    const EncoderResult& encoder = state_.results().encoder;
+    placed(encoder.stepAt, encoder.stepPosition, stepNumbers_, stepTimes_, stepValues_);
     // Times on whole-sample edges are whole sample counts; interpolated
     // times and frequencies are not.
     const bool wholeSamples = std::all_of(cycles.begin(), cycles.end(), [](const CycleRecord& c) {
@@ -215,8 +252,7 @@ QImage HistogramWindow::histogramPicture(const QSize& size) const {
 QImage HistogramWindow::trendPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
-    const bool time = !trendXUnit().empty();
-    PaintTrend(p, image.rect(), time ? times_ : numbers_, values_, trendXUnit(), style("trend"));
+    paintTrend(p, image.rect());
     return image;
 }
 
@@ -236,7 +272,8 @@ Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
     Outcome o = savePng(histogramPicture(kSavedPictureSize), names[0]);
     if (o) o = WriteFileReplacing(names[1], HistogramCsv(histogram_, unit_));
     if (o) o = savePng(trendPicture(kSavedPictureSize), names[2]);
-    if (o) o = WriteFileReplacing(names[3], TrendCsv(values_, times_, unit_));
+    const TrendData t = trend();
+    if (o) o = WriteFileReplacing(names[3], TrendCsv(*t.values, *t.times, t.unit));
     if (o && series_.passes() > 0) {
         names.push_back(name("_Series.png"));
         names.push_back(name("_Series.csv"));

@@ -12,6 +12,7 @@
 #include "results/SeriesTrend.h"
 
 class QComboBox;
+class QPainter;
 class QLabel;
 class QSpinBox;
 
@@ -54,12 +55,24 @@ private:
     int channel() const;
     PlotStyle style(const char* what) const;
     std::string trendXUnit() const;
+    // What the trend shows: the channel's values, the time interval error of
+    // its edges, or the encoder's position.
+    struct TrendData {
+        const std::vector<double>* numbers;
+        const std::vector<double>* times;
+        const std::vector<double>* values;
+        std::string unit;
+        const char* what;
+    };
+    TrendData trend() const;
+    void paintTrend(QPainter& p, const QRect& r) const;
 
     RunState& state_;
     QComboBox* channel_;
     QSpinBox* bins_;
     QLabel* binNote_;
     QComboBox* trendAxis_;
+    QComboBox* trendOf_;
     QLabel* saveNote_;
     Canvas* histogramCanvas_;
     Canvas* trendCanvas_;
@@ -69,6 +82,10 @@ private:
     std::vector<double> values_;
     std::vector<double> times_;
     std::vector<double> numbers_;  // 1, 2, ... for the trend against cycle number
+    // Time interval error of each rising edge, and the encoder's position
+    // after each step: their numbers, times and values.
+    std::vector<double> tieNumbers_, tieTimes_, tieValues_;
+    std::vector<double> stepNumbers_, stepTimes_, stepValues_;
     Histogram histogram_;
     BinSelection selection_;
     // Filled on every pass whether shown or not; drawn only when shown.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <vector>
 
@@ -202,6 +203,11 @@ TEST(Encoder, InterpolatedEdgesResolveStatesFinerThanASample) {
     EXPECT_LT(fine.stateWidth.Max - fine.stateWidth.Min, 0.01);
     EXPECT_NEAR(fine.stateWidth.Mean, cycle / 4, 0.001);
     EXPECT_NEAR(fine.phase.Mean, 90, 0.01);
+
+    // The position trend: one point per step, ending at the final position.
+    ASSERT_EQ(fine.stepAt.size(), static_cast<size_t>(std::llabs(fine.position)));
+    EXPECT_EQ(fine.stepPosition.back(), static_cast<double>(fine.position));
+    EXPECT_TRUE(std::is_sorted(fine.stepAt.begin(), fine.stepAt.end()));
 }
 
 TEST(Encoder, IndexPulseWidthAndPosition) {

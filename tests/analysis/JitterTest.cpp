@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -89,6 +90,20 @@ TEST(MeasureJitter, CycleToCycleAndTimeIntervalError) {
             EXPECT_EQ(got.TieCounts, c.want.TieCounts) << what;
             EXPECT_EQ(got.Runs, c.want.Runs) << what;
             EXPECT_EQ(got.Valid, c.want.Valid) << what;
+
+            // The trend holds each fitted edge and its error: the same errors
+            // the RMS and peak-to-peak summarise.
+            TieTrend trend;
+            trend.at = {1, 2, 3};  // what a run before left is replaced
+            (void)MeasureJitter(type, cycles, c.sampleSec, &trend);
+            ASSERT_EQ(trend.at.size(), static_cast<size_t>(c.want.TieCounts)) << what;
+            ASSERT_EQ(trend.error.size(), trend.at.size()) << what;
+            double squares = 0;
+            for (double e : trend.error) squares += e * e;
+            if (!trend.error.empty()) {
+                EXPECT_NEAR(std::sqrt(squares / static_cast<double>(trend.error.size())), c.want.TieRms, tol) << what;
+                EXPECT_TRUE(std::is_sorted(trend.at.begin(), trend.at.end())) << what;
+            }
         }
     }
 }

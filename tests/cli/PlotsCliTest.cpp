@@ -60,13 +60,10 @@ TEST_F(PlotsCliTest, AnalyzeDrawsEachAnalysedChannelOfEachFile) {
                    plots, example("duty-sweep"), example("gated")}),
               kExitOk)
         << err.str();
-    const std::vector<std::string> expected = {
-        "duty-sweep_Ch1_Histogram.png", "duty-sweep_Ch1_Trend.png", "duty-sweep_Ch1_Wave.png",
-        "duty-sweep_Ch2_Histogram.png", "duty-sweep_Ch2_Trend.png", "duty-sweep_Ch2_Wave.png",
-        "gated_Ch1_Histogram.png",      "gated_Ch1_Trend.png",      "gated_Ch1_Wave.png",
-        "gated_Ch2_Histogram.png",      "gated_Ch2_Trend.png",      "gated_Ch2_Wave.png",
-        "gated_Ch3_Histogram.png",      "gated_Ch3_Trend.png",      "gated_Ch3_Wave.png",
-    };
+    std::vector<std::string> expected;
+    for (const char* channel : {"duty-sweep_Ch1", "duty-sweep_Ch2", "gated_Ch1", "gated_Ch2", "gated_Ch3"})
+        for (const char* plot : {"_Histogram.png", "_TIE.png", "_Trend.png", "_Wave.png"})
+            expected.push_back(std::string(channel) + plot);
     EXPECT_EQ(plotNames(), expected);
     // The output is still only the results; the plots are told on stderr.
     EXPECT_EQ(out.str().find(".png"), std::string::npos);
@@ -81,6 +78,16 @@ TEST_F(PlotsCliTest, AnalyzeDrawsEachAnalysedChannelOfEachFile) {
     const QImage histogram(QString::fromStdString(plots + "/duty-sweep_Ch1_Histogram.png"));
     ASSERT_FALSE(histogram.isNull());
     EXPECT_GT(histogram.width(), 400);
+}
+
+TEST_F(PlotsCliTest, TheEncoderPositionIsDrawnOnceForThePair) {
+    const std::string plots = (dir_ / "plots").string();
+    ASSERT_EQ(run({"analyze", "--no-save", "--set", "Encoder=1", "--plots", plots, example("pulses")}), kExitOk)
+        << err.str();
+    const auto names = plotNames();
+    EXPECT_EQ(std::count(names.begin(), names.end(), "pulses_Position.png"), 1) << names.size();
+    const QImage position(QString::fromStdString(plots + "/pulses_Position.png"));
+    EXPECT_FALSE(position.isNull());
 }
 
 TEST_F(PlotsCliTest, APlotFolderThatCannotBeMadeIsExitStatusOne) {
