@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "analysis/RunningStatistic.h"
 #include "analysis/SampleSources.h"
 #include "analysis/Smoothing.h"
 
@@ -23,31 +24,16 @@ int32_t halfEvenMidpoint(int32_t a, int32_t b) {
     return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
 }
 
-struct Accumulator {
-    double mn = 1e300;
-    double mx = -1e300;
-    double sum = 0;
-    double squares = 0;
-    int32_t n = 0;
-
-    void add(double v) {
-        mn = std::min(mn, v);
-        mx = std::max(mx, v);
-        sum += v;
-        squares += v * v;
-        ++n;
-    }
-    EncoderStatistic done() const {
-        EncoderStatistic s;
-        if (n == 0) return s;
-        s.Min = mn;
-        s.Max = mx;
-        s.Mean = sum / n;
-        s.Sigma = std::sqrt(std::fabs(squares / n - s.Mean * s.Mean));
-        s.Counts = n;
-        return s;
-    }
-};
+EncoderStatistic StatisticOf(const RunningStatistic& a) {
+    EncoderStatistic s;
+    if (a.count == 0) return s;
+    s.Min = a.min;
+    s.Max = a.max;
+    s.Mean = a.mean();
+    s.Sigma = a.sigma();
+    s.Counts = a.count;
+    return s;
+}
 
 }  // namespace
 
@@ -214,7 +200,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     int64_t position = 0;
     int32_t lastStep = 0;
     int32_t reversals = 0;
-    Accumulator phase, width, dutyA, dutyB, direction;
+    RunningStatistic phase, width, dutyA, dutyB, direction;
 
     // One cycle of a line (rising edge to rising edge): whether the direction
     // stayed the same through it, and what happened inside it.
@@ -228,7 +214,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
         double otherRise = 0;
     };
     Cycle cycleA, cycleB;
-    auto closeCycle = [&](Cycle& c, double t, int32_t step, Accumulator& duty, bool isA) {
+    auto closeCycle = [&](Cycle& c, double t, int32_t step, RunningStatistic& duty, bool isA) {
         if (c.open && c.steady && step == c.step && t > c.start) {
             if (c.fall >= 0) duty.add((c.fall - c.start) * 100.0 / (t - c.start));
             if (isA) direction.add(step);
@@ -283,7 +269,7 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
 
     // Index: its width and the position at its rising edge (every A and B
     // edge up to and including that sample counted).
-    Accumulator zWidth, zPosition;
+    RunningStatistic zWidth, zPosition;
     int32_t indexCount = 0;
     {
         size_t k = 0;
@@ -316,13 +302,13 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     out.position = position;
     out.reversals = reversals;
     out.directionAtEnd = lastStep;
-    out.phase = phase.done();
-    out.stateWidth = width.done();
-    out.dutyA = dutyA.done();
-    out.dutyB = dutyB.done();
-    out.zWidth = zWidth.done();
-    out.indexPosition = zPosition.done();
-    out.direction = direction.done();
+    out.phase = StatisticOf(phase);
+    out.stateWidth = StatisticOf(width);
+    out.dutyA = StatisticOf(dutyA);
+    out.dutyB = StatisticOf(dutyB);
+    out.zWidth = StatisticOf(zWidth);
+    out.indexPosition = StatisticOf(zPosition);
+    out.direction = StatisticOf(direction);
     out.indexCount = indexCount;
     out.revolutions = countsPerRev > 0 ? static_cast<double>(position) / countsPerRev : 0.0;
 }

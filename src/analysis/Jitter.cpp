@@ -1,5 +1,7 @@
 #include "analysis/Jitter.h"
 
+#include "analysis/RunningStatistic.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -7,24 +9,9 @@ namespace mervasto {
 
 namespace {
 
-struct Accumulator {
-    double mn = 1e300;
-    double mx = -1e300;
-    double sum = 0;
-    double sumSquares = 0;
-    int32_t count = 0;
-    void add(double q) {
-        mn = std::min(mn, q);
-        mx = std::max(mx, q);
-        sum += q;
-        sumSquares += q * q;
-        ++count;
-    }
-};
-
 struct JitterRun {
-    Accumulator c2c;
-    Accumulator tie;
+    RunningStatistic c2c;
+    RunningStatistic tie;
     int32_t runs = 0;
     double SampleSec;
     // When set: each edge's time (samples) and its error (seconds), in order.
@@ -104,17 +91,17 @@ JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycl
     JitterResult r;
     r.Runs = acc.runs;
     if (acc.c2c.count > 0) {
-        const Accumulator& a = acc.c2c;
-        r.Min = a.mn;
-        r.Max = a.mx;
-        r.Mean = a.sum / a.count;
-        r.Sigma = std::sqrt(std::fabs(a.sumSquares / a.count - r.Mean * r.Mean));
+        const RunningStatistic& a = acc.c2c;
+        r.Min = a.min;
+        r.Max = a.max;
+        r.Mean = a.mean();
+        r.Sigma = a.sigma();
         r.Counts = a.count;
         r.Valid = true;
     }
     if (acc.tie.count > 0) {
-        r.TieRms = std::sqrt(acc.tie.sumSquares / acc.tie.count);
-        r.TiePeakToPeak = acc.tie.mx - acc.tie.mn;
+        r.TieRms = std::sqrt(acc.tie.squares / acc.tie.count);
+        r.TiePeakToPeak = acc.tie.max - acc.tie.min;
         r.TieCounts = acc.tie.count;
     }
     return r;
