@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/SeriesFaults.h"
+#include "CliRun.h"
 #include "support/TestFolder.h"
 
 #include "support/QtTestApp.h"
@@ -24,23 +25,9 @@ namespace {
 
 MERVASTO_QT_TEST_APP(QCoreApplication);
 
-class CliTest : public ::testing::Test {
+class CliTest : public test::CliRun {
 protected:
-    void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto-cli-");
-        ASSERT_EQ(run({"make-examples", dir_.string()}), 0);
-    }
-    int run(std::vector<std::string> args) {
-        out.str("");
-        err.str("");
-        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
-        return RunCli(args, out, err);
-    }
-    std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
-
-    std::filesystem::path dir_;
-    std::ostringstream out;
-    std::ostringstream err;
+    CliTest() : CliRun("mervasto-cli-") {}
 };
 
 TEST_F(CliTest, ExitStatusesOfBadOptionsAndFiles) {

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/TestFolder.h"
+#include "CliRun.h"
 
 #include <filesystem>
 #include <sstream>
@@ -15,18 +15,14 @@ using namespace mervasto;
 namespace {
 
 // The encoder block in each output form, only when the encoder is on.
-TEST(EncoderCli, EachFormGainsAnEncoderBlock) {
-    const auto dir = test::FreshTestFolder("mervasto-cli-enc-");
-    std::ostringstream out, err;
-    auto run = [&](std::vector<std::string> args) {
-        out.str("");
-        err.str("");
-        args.insert(args.begin(), {"--data-folder", (dir / "data").string()});
-        return RunCli(args, out, err);
-    };
-    ASSERT_EQ(run({"make-examples", dir.string()}), 0);
-    const std::string pulses = (dir / "pulses.csv").string();
-    const auto encoderFile = dir / "data" / "OutputData" / "EncoderData.csv";
+class EncoderCli : public test::CliRun {
+protected:
+    EncoderCli() : CliRun("mervasto-cli-enc-") {}
+};
+
+TEST_F(EncoderCli, EachFormGainsAnEncoderBlock) {
+    const std::string pulses = example("pulses");
+    const auto encoderFile = dir_ / "data" / "OutputData" / "EncoderData.csv";
 
     ASSERT_EQ(run({"analyze", "--format", "json", "--no-save", pulses}), 0) << err.str();
     EXPECT_EQ(out.str().find("\"encoder\""), std::string::npos);

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "support/QtTestApp.h"
+#include "CliRun.h"
 #include "support/TestFolder.h"
 #include "wavefile/WaveCsv.h"
 
@@ -48,16 +49,9 @@ std::string text(double v, bool decimalComma, int digits = 0) {
     return s;
 }
 
-class ImportCliTest : public ::testing::Test {
+class ImportCliTest : public test::CliRun {
 protected:
-    void SetUp() override { dir_ = test::FreshTestFolder("mervasto-import-"); }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-    int run(std::vector<std::string> args) {
-        out.str("");
-        err.str("");
-        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
-        return RunCli(args, out, err);
-    }
+    ImportCliTest() : CliRun("mervasto-import-", false) {}
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
     // The per-channel result lines without the file name.
     std::string resultsOf(const std::string& file, std::vector<std::string> extra = {}) {
@@ -72,10 +66,6 @@ protected:
         while (std::getline(in, line)) all += line.substr(line.find(',')) + "\n";
         return all;
     }
-
-    std::filesystem::path dir_;
-    std::ostringstream out;
-    std::ostringstream err;
 };
 
 TEST_F(ImportCliTest, EveryLayoutAnalysesLikeTheOwnLayout) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/SeriesFaults.h"
+#include "CliRun.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -20,19 +21,9 @@ using namespace mervasto;
 
 namespace {
 
-class PlotsCliTest : public ::testing::Test {
+class PlotsCliTest : public test::CliRun {
 protected:
-    void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto-plots-");
-        ASSERT_EQ(run({"make-examples", dir_.string()}), 0);
-    }
-    int run(std::vector<std::string> args) {
-        out.str("");
-        err.str("");
-        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
-        return RunCli(args, out, err);
-    }
-    std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
+    PlotsCliTest() : CliRun("mervasto-plots-") {}
     std::vector<std::string> plotNames() const {
         std::vector<std::string> names;
         for (const auto& e : std::filesystem::directory_iterator(dir_ / "plots"))
@@ -47,10 +38,6 @@ protected:
                 if (im.pixel(x, y) == rgb) return true;
         return false;
     }
-
-    std::filesystem::path dir_;
-    std::ostringstream out;
-    std::ostringstream err;
 };
 
 TEST_F(PlotsCliTest, AnalyzeDrawsEachAnalysedChannelOfEachFile) {

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Cli.h"
+#include "support/TestFolder.h"
+
+namespace mervasto::test {
+
+// A fresh folder (with the example records written into it, unless asked
+// otherwise) and mervasto-cli run with its data folder there.
+class CliRun : public ::testing::Test {
+protected:
+    explicit CliRun(const char* prefix, bool examples = true) : prefix_(prefix), examples_(examples) {}
+    void SetUp() override {
+        dir_ = FreshTestFolder(prefix_);
+        if (examples_) {
+            ASSERT_EQ(run({"make-examples", dir_.string()}), 0);
+        }
+    }
+    int run(std::vector<std::string> args) {
+        out.str("");
+        err.str("");
+        args.insert(args.begin(), {"--data-folder", (dir_ / "data").string()});
+        return RunCli(args, out, err);
+    }
+    std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
+
+    std::filesystem::path dir_;
+    std::ostringstream out;
+    std::ostringstream err;
+
+private:
+    const char* prefix_;
+    bool examples_;
+};
+
+}  // namespace mervasto::test
