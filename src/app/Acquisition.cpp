@@ -36,9 +36,9 @@ constexpr const char* kCompletedScreen = "Copmpleted Storing the DSO's Screen.";
 constexpr const char* kLinkErrorTitle = "DSO";
 
 // The window's "Time-out (s)": the deadline of every exchange with the instrument.
-void ApplyExchangeDeadline(DsoLink& link_, const std::string& secondsText) {
+void ApplyExchangeDeadline(DsoLink& link, const std::string& secondsText) {
     const double seconds = Val(secondsText);
-    if (seconds > 0 && seconds <= 3600) link_.setExchangeDeadlineMs(ToInt32(seconds * 1000));
+    if (seconds > 0 && seconds <= 3600) link.setExchangeDeadlineMs(ToInt32(seconds * 1000));
 }
 
 // Shows the "Confirmation" box an instrument outcome has always had; false
@@ -239,7 +239,7 @@ void RunState::WaveSave_Click(UiPort& ui) {
         const std::string dataDir = JoinPath(dataFolder_, "Data");
         const std::string screenDir = JoinPath(dataFolder_, "VScreen");
         const std::string base = sampleName();
-        if (const Outcome names = checkFileNames(true); !names) throw RuntimeError(names.code(), names.text());
+        ThrowIfFailed(checkFileNames(true));
         if (settings_.analysis.SaveWavesCheck) {
             makeFolder(dataDir);
             const std::string file = JoinPath(dataDir, base + ".csv");
@@ -248,7 +248,7 @@ void RunState::WaveSave_Click(UiPort& ui) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
                 const Outcome saved = SaveWaveCsv(file, setup_, record_);
-                if (!saved) throw RuntimeError(saved.code(), saved.text());  // the run-time error box
+                ThrowIfFailed(saved);  // the run-time error box
                 ui.setStatus(1, kStoredData);
             }
         }

@@ -76,13 +76,15 @@ Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const
     return ok;
 }
 
-std::string RunState::resultFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kResultFileName); }
-
-std::string RunState::encoderFileName() const {
-    return JoinPath(JoinPath(dataFolder_, "OutputData"), kEncoderFileName);
+std::string RunState::outputFileName(const char* name) const {
+    return JoinPath(JoinPath(dataFolder_, "OutputData"), name);
 }
 
-std::string RunState::jitterFileName() const { return JoinPath(JoinPath(dataFolder_, "OutputData"), kJitterFileName); }
+std::string RunState::resultFileName() const { return outputFileName(kResultFileName); }
+
+std::string RunState::encoderFileName() const { return outputFileName(kEncoderFileName); }
+
+std::string RunState::jitterFileName() const { return outputFileName(kJitterFileName); }
 
 bool RunState::channelStateOn(int ch) const { return setup_.traceOn(ch) == kChannelStateOn; }
 

@@ -216,6 +216,9 @@ public:
     void abortLink();
 
 private:
+    // A file of the data folder's OutputData, where the results files go.
+    std::string outputFileName(const char* name) const;
+
     Settings settings_;
     std::vector<std::string> settingsProblems_;
     std::string dataFolder_;
