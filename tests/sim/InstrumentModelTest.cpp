@@ -169,16 +169,6 @@ TEST(InstrumentModelTest, BadSetupSpoilsOnlyTheFieldAsked) {
     EXPECT_EQ(m.handle("DTINF?")[0].bytes, "Model Name = DS-5354,Data Info = 1,Record Time = 2026/01/01 00:00:00\n");
 }
 
-TEST(InstrumentModelTest, OverridesAnswerTheirQueryExactly) {
-    InstrumentModel m(SmallRecord());
-    m.setReplyOverride("TDIV?", "1E-5", false);
-    m.setReplyOverride("DTWAVE?", "#8000", true);
-    EXPECT_EQ(Texts(m.handle("TDIV? ")), std::vector<std::string>{"1E-5\n"});
-    EXPECT_EQ(Texts(m.handle("DTWAVE?")), std::vector<std::string>{"#8000"});
-    m.clearReplyOverrides();
-    EXPECT_EQ(Texts(m.handle("TDIV?")), std::vector<std::string>{"1.0000E-03\n"});
-}
-
 TEST(InstrumentModelTest, ARecordMustBeRenewedOnlyWhenItsShapeChanges) {
     InstrumentModel m(SmallRecord(100));
     SimState s = m.options().state;

@@ -123,27 +123,6 @@ TEST(SimEncodingTest, CountsAreRoundedAndClamped) {
     for (const auto& c : cases) EXPECT_EQ(SimCounts(c.v, c.vdiv, c.offset, c.word), c.counts) << c.v;
 }
 
-TEST(SimFaultTest, EveryFaultHasItsName) {
-    const std::vector<std::pair<SimFault, std::string>> cases = {
-        {SimFault::None, "none"},
-        {SimFault::Garbage, "garbage"},
-        {SimFault::ShortBlock, "short-block"},
-        {SimFault::LongBlock, "long-block"},
-        {SimFault::NoTerminator, "no-terminator"},
-        {SimFault::EndlessReply, "endless-reply"},
-        {SimFault::BadSetup, "bad-setup"},
-    };
-    for (const auto& [fault, name] : cases) {
-        EXPECT_EQ(SimFaultName(fault), name);
-        SimFault back = SimFault::None;
-        ASSERT_TRUE(SimFaultFromName(name, back)) << name;
-        EXPECT_EQ(back, fault) << name;
-    }
-    EXPECT_EQ(SimFaultNames().size(), static_cast<size_t>(SimFault::BadSetup) + 1);
-    SimFault unknown = SimFault::Silent;
-    EXPECT_FALSE(SimFaultFromName("endless", unknown));
-}
-
 TEST(SimEncodingTest, ScreenIsARealPngThatFits) {
     App();
     SimState s;
