@@ -1,5 +1,7 @@
 #include "sim/HandTurned.h"
 
+#include "sim/Noise.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -14,24 +16,6 @@ constexpr int32_t kCyclesPerRev = 5;
 // Where the hand stops and turns back, in A cycles, evenly spread over the record.
 constexpr double kTurns[] = {0, 12, 7, 20, 15, 26, 22};
 constexpr int kSegments = static_cast<int>(std::size(kTurns)) - 1;
-
-class Rng {
-public:
-    explicit Rng(uint64_t seed) : s_(seed * 0x9E3779B97F4A7C15ull + 0x51ED5EEDull) {}
-    uint64_t next() {
-        s_ ^= s_ << 13;
-        s_ ^= s_ >> 7;
-        s_ ^= s_ << 17;
-        return s_;
-    }
-    float tri() {
-        auto u = [this] { return static_cast<double>(next() >> 11) * (1.0 / 9007199254740992.0); };
-        return static_cast<float>(u() + u() - 1.0);
-    }
-
-private:
-    uint64_t s_;
-};
 
 // The angle in A cycles at sample i. Each stretch between turns eases in and
 // out (the hand stops to turn), and every turn lies in the middle of a
@@ -64,7 +48,7 @@ HandTurnedTruth GenerateHandTurned(std::vector<std::vector<float>>& out, uint32_
     truth.cyclesPerRev = kCyclesPerRev;
     const int64_t n = out.empty() ? 0 : static_cast<int64_t>(out[0].size());
     truth.bounceSamples = static_cast<int32_t>(12 * std::max<int64_t>(1, n / 50000));
-    Rng rng(seed);
+    Noise rng(seed, 0x51ED5EEDull);
     std::vector<float> line[3];
     for (auto& l : line) l.assign(static_cast<size_t>(n), 0.0f);
     if (n == 0) return truth;

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "sim/HandTurned.h"
+#include "sim/Noise.h"
 
 namespace mervasto {
 
@@ -19,25 +20,6 @@ constexpr std::array<float, 4> kHigh = {3.3f, 5.0f, 2.5f, 5.0f};
 constexpr double kJitter = 0.01;    // edge jitter, fraction of the period
 constexpr float kNoise = 0.02f;     // peak noise, volts
 constexpr double kMinPeriod = 8.0;  // samples
-
-// Small, fast and reproducible: a record of millions of samples is generated
-// in a blink.
-class Noise {
-public:
-    explicit Noise(uint64_t seed) : s_(seed * 0x9E3779B97F4A7C15ull + 0x1234567ull) {}
-    uint64_t next() {
-        s_ ^= s_ << 13;
-        s_ ^= s_ >> 7;
-        s_ ^= s_ << 17;
-        return s_;
-    }
-    double uniform() { return static_cast<double>(next() >> 11) * (1.0 / 9007199254740992.0); }
-    // Triangular in -1..1.
-    float tri() { return static_cast<float>(uniform() + uniform() - 1.0); }
-
-private:
-    uint64_t s_;
-};
 
 void AddNoise(std::vector<float>& v, Noise& rng) {
     for (float& x : v) x += kNoise * rng.tri();
@@ -64,7 +46,7 @@ double ScenarioPeriod(int channel, int32_t length) {
 }
 
 const std::vector<std::string>& ScenarioNames() {
-    static const std::vector<std::string> names = {"pulses", "duty-sweep", "encoder", "gate",
+    static const std::vector<std::string> names = {"pulses", "duty-sweep",  "encoder", "gate",
                                                    "flat",   "hand-turned", "clock"};
     return names;
 }
