@@ -68,8 +68,7 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         style.colour = static_cast<uint32_t>(s.BackColor);
         // Times are whole sample counts, so their bins are too.
         const Histogram h = MakeHistogram(values, 0, style.unit == "s" ? sampleSec : 0);
-        std::vector<double> numbers(values.size());
-        for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = static_cast<double>(i + 1);
+        const std::vector<double> numbers = CycleNumbers(values.size());
 
         const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));
         QImage histogram(kValuePlotSize, QImage::Format_RGB32);
@@ -93,14 +92,13 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         TieTrend tie;
         (void)MeasureJitter(s.ChInputSignal, cycles, sampleSec, &tie);
         if (!tie.at.empty()) {
-            const double start = RecordStartTime(state.setup());
-            for (double& at : tie.at) at = at * sampleSec + start;
+            const std::vector<double> times = SampleTimes(tie.at, sampleSec, RecordStartTime(state.setup()));
             QImage tiePlot(kValuePlotSize, QImage::Format_RGB32);
             QPainter p(&tiePlot);
             PlotStyle tieStyle = style;
             tieStyle.unit = "s";
             tieStyle.title = channelTitle(state, ch, "time interval error");
-            PaintTrend(p, tiePlot.rect(), tie.at, tie.error, "s", tieStyle);
+            PaintTrend(p, tiePlot.rect(), times, tie.error, "s", tieStyle);
             files.emplace_back(tiePlot, stem + "_TIE.png");
         }
         if (series && series->passes() > 0) {
@@ -118,10 +116,8 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
     // The encoder's position against time, once for the pair.
     const EncoderResult& encoder = state.results().encoder;
     if (encoder.analysed && !encoder.stepAt.empty()) {
-        const double sampleSec = state.record().SampleSec;
-        const double start = RecordStartTime(state.setup());
-        std::vector<double> times(encoder.stepAt.size());
-        for (size_t i = 0; i < times.size(); ++i) times[i] = encoder.stepAt[i] * sampleSec + start;
+        const std::vector<double> times =
+            SampleTimes(encoder.stepAt, state.record().SampleSec, RecordStartTime(state.setup()));
         QImage image(kValuePlotSize, QImage::Format_RGB32);
         {
             QPainter p(&image);
