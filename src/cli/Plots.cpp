@@ -11,6 +11,7 @@
 #include "common/Numeric.h"
 #include "common/TextFile.h"
 #include "display/PlotPainter.h"
+#include "display/RunWaveView.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "results/CycleSeries.h"
@@ -32,19 +33,8 @@ std::string channelTitle(const RunState& state, int ch, const char* what) {
 }
 
 QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes) {
-    WaveView v;
-    SetViewData(v, state.record(), state.results().table, state.results().cycles);
-    for (int c = 0; c < kWaveChannels; ++c) {
-        auto& cv = v.channel[static_cast<size_t>(c)];
-        const auto& s = state.settings().channels[static_cast<size_t>(c)];
-        cv.VoltsPerDiv = state.setup().voltsPerDiv(c);
-        cv.Offset = state.setup().offset(c);
-        cv.colour = static_cast<uint32_t>(s.BackColor);
-        cv.name = s.SigName;
-    }
+    WaveView v = RunWaveView(state);
     v.onlyChannel = ch;
-    v.startTime = RecordStartTime(state.setup());
-    v.Histerisis = static_cast<float>(Val(state.settings().analysis.Histerisis));
     v.extremes[static_cast<size_t>(ch)] = extremes;
     QImage image(kWavePlotSize, QImage::Format_RGB32);
     image.fill(Qt::black);
