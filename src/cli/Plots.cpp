@@ -26,10 +26,7 @@ const QSize kWavePlotSize(1000, 500);
 const QSize kValuePlotSize(900, 420);
 
 std::string channelTitle(const RunState& state, int ch, const char* what) {
-    const auto& s = state.settings().channels[static_cast<size_t>(ch)];
-    const std::string label = "Ch" + std::to_string(ch + 1);
-    return label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
-           std::string(s.signalText()) + " " + what;
+    return ChannelPlotTitle(ch, state.settings().channels[static_cast<size_t>(ch)], what);
 }
 
 QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes) {

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "app/core/Settings.h"
 #include "display/WavePainter.h"
 
 namespace mervasto {
@@ -96,6 +97,12 @@ std::string PlotValueText(double value, const std::string& unit) {
         return buf;
     }
     return SiText(value, unit.c_str());
+}
+
+std::string ChannelPlotTitle(int ch, const ChannelSettings& s, const char* what) {
+    const std::string label = "Ch" + std::to_string(ch + 1);
+    return label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
+           std::string(s.signalText()) + " " + what;
 }
 
 QRectF PlotRect(const QRect& area, bool labels) {

@@ -168,9 +168,7 @@ PlotStyle HistogramWindow::style(const char* what) const {
     const int ch = channel();
     const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     PlotStyle st;
-    const std::string label = "Ch" + std::to_string(ch + 1);
-    st.title = label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
-               std::string(s.signalText()) + " " + what;
+    st.title = ChannelPlotTitle(ch, s, what);
     st.unit = unit_;
     st.colour = static_cast<uint32_t>(s.BackColor);
     return st;
