@@ -11,6 +11,7 @@
 #include "common/Numeric.h"
 #include "common/TextFile.h"
 #include "display/PlotPainter.h"
+#include "display/RunWaveView.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "results/CycleSeries.h"
@@ -25,26 +26,12 @@ const QSize kWavePlotSize(1000, 500);
 const QSize kValuePlotSize(900, 420);
 
 std::string channelTitle(const RunState& state, int ch, const char* what) {
-    const auto& s = state.settings().channels[static_cast<size_t>(ch)];
-    const std::string label = "Ch" + std::to_string(ch + 1);
-    return label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
-           std::string(s.signalText()) + " " + what;
+    return ChannelPlotTitle(ch, state.settings().channels[static_cast<size_t>(ch)], what);
 }
 
 QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes) {
-    WaveView v;
-    SetViewData(v, state.record(), state.results().table, state.results().cycles);
-    for (int c = 0; c < kWaveChannels; ++c) {
-        auto& cv = v.channel[static_cast<size_t>(c)];
-        const auto& s = state.settings().channels[static_cast<size_t>(c)];
-        cv.VoltsPerDiv = state.setup().voltsPerDiv(c);
-        cv.Offset = state.setup().offset(c);
-        cv.colour = static_cast<uint32_t>(s.BackColor);
-        cv.name = s.SigName;
-    }
+    WaveView v = RunWaveView(state);
     v.onlyChannel = ch;
-    v.startTime = RecordStartTime(state.setup());
-    v.Histerisis = static_cast<float>(Val(state.settings().analysis.Histerisis));
     v.extremes[static_cast<size_t>(ch)] = extremes;
     QImage image(kWavePlotSize, QImage::Format_RGB32);
     image.fill(Qt::black);
@@ -68,8 +55,7 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         style.colour = static_cast<uint32_t>(s.BackColor);
         // Times are whole sample counts, so their bins are too.
         const Histogram h = MakeHistogram(values, 0, style.unit == "s" ? sampleSec : 0);
-        std::vector<double> numbers(values.size());
-        for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = static_cast<double>(i + 1);
+        const std::vector<double> numbers = CycleNumbers(values.size());
 
         const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));
         QImage histogram(kValuePlotSize, QImage::Format_RGB32);
@@ -93,14 +79,13 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         TieTrend tie;
         (void)MeasureJitter(s.ChInputSignal, cycles, sampleSec, &tie);
         if (!tie.at.empty()) {
-            const double start = RecordStartTime(state.setup());
-            for (double& at : tie.at) at = at * sampleSec + start;
+            const std::vector<double> times = SampleTimes(tie.at, sampleSec, RecordStartTime(state.setup()));
             QImage tiePlot(kValuePlotSize, QImage::Format_RGB32);
             QPainter p(&tiePlot);
             PlotStyle tieStyle = style;
             tieStyle.unit = "s";
             tieStyle.title = channelTitle(state, ch, "time interval error");
-            PaintTrend(p, tiePlot.rect(), tie.at, tie.error, "s", tieStyle);
+            PaintTrend(p, tiePlot.rect(), times, tie.error, "s", tieStyle);
             files.emplace_back(tiePlot, stem + "_TIE.png");
         }
         if (series && series->passes() > 0) {
@@ -118,10 +103,8 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
     // The encoder's position against time, once for the pair.
     const EncoderResult& encoder = state.results().encoder;
     if (encoder.analysed && !encoder.stepAt.empty()) {
-        const double sampleSec = state.record().SampleSec;
-        const double start = RecordStartTime(state.setup());
-        std::vector<double> times(encoder.stepAt.size());
-        for (size_t i = 0; i < times.size(); ++i) times[i] = encoder.stepAt[i] * sampleSec + start;
+        const std::vector<double> times =
+            SampleTimes(encoder.stepAt, state.record().SampleSec, RecordStartTime(state.setup()));
         QImage image(kValuePlotSize, QImage::Format_RGB32);
         {
             QPainter p(&image);

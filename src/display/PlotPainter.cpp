@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "app/core/Settings.h"
 #include "display/WavePainter.h"
 
 namespace mervasto {
@@ -63,6 +64,30 @@ void drawValueAxis(QPainter& p, const QRectF& r, double lo, double hi, const std
              PlotValueText(hi, unit));
 }
 
+// Dotted lines at the quarters of the plot's height.
+void drawGrid(QPainter& p, const QRectF& r) {
+    p.setPen(pen(kGridColour, Qt::DotLine));
+    for (int k = 1; k < 4; ++k) {
+        const double y = r.top() + r.height() * k / 4;
+        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
+    }
+}
+
+// Value to pixel of a trend. A flat series sits in the middle; otherwise a
+// twentieth of room above and below.
+struct TrendScale {
+    TrendScale(const QRectF& rect, double x0, double x1, double y0, double y1) : r(rect), xLo(x0), xHi(x1) {
+        if (!(xHi > xLo)) xHi = xLo + 1;
+        const double pad = y1 > y0 ? (y1 - y0) / 20 : (y0 != 0 ? std::abs(y0) * 0.01 : 1);
+        yLo = y0 - pad;
+        yHi = y1 + pad;
+    }
+    double xOf(double v) const { return r.left() + (v - xLo) / (xHi - xLo) * (r.width() - 1); }
+    double yOf(double v) const { return r.bottom() - 1 - (v - yLo) / (yHi - yLo) * (r.height() - 1); }
+    QRectF r;
+    double xLo, xHi, yLo = 0, yHi = 0;
+};
+
 }  // namespace
 
 std::string PlotValueText(double value, const std::string& unit) {
@@ -72,6 +97,12 @@ std::string PlotValueText(double value, const std::string& unit) {
         return buf;
     }
     return SiText(value, unit.c_str());
+}
+
+std::string ChannelPlotTitle(int ch, const ChannelSettings& s, const char* what) {
+    const std::string label = "Ch" + std::to_string(ch + 1);
+    return label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
+           std::string(s.signalText()) + " " + what;
 }
 
 QRectF PlotRect(const QRect& area, bool labels) {
@@ -99,11 +130,7 @@ void PaintHistogram(QPainter& p, const QRect& area, const Histogram& h, const Pl
     const auto bins = static_cast<int32_t>(h.counts.size());
     const int32_t largest = bins > 0 ? *std::max_element(h.counts.begin(), h.counts.end()) : 0;
     const int32_t top = CountAxisTop(largest);
-    p.setPen(pen(kGridColour, Qt::DotLine));
-    for (int k = 1; k < 4; ++k) {
-        const double y = r.top() + r.height() * k / 4;
-        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
-    }
+    drawGrid(p, r);
     const QColor colour = ColorFromBgr(style.colour);
     for (int32_t k = 0; k < bins; ++k) {
         const int32_t n = h.counts[static_cast<size_t>(k)];
@@ -171,24 +198,14 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
         yLo = *mn;
         yHi = *mx;
     }
-    if (!(xHi > xLo)) xHi = xLo + 1;
-    // A flat series sits in the middle; otherwise a twentieth of room above and below.
-    const double pad = yHi > yLo ? (yHi - yLo) / 20 : (yLo != 0 ? std::abs(yLo) * 0.01 : 1);
-    yLo -= pad;
-    yHi += pad;
-    auto xOf = [&](double v) { return r.left() + (v - xLo) / (xHi - xLo) * (r.width() - 1); };
-    auto yOf = [&](double v) { return r.bottom() - 1 - (v - yLo) / (yHi - yLo) * (r.height() - 1); };
-    p.setPen(pen(kGridColour, Qt::DotLine));
-    for (int k = 1; k < 4; ++k) {
-        const double y = r.top() + r.height() * k / 4;
-        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
-    }
+    const TrendScale t(r, xLo, xHi, yLo, yHi);
+    drawGrid(p, r);
     const QColor colour = ColorFromBgr(style.colour);
     p.setPen(pen(colour));
     const auto columns = static_cast<size_t>(std::max(r.width(), 1.0));
     if (n > 0 && n <= columns * 2) {
         QVector<QPointF> pts(static_cast<qsizetype>(n));
-        for (size_t i = 0; i < n; ++i) pts[static_cast<qsizetype>(i)] = QPointF(xOf(x[i]), yOf(values[i]));
+        for (size_t i = 0; i < n; ++i) pts[static_cast<qsizetype>(i)] = QPointF(t.xOf(x[i]), t.yOf(values[i]));
         p.drawPolyline(pts.constData(), static_cast<int>(n));
         if (r.width() / static_cast<double>(n) >= 6) {
             p.setBrush(colour);
@@ -199,7 +216,7 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
         // Min and max of each pixel column: no swing is lost however long the series.
         std::vector<std::pair<double, double>> col(columns, {INFINITY, -INFINITY});
         for (size_t i = 0; i < n; ++i) {
-            const auto c = std::min(static_cast<size_t>(std::max(xOf(x[i]) - r.left(), 0.0)), columns - 1);
+            const auto c = std::min(static_cast<size_t>(std::max(t.xOf(x[i]) - r.left(), 0.0)), columns - 1);
             col[c].first = std::min(col[c].first, values[i]);
             col[c].second = std::max(col[c].second, values[i]);
         }
@@ -207,15 +224,15 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
         lines.reserve(static_cast<qsizetype>(columns));
         for (size_t c = 0; c < columns; ++c)
             if (col[c].first <= col[c].second)
-                lines.append(QLineF(r.left() + c, yOf(col[c].second), r.left() + c, yOf(col[c].first)));
+                lines.append(QLineF(r.left() + c, t.yOf(col[c].second), r.left() + c, t.yOf(col[c].first)));
         p.drawLines(lines);
     }
     drawFrame(p, r);
     if (texts) {
         p.setPen(kTextColour);
         for (int k = 0; k <= 2; ++k) {
-            const double v = yLo + (yHi - yLo) * k / 2;
-            const double y = yOf(v);
+            const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
+            const double y = t.yOf(v);
             drawText(p, QRectF(area.left(), y - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
                      PlotValueText(v, style.unit));
         }
@@ -224,11 +241,11 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
                 p.setPen(kTextColour);
                 const double y = r.bottom() + 3;
                 drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop,
-                         "cycle " + std::to_string(static_cast<long long>(std::llround(xLo))));
+                         "cycle " + std::to_string(static_cast<long long>(std::llround(t.xLo))));
                 drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
-                         "cycle " + std::to_string(static_cast<long long>(std::llround(xHi))));
+                         "cycle " + std::to_string(static_cast<long long>(std::llround(t.xHi))));
             } else {
-                drawValueAxis(p, r, xLo, xHi, xUnit);
+                drawValueAxis(p, r, t.xLo, t.xHi, xUnit);
             }
         }
         drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
@@ -254,17 +271,8 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
             yHi = std::max(yHi, pt.max);
         }
     }
-    if (!(xHi > xLo)) xHi = xLo + 1;
-    const double pad = yHi > yLo ? (yHi - yLo) / 20 : (yLo != 0 ? std::abs(yLo) * 0.01 : 1);
-    yLo -= pad;
-    yHi += pad;
-    auto xOf = [&](double v) { return r.left() + (v - xLo) / (xHi - xLo) * (r.width() - 1); };
-    auto yOf = [&](double v) { return r.bottom() - 1 - (v - yLo) / (yHi - yLo) * (r.height() - 1); };
-    p.setPen(pen(kGridColour, Qt::DotLine));
-    for (int k = 1; k < 4; ++k) {
-        const double y = r.top() + r.height() * k / 4;
-        p.drawLine(QPointF(r.left(), y), QPointF(r.right(), y));
-    }
+    const TrendScale t(r, xLo, xHi, yLo, yHi);
+    drawGrid(p, r);
     // One vertical stroke per pixel column from the lowest Min to the highest
     // Max of its passes, and the Mean through the middle: a series of 16000
     // passes costs as much as one of a thousand.
@@ -275,7 +283,7 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
     };
     std::vector<Column> col(columns);
     for (const SeriesPoint& pt : points) {
-        const auto c = std::min(static_cast<size_t>(std::max(xOf(pt.pass) - r.left(), 0.0)), columns - 1);
+        const auto c = std::min(static_cast<size_t>(std::max(t.xOf(pt.pass) - r.left(), 0.0)), columns - 1);
         col[c].lo = std::min(col[c].lo, pt.min);
         col[c].hi = std::max(col[c].hi, pt.max);
         ++col[c].n;
@@ -289,8 +297,8 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
     for (size_t c = 0; c < columns; ++c) {
         if (col[c].n == 0) continue;
         const double x = r.left() + static_cast<double>(c);
-        band.append(QLineF(x, yOf(col[c].hi), x, yOf(col[c].lo)));
-        if (col[c].means > 0) means.append(QPointF(x, yOf(col[c].mean / col[c].means)));
+        band.append(QLineF(x, t.yOf(col[c].hi), x, t.yOf(col[c].lo)));
+        if (col[c].means > 0) means.append(QPointF(x, t.yOf(col[c].mean / col[c].means)));
     }
     const QColor colour = ColorFromBgr(style.colour);
     QPen bandPen(colour, points.size() < columns / 4 ? 3 : 1);
@@ -306,8 +314,8 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
     if (texts) {
         p.setPen(kTextColour);
         for (int k = 0; k <= 2; ++k) {
-            const double v = yLo + (yHi - yLo) * k / 2;
-            drawText(p, QRectF(area.left(), yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
+            const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
+            drawText(p, QRectF(area.left(), t.yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
                      PlotValueText(v, style.unit));
         }
         if (!points.empty()) {

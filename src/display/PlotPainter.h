@@ -15,6 +15,8 @@ class QPainter;
 // values with SI prefixes and their unit across.
 namespace mervasto {
 
+struct ChannelSettings;
+
 struct PlotStyle {
     std::string title;
     std::string unit;              // of the values: "s", "Hz", "V", "%"
@@ -24,6 +26,10 @@ struct PlotStyle {
 
 // A value as the axes write it: "1.25 ms", "50 %".
 std::string PlotValueText(double value, const std::string& unit);
+
+// A channel plot's title: "Ch2", the channel's own name when it has one, its
+// type and what the plot shows.
+std::string ChannelPlotTitle(int ch, const ChannelSettings& s, const char* what);
 
 // Where the bars or the points go inside area: the rest holds the texts.
 QRectF PlotRect(const QRect& area, bool labels);

@@ -39,8 +39,6 @@ double clampZoom(double zoom) {
 
 bool haveFonts() { return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr; }
 
-bool drawn(const WaveView& view, int ch) { return ChannelDrawn(view, ch); }
-
 const QColor kCursorColour[2] = {QColor(255, 255, 255), QColor(255, 160, 40)};
 
 // Rows far outside the picture (a tiny volts-per-division) are pinned well
@@ -199,7 +197,7 @@ WaveView WavePainter::laidOut(const QRect& area, const WaveView& view) {
     if (!view.stacked) return view;
     std::array<ColumnRange, kWaveChannels> range{};
     for (int ch = 0; ch < kWaveChannels; ++ch) {
-        if (!drawn(view, ch)) continue;
+        if (!ChannelDrawn(view, ch)) continue;
         const std::span<const float> samples =
             view.channel[static_cast<size_t>(ch)].volts.first(static_cast<size_t>(view.WaveLength));
         WaveDecimator& d = pyramid_[static_cast<size_t>(ch)];
@@ -230,13 +228,13 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& or
                              QBrush(kRejectColour, Qt::BDiagPattern));
         }
         for (int ch = 0; ch < kWaveChannels; ++ch)
-            if (drawn(view, ch)) drawLevels(painter, g, view.channel[static_cast<size_t>(ch)], view.Histerisis);
+            if (ChannelDrawn(view, ch)) drawLevels(painter, g, view.channel[static_cast<size_t>(ch)], view.Histerisis);
         for (int ch = kWaveChannels - 1; ch >= 0; --ch)  // Ch1 on top
-            if (drawn(view, ch)) drawTrace(painter, g, ch, view);
+            if (ChannelDrawn(view, ch)) drawTrace(painter, g, ch, view);
         for (int ch = 0; ch < kWaveChannels; ++ch)
-            if (drawn(view, ch)) drawEdges(painter, g, ch, view);
+            if (ChannelDrawn(view, ch)) drawEdges(painter, g, ch, view);
         for (int ch = 0; ch < kWaveChannels; ++ch)
-            if (drawn(view, ch)) drawExtremes(painter, g, ch, view);
+            if (ChannelDrawn(view, ch)) drawExtremes(painter, g, ch, view);
         // The gate is drawn only when it narrows the record.
         if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
             painter.setPen(plainPen(ColorFromBgr(view.channel[3].colour), Qt::DashLine));
@@ -452,7 +450,7 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
     const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, static_cast<int>(g.plot.top()) + 16);
     // Several channels' marks share two colours: then the label names the channel.
     int shown = 0;
-    for (int other = 0; other < kWaveChannels; ++other) shown += drawn(view, other) ? 1 : 0;
+    for (int other = 0; other < kWaveChannels; ++other) shown += ChannelDrawn(view, other) ? 1 : 0;
     const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
     const std::pair<int32_t, const char*> marks[] = {{e.min, "min"}, {e.max, "max"}};
     for (const auto& [index, text] : marks) {
@@ -489,7 +487,7 @@ void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry&
     // Channels with their scales, left to right.
     int x = static_cast<int>(g.plot.left());
     for (int ch = 0; ch < kWaveChannels; ++ch) {
-        if (!drawn(view, ch)) continue;
+        if (!ChannelDrawn(view, ch)) continue;
         const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
         QString text = QStringLiteral("Ch%1 ").arg(ch + 1);
         if (!c.name.empty()) text += QString::fromStdString(c.name) + QLatin1Char(' ');

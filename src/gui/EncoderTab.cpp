@@ -24,26 +24,25 @@ EncoderTab::EncoderTab(RunState& state, QWidget* parent) : QWidget(parent), stat
     settings->addWidget(on, 0, 0);
     // Queued: the settings binding takes the tick first.
     connect(on, &QCheckBox::toggled, this, &EncoderTab::refresh, Qt::QueuedConnection);
+    auto labelled = [&](QWidget* field, const char* name, const char* label, int row, int col) {
+        field->setObjectName(name);
+        auto* l = new QLabel(label, this);
+        l->setBuddy(field);
+        settings->addWidget(l, row, col);
+        settings->addWidget(field, row, col + 1);
+    };
     auto channelBox = [&](const char* name, const char* label, const QStringList& items, int col) {
         auto* box = new QComboBox(this);
-        box->setObjectName(name);
         box->addItems(items);
-        auto* l = new QLabel(label, this);
-        l->setBuddy(box);
-        settings->addWidget(l, 0, col);
-        settings->addWidget(box, 0, col + 1);
+        labelled(box, name, label, 0, col);
     };
     channelBox("EncoderA", "A: Ch", {"1", "2", "3", "4"}, 1);
     channelBox("EncoderB", "B: Ch", {"1", "2", "3", "4"}, 3);
     channelBox("EncoderZ", "Z: Ch (0 = none)", {"0", "1", "2", "3", "4"}, 5);
     auto textBox = [&](const char* name, const char* label, const char* tip, int col) {
         auto* edit = new QLineEdit(this);
-        edit->setObjectName(name);
         edit->setToolTip(tip);
-        auto* l = new QLabel(label, this);
-        l->setBuddy(edit);
-        settings->addWidget(l, 1, col);
-        settings->addWidget(edit, 1, col + 1);
+        labelled(edit, name, label, 1, col);
     };
     textBox("EncoderCountsPerRev", "Counts/Rev", "Counts per revolution (x4); 0 = not known", 1);
     textBox("MinStateWidth", "Min. state width", "Seconds; shorter states of A or B are dropped as bounce; 0 = off", 3);

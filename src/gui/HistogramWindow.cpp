@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "analysis/Jitter.h"
 #include "app/RunState.h"
@@ -167,9 +168,7 @@ PlotStyle HistogramWindow::style(const char* what) const {
     const int ch = channel();
     const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     PlotStyle st;
-    const std::string label = "Ch" + std::to_string(ch + 1);
-    st.title = label + (s.SigName.empty() || s.SigName == label ? "" : " " + s.SigName) + "  " +
-               std::string(s.signalText()) + " " + what;
+    st.title = ChannelPlotTitle(ch, s, what);
     st.unit = unit_;
     st.colour = static_cast<uint32_t>(s.BackColor);
     return st;
@@ -189,23 +188,16 @@ void HistogramWindow::refresh() {
     const double start = RecordStartTime(state_.setup());
     for (double& t : times_) t += start;
     times_.resize(values_.size());
-    numbers_.resize(values_.size());
-    for (size_t i = 0; i < numbers_.size(); ++i) numbers_[i] = static_cast<double>(i + 1);
-    auto placed = [&](const std::vector<double>& at, const std::vector<double>& values, std::vector<double>& numbers,
-                      std::vector<double>& times, std::vector<double>& out) {
-        numbers.resize(at.size());
-        times.resize(at.size());
-        for (size_t i = 0; i < at.size(); ++i) {
-            numbers[i] = static_cast<double>(i + 1);
-            times[i] = at[i] * sampleSec + start;
-        }
-        out = values;
-    };
+    numbers_ = CycleNumbers(values_.size());
     TieTrend tie;
     (void)MeasureJitter(type, cycles, sampleSec, &tie);
-    placed(tie.at, tie.error, tieNumbers_, tieTimes_, tieValues_);
+    tieNumbers_ = CycleNumbers(tie.at.size());
+    tieTimes_ = SampleTimes(tie.at, sampleSec, start);
+    tieValues_ = std::move(tie.error);
     const EncoderResult& encoder = state_.results().encoder;
-    placed(encoder.stepAt, encoder.stepPosition, stepNumbers_, stepTimes_, stepValues_);
+    stepNumbers_ = CycleNumbers(encoder.stepAt.size());
+    stepTimes_ = SampleTimes(encoder.stepAt, sampleSec, start);
+    stepValues_ = encoder.stepPosition;
     // Times on whole-sample edges are whole sample counts; interpolated
     // times and frequencies are not.
     const bool wholeSamples = std::all_of(cycles.begin(), cycles.end(), [](const CycleRecord& c) {

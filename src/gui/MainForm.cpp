@@ -287,20 +287,20 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     connect(tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });
 
+    auto showCycle = [this](int ch, int cycle) {
+        waveAll_->showCycle(ch, cycle);
+        waveEach_->showCycle(ch, cycle);
+    };
     // A cell of the Detail Data tab: its column is the channel, its row the
     // cycle; the wave windows go to that cycle.
-    connect(DetailDataGrid_, &QTableView::clicked, this, [this](const QModelIndex& cell) {
+    connect(DetailDataGrid_, &QTableView::clicked, this, [showCycle](const QModelIndex& cell) {
         const int ch = cell.column() - 1;
         const int cycle = cell.row() - kDetailHeaderRows;
         if (ch < 0 || ch >= kChannels || cycle < 0) return;
-        waveAll_->showCycle(ch, cycle);
-        waveEach_->showCycle(ch, cycle);
+        showCycle(ch, cycle);
     });
 
-    connect(histogram_, &HistogramWindow::cycleChosen, this, [this](int ch, int cycle) {
-        waveAll_->showCycle(ch, cycle);
-        waveEach_->showCycle(ch, cycle);
-    });
+    connect(histogram_, &HistogramWindow::cycleChosen, this, showCycle);
 
     auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
         connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });

@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "common/Numeric.h"
+#include "display/RunWaveView.h"
 #include "results/CycleSeries.h"
 
 namespace mervasto {
@@ -134,19 +135,9 @@ TimeWindow WaveWindow::timeWindow() const {
 }
 
 WaveView WaveWindow::view() const {
-    WaveView v;
-    SetViewData(v, state_.record(), state_.results().table, state_.results().cycles);
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
-        auto& c = v.channel[static_cast<size_t>(ch)];
-        const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
-        c.VoltsPerDiv = state_.setup().voltsPerDiv(ch);
-        c.Offset = state_.setup().offset(ch);
-        c.colour = static_cast<uint32_t>(s.BackColor);
-        c.visible = !s.DispOffCheck;
-        c.name = s.SigName;
-    }
-    v.Histerisis = static_cast<float>(Val(state_.settings().analysis.Histerisis));
-    v.startTime = RecordStartTime(state_.setup());
+    WaveView v = RunWaveView(state_);
+    for (int ch = 0; ch < kWaveChannels; ++ch)
+        v.channel[static_cast<size_t>(ch)].visible = !state_.settings().channels[static_cast<size_t>(ch)].DispOffCheck;
     v.rejectFlag = state_.settings().RejectRangeSet && state_.settings().analysis.OmitRangeEffect;
     v.rejectStart = state_.settings().RejectStart;
     v.rejectEnd = state_.settings().RejectEnd;
@@ -221,9 +212,9 @@ const std::array<ExtremeCycles, kWaveChannels>& WaveWindow::extremes() const {
         const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
         const bool measured = s.ChInputSignal >= 0 && s.ChInputSignal != kGateIndex;
         extremes_[static_cast<size_t>(ch)] =
-            measured
-                ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record().SampleSec, Val(s.VRate)), cycles)
-                : ExtremeCycles();
+            measured ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record().SampleSec, Val(s.VRate)),
+                                         cycles)
+                     : ExtremeCycles();
     }
     extremesStale_ = false;
     return extremes_;

@@ -23,6 +23,18 @@ std::vector<double> CycleTimes(std::span<const CycleRecord> cycles, double Sampl
     return out;
 }
 
+std::vector<double> CycleNumbers(size_t n) {
+    std::vector<double> out(n);
+    for (size_t i = 0; i < n; ++i) out[i] = static_cast<double>(i + 1);
+    return out;
+}
+
+std::vector<double> SampleTimes(std::span<const double> at, double SampleSec, double start) {
+    std::vector<double> out(at.size());
+    for (size_t i = 0; i < at.size(); ++i) out[i] = at[i] * SampleSec + start;
+    return out;
+}
+
 namespace {
 
 double quantile(const std::vector<double>& sorted, double q) {

@@ -18,6 +18,13 @@ std::vector<double> CycleValues(int32_t typeIndex, std::span<const CycleRecord> 
 // Where each cycle starts, in seconds from the start of the record.
 std::vector<double> CycleTimes(std::span<const CycleRecord> cycles, double SampleSec);
 
+// 1, 2, ... n: the x of a trend against cycle number.
+std::vector<double> CycleNumbers(size_t n);
+
+// Record sample positions as seconds on the wave windows' time axis, whose
+// sample 0 is at start.
+std::vector<double> SampleTimes(std::span<const double> at, double SampleSec, double start);
+
 struct Histogram {
     double low = 0;    // bin k holds low + k * width <= v < low + (k + 1) * width
     double width = 0;  // the last bin also holds its upper bound

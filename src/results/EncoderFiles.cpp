@@ -48,12 +48,8 @@ std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r)
 }
 
 SaveOutcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines) {
-    // One append of whole lines: a failed write leaves the file as it was.
-    std::string text;
-    if (!FileExists(fileName)) text += EncoderHeaderLine1() + "\r\n" + EncoderHeaderLine2() + "\r\n";
-    for (const auto& line : lines) text += line + "\r\n";
-    if (!AppendToFile(fileName, ToNarrow(text))) return {false, kFailedToSaveTestResults};
-    lines.clear();
+    if (!AppendCsvLines(fileName, EncoderHeaderLine1(), EncoderHeaderLine2(), lines))
+        return {false, kFailedToSaveTestResults};
     return {true, kSavedTestResults + std::string(fileName) + "."};
 }
 

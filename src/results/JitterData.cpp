@@ -74,14 +74,8 @@ std::string JitterDataLine(std::string_view sampleName, const JitterResults& jit
 
 SaveOutcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
                             std::vector<std::string>& lines) {
-    std::string text;
-    if (!FileExists(fileName)) {
-        text += JitterHeaderLine1(typeTexts) + "\r\n";
-        text += JitterHeaderLine2() + "\r\n";
-    }
-    for (const auto& line : lines) text += line + "\r\n";
-    if (!AppendToFile(fileName, ToNarrow(text))) return {false, kFailedToSaveJitterData};
-    lines.clear();
+    if (!AppendCsvLines(fileName, JitterHeaderLine1(typeTexts), JitterHeaderLine2(), lines))
+        return {false, kFailedToSaveJitterData};
     return {true, ""};
 }
 

@@ -43,17 +43,21 @@ std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable
     return line;
 }
 
-SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
-                            std::vector<std::string>& lines) {
+bool AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
+                    std::vector<std::string>& lines) {
     // One append of whole lines: a failed write leaves the file as it was.
     std::string text;
-    if (!FileExists(fileName)) {
-        text += ResultHeaderLine1(typeTexts) + "\r\n";
-        text += ResultHeaderLine2() + "\r\n";
-    }
+    if (!FileExists(fileName)) text += header1 + "\r\n" + header2 + "\r\n";
     for (const auto& line : lines) text += line + "\r\n";
-    if (!AppendToFile(fileName, ToNarrow(text))) return {false, kFailedToSaveTestResults};
+    if (!AppendToFile(fileName, ToNarrow(text))) return false;
     lines.clear();
+    return true;
+}
+
+SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                            std::vector<std::string>& lines) {
+    if (!AppendCsvLines(fileName, ResultHeaderLine1(typeTexts), ResultHeaderLine2(), lines))
+        return {false, kFailedToSaveTestResults};
     return {true, kSavedTestResults + std::string(fileName) + "."};
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "analysis/AnalysisTypes.h"
 #include "common/Outcome.h"
@@ -33,6 +34,12 @@ std::string ResultHeaderLine2();
 // The run's line: the sample name, then per channel the kind-2 Min, Max,
 // Mean, Sigma and Counts followed by an empty column.
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table);
+
+// Appends lines to a CSV file in one write, the two header lines first when
+// the file does not exist yet, and empties lines when they are written. On a
+// failure the file is left as it was and lines keep every line.
+bool AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
+                    std::vector<std::string>& lines);
 
 // Appends lines to the results file in one write, the header first when the
 // file does not exist yet, and empties lines when they are written. On a

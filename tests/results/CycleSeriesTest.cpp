@@ -82,6 +82,8 @@ TEST(CycleSeries, ValuesTimesAndCsv) {
     EXPECT_DOUBLE_EQ(values[1], 50e-6);
     const auto times = CycleTimes(cycles, 1e-6);
     EXPECT_DOUBLE_EQ(times[1], 110e-6);
+    EXPECT_EQ(CycleNumbers(3), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(SampleTimes(std::vector<double>{0, 2.5}, 1e-3, -1), (std::vector<double>{-1, 2.5e-3 - 1}));
     EXPECT_EQ(TrendCsv(values, times, "s"), "Cycle,Time (s),Value (s)\r\n1,1e-05,3e-05\r\n2,0.00011,5e-05\r\n");
     EXPECT_EQ(HistogramCsv(MakeHistogram(values, 2), "s"),
               "Bin low (s),Bin high (s),Count\r\n3e-05,4e-05,1\r\n4e-05,5e-05,1\r\n");
