@@ -53,8 +53,7 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         PlotStyle style;
         style.unit = DetailUnit(s.ChInputSignal);
         style.colour = static_cast<uint32_t>(s.BackColor);
-        // Times are whole sample counts, so their bins are too.
-        const Histogram h = MakeHistogram(values, 0, style.unit == "s" ? sampleSec : 0);
+        const Histogram h = MakeHistogram(values, 0, ValueQuantum(style.unit, cycles, sampleSec));
         const std::vector<double> numbers = CycleNumbers(values.size());
 
         const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));

@@ -198,13 +198,7 @@ void HistogramWindow::refresh() {
     stepNumbers_ = CycleNumbers(encoder.stepAt.size());
     stepTimes_ = SampleTimes(encoder.stepAt, sampleSec, start);
     stepValues_ = encoder.stepPosition;
-    // Times on whole-sample edges are whole sample counts; interpolated
-    // times and frequencies are not.
-    const bool wholeSamples = std::all_of(cycles.begin(), cycles.end(), [](const CycleRecord& c) {
-        return c.FirstCrossing == c.FirstEdge && c.LastCrossing == c.LastEdge;
-    });
-    const double quantum = unit_ == "s" && wholeSamples ? sampleSec : 0;
-    histogram_ = MakeHistogram(values_, bins_->value(), quantum);
+    histogram_ = MakeHistogram(values_, bins_->value(), ValueQuantum(unit_, cycles, sampleSec));
     selection_.clear();
     const auto bars = static_cast<int>(histogram_.counts.size());
     binNote_->setText(values_.empty()     ? QStringLiteral("no cycles")

@@ -59,6 +59,13 @@ int32_t ChosenBinCount(std::span<const double> values, double quantum) {
     return static_cast<int32_t>(std::clamp(bins, 1.0, static_cast<double>(kMaxHistogramBins)));
 }
 
+double ValueQuantum(const std::string& unit, std::span<const CycleRecord> cycles, double SampleSec) {
+    const bool wholeSamples = std::all_of(cycles.begin(), cycles.end(), [](const CycleRecord& c) {
+        return c.FirstCrossing == c.FirstEdge && c.LastCrossing == c.LastEdge;
+    });
+    return unit == "s" && wholeSamples ? SampleSec : 0;
+}
+
 Histogram MakeHistogram(std::span<const double> values, int32_t bins, double quantum) {
     Histogram h;
     if (values.empty()) return h;

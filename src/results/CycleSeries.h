@@ -46,6 +46,11 @@ constexpr int32_t kMaxHistogramBins = 1000;
 // (the sample interval for times).
 int32_t ChosenBinCount(std::span<const double> values, double quantum = 0);
 
+// The step a channel's values move in: the sample interval for times measured
+// between whole-sample edges ("s"), none for interpolated times and for
+// every other quantity.
+double ValueQuantum(const std::string& unit, std::span<const CycleRecord> cycles, double SampleSec);
+
 // bins <= 0: chosen from the data. With a quantum, the bins are whole
 // multiples of it centred on the values, so no bin sits empty between two
 // neighbouring steps.

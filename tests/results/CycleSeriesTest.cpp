@@ -87,6 +87,18 @@ TEST(CycleSeries, ValuesTimesAndCsv) {
     EXPECT_EQ(TrendCsv(values, times, "s"), "Cycle,Time (s),Value (s)\r\n1,1e-05,3e-05\r\n2,0.00011,5e-05\r\n");
     EXPECT_EQ(HistogramCsv(MakeHistogram(values, 2), "s"),
               "Bin low (s),Bin high (s),Count\r\n3e-05,4e-05,1\r\n4e-05,5e-05,1\r\n");
+
+    // Times between whole-sample edges move in sample steps; interpolated
+    // times and other quantities do not.
+    std::vector<CycleRecord> whole = cycles;
+    for (auto& c : whole) {
+        c.FirstCrossing = c.FirstEdge;
+        c.LastCrossing = c.LastEdge;
+    }
+    EXPECT_EQ(ValueQuantum("s", whole, 1e-6), 1e-6);
+    EXPECT_EQ(ValueQuantum("Hz", whole, 1e-6), 0);
+    whole[1].FirstCrossing += 0.4;
+    EXPECT_EQ(ValueQuantum("s", whole, 1e-6), 0);
 }
 
 }  // namespace
