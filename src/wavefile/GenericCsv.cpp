@@ -403,11 +403,11 @@ struct Source {
     std::string name;
     std::string_view bytes;
     bool memory = false;
-    void open(LineScanner& in) const {
+    void open(LineScanner& in, uint64_t offset = 0) const {
         if (memory)
-            in.openBytes(bytes);
+            in.openBytes(bytes, offset);
         else
-            in.open(name);
+            in.open(name, offset);
     }
 };
 
@@ -704,10 +704,7 @@ private:
 void readTail(const Source& source, const RowParser& parser, Rows& rows) noexcept {
     try {
         LineScanner in;
-        if (source.memory)
-            in.openBytes(source.bytes, rows.seekTo);
-        else
-            in.open(source.name, rows.seekTo);
+        source.open(in, rows.seekTo);
         std::string_view line;
         if (!in.next(line)) return;  // the part-line seekTo fell into
         const uint64_t size = in.size();
