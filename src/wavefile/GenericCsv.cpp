@@ -328,7 +328,9 @@ Layout readLayout(const std::vector<std::string>& head, size_t dataAt, const Wav
             }
             for (size_t c = 0; c < L.columns; ++c) {
                 Column col = parseColumnName(namesLine[c]);
-                if (c < unitsLine.size() && unitOf(unitsLine[c]).known) col.unit = unitOf(unitsLine[c]);
+                if (c < unitsLine.size()) {
+                    if (const Unit u = unitOf(unitsLine[c]); u.known) col.unit = u;
+                }
                 cols.push_back(col);
                 L.names.emplace_back(trim(namesLine[c]));
             }
