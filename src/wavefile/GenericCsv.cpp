@@ -982,6 +982,23 @@ std::string headOf(const Source& source) {
     return head;
 }
 
+// The program's own layout goes to loadOwn, any other to the generic reader.
+template <class LoadOwn>
+WaveCsvLoadResult loadAny(const Source& source, DsoSetup& setup, WaveRecord& record, const WaveImportOptions& options,
+                          LoadOwn loadOwn) {
+    std::string head;
+    try {
+        head = headOf(source);
+    } catch (const RuntimeError& e) {
+        WaveCsvLoadResult r;
+        r.status = -static_cast<int>(e.code());
+        r.errorText = source.name + ": " + e.what();
+        return r;
+    }
+    if (IsOwnWaveLayout(head)) return loadOwn();
+    return guardedGeneric(source, setup, record, options);
+}
+
 }  // namespace
 
 bool IsOwnWaveLayout(std::string_view head) {
@@ -1033,34 +1050,14 @@ WaveCsvLoadResult LoadGenericCsvBytes(std::string_view bytes, std::string_view n
 
 WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                                  const WaveImportOptions& options) {
-    const Source source{std::string(fileName), {}, false};
-    std::string head;
-    try {
-        head = headOf(source);
-    } catch (const RuntimeError& e) {
-        WaveCsvLoadResult r;
-        r.status = -static_cast<int>(e.code());
-        r.errorText = source.name + ": " + e.what();
-        return r;
-    }
-    if (IsOwnWaveLayout(head)) return LoadWaveCsv(fileName, setup, record, table, options.own);
-    return guardedGeneric(source, setup, record, options);
+    return loadAny(Source{std::string(fileName), {}, false}, setup, record, options,
+                   [&] { return LoadWaveCsv(fileName, setup, record, table, options.own); });
 }
 
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
                                       WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options) {
-    const Source source{std::string(name), bytes, true};
-    std::string head;
-    try {
-        head = headOf(source);
-    } catch (const RuntimeError& e) {
-        WaveCsvLoadResult r;
-        r.status = -static_cast<int>(e.code());
-        r.errorText = source.name + ": " + e.what();
-        return r;
-    }
-    if (IsOwnWaveLayout(head)) return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own);
-    return guardedGeneric(source, setup, record, options);
+    return loadAny(Source{std::string(name), bytes, true}, setup, record, options,
+                   [&] { return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own); });
 }
 
 Outcome SaveGenericCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
