@@ -10,6 +10,7 @@ namespace mervasto {
 
 using samples::firstNotAtLeast;
 using samples::firstNotAtMost;
+using samples::halfEvenMidpoint;
 using samples::MeanSamples;
 using samples::PlainSamples;
 using samples::RingSamples;
@@ -23,15 +24,6 @@ bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength) {
 }
 
 namespace {
-
-// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
-// Callers pass record sample numbers: rounding window-relative numbers would
-// move an edge by one whenever the window starts at an odd sample.
-int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    const int64_t sum = int64_t{a} + b;
-    const int64_t half = sum >> 1;
-    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
-}
 
 bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
 

@@ -16,14 +16,6 @@ std::string EncoderNote(int line, const char* text) {
 
 namespace {
 
-// (a + b) / 2 rounded to the nearest, halves to the even neighbour, as the
-// per-channel scan rounds its edges.
-int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    const int64_t sum = int64_t{a} + b;
-    const int64_t half = sum >> 1;
-    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
-}
-
 EncoderStatistic StatisticOf(const RunningStatistic& a) {
     EncoderStatistic s;
     if (a.count == 0) return s;
@@ -116,7 +108,7 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
                     ++j;
                     w = sample(j);
                 } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
+                const int32_t e = samples::halfEvenMidpoint(start + j - 1, start + entry) - start;
                 record(e, w > v,
                        interpolated ? samples::crossingNear(src, std::max(entry - 1, lowest), j, level, e) : e);
                 do {
@@ -125,7 +117,7 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
                     prev = j;
                 } while (!(std::fabs(w - p) >= h) && j < bound);
             } else if ((v - level) * (p - level) < 0.0f) {
-                record(halfEvenMidpoint(start + j, start + prev) - start, v > level,
+                record(samples::halfEvenMidpoint(start + j, start + prev) - start, v > level,
                        prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev));
                 p = v;
                 prev = j;

@@ -264,6 +264,15 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
         src, j, end, [t](float v) { return v <= t; }, four);
 }
 
+// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
+// Callers pass record sample numbers: rounding window-relative numbers would
+// move an edge by one whenever the window starts at an odd sample.
+inline int32_t halfEvenMidpoint(int32_t a, int32_t b) {
+    const int64_t sum = int64_t{a} + b;
+    const int64_t half = sum >> 1;
+    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
+}
+
 // Where the signal crosses `level` between window samples from and to
 // (from < to), nearest to the whole-sample edge e; e itself when it does not.
 template <class Src>
