@@ -25,8 +25,6 @@ bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength) {
 
 namespace {
 
-bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
-
 // Room for `limit` cycles, so that the scan itself never allocates.
 void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
     if (cycles.capacity() < static_cast<size_t>(limit)) cycles.reserve(static_cast<size_t>(limit));
@@ -56,7 +54,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
     const float highT = level + h;
     const float exitDistance = 2.0f * h;
     const int32_t bound = n - s.halfSmooth - 2;  // the band loops stop here
-    const bool pulse = isPulseType(s.signalType);
+    const bool pulse = IsPulseType(s.signalType);
     const double sampleSec = s.SampleSec;
     // With h >= 0 a sample at or beyond the threshold on the previous
     // sample's side can neither be in the band nor cross the level.
