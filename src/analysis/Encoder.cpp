@@ -16,6 +16,19 @@ std::string EncoderNote(int line, const char* text) {
 
 namespace {
 
+// The quadrature step an A (line 0) or B edge makes from the lines' states
+// a and b, which it updates; 0 when the line was already in that state.
+int32_t quadratureStep(const EncoderEdge& e, bool& a, bool& b) {
+    if (e.line == 0) {
+        if (e.high == a) return 0;
+        a = e.high;
+        return a != b ? 1 : -1;
+    }
+    if (e.high == b) return 0;
+    b = e.high;
+    return a == b ? 1 : -1;
+}
+
 EncoderStatistic StatisticOf(const RunningStatistic& a) {
     EncoderStatistic s;
     if (a.count == 0) return s;
@@ -156,8 +169,10 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     }
 
     // Each line's level before its first edge is the opposite of that edge.
-    bool a = !aRising.empty() && aRising[0] == 0;
-    bool b = !bRising.empty() && bRising[0] == 0;
+    const bool aBefore = !aRising.empty() && aRising[0] == 0;
+    const bool bBefore = !bRising.empty() && bRising[0] == 0;
+    bool a = aBefore;
+    bool b = bBefore;
     int64_t position = 0;
     int32_t lastStep = 0;
     int32_t reversals = 0;
@@ -186,16 +201,8 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
 
     for (size_t i = 0; i < merged.size(); ++i) {
         const EncoderEdge& e = merged[i];
-        int32_t step = 0;
-        if (e.line == 0) {
-            if (e.high == a) continue;
-            a = e.high;
-            step = a != b ? 1 : -1;
-        } else {
-            if (e.high == b) continue;
-            b = e.high;
-            step = a == b ? 1 : -1;
-        }
+        const int32_t step = quadratureStep(e, a, b);
+        if (step == 0) continue;
         position += step;
         out.stepAt.push_back(e.at);
         out.stepPosition.push_back(static_cast<double>(position));
@@ -235,21 +242,12 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     {
         size_t k = 0;
         int64_t pos = 0;
-        bool la = !aRising.empty() && aRising[0] == 0;
-        bool lb = !bRising.empty() && bRising[0] == 0;
+        bool la = aBefore;
+        bool lb = bBefore;
         double riseAt = -1;
         for (size_t i = 0; i < zAt.size(); ++i) {
             if (zRising[i]) {
-                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) {
-                    const EncoderEdge& e = merged[k];
-                    if (e.line == 0 && e.high != la) {
-                        la = e.high;
-                        pos += la != lb ? 1 : -1;
-                    } else if (e.line == 1 && e.high != lb) {
-                        lb = e.high;
-                        pos += la == lb ? 1 : -1;
-                    }
-                }
+                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) pos += quadratureStep(merged[k], la, lb);
                 ++indexCount;
                 zPosition.add(static_cast<double>(pos));
                 riseAt = zAt[i];
