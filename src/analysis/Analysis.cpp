@@ -21,6 +21,16 @@ std::string MaxPeriodsNote(int32_t limit) {
 
 namespace {
 
+// The settings that say whether and where samples are rejected.
+ScanSettings rejectSettings(const AnalysisParams& p) {
+    ScanSettings s;
+    s.OmitRangeEffect = p.OmitRangeEffect;
+    s.rejectFlag = p.rejectFlag;
+    s.rejectStart = p.rejectStart;
+    s.rejectEnd = p.rejectEnd;
+    return s;
+}
+
 struct Run {
     const AnalysisInput& in;
     const AnalysisParams& par;
@@ -84,7 +94,7 @@ struct Run {
         }
 
         const int32_t len = w.AnaEnd - w.AnaStart + 1;
-        ScanSettings s;
+        ScanSettings s = rejectSettings(par);
         s.signalType = cp.SignalType;
         s.PPCheck = cp.PPCheck;
         s.DutyCheck = cp.DutyCheck;
@@ -92,10 +102,6 @@ struct Run {
         s.MaxCycles = par.MaxCycles;
         s.SampleSec = in.SampleSec;
         s.VRate = cp.VRate;
-        s.OmitRangeEffect = par.OmitRangeEffect;
-        s.rejectFlag = par.rejectFlag;
-        s.rejectStart = par.rejectStart;
-        s.rejectEnd = par.rejectEnd;
         s.edgeTiming = par.edgeTiming;
         bool more = false;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
@@ -146,12 +152,7 @@ struct Run {
         scan.Histerisis = par.Histerisis;
         scan.SampleSec = in.SampleSec;
         scan.edgeTiming = par.edgeTiming;
-        ScanSettings reject;
-        reject.OmitRangeEffect = par.OmitRangeEffect;
-        reject.rejectFlag = par.rejectFlag;
-        reject.rejectStart = par.rejectStart;
-        reject.rejectEnd = par.rejectEnd;
-        scan.rejectInForce = RejectRangeInForce(reject, scan.count);
+        scan.rejectInForce = RejectRangeInForce(rejectSettings(par), scan.count);
         scan.rejectStart = par.rejectStart;
         scan.rejectEnd = par.rejectEnd;
         AnalyseEncoder(line, scan, e, ws.encoder, out);
@@ -223,13 +224,8 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
 
     AnalysisOutcome outcome;
     outcome.messages = std::move(run.gateMessages);
-    ScanSettings reject;
-    reject.OmitRangeEffect = params.OmitRangeEffect;
-    reject.rejectFlag = params.rejectFlag;
-    reject.rejectStart = params.rejectStart;
-    reject.rejectEnd = params.rejectEnd;
     outcome.rejectRangeDropped = params.OmitRangeEffect && params.rejectFlag && !jobs.empty() &&
-                                 !RejectRangeInForce(reject, win.end - win.start + 1);
+                                 !RejectRangeInForce(rejectSettings(params), win.end - win.start + 1);
     for (auto& m : run.channelMessages)
         for (auto& msg : m) outcome.messages.push_back(std::move(msg));
     return outcome;

@@ -32,6 +32,9 @@ enum SignalType : int {
 constexpr std::array<const char*, 10> kSignalTypeText = {"P.W.(%)", "Period", "Duty", "Ample", "P.W.",
                                                          "Freq.",   "rms",    "Max",  "Min",   "Gate"};
 
+// The types that measure pulses (rising edge to falling edge), not whole periods.
+inline bool IsPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
+
 // Where an edge lies in time: on the whole sample the scan gives, or where
 // the signal crosses the level between two samples.
 enum class EdgeTiming { Samples, Interpolated };

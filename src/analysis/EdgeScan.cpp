@@ -8,8 +8,7 @@
 
 namespace mervasto {
 
-using samples::firstNotAtLeast;
-using samples::firstNotAtMost;
+using samples::halfEvenMidpoint;
 using samples::MeanSamples;
 using samples::PlainSamples;
 using samples::RingSamples;
@@ -23,17 +22,6 @@ bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength) {
 }
 
 namespace {
-
-// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
-// Callers pass record sample numbers: rounding window-relative numbers would
-// move an edge by one whenever the window starts at an odd sample.
-int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    const int64_t sum = int64_t{a} + b;
-    const int64_t half = sum >> 1;
-    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
-}
-
-bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
 
 // Room for `limit` cycles, so that the scan itself never allocates.
 void ReserveCycles(std::vector<CycleRecord>& cycles, int32_t limit) {
@@ -60,15 +48,9 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
     if (n <= 0) return 0;
     const float level = levels.Level;
     const float h = (levels.HighLevel - level) * s.Histerisis / 100.0f;
-    const float lowT = level - h;
-    const float highT = level + h;
-    const float exitDistance = 2.0f * h;
-    const int32_t bound = n - s.halfSmooth - 2;  // the band loops stop here
-    const bool pulse = isPulseType(s.signalType);
+    samples::BandWalk<Src> walk(src, n, level, h, n - s.halfSmooth - 2);
+    const bool pulse = IsPulseType(s.signalType);
     const double sampleSec = s.SampleSec;
-    // With h >= 0 a sample at or beyond the threshold on the previous
-    // sample's side can neither be in the band nor cross the level.
-    const bool skipFlat = h >= 0.0f;
 
     // Local (window) indices from here on; the reject range is in sample
     // numbers and must lie within 1..window length - 1.
@@ -84,8 +66,6 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
     int k = 0;
     int32_t cycle = 0;
     cycles.emplace_back();
-
-    auto sample = [&](int32_t j) { return src.at(j < n ? j : n - 1); };
 
     bool full = false;  // the cycle limit is reached; only looking for one more
     // Appends an edge; true when the scan is over.
@@ -160,62 +140,33 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
         return false;
     };
 
-    int32_t j = 0;
-    bool armed = false;
-    float p = 0;
-    int32_t prev = 0;
     bool stopped = false;
     while (!stopped) {
         // Up to the sample after which the reject range starts (or the end).
         const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
-        while (j < segEnd) {
-            if (!armed) {
-                j = firstNotAtLeast(src, j, segEnd, lowT);
-                if (j >= segEnd) break;
-                armed = true;
-                p = src.at(j);
-            } else if (skipFlat) {
-                // Samples beyond the band on the side of the previous one
-                // only move the previous sample along: skip them in bulk.
-                int32_t next = j;
-                if (p > level)
-                    next = firstNotAtLeast(src, j, segEnd, highT);
-                else if (p < level)
-                    next = firstNotAtMost(src, j, segEnd, lowT);
-                if (next > j) {
-                    p = src.at(next - 1);
-                    prev = next - 1;
-                    j = next;
-                    if (j >= segEnd) break;
-                }
-            }
+        while (walk.j < segEnd) {
+            if (!walk.advance(segEnd)) break;
+            const int32_t j = walk.j;
             const float v = src.at(j);
-            if (v > lowT && v < highT) {
+            if (v > walk.lowT && v < walk.highT) {
                 // Inside the band: the edge is the middle of the traversal.
-                const int32_t entry = j;
-                float w;
-                do {
-                    ++j;
-                    w = sample(j);
-                } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
+                const float w = walk.crossBand(v);
+                const int32_t e = halfEvenMidpoint(start + walk.j - 1, start + j) - start;
                 double f = e;
                 if constexpr (Interp)
-                    f = samples::crossingNear(src, std::max({entry - 1, lowest, j - kCrossingReach}), j, level, e);
+                    f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j, level,
+                                              e);
                 if (recordEdge(e, f)) {
                     stopped = true;
                     break;
                 }
-                // Dead zone: ripple smaller than h after the edge is ignored.
-                do {
-                    ++j;
-                    p = sample(j);
-                    prev = j;
-                } while (!(std::fabs(w - p) >= h) && j < bound);
-            } else if (v <= lowT || v >= highT) {
+                walk.settle(w);
+            } else if (v <= walk.lowT || v >= walk.highT) {
+                const float p = walk.p;
+                const int32_t prev = walk.prev;
                 if ((v - level) * (p - level) >= 0.0f) {
-                    p = v;
-                    prev = j;
+                    walk.p = v;
+                    walk.prev = j;
                 } else {
                     // Jumped across the level between two samples.
                     const int32_t e = halfEvenMidpoint(start + j, start + prev) - start;
@@ -226,19 +177,19 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
                         stopped = true;
                         break;
                     }
-                    p = v;
-                    prev = j;
+                    walk.p = v;
+                    walk.prev = j;
                 }
             }
-            ++j;
+            ++walk.j;
         }
         if (stopped || !rejectPending) break;
         // One reject range per run: drop the edges so far, restart unarmed.
         rejectPending = false;
-        j = rejectTo;
-        lowest = j;
-        src.restart(j);
-        armed = false;
+        walk.j = rejectTo;
+        lowest = rejectTo;
+        src.restart(rejectTo);
+        walk.armed = false;
         k = 0;
     }
 

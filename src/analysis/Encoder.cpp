@@ -16,12 +16,17 @@ std::string EncoderNote(int line, const char* text) {
 
 namespace {
 
-// (a + b) / 2 rounded to the nearest, halves to the even neighbour, as the
-// per-channel scan rounds its edges.
-int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    const int64_t sum = int64_t{a} + b;
-    const int64_t half = sum >> 1;
-    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
+// The quadrature step an A (line 0) or B edge makes from the lines' states
+// a and b, which it updates; 0 when the line was already in that state.
+int32_t quadratureStep(const EncoderEdge& e, bool& a, bool& b) {
+    if (e.line == 0) {
+        if (e.high == a) return 0;
+        a = e.high;
+        return a != b ? 1 : -1;
+    }
+    if (e.high == b) return 0;
+    b = e.high;
+    return a == b ? 1 : -1;
 }
 
 EncoderStatistic StatisticOf(const RunningStatistic& a) {
@@ -56,15 +61,12 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
 
     const float level = line.level;
     const float h = (line.high - level) * scan.Histerisis / 100.0f;
-    const float lowT = level - h;
-    const float highT = level + h;
-    const float exitDistance = 2.0f * h;
-    const int32_t bound = n - halfSmooth - 2;
-    const bool skipFlat = h >= 0.0f;
+    samples::BandWalk<samples::PlainSamples> walk(src, n, level, h, n - halfSmooth - 2);
+    const float lowT = walk.lowT;
+    const float highT = walk.highT;
     bool rejectPending = scan.rejectInForce;
     const int32_t rejectFrom = scan.rejectStart - start;
     const int32_t rejectTo = std::max(scan.rejectEnd - start, 0);
-    auto sample = [&](int32_t j) { return x[j < n ? j : n - 1]; };
 
     bool high = false;
     const bool interpolated = scan.edgeTiming == EdgeTiming::Interpolated;
@@ -77,77 +79,49 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
         rising.push_back(up ? 1 : 0);
     };
 
-    int32_t j = 0;
-    bool armed = false;
-    float p = 0;
-    int32_t prev = 0;
     // A channel that starts beyond the band is taken as it stands.
     if (x[0] >= highT && x[0] > level) {
-        armed = true;
+        walk.armed = true;
         high = true;
-        p = x[0];
+        walk.p = x[0];
     }
     for (;;) {
         const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
-        while (j < segEnd) {
-            if (!armed) {
-                j = samples::firstNotAtLeast(src, j, segEnd, lowT);
-                if (j >= segEnd) break;
-                armed = true;
-                p = x[j];
-            } else if (skipFlat) {
-                int32_t next = j;
-                if (p > level)
-                    next = samples::firstNotAtLeast(src, j, segEnd, highT);
-                else if (p < level)
-                    next = samples::firstNotAtMost(src, j, segEnd, lowT);
-                if (next > j) {
-                    p = x[next - 1];
-                    prev = next - 1;
-                    j = next;
-                    if (j >= segEnd) break;
-                }
-            }
+        while (walk.j < segEnd) {
+            if (!walk.advance(segEnd)) break;
+            const int32_t j = walk.j;
             const float v = x[j];
             if (v > lowT && v < highT) {
-                const int32_t entry = j;
-                float w;
-                do {
-                    ++j;
-                    w = sample(j);
-                } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
-                const int32_t e = halfEvenMidpoint(start + j - 1, start + entry) - start;
+                const float w = walk.crossBand(v);
+                const int32_t e = samples::halfEvenMidpoint(start + walk.j - 1, start + j) - start;
                 record(e, w > v,
-                       interpolated ? samples::crossingNear(src, std::max(entry - 1, lowest), j, level, e) : e);
-                do {
-                    ++j;
-                    p = sample(j);
-                    prev = j;
-                } while (!(std::fabs(w - p) >= h) && j < bound);
-            } else if ((v - level) * (p - level) < 0.0f) {
-                record(halfEvenMidpoint(start + j, start + prev) - start, v > level,
-                       prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev));
-                p = v;
-                prev = j;
+                       interpolated ? samples::crossingNear(src, std::max(j - 1, lowest), walk.j, level, e) : e);
+                walk.settle(w);
             } else {
-                p = v;
-                prev = j;
+                const float p = walk.p;
+                const int32_t prev = walk.prev;
+                if ((v - level) * (p - level) < 0.0f)
+                    record(samples::halfEvenMidpoint(start + j, start + prev) - start, v > level,
+                           prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev));
+                walk.p = v;
+                walk.prev = j;
             }
-            ++j;
+            ++walk.j;
         }
         if (!rejectPending) break;
         // Nothing inside the rejected stretch is seen. A line that comes out
         // of it on the other side changed there: that change is counted at
         // the range's end, so the position stays as close as it can.
         rejectPending = false;
-        j = rejectTo;
+        const int32_t j = rejectTo;
+        walk.j = j;
         lowest = j;
-        armed = false;
+        walk.armed = false;
         if (j < n && (x[j] >= highT || x[j] <= lowT) && x[j] != level) {
             if ((x[j] > level) != high) record(j, x[j] > level, j);
-            armed = true;
-            p = x[j];
-            prev = j;
+            walk.armed = true;
+            walk.p = x[j];
+            walk.prev = j;
         }
     }
 }
@@ -195,8 +169,10 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     }
 
     // Each line's level before its first edge is the opposite of that edge.
-    bool a = !aRising.empty() && aRising[0] == 0;
-    bool b = !bRising.empty() && bRising[0] == 0;
+    const bool aBefore = !aRising.empty() && aRising[0] == 0;
+    const bool bBefore = !bRising.empty() && bRising[0] == 0;
+    bool a = aBefore;
+    bool b = bBefore;
     int64_t position = 0;
     int32_t lastStep = 0;
     int32_t reversals = 0;
@@ -225,16 +201,8 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
 
     for (size_t i = 0; i < merged.size(); ++i) {
         const EncoderEdge& e = merged[i];
-        int32_t step = 0;
-        if (e.line == 0) {
-            if (e.high == a) continue;
-            a = e.high;
-            step = a != b ? 1 : -1;
-        } else {
-            if (e.high == b) continue;
-            b = e.high;
-            step = a == b ? 1 : -1;
-        }
+        const int32_t step = quadratureStep(e, a, b);
+        if (step == 0) continue;
         position += step;
         out.stepAt.push_back(e.at);
         out.stepPosition.push_back(static_cast<double>(position));
@@ -274,21 +242,12 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     {
         size_t k = 0;
         int64_t pos = 0;
-        bool la = !aRising.empty() && aRising[0] == 0;
-        bool lb = !bRising.empty() && bRising[0] == 0;
+        bool la = aBefore;
+        bool lb = bBefore;
         double riseAt = -1;
         for (size_t i = 0; i < zAt.size(); ++i) {
             if (zRising[i]) {
-                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) {
-                    const EncoderEdge& e = merged[k];
-                    if (e.line == 0 && e.high != la) {
-                        la = e.high;
-                        pos += la != lb ? 1 : -1;
-                    } else if (e.line == 1 && e.high != lb) {
-                        lb = e.high;
-                        pos += la == lb ? 1 : -1;
-                    }
-                }
+                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) pos += quadratureStep(merged[k], la, lb);
                 ++indexCount;
                 zPosition.add(static_cast<double>(pos));
                 riseAt = zAt[i];

@@ -51,14 +51,12 @@ struct JitterRun {
     }
 };
 
-bool isPulseType(int32_t type) { return type == kTypePwPercent || type == kTypePw; }
-
 }  // namespace
 
 JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec, TieTrend* trend) {
     JitterRun acc{{}, {}, 0, SampleSec, trend};
     if (trend) *trend = {};
-    const bool pulse = isPulseType(signalType);
+    const bool pulse = IsPulseType(signalType);
     // Cycles first..last - 1 make one run: their rising edges, and for period
     // types the closing rising edge of the last one.
     auto addRun = [&](size_t first, size_t last) {

@@ -264,6 +264,98 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
         src, j, end, [t](float v) { return v <= t; }, four);
 }
 
+// The walk both edge scans take across the hysteresis band, h either side of
+// the level. Armed once the signal has been below the band, it stops at each
+// sample that may lie in the band or cross the level; the caller follows the
+// signal through the band (crossBand) and past the ripple after an edge
+// (settle). p is the last sample taken, prev its index.
+template <class Src>
+struct BandWalk {
+    Src& src;
+    int32_t n;
+    float level;
+    float h;
+    float lowT;
+    float highT;
+    float exitDistance;
+    int32_t bound;  // the band loops stop here
+    // With h >= 0 a sample at or beyond the threshold on the previous
+    // sample's side can neither be in the band nor cross the level.
+    bool skipFlat;
+    int32_t j = 0;
+    bool armed = false;
+    float p = 0;
+    int32_t prev = 0;
+
+    BandWalk(Src& samples, int32_t count, float lvl, float hyst, int32_t stop)
+        : src(samples),
+          n(count),
+          level(lvl),
+          h(hyst),
+          lowT(lvl - hyst),
+          highT(lvl + hyst),
+          exitDistance(2.0f * hyst),
+          bound(stop),
+          skipFlat(hyst >= 0.0f) {}
+
+    float sample(int32_t k) { return src.at(k < n ? k : n - 1); }
+
+    // Moves j on to the next sample worth looking at; false when segEnd
+    // comes first.
+    bool advance(int32_t segEnd) {
+        if (!armed) {
+            j = firstNotAtLeast(src, j, segEnd, lowT);
+            if (j >= segEnd) return false;
+            armed = true;
+            p = src.at(j);
+        } else if (skipFlat) {
+            // Samples beyond the band on the side of the previous one only
+            // move the previous sample along: skip them in bulk.
+            int32_t next = j;
+            if (p > level)
+                next = firstNotAtLeast(src, j, segEnd, highT);
+            else if (p < level)
+                next = firstNotAtMost(src, j, segEnd, lowT);
+            if (next > j) {
+                p = src.at(next - 1);
+                prev = next - 1;
+                j = next;
+                if (j >= segEnd) return false;
+            }
+        }
+        return true;
+    }
+
+    // From sample j, at v inside the band, on to the first sample 2h away
+    // from v (or bound); returns that sample.
+    float crossBand(float v) {
+        float w;
+        do {
+            ++j;
+            w = sample(j);
+        } while (!(std::fabs(w - v) >= exitDistance) && j < bound);
+        return w;
+    }
+
+    // Past the ripple smaller than h after an edge that left the band at w.
+    void settle(float w) {
+        do {
+            ++j;
+            p = sample(j);
+            prev = j;
+        } while (!(std::fabs(w - p) >= h) && j < bound);
+    }
+};
+
+// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
+// Callers pass record sample numbers: rounding window-relative numbers would
+// move an edge by one whenever the window starts at an odd sample.
+inline int32_t halfEvenMidpoint(int32_t a, int32_t b) {
+    const int64_t sum = int64_t{a} + b;
+    const int64_t half = sum >> 1;
+    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
+}
+
 // Where the signal crosses `level` between window samples from and to
 // (from < to), nearest to the whole-sample edge e; e itself when it does not.
 template <class Src>

@@ -328,7 +328,9 @@ Layout readLayout(const std::vector<std::string>& head, size_t dataAt, const Wav
             }
             for (size_t c = 0; c < L.columns; ++c) {
                 Column col = parseColumnName(namesLine[c]);
-                if (c < unitsLine.size() && unitOf(unitsLine[c]).known) col.unit = unitOf(unitsLine[c]);
+                if (c < unitsLine.size()) {
+                    if (const Unit u = unitOf(unitsLine[c]); u.known) col.unit = u;
+                }
                 cols.push_back(col);
                 L.names.emplace_back(trim(namesLine[c]));
             }
@@ -403,11 +405,11 @@ struct Source {
     std::string name;
     std::string_view bytes;
     bool memory = false;
-    void open(LineScanner& in) const {
+    void open(LineScanner& in, uint64_t offset = 0) const {
         if (memory)
-            in.openBytes(bytes);
+            in.openBytes(bytes, offset);
         else
-            in.open(name);
+            in.open(name, offset);
     }
 };
 
@@ -704,10 +706,7 @@ private:
 void readTail(const Source& source, const RowParser& parser, Rows& rows) noexcept {
     try {
         LineScanner in;
-        if (source.memory)
-            in.openBytes(source.bytes, rows.seekTo);
-        else
-            in.open(source.name, rows.seekTo);
+        source.open(in, rows.seekTo);
         std::string_view line;
         if (!in.next(line)) return;  // the part-line seekTo fell into
         const uint64_t size = in.size();
@@ -983,6 +982,23 @@ std::string headOf(const Source& source) {
     return head;
 }
 
+// The program's own layout goes to loadOwn, any other to the generic reader.
+template <class LoadOwn>
+WaveCsvLoadResult loadAny(const Source& source, DsoSetup& setup, WaveRecord& record, const WaveImportOptions& options,
+                          LoadOwn loadOwn) {
+    std::string head;
+    try {
+        head = headOf(source);
+    } catch (const RuntimeError& e) {
+        WaveCsvLoadResult r;
+        r.status = -static_cast<int>(e.code());
+        r.errorText = source.name + ": " + e.what();
+        return r;
+    }
+    if (IsOwnWaveLayout(head)) return loadOwn();
+    return guardedGeneric(source, setup, record, options);
+}
+
 }  // namespace
 
 bool IsOwnWaveLayout(std::string_view head) {
@@ -1034,34 +1050,14 @@ WaveCsvLoadResult LoadGenericCsvBytes(std::string_view bytes, std::string_view n
 
 WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                                  const WaveImportOptions& options) {
-    const Source source{std::string(fileName), {}, false};
-    std::string head;
-    try {
-        head = headOf(source);
-    } catch (const RuntimeError& e) {
-        WaveCsvLoadResult r;
-        r.status = -static_cast<int>(e.code());
-        r.errorText = source.name + ": " + e.what();
-        return r;
-    }
-    if (IsOwnWaveLayout(head)) return LoadWaveCsv(fileName, setup, record, table, options.own);
-    return guardedGeneric(source, setup, record, options);
+    return loadAny(Source{std::string(fileName), {}, false}, setup, record, options,
+                   [&] { return LoadWaveCsv(fileName, setup, record, table, options.own); });
 }
 
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
                                       WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options) {
-    const Source source{std::string(name), bytes, true};
-    std::string head;
-    try {
-        head = headOf(source);
-    } catch (const RuntimeError& e) {
-        WaveCsvLoadResult r;
-        r.status = -static_cast<int>(e.code());
-        r.errorText = source.name + ": " + e.what();
-        return r;
-    }
-    if (IsOwnWaveLayout(head)) return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own);
-    return guardedGeneric(source, setup, record, options);
+    return loadAny(Source{std::string(name), bytes, true}, setup, record, options,
+                   [&] { return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own); });
 }
 
 Outcome SaveGenericCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
