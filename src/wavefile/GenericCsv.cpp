@@ -462,65 +462,117 @@ struct Rows {
     }
 };
 
+// How many decimal digits m has (0 for 0).
+int decimalLength(uint64_t m) {
+    static constexpr uint64_t kPowers[] = {1,
+                                           10,
+                                           100,
+                                           1000,
+                                           10000,
+                                           100000,
+                                           1000000,
+                                           10000000,
+                                           100000000,
+                                           1000000000,
+                                           10000000000,
+                                           100000000000,
+                                           1000000000000,
+                                           10000000000000,
+                                           100000000000000,
+                                           1000000000000000,
+                                           10000000000000000,
+                                           100000000000000000,
+                                           1000000000000000000,
+                                           10000000000000000000u};
+    // log10 from the bit length (1233/4096 is just over log10 2), one less
+    // where that overshoots.
+    const int guess = (static_cast<int>(std::bit_width(m)) * 1233) >> 12;
+    return guess - (m < kPowers[guess] ? 1 : 0) + 1;
+}
+
 // One decimal number as written: [sign] digits [point digits] [e [sign]
 // digits]. value = mantissa x 10^unitExp when the mantissa took every digit.
 struct Decimal {
     uint64_t mantissa = 0;
-    int digits = 0;   // significant digits printed
     int unitExp = 0;  // the power of ten of the last digit
+    int dropped = 0;  // digits beyond what the mantissa holds
     bool negative = false;
-    bool exact = true;  // no digit was dropped from the mantissa
+
+    bool exact() const { return dropped == 0; }
+    // Significant digits printed: leading zeros are never in the mantissa.
+    int digits() const { return decimalLength(mantissa) + dropped; }
 };
 
 constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
-// A run of digits into d. places counts every digit, zeros those before the
-// first that is not 0. Up to 18 digits go into the mantissa; later ones are
-// dropped (and counted).
-const char* digitRun(const char* p, const char* e, Decimal& d, int& places, int& zeros) {
+// A run of digits into d; places counts them. Up to 18 digits go into the
+// mantissa; later ones are dropped (and counted).
+const char* digitRun(const char* p, const char* e, Decimal& d, int& places) {
     // Eight characters at a time while the mantissa has room for eight more.
     while (e - p >= 8 && d.mantissa < 10000000000u) {
         uint64_t chunk;
         std::memcpy(&chunk, p, sizeof chunk);
         const int n = LeadingDigits(chunk);
         if (n == 0) return p;
-        const bool wasZero = d.mantissa == 0;
         d.mantissa = d.mantissa * kTens[n] + EightDigits(chunk << (8 * (8 - n)));
-        if (wasZero) {
-            // The chunk's own leading zeros, up to its first other digit.
-            const uint64_t other = ~ByteMask(chunk, '0') & 0x8080808080808080u;
-            zeros += std::min(n, std::countr_zero(other) >> 3);
-        }
         places += n;
         p += n;
         if (n < 8) return p;
     }
     for (; p < e && *p >= '0' && *p <= '9'; ++p) {
         if (d.mantissa >= 1000000000000000000u)
-            d.exact = false;
+            ++d.dropped;
         else
             d.mantissa = d.mantissa * 10 + static_cast<unsigned>(*p - '0');
-        zeros += d.mantissa == 0;
         ++places;
     }
     return p;
+}
+
+// The usual shape of exported numbers, one digit, the point and one to
+// sixteen decimals with no exponent ("0.24871826", "0.0049999982375"), read
+// eight characters at a time. Gives what the general scan gives, or nullptr
+// to leave the number to it. Needs eight characters after the point to read
+// from, which every field but a row's last has.
+const char* plainDecimal(const char* p, const char* e, char point, Decimal& d) {
+    if (e - p < 10 || static_cast<unsigned>(p[0] - '0') > 9 || p[1] != point) return nullptr;
+    uint64_t chunk;
+    std::memcpy(&chunk, p + 2, sizeof chunk);
+    int n = LeadingDigits(chunk);
+    if (n == 0) return nullptr;
+    uint64_t m = static_cast<uint64_t>(p[0] - '0') * kTens[n] + EightDigits(chunk << (8 * (8 - n)));
+    int decimals = n;
+    const char* q = p + 2 + n;
+    if (n == 8 && e - q >= 8) {
+        std::memcpy(&chunk, q, sizeof chunk);
+        n = LeadingDigits(chunk);
+        if (n == 8) return nullptr;
+        if (n > 0) {
+            m = m * kTens[n] + EightDigits(chunk << (8 * (8 - n)));
+            decimals += n;
+            q += n;
+        }
+    }
+    if (q < e && (static_cast<unsigned>(*q - '0') <= 9 || *q == 'e' || *q == 'E')) return nullptr;
+    d.mantissa = m;
+    d.unitExp = -decimals;
+    return q;
 }
 
 // The number at the start of [p, e) into d: where it ends, or nullptr when
 // there is none (no digit, or an exponent without one).
 const char* scanNumberPrefix(const char* p, const char* e, char point, Decimal& d) {
     if (p < e && (*p == '+' || *p == '-')) d.negative = *p++ == '-';
+    if (const char* end = plainDecimal(p, e, point, d)) return end;
     int places = 0;
-    int zeros = 0;
-    p = digitRun(p, e, d, places, zeros);
+    p = digitRun(p, e, d, places);
     int decimals = 0;
     if (p < e && *p == point) {
         const int before = places;
-        p = digitRun(p + 1, e, d, places, zeros);
+        p = digitRun(p + 1, e, d, places);
         decimals = places - before;
     }
     if (places == 0) return nullptr;
-    d.digits = places - zeros;
     int exponent = 0;
     if (p < e && (*p == 'e' || *p == 'E')) {
         ++p;
@@ -547,7 +599,7 @@ bool fastValue(const Decimal& d, T& out) {
     constexpr int kMaxPower = std::is_same_v<T, float> ? 10 : 22;
     static constexpr T kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                     1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    if (!d.exact || d.mantissa > kMaxMantissa || d.unitExp < -kMaxPower || d.unitExp > kMaxPower) return false;
+    if (!d.exact() || d.mantissa > kMaxMantissa || d.unitExp < -kMaxPower || d.unitExp > kMaxPower) return false;
     T v = static_cast<T>(d.mantissa);
     v = d.unitExp < 0 ? v / kPowers[-d.unitExp] : v * kPowers[d.unitExp];
     out = d.negative ? -v : v;
@@ -582,7 +634,9 @@ public:
           point_(L.decimalComma ? ',' : '.'),
           sep_(L.delim == Delim::Comma       ? ','
                : L.delim == Delim::Semicolon ? ';'
-                                             : '\t') {}
+                                             : '\t') {
+        for (size_t s = 0; s < signals_; ++s) unscaled_[s] = L.signalFactor[s] == 1.0;
+    }
 
     size_t needed() const { return firstSignal_ + signals_; }
 
@@ -652,51 +706,66 @@ private:
         store(c, d, p, e, rows);
     }
 
-    // Column c's number, scanned into d from its text [p, e).
+    // Column c's number, scanned into d from its text [p, e). Kept small,
+    // as it runs for every field: what most fields never need is out of line.
     void store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
-        const std::string_view text(p, static_cast<size_t>(e - p));
-        auto notNumber = [&] { throw RowFault{RowFault::NotNumber, c, std::string(text)}; };
-        // The rare number the fast path cannot take exactly.
-        auto slow = [&](auto& value) {
-            if (*p == '+') ++p;  // from_chars takes no plus sign
-            char buf[64];
-            if (L_.decimalComma) {
-                if (static_cast<size_t>(e - p) > sizeof buf) notNumber();
-                char* o = std::copy(p, e, buf);
-                std::replace(buf, o, ',', '.');
-                p = buf;
-                e = o;
-            }
-            const auto r = std::from_chars(p, e, value);
-            if (r.ec != std::errc() || r.ptr != e) notNumber();
-        };
-        if (c < firstSignal_) {
-            double t = 0;
-            if (!fastValue(d, t)) slow(t);
-            if (!std::isfinite(t)) notNumber();
-            rows.times.push_back(t * L_.timeFactor);
-            if (t != 0) {
-                rows.timeDigits = std::max(rows.timeDigits, d.digits);
-                rows.finestExp = std::min(rows.finestExp, d.unitExp);
-            }
-            return;
-        }
+        if (c < firstSignal_) return storeTime(d, p, e, rows);
         const size_t s = c - firstSignal_;
         float v = 0;
-        if (L_.signalFactor[s] == 1.0) {
-            if (!fastSingle(d, v)) slow(v);
-        } else {
-            double x = 0;
-            if (!fastValue(d, x)) slow(x);
-            v = static_cast<float>(x * L_.signalFactor[s]);
-        }
-        if (!std::isfinite(v)) notNumber();
+        if (!(unscaled_[s] && fastSingle(d, v))) v = signalValue(s, d, p, e);
+        if (!std::isfinite(v)) notNumber(c, p, e);
         rows.values[s][rows.count] = v;
         rows.lo[s] = std::min(rows.lo[s], v);
         rows.hi[s] = std::max(rows.hi[s], v);
     }
 
+    [[noreturn]] static void notNumber(size_t c, const char* p, const char* e) {
+        throw RowFault{RowFault::NotNumber, c, std::string(p, static_cast<size_t>(e - p))};
+    }
+
+    // The rare number the fast path cannot take exactly.
+    template <class T>
+    void fromChars(size_t c, const char* p, const char* e, T& value) const {
+        const char* const text = p;
+        const char* const textEnd = e;
+        if (*p == '+') ++p;  // from_chars takes no plus sign
+        char buf[64];
+        if (L_.decimalComma) {
+            if (static_cast<size_t>(e - p) > sizeof buf) notNumber(c, text, textEnd);
+            char* o = std::copy(p, e, buf);
+            std::replace(buf, o, ',', '.');
+            p = buf;
+            e = o;
+        }
+        const auto r = std::from_chars(p, e, value);
+        if (r.ec != std::errc() || r.ptr != e) notNumber(c, text, textEnd);
+    }
+
+    [[gnu::noinline]] float signalValue(size_t s, const Decimal& d, const char* p, const char* e) const {
+        const size_t c = s + firstSignal_;
+        if (unscaled_[s]) {
+            float v = 0;
+            fromChars(c, p, e, v);
+            return v;
+        }
+        double x = 0;
+        if (!fastValue(d, x)) fromChars(c, p, e, x);
+        return static_cast<float>(x * L_.signalFactor[s]);
+    }
+
+    void storeTime(const Decimal& d, const char* p, const char* e, Rows& rows) const {
+        double t = 0;
+        if (!fastValue(d, t)) fromChars(0, p, e, t);
+        if (!std::isfinite(t)) notNumber(0, p, e);
+        rows.times.push_back(t * L_.timeFactor);
+        if (t != 0) {
+            rows.timeDigits = std::max(rows.timeDigits, d.digits());
+            rows.finestExp = std::min(rows.finestExp, d.unitExp);
+        }
+    }
+
     const Layout& L_;
+    std::array<bool, kMaxImportSignals> unscaled_{};
     size_t firstSignal_;
     size_t signals_;
     char point_;
@@ -830,8 +899,11 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
     }
 
     for (size_t i = dataAt; i < head.size(); ++i) take(head[i], headLine[i]);
+    // Kept here, not read from *tail on every line: the second thread writes
+    // next to it all the time, and each read would pull the cache line over.
+    const uint64_t tailFrom = tail ? tail->seekTo : UINT64_MAX;
     while (in.next(line)) {
-        if (tail && in.lineStart() > tail->seekTo) {
+        if (in.lineStart() > tailFrom && tail) {
             tailThread.join();
             if (tail->start == in.lineStart() && tail->started) {
                 if (tail->fault) {

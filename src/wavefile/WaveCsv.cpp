@@ -388,6 +388,10 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
             if (done.valid()) done.wait();
         }
     } waitForTail{tail, tailDone};
+    // Where the second thread began, kept here rather than read from *tail
+    // on every line: that thread writes next to it all the time, and each
+    // read would pull the cache line back.
+    uint64_t tailFrom = UINT64_MAX;
 
     try {
         source.open(in, 0);
@@ -408,7 +412,7 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
         };
 
         while (in.next(line)) {
-            if (tail && in.lineStart() > tail->seekTo) {
+            if (in.lineStart() > tailFrom && tail) {
                 // The second thread has read from here on: take its rows when
                 // reading on row by row would give the same.
                 tailDone.get();
@@ -444,6 +448,7 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
                     if (!tail && !tailDone.valid() && size >= options.splitBytes && in.lineStart() < size / 2) {
                         tail = std::make_unique<TailRows>();
                         tail->seekTo = size / 2;
+                        tailFrom = tail->seekTo;
                         TailRows* rows = tail.get();
                         tailDone = TailThread::get().start([&source, rows] { readTail(source, *rows); });
                     }

@@ -37,11 +37,14 @@ TEST(GenericCsvNumbers, SamplesReadAsTheNearestFloat) {
         }
     }
     // Leading zeros, long runs of digits, digits beyond what a mantissa takes.
-    for (const char* t : {"0.000012345678", "000123.5", "-0.00000000000000000000123456", "12345678901234567890123",
+    for (const char* t : {"0.000012345678", "000123.5", "0.1234567812345678", "0.12345678123456789", "1.2345678e3",
+                          "0.00000000", "1.00000000", "9.9999999999999999", "0.0000000000000001", "-0.00000000000000000000123456", "12345678901234567890123",
                           "0.1234567890123456789", "1234567.25", "00000000", "-0", "7", "1e-7", "12345678e-9"})
         texts.emplace_back(t);
-    std::string file = "Time(s),CH1(V)\r\n";
-    for (size_t k = 0; k < texts.size(); ++k) file += std::to_string(k) + "e-6," + texts[k] + "\r\n";
+    // Each text twice: inside the row, where the reader has the following
+    // characters to read ahead into, and as the row's last field.
+    std::string file = "Time(s),CH1(V),CH2(V)\r\n";
+    for (size_t k = 0; k < texts.size(); ++k) file += std::to_string(k) + "e-6," + texts[k] + "," + texts[k] + "\r\n";
 
     DsoSetup setup;
     WaveRecord record;
@@ -53,6 +56,7 @@ TEST(GenericCsvNumbers, SamplesReadAsTheNearestFloat) {
         const auto& t = texts[k];
         ASSERT_EQ(std::from_chars(t.data(), t.data() + t.size(), want).ec, std::errc()) << t;
         ASSERT_EQ(record.wave[0][k], want) << t;
+        ASSERT_EQ(record.wave[1][k], want) << t;
     }
 }
 

@@ -177,6 +177,8 @@ TEST(GenericCsvTest, TimeColumnMustBeEvenlySpaced) {
         {"one row out of place", [](int k) { return k == 321 ? 321.05e-6 : k * 1e-6; }, 12, 322},
         // A long capture printed to 6 digits: the rounding is far above 1 %.
         {"6 significant digits", [](int k) { return 1e-3 + k * 1e-9; }, 6, 0},
+        // Past 1 ms the same digits stand for ten times coarser steps.
+        {"6 significant digits across a decade", [](int k) { return 0.999e-3 + k * 2e-9; }, 6, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
