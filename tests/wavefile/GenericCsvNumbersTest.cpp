@@ -36,10 +36,12 @@ TEST(GenericCsvNumbers, SamplesReadAsTheNearestFloat) {
             }
         }
     }
-    // Leading zeros, long runs of digits, digits beyond what a mantissa takes.
+    // Leading zeros, plain decimals at the edges of the eight-character
+    // steps (8, 16 and 17 places), digits beyond what a mantissa takes.
     for (const char* t : {"0.000012345678", "000123.5", "0.1234567812345678", "0.12345678123456789", "1.2345678e3",
-                          "0.00000000", "1.00000000", "9.9999999999999999", "0.0000000000000001", "-0.00000000000000000000123456", "12345678901234567890123",
-                          "0.1234567890123456789", "1234567.25", "00000000", "-0", "7", "1e-7", "12345678e-9"})
+                          "0.00000000", "1.00000000", "9.9999999999999999", "0.0000000000000001",
+                          "-0.00000000000000000000123456", "12345678901234567890123", "0.1234567890123456789",
+                          "1234567.25", "00000000", "-0", "7", "1e-7", "12345678e-9"})
         texts.emplace_back(t);
     // Each text twice: inside the row, where the reader has the following
     // characters to read ahead into, and as the row's last field.
