@@ -455,7 +455,9 @@ struct Rows {
             lo[c] = std::min(lo[c], more.lo[c]);
             hi[c] = std::max(hi[c], more.hi[c]);
         }
-        times.insert(times.end(), more.times.begin(), more.times.end());
+        // A row that failed part-way may have left its time behind.
+        times.insert(times.end(), more.times.begin(),
+                     more.times.begin() + static_cast<std::ptrdiff_t>(std::min(more.times.size(), more.count)));
         timeDigits = std::max(timeDigits, more.timeDigits);
         finestExp = std::min(finestExp, more.finestExp);
         count = total;
@@ -849,7 +851,10 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
         first.times.reserve(std::min<uint64_t>(size / (4 * parser.needed()) + 16, kMaxSamples));
 
     auto faultText = [&](const RowFault& f, uint64_t lineNo) {
-        std::string where = name + (lineNo ? ", line " + std::to_string(lineNo) : std::string()) + ": ";
+        // The row limit is said without a line: the second reader cannot
+        // tell which line would have been one row too many.
+        const bool atLine = lineNo > 0 && f.kind != RowFault::TooMany;
+        std::string where = name + (atLine ? ", line " + std::to_string(lineNo) : std::string()) + ": ";
         switch (f.kind) {
         case RowFault::Empty: return where + columnLabel(L, f.column) + " is empty.";
         case RowFault::NotNumber:
@@ -906,18 +911,22 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
         if (in.lineStart() > tailFrom && tail) {
             tailThread.join();
             if (tail->start == in.lineStart() && tail->started) {
-                if (tail->fault) {
-                    result.rowsRead = static_cast<int32_t>(first.count);
-                    const RowFault& f = *tail->fault;
-                    fail(f.kind == RowFault::TooMany ? ErrorCode::Subscript : ErrorCode::TypeMismatch,
-                         faultText(f, f.kind == RowFault::TooMany ? 0 : in.lineNumber() + tail->faultLine - 1));
-                }
-                if (first.count + tail->count > static_cast<size_t>(kMaxSamples)) {
-                    result.rowsRead = static_cast<int32_t>(first.count);
-                    fail(ErrorCode::Subscript, faultText(RowFault{RowFault::TooMany, 0, {}}, 0));
+                // The second thread's rows before its fault are kept, and so
+                // is the row limit, just as one reader would have kept them.
+                std::optional<RowFault> fault = tail->fault;
+                const uint64_t faultLine = fault ? in.lineNumber() + tail->faultLine - 1 : 0;
+                const size_t room = static_cast<size_t>(kMaxSamples) - first.count;
+                if (tail->count > room) {
+                    tail->count = room;
+                    fault = RowFault{RowFault::TooMany, 0, {}};
                 }
                 first.append(*tail, signals);
                 tail.reset();
+                if (fault) {
+                    result.rowsRead = static_cast<int32_t>(first.count);
+                    fail(fault->kind == RowFault::TooMany ? ErrorCode::Subscript : ErrorCode::TypeMismatch,
+                         faultText(*fault, faultLine));
+                }
                 break;
             }
             tail.reset();

@@ -275,6 +275,10 @@ TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
         EXPECT_EQ(a.status, b.status);
         EXPECT_EQ(a.errorText, b.errorText);
         EXPECT_NE(a.errorText.find(c.says), std::string::npos) << a.errorText;
+        // A refused file keeps the rows before the fault, however it was read.
+        ASSERT_EQ(a.rowsRead, b.rowsRead);
+        for (int ch = 0; ch < 2; ++ch)
+            EXPECT_TRUE(std::equal(r1.wave[ch].begin(), r1.wave[ch].begin() + a.rowsRead, r2.wave[ch].begin()));
         if (c.badRow < 0) {
             ASSERT_EQ(a.status, 0) << a.errorText;
             EXPECT_EQ(s1.RecordLength, 3000);
