@@ -2,6 +2,7 @@
 #include <QCoreApplication>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -14,6 +15,7 @@
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
 #include "sim/DsoSimulator.h"
+#include "sim/Scenario.h"
 
 using namespace mervasto;
 
@@ -38,10 +40,12 @@ int main(int argc, char** argv) {
     parser.addHelpOption();
     parser.addVersionOption();
     QCommandLineOption dataFolder("data-folder", "Data folder (default: the platform's).", "DIR");
-    QCommandLineOption simulate("simulate",
-                                "Start a simulated instrument on this machine and connect to it "
-                                "(scenarios: pulses, duty-sweep, encoder, gate, flat, clock).",
-                                "SCENARIO");
+    QString scenarios;
+    for (const auto& name : ScenarioNames())
+        scenarios += (scenarios.isEmpty() ? "" : ", ") + QString::fromStdString(name);
+    QCommandLineOption simulate(
+        "simulate", "Start a simulated instrument on this machine and connect to it (scenarios: " + scenarios + ").",
+        "SCENARIO");
     QCommandLineOption screenshot("screenshot",
                                   "Run one acquisition from the simulated instrument, save pictures of the "
                                   "main window and the wave window into DIR and quit.",
@@ -76,6 +80,12 @@ int main(int argc, char** argv) {
     if (parser.isSet(simulate) || parser.isSet(screenshot) || (parser.isSet(demo) && !parser.isSet(dso))) {
         SimOptions options;
         options.state.scenario = parser.isSet(simulate) ? parser.value(simulate).toStdString() : "pulses";
+        const auto& names = ScenarioNames();
+        if (std::find(names.begin(), names.end(), options.state.scenario) == names.end()) {
+            std::cerr << "mervasto: unknown scenario \"" << options.state.scenario
+                      << "\"; the simulated instrument knows " << scenarios.toStdString() << ".\n";
+            return 2;
+        }
         sim = std::make_unique<DsoSimulator>(options);
         if (!sim->start()) {
             std::cerr << "mervasto: the simulated instrument could not start\n";
