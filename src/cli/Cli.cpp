@@ -5,6 +5,7 @@
 #include "app/ScriptedUi.h"
 #include "app/core/Settings.h"
 #include "app/core/SettingsTable.h"
+#include "app/core/Startup.h"
 #include "app/core/Version.h"
 #include "common/PackageVersion.h"
 #include "cli/FilePreload.h"
@@ -143,7 +144,8 @@ Options parse(const std::vector<std::string>& args) {
         else if (a == "--repeat") {
             const std::string& v = need(i);
             double n = NumberText(v);
-            if (n < 0 || n > 16000 || n != RoundHalfEven(n)) throw OptionError{"--repeat takes 0 .. 16000, not " + v};
+            if (n < 0 || n > kMaxTotalRepeats || n != RoundHalfEven(n))
+                throw OptionError{"--repeat takes 0 .. " + std::to_string(kMaxTotalRepeats) + ", not " + v};
             o.repeat = static_cast<int32_t>(n);
         } else if (a == "--timeout") {
             const std::string& v = need(i);

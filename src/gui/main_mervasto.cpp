@@ -7,6 +7,7 @@
 #include <iostream>
 #include <memory>
 
+#include "app/core/Startup.h"
 #include "common/PackageVersion.h"
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
@@ -75,6 +76,15 @@ int main(int argc, char** argv) {
 
     GuardedApplication app(argc, argv);
     parser.process(app);
+    if (parser.isSet(series)) {
+        bool isNumber = false;
+        const int passes = parser.value(series).toInt(&isNumber);
+        if (!isNumber || passes < 1 || passes > kMaxTotalRepeats) {
+            std::cerr << "mervasto: --series takes 1 .. " << kMaxTotalRepeats << " passes, not \""
+                      << parser.value(series).toStdString() << "\".\n";
+            return 2;
+        }
+    }
 
     std::unique_ptr<DsoSimulator> sim;
     if (parser.isSet(simulate) || parser.isSet(screenshot) || (parser.isSet(demo) && !parser.isSet(dso))) {
