@@ -273,6 +273,11 @@ int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
             status = kExitFileError;
         }
         for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
+        if (r.status < 0 && r.generic) {
+            // A refused capture gave no setup: nothing to show but the rows.
+            out << "Source: " << f << "\nLayout: generic CSV, refused\nRows read: " << r.rowsRead << '\n';
+            continue;
+        }
         PrintSetupText(out, f, setup);
         out << "Layout: " << (r.generic ? r.layout : std::string("wave CSV")) << '\n';
         out << "Rows read: " << r.rowsRead << '\n';

@@ -1034,6 +1034,7 @@ void loadGeneric(const Source& source, DsoSetup& setup, WaveRecord& record, cons
 WaveCsvLoadResult guardedGeneric(const Source& source, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options) {
     WaveCsvLoadResult result;
+    result.generic = true;  // also when refused: the setup was left as it was
     try {
         loadGeneric(source, setup, record, options, result);
     } catch (const RuntimeError& e) {

@@ -42,7 +42,8 @@ struct WaveCsvLoadResult {
     // and Ch4 are left out: why, for those channels' notes.
     std::string channelCountNote;
     // Set by the generic reader: the file was not in the program's own
-    // layout, and what was recognised in it.
+    // layout (also when it was refused, in which case the setup was left as
+    // it was), and what was recognised in it.
     bool generic = false;
     std::string layout;
 };

@@ -162,6 +162,10 @@ TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
         EXPECT_NE(err.str().find(c.says), std::string::npos) << err.str();
     }
     EXPECT_FALSE(std::filesystem::exists(path("out.csv")));
+    // A refused capture shows no made-up setup.
+    ASSERT_EQ(run({"info", path("letter.csv")}), kExitFileError);
+    EXPECT_NE(out.str().find("Layout: generic CSV, refused\nRows read: 0\n"), std::string::npos) << out.str();
+    EXPECT_EQ(out.str().find("Model:"), std::string::npos) << out.str();
 }
 
 }  // namespace
