@@ -62,6 +62,13 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
         const int error = errno;
         throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
     }
+    // A folder opens on some systems and then fails on the first read,
+    // which would only say "Read error.".
+    std::error_code folderError;
+    if (std::filesystem::is_directory(path_, folderError)) {
+        close();
+        throw RuntimeError(ErrorCode::FileIo, "This is a folder, not a file.");
+    }
 #ifdef _WIN32
     const int sought = offset > 0 ? _fseeki64(file_, static_cast<long long>(offset), SEEK_SET) : 0;
 #else

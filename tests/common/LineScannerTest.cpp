@@ -118,6 +118,24 @@ TEST(LineScannerTest, LfOnlyKeepsCarriageReturnsInTheLine) {
     EXPECT_EQ(scanBoth("a\rb\r\nc\n\n").lines, (Lines{"a", "b", "c", ""}));
 }
 
+TEST(LineScannerTest, WhatCannotBeOpenedSaysWhy) {
+    const auto folder = std::filesystem::temp_directory_path();
+    const auto missing = folder / "mervasto_linescanner_no_such_file.csv";
+    struct Case {
+        std::filesystem::path path;
+        const char* says;
+    };
+    for (const auto& c : {Case{folder, "This is a folder, not a file."}, Case{missing, "No such file or directory."}}) {
+        LineScanner in;
+        try {
+            in.open(c.path.string());
+            ADD_FAILURE() << c.path << " opened";
+        } catch (const RuntimeError& e) {
+            EXPECT_STREQ(e.what(), c.says) << c.path;
+        }
+    }
+}
+
 TEST(LineScannerTest, FindByte) {
     const std::string s = "abcdefghijklmnop,q";
     for (size_t len = 0; len <= s.size(); ++len) {
