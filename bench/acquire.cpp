@@ -53,13 +53,18 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
+    // bench_acquire [PASSES [EDGE_TIMING]] [--series-trend]
     int passes = 1000;
+    std::string edgeTiming = "Samples";
     bool seriesTrend = false;
-    for (int i = 1; i < argc; ++i) {
-        if (std::string(argv[i]) == "--series-trend")
+    for (int i = 1, positional = 0; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--series-trend")
             seriesTrend = true;
+        else if (positional++ == 0)
+            passes = std::atoi(arg.c_str());
         else
-            passes = std::atoi(argv[i]);
+            edgeTiming = arg;
     }
     // Fonts for the trend's texts need a GUI application; no display is used.
     std::unique_ptr<QCoreApplication> app;
@@ -83,9 +88,9 @@ int main(int argc, char** argv) {
     a.RepeatCheck = true;
     a.DaqCheck = true;
     a.TotalRepeats = std::to_string(passes);
-    // A second argument chooses the edge timing: "Interpolated" times are
-    // seldom repeated, which the detail grid's texts feel.
-    a.EdgeTiming = argc > 2 ? argv[2] : "Samples";
+    // "Interpolated" times are seldom repeated, which the detail grid's
+    // texts feel.
+    a.EdgeTiming = edgeTiming;
     TimingUi ui;
 
     SeriesTrend trend;
