@@ -31,12 +31,7 @@ int32_t quadratureStep(const EncoderEdge& e, bool& a, bool& b) {
 
 EncoderStatistic StatisticOf(const RunningStatistic& a) {
     EncoderStatistic s;
-    if (a.count == 0) return s;
-    s.Min = a.min;
-    s.Max = a.max;
-    s.Mean = a.mean();
-    s.Sigma = a.sigma();
-    s.Counts = a.count;
+    if (a.count > 0) a.storeInto(s);
     return s;
 }
 
