@@ -4,6 +4,7 @@
 // what the encoder adds).
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
@@ -37,15 +38,28 @@ using namespace mervasto;
 
 constexpr int32_t kSamples = 5000000;
 
-// Pulses with a four-sample rise and fall and a little noise, as an 8-bit
-// instrument records them: 32 codes per division, 256 counts per code.
+// Sample t of a cycle whose pulse is `width` samples long, with a
+// four-sample rise and fall and a little noise (from the running seed), as an
+// 8-bit instrument records it at 1 V/div and -2.5 V offset: 32 codes per
+// division, 256 counts per code.
+float codedPulse(int32_t t, int32_t width, uint32_t& seed) {
+    float level = t < width ? 5.0f : 0.0f;
+    if (t < 4) level = 5.0f * static_cast<float>(t) / 4.0f;
+    if (t >= width && t < width + 4) level = 5.0f * static_cast<float>(width + 4 - t) / 4.0f;
+    seed = seed * 1664525u + 1013904223u;
+    const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
+    const float code = std::nearbyint((level + noise - 2.5f) * 32.0f);
+    return code / 32.0f + 2.5f;
+}
+
 struct PulseRecord {
     std::array<std::vector<float>, 4> volts;
     std::array<std::vector<int16_t>, 4> raw;
     AnalysisInput in;
 
-    PulseRecord(int channels, int32_t period) {
-        uint32_t seed = 12345;
+    // sample(ch, i): volts of sample i of channel ch, asked for in order.
+    template <class Sample>
+    PulseRecord(int channels, Sample sample) {
         in.WaveLength = kSamples;
         in.SampleSec = 1e-8f;
         for (int ch = 0; ch < 4; ++ch) {
@@ -54,24 +68,20 @@ struct PulseRecord {
             if (ch >= channels) continue;
             auto& v = volts[ch];
             v.resize(kSamples);
-            const int32_t p = period + ch * 3;  // channels differ a little
-            const int32_t width = p * (30 + 10 * ch) / 100;
-            for (int32_t i = 0; i < kSamples; ++i) {
-                const int32_t t = i % p;
-                float level = t < width ? 5.0f : 0.0f;
-                if (t < 4) level = 5.0f * static_cast<float>(t) / 4.0f;
-                if (t >= width && t < width + 4) level = 5.0f * static_cast<float>(width + 4 - t) / 4.0f;
-                seed = seed * 1664525u + 1013904223u;
-                const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
-                const float code = std::nearbyint((level + noise + in.Offset[ch]) / in.VoltsPerDiv[ch] * 32.0f);
-                v[static_cast<size_t>(i)] = code / 32.0f * in.VoltsPerDiv[ch] - in.Offset[ch];
-            }
+            for (int32_t i = 0; i < kSamples; ++i) v[static_cast<size_t>(i)] = sample(ch, i);
             raw[ch].resize(kSamples);
             RawFromVolts(v, in.VoltsPerDiv[ch], in.Offset[ch], raw[ch]);
             in.volts[ch] = volts[ch];
             in.raw[ch] = raw[ch];
         }
     }
+
+    // Pulses of about `period` samples; the channels differ a little.
+    PulseRecord(int channels, int32_t period)
+        : PulseRecord(channels, [period, seed = uint32_t{12345}](int ch, int32_t i) mutable {
+              const int32_t p = period + ch * 3;
+              return codedPulse(i % p, p * (30 + 10 * ch) / 100, seed);
+          }) {}
 };
 
 AnalysisParams benchParams(int channels, LevelMethod method, int threads, EdgeTiming timing = EdgeTiming::Samples) {
@@ -133,28 +143,21 @@ void BM_OneChannelMaxCycles(benchmark::State& state) {
 }
 BENCHMARK(BM_OneChannelMaxCycles)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The same with interpolated edges: an edge every five samples is where
+// the crossings cost most.
+void BM_OneChannelMaxCyclesInterpolated(benchmark::State& state) {
+    static const PulseRecord rec(1, 10);
+    runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1, EdgeTiming::Interpolated));
+}
+BENCHMARK(BM_OneChannelMaxCyclesInterpolated)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 // A and B in quadrature, 500 samples per cycle (20,000 counts), recorded like
 // the pulses above: four-sample edges, noise, 8-bit codes.
 const PulseRecord& encoderPair() {
-    static const PulseRecord rec = [] {
-        PulseRecord r(2, 500);
-        for (int ch = 0; ch < 2; ++ch) {
-            uint32_t seed = 777u + static_cast<uint32_t>(ch);
-            auto& v = r.volts[ch];
-            for (int32_t i = 0; i < kSamples; ++i) {
-                const int32_t t = (i + 500 - 125 * ch) % 500;  // B a quarter cycle behind A
-                float level = t < 250 ? 5.0f : 0.0f;
-                if (t < 4) level = 5.0f * static_cast<float>(t) / 4.0f;
-                if (t >= 250 && t < 254) level = 5.0f * static_cast<float>(254 - t) / 4.0f;
-                seed = seed * 1664525u + 1013904223u;
-                const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
-                const float code = std::nearbyint((level + noise - 2.5f) * 32.0f);
-                v[static_cast<size_t>(i)] = code / 32.0f + 2.5f;
-            }
-            RawFromVolts(v, 1.0f, -2.5f, r.raw[ch]);
-        }
-        return r;
-    }();
+    static const PulseRecord rec(2, [seeds = std::array<uint32_t, 2>{777u, 778u}](int ch, int32_t i) mutable {
+        // B a quarter cycle behind A.
+        return codedPulse((i + 500 - 125 * ch) % 500, 250, seeds[static_cast<size_t>(ch)]);
+    });
     return rec;
 }
 
@@ -167,12 +170,5 @@ void BM_EncoderPair(benchmark::State& state) {
 }
 // Arg 0: the two channels alone; arg 1: with the encoder analysis.
 BENCHMARK(BM_EncoderPair)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-// The same with interpolated edges: an edge every five samples is where
-// the crossings cost most.
-void BM_OneChannelMaxCyclesInterpolated(benchmark::State& state) {
-    static const PulseRecord rec(1, 10);
-    runAndReport(state, rec, benchParams(1, LevelMethod::Peaks, 1, EdgeTiming::Interpolated));
-}
-BENCHMARK(BM_OneChannelMaxCyclesInterpolated)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

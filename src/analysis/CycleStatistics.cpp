@@ -1,31 +1,10 @@
 #include "analysis/CycleStatistics.h"
 
-#include <cmath>
+#include "analysis/RunningStatistic.h"
 
 namespace mervasto {
 
 namespace {
-
-struct Running {
-    double mn;
-    double mx;
-    double sum = 0;
-    double sumSquares = 0;
-
-    void add(double q) {
-        if (q < mn) mn = q;
-        if (q > mx) mx = q;
-        sum += q;
-        sumSquares += q * q;
-    }
-    void store(ChannelResult& r, int32_t count) const {
-        r.Min = mn;
-        r.Max = mx;
-        r.Mean = sum / count;
-        r.Sigma = std::sqrt(std::fabs(sumSquares / count - r.Mean * r.Mean));
-        r.Valid = true;
-    }
-};
 
 double rowTwoValue(int32_t type, const CycleRecord& c, double sampleSec, double vRate) {
     switch (type) {
@@ -50,8 +29,11 @@ void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cy
     for (int kind = 0; kind < kKinds; ++kind) table.at(ch, kind).Counts = count;
     if (count == 0) return;
     const double ss = SampleSec;
-    Running pw{1e30, 0}, duty{100, 0}, two{1e30, 0}, period{1e30, 0}, freq{1e30, 0}, ample{1e30, 0}, rms{1e30, 0};
-    if (signalType == kTypeMin) two = Running{0, -1e30};
+    // The seeds show in the results: a maximum starts at 0, the duty's
+    // minimum at 100, the minimum of "Min" at 0.
+    RunningStatistic pw{1e30, 0}, duty{100, 0}, two{1e30, 0}, period{1e30, 0}, freq{1e30, 0}, ample{1e30, 0},
+        rms{1e30, 0};
+    if (signalType == kTypeMin) two = RunningStatistic{0, -1e30};
     for (const CycleRecord& c : cycles) {
         pw.add(c.PulseWidth * ss);
         duty.add(c.Duty);
@@ -61,13 +43,12 @@ void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cy
         ample.add(c.Ample * VRate);
         rms.add(c.Rms * VRate);
     }
-    pw.store(table.at(ch, 0), count);
-    duty.store(table.at(ch, 1), count);
-    two.store(table.at(ch, 2), count);
-    period.store(table.at(ch, 3), count);
-    freq.store(table.at(ch, 4), count);
-    ample.store(table.at(ch, 5), count);
-    rms.store(table.at(ch, 6), count);
+    int kind = 0;
+    for (const RunningStatistic* row : {&pw, &duty, &two, &period, &freq, &ample, &rms}) {
+        ChannelResult& r = table.at(ch, kind++);
+        row->storeInto(r);
+        r.Valid = true;
+    }
 }
 
 void ClearChannelResult(ChannelResultTable& table, int ch) {

@@ -8,7 +8,6 @@
 
 namespace mervasto {
 
-using samples::halfEvenMidpoint;
 using samples::MeanSamples;
 using samples::PlainSamples;
 using samples::RingSamples;
@@ -54,11 +53,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
 
     // Local (window) indices from here on; the reject range is in sample
     // numbers and must lie within 1..window length - 1.
-    bool rejectPending = RejectRangeInForce(s, n);
-    const int32_t rejectFrom = s.rejectStart - start;
-    // A restart before the window (a window that starts late) begins at the
-    // window's first sample.
-    const int32_t rejectTo = std::max(s.rejectEnd - start, 0);
+    samples::RejectSplit reject(RejectRangeInForce(s, n), s.rejectStart, s.rejectEnd, start);
 
     int32_t edge[3] = {0, 0, 0};
     double fine[3] = {0, 0, 0};  // the crossings, window-relative
@@ -143,7 +138,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
     bool stopped = false;
     while (!stopped) {
         // Up to the sample after which the reject range starts (or the end).
-        const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
+        const int32_t segEnd = reject.segmentEnd(n);
         while (walk.j < segEnd) {
             if (!walk.advance(segEnd)) break;
             const int32_t j = walk.j;
@@ -151,7 +146,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
             if (v > walk.lowT && v < walk.highT) {
                 // Inside the band: the edge is the middle of the traversal.
                 const float w = walk.crossBand(v);
-                const int32_t e = halfEvenMidpoint(start + walk.j - 1, start + j) - start;
+                const int32_t e = walk.bandEdge(start, j);
                 double f = e;
                 if constexpr (Interp)
                     f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j, level,
@@ -162,17 +157,14 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
                 }
                 walk.settle(w);
             } else if (v <= walk.lowT || v >= walk.highT) {
-                const float p = walk.p;
-                const int32_t prev = walk.prev;
-                if ((v - level) * (p - level) >= 0.0f) {
+                if ((v - level) * (walk.p - level) >= 0.0f) {
                     walk.p = v;
                     walk.prev = j;
                 } else {
                     // Jumped across the level between two samples.
-                    const int32_t e = halfEvenMidpoint(start + j, start + prev) - start;
+                    const int32_t e = walk.jumpEdge(start, j);
                     double f = e;
-                    if constexpr (Interp)
-                        f = prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev);
+                    if constexpr (Interp) f = walk.jumpCrossing(j, v);
                     if (recordEdge(e, f)) {
                         stopped = true;
                         break;
@@ -183,12 +175,12 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
             }
             ++walk.j;
         }
-        if (stopped || !rejectPending) break;
+        if (stopped || !reject.pending) break;
         // One reject range per run: drop the edges so far, restart unarmed.
-        rejectPending = false;
-        walk.j = rejectTo;
-        lowest = rejectTo;
-        src.restart(rejectTo);
+        reject.pending = false;
+        walk.j = reject.to;
+        lowest = reject.to;
+        src.restart(reject.to);
         walk.armed = false;
         k = 0;
     }

@@ -31,12 +31,7 @@ int32_t quadratureStep(const EncoderEdge& e, bool& a, bool& b) {
 
 EncoderStatistic StatisticOf(const RunningStatistic& a) {
     EncoderStatistic s;
-    if (a.count == 0) return s;
-    s.Min = a.min;
-    s.Max = a.max;
-    s.Mean = a.mean();
-    s.Sigma = a.sigma();
-    s.Counts = a.count;
+    if (a.count > 0) a.storeInto(s);
     return s;
 }
 
@@ -64,9 +59,7 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
     samples::BandWalk<samples::PlainSamples> walk(src, n, level, h, n - halfSmooth - 2);
     const float lowT = walk.lowT;
     const float highT = walk.highT;
-    bool rejectPending = scan.rejectInForce;
-    const int32_t rejectFrom = scan.rejectStart - start;
-    const int32_t rejectTo = std::max(scan.rejectEnd - start, 0);
+    samples::RejectSplit reject(scan.rejectInForce, scan.rejectStart, scan.rejectEnd, start);
 
     bool high = false;
     const bool interpolated = scan.edgeTiming == EdgeTiming::Interpolated;
@@ -86,34 +79,31 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
         walk.p = x[0];
     }
     for (;;) {
-        const int32_t segEnd = rejectPending ? std::clamp(rejectFrom + 1, int32_t{1}, n) : n;
+        const int32_t segEnd = reject.segmentEnd(n);
         while (walk.j < segEnd) {
             if (!walk.advance(segEnd)) break;
             const int32_t j = walk.j;
             const float v = x[j];
             if (v > lowT && v < highT) {
                 const float w = walk.crossBand(v);
-                const int32_t e = samples::halfEvenMidpoint(start + walk.j - 1, start + j) - start;
+                const int32_t e = walk.bandEdge(start, j);
                 record(e, w > v,
                        interpolated ? samples::crossingNear(src, std::max(j - 1, lowest), walk.j, level, e) : e);
                 walk.settle(w);
             } else {
-                const float p = walk.p;
-                const int32_t prev = walk.prev;
-                if ((v - level) * (p - level) < 0.0f)
-                    record(samples::halfEvenMidpoint(start + j, start + prev) - start, v > level,
-                           prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (j - prev));
+                if ((v - level) * (walk.p - level) < 0.0f)
+                    record(walk.jumpEdge(start, j), v > level, walk.jumpCrossing(j, v));
                 walk.p = v;
                 walk.prev = j;
             }
             ++walk.j;
         }
-        if (!rejectPending) break;
+        if (!reject.pending) break;
         // Nothing inside the rejected stretch is seen. A line that comes out
         // of it on the other side changed there: that change is counted at
         // the range's end, so the position stays as close as it can.
-        rejectPending = false;
-        const int32_t j = rejectTo;
+        reject.pending = false;
+        const int32_t j = reject.to;
         walk.j = j;
         lowest = j;
         walk.armed = false;

@@ -89,12 +89,7 @@ JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycl
     JitterResult r;
     r.Runs = acc.runs;
     if (acc.c2c.count > 0) {
-        const RunningStatistic& a = acc.c2c;
-        r.Min = a.min;
-        r.Max = a.max;
-        r.Mean = a.mean();
-        r.Sigma = a.sigma();
-        r.Counts = a.count;
+        acc.c2c.storeInto(r);
         r.Valid = true;
     }
     if (acc.tie.count > 0) {

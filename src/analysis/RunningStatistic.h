@@ -27,6 +27,15 @@ struct RunningStatistic {
         const double m = mean();
         return count > 0 ? std::sqrt(std::fabs(squares / count - m * m)) : 0;
     }
+    // Into a result's Min, Max, Mean, Sigma and Counts.
+    template <class Result>
+    void storeInto(Result& r) const {
+        r.Min = min;
+        r.Max = max;
+        r.Mean = mean();
+        r.Sigma = sigma();
+        r.Counts = count;
+    }
 };
 
 }  // namespace mervasto

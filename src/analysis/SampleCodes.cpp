@@ -66,11 +66,13 @@ inline __m128i displayRounded(Lanes x, __m128i& out) {
 inline void store4(int16_t* to, __m128i r) { _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packs_epi32(r, r)); }
 #endif
 
-}  // namespace
-
-bool RawAndDisplayCodes(std::span<const float> volts, float voltsPerDiv, float offset, std::span<int16_t> raw,
-                        std::span<int16_t> display) {
-    const size_t n = std::min({volts.size(), raw.size(), display.size()});
+// One loop for both entry points; the raw codes are made only when asked for,
+// so the display-only call pays nothing for them.
+template <bool WithRaw>
+bool Codes(std::span<const float> volts, float voltsPerDiv, float offset, std::span<int16_t> raw,
+           std::span<int16_t> display) {
+    size_t n = std::min(volts.size(), display.size());
+    if constexpr (WithRaw) n = std::min(n, raw.size());
     const auto vdiv = static_cast<double>(voltsPerDiv);
     const auto off = static_cast<double>(offset);
     size_t k = 0;
@@ -79,34 +81,28 @@ bool RawAndDisplayCodes(std::span<const float> volts, float voltsPerDiv, float o
     __m128i outLanes = _mm_setzero_si128();
     for (; k + 4 <= n; k += 4) {
         const Lanes x = scaled(volts.data() + k, _mm_set1_pd(off), _mm_set1_pd(vdiv));
-        store4(raw.data() + k, rounded(rawClamp(x.lo), rawClamp(x.hi)));
+        if constexpr (WithRaw) store4(raw.data() + k, rounded(rawClamp(x.lo), rawClamp(x.hi)));
         store4(display.data() + k, displayRounded(x, outLanes));
     }
     out = _mm_movemask_epi8(outLanes);
 #endif
     for (; k < n; ++k) {
         const double x = (static_cast<double>(volts[k]) + off) / vdiv;
-        raw[k] = rawCode(x);
+        if constexpr (WithRaw) raw[k] = rawCode(x);
         display[k] = displayCode(x, out);
     }
     return out == 0;
 }
 
+}  // namespace
+
+bool RawAndDisplayCodes(std::span<const float> volts, float voltsPerDiv, float offset, std::span<int16_t> raw,
+                        std::span<int16_t> display) {
+    return Codes<true>(volts, voltsPerDiv, offset, raw, display);
+}
+
 bool DisplayCodes(std::span<const float> volts, float voltsPerDiv, float offset, std::span<int16_t> display) {
-    const size_t n = std::min(volts.size(), display.size());
-    const auto vdiv = static_cast<double>(voltsPerDiv);
-    const auto off = static_cast<double>(offset);
-    size_t k = 0;
-    int out = 0;
-#if defined(__SSE2__)
-    __m128i outLanes = _mm_setzero_si128();
-    for (; k + 4 <= n; k += 4)
-        store4(display.data() + k,
-               displayRounded(scaled(volts.data() + k, _mm_set1_pd(off), _mm_set1_pd(vdiv)), outLanes));
-    out = _mm_movemask_epi8(outLanes);
-#endif
-    for (; k < n; ++k) display[k] = displayCode((static_cast<double>(volts[k]) + off) / vdiv, out);
-    return out == 0;
+    return Codes<false>(volts, voltsPerDiv, offset, {}, display);
 }
 
 }  // namespace mervasto

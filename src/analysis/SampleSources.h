@@ -264,6 +264,30 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
         src, j, end, [t](float v) { return v <= t; }, four);
 }
 
+// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
+// Callers pass record sample numbers: rounding window-relative numbers would
+// move an edge by one whenever the window starts at an odd sample.
+inline int32_t halfEvenMidpoint(int32_t a, int32_t b) {
+    const int64_t sum = int64_t{a} + b;
+    const int64_t half = sum >> 1;
+    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
+}
+
+// A scan's reject range in window samples (window sample 0 is record sample
+// start): the scan runs up to the sample after which the range starts, then
+// once more, unarmed, from its end.
+struct RejectSplit {
+    bool pending;
+    int32_t from;
+    int32_t to;  // a range that ends before the window restarts at its first sample
+
+    RejectSplit(bool inForce, int32_t rejectStart, int32_t rejectEnd, int32_t start)
+        : pending(inForce), from(rejectStart - start), to(std::max(rejectEnd - start, 0)) {}
+
+    // Where the current stretch of an n-sample window ends.
+    int32_t segmentEnd(int32_t n) const { return pending ? std::clamp(from + 1, int32_t{1}, n) : n; }
+};
+
 // The walk both edge scans take across the hysteresis band, h either side of
 // the level. Armed once the signal has been below the band, it stops at each
 // sample that may lie in the band or cross the level; the caller follows the
@@ -337,6 +361,19 @@ struct BandWalk {
         return w;
     }
 
+    // The edge of a band traversal entered at `entry` and just left at j:
+    // its middle, rounded on record sample numbers.
+    int32_t bandEdge(int32_t start, int32_t entry) const {
+        return halfEvenMidpoint(start + j - 1, start + entry) - start;
+    }
+
+    // A jump across the level from the previous sample to sample k at v: the
+    // whole-sample edge, and where the straight line between the two crosses.
+    int32_t jumpEdge(int32_t start, int32_t k) const { return halfEvenMidpoint(start + k, start + prev) - start; }
+    double jumpCrossing(int32_t k, float v) const {
+        return prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (k - prev);
+    }
+
     // Past the ripple smaller than h after an edge that left the band at w.
     void settle(float w) {
         do {
@@ -346,15 +383,6 @@ struct BandWalk {
         } while (!(std::fabs(w - p) >= h) && j < bound);
     }
 };
-
-// (a + b) / 2 rounded to the nearest, halves to the even neighbour (a, b >= 0).
-// Callers pass record sample numbers: rounding window-relative numbers would
-// move an edge by one whenever the window starts at an odd sample.
-inline int32_t halfEvenMidpoint(int32_t a, int32_t b) {
-    const int64_t sum = int64_t{a} + b;
-    const int64_t half = sum >> 1;
-    return static_cast<int32_t>((sum & 1) && (half & 1) ? half + 1 : half);
-}
 
 // Where the signal crosses `level` between window samples from and to
 // (from < to), nearest to the whole-sample edge e; e itself when it does not.

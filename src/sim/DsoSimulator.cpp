@@ -183,19 +183,19 @@ private:
         if (reply.how != How::Arm && reply.how != How::SwitchOff && !conns_.count(s)) return;
         const QByteArray bytes = QByteArray::fromStdString(reply.bytes);
         switch (reply.how) {
-        case SimReply::How::Now: s->write(bytes); return;
-        case SimReply::How::Drop: return;
-        case SimReply::How::SwitchOff: return switchOff();
-        case SimReply::How::Arm: return arm();
-        case SimReply::How::CloseAfter:
+        case How::Now: s->write(bytes); return;
+        case How::Drop: return;
+        case How::SwitchOff: return switchOff();
+        case How::Arm: return arm();
+        case How::CloseAfter:
             s->write(bytes);
             s->disconnectFromHost();
             return;
-        case SimReply::How::Endless:
+        case How::Endless:
             conns_[s].endless = true;
             if (!endless_->isActive()) endless_->start();
             return;
-        case SimReply::How::Late: {
+        case How::Late: {
             int late;
             {
                 std::lock_guard lock(shared_->m);
@@ -207,7 +207,7 @@ private:
             });
             return;
         }
-        case SimReply::How::Trickle:
+        case How::Trickle:
             conns_[s].trickle += bytes;
             if (!trickle_->isActive()) {
                 std::lock_guard lock(shared_->m);

@@ -1,9 +1,10 @@
 #include "sim/HandTurned.h"
 
-#include "sim/Noise.h"
-
 #include <algorithm>
 #include <cmath>
+#include <utility>
+
+#include "sim/Noise.h"
 
 namespace mervasto {
 
@@ -135,7 +136,7 @@ HandTurnedTruth GenerateHandTurned(std::vector<std::vector<float>>& out, uint32_
     for (size_t ch = 0; ch < out.size(); ++ch) {
         auto& v = out[ch];
         if (ch < 3)
-            v = line[ch];
+            v = std::move(line[ch]);
         else
             std::fill(v.begin(), v.end(), 0.0f);
         for (float& x : v) x += kNoise * rng.tri();

@@ -90,7 +90,6 @@ public:
     bool setState(const SimState& state);
 
     // The record now held, and a fresh one's order (each order a new seed).
-    const SimRecord& record() const { return *record_; }
     std::shared_ptr<const SimRecord> recordShared() const { return record_; }
     SimRecordOrder nextRecordOrder();
     SimRecordOrder recordOrder() const;

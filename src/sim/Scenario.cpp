@@ -1,12 +1,11 @@
 #include "sim/Scenario.h"
 
-#include "sim/ClockWave.h"
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <stdexcept>
 
+#include "sim/ClockWave.h"
 #include "sim/HandTurned.h"
 #include "sim/Noise.h"
 
@@ -56,13 +55,13 @@ std::vector<std::vector<float>> GenerateScenario(const std::string& name, int ch
         throw std::invalid_argument("unknown scenario \"" + name + "\"");
     channels = std::clamp(channels, 0, 4);
     length = std::max(length, 0);
-    std::vector<std::vector<float>> out(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(length)));
     if (name == "clock") return ClockScenario(channels, length, seed);
-    Noise rng(seed);
+    std::vector<std::vector<float>> out(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(length)));
     if (name == "hand-turned") {
         GenerateHandTurned(out, seed);
         return out;
     }
+    Noise rng(seed);
 
     for (int ch = 0; ch < channels; ++ch) {
         auto& v = out[static_cast<size_t>(ch)];

@@ -189,28 +189,10 @@ TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
     }
 }
 
-TEST(ExtractCycles, CycleLimit) {
-    const auto v = squareWave(200, 5);  // 19 cycles, 19 pulses
-    const std::array<int32_t, 3> cases[] = {{kTypePeriod, 1, 1}, {kTypePw, 1, 1},         {kTypePeriod, 3, 3},
-                                            {kTypePeriod, 0, 1}, {kTypePeriod, 1000, 19}, {kTypePw, 1000, 19}};
-    for (const auto& [type, maxCycles, want] : cases) {
-        ScanSettings s = settings(type);
-        s.MaxCycles = maxCycles;
-        auto table = levelsTable(0);
-        std::vector<CycleRecord> cycles;
-        EXPECT_EQ(ExtractCycles(0, v, 0, s, table, cycles), want) << type << " " << maxCycles;
-        EXPECT_EQ(static_cast<int32_t>(cycles.size()), want);
-    }
-    EXPECT_EQ(CycleLimit(499999), 499999);
-    EXPECT_EQ(CycleLimit(500000), 500000);
-    EXPECT_EQ(CycleLimit(2000000000), 500000);
-    EXPECT_EQ(CycleLimit(-4), 1);
-}
-
 // At the cycle limit the scan looks one cycle (or pulse) further, recording
-// nothing, to tell whether the window held more.
-TEST(ExtractCycles, CycleLimitTellsWhetherMoreWereLeft) {
-    const auto v = squareWave(200, 5);
+// nothing, to tell whether the window held more. A limit below 1 keeps one.
+TEST(ExtractCycles, CycleLimitKeepsTheFirstCyclesAndTellsWhetherMoreWereLeft) {
+    const auto v = squareWave(200, 5);  // 19 cycles, 19 pulses
     for (int32_t type : {kTypePeriod, kTypePw, kTypePwPercent}) {
         auto table = levelsTable(0);
         std::vector<CycleRecord> all;
@@ -218,19 +200,26 @@ TEST(ExtractCycles, CycleLimitTellsWhetherMoreWereLeft) {
         const int32_t n = ExtractCycles(0, v, 0, settings(type), table, all, &more);
         ASSERT_EQ(n, 19) << type;
         EXPECT_FALSE(more);
-        for (int32_t limit : {1, 2, n - 1, n, n + 1}) {
+        const std::pair<int32_t, int32_t> limits[] = {{0, 1},         {1, 1}, {2, 2},     {3, 3},
+                                                      {n - 1, n - 1}, {n, n}, {n + 1, n}, {1000, n}};
+        for (const auto& [limit, want] : limits) {
             ScanSettings s = settings(type);
             s.MaxCycles = limit;
             std::vector<CycleRecord> cut;
-            more = !(limit < n);
-            EXPECT_EQ(ExtractCycles(0, v, 0, s, table, cut, &more), std::min(limit, n)) << type << " " << limit;
-            EXPECT_EQ(more, limit < n) << type << " " << limit;
+            more = !(want < n);
+            EXPECT_EQ(ExtractCycles(0, v, 0, s, table, cut, &more), want) << type << " " << limit;
+            EXPECT_EQ(static_cast<int32_t>(cut.size()), want) << type << " " << limit;
+            EXPECT_EQ(more, want < n) << type << " " << limit;
             for (size_t k = 0; k < cut.size(); ++k)
                 EXPECT_EQ(std::make_tuple(cut[k].PulseWidth, cut[k].Period, cut[k].MidEdge, cut[k].Rms),
                           std::make_tuple(all[k].PulseWidth, all[k].Period, all[k].MidEdge, all[k].Rms))
                     << type << " " << limit << " record " << k;
         }
     }
+    EXPECT_EQ(CycleLimit(499999), 499999);
+    EXPECT_EQ(CycleLimit(500000), 500000);
+    EXPECT_EQ(CycleLimit(2000000000), 500000);
+    EXPECT_EQ(CycleLimit(-4), 1);
 }
 
 TEST(ExtractCycles, RejectRangeRestartsUnarmed) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <tuple>
 #include <vector>
 
 #include "analysis/EdgeScan.h"
@@ -102,18 +103,13 @@ TEST(EdgeTiming, SamplesKeepWholeEdgesAndInterpolationLeavesTheRestAlone) {
     for (size_t n = 0; n < whole.cycles.size(); ++n) {
         const CycleRecord& a = whole.cycles[n];
         const CycleRecord& b = fine.cycles[n];
-        EXPECT_EQ(a.Period, std::round(a.Period));
-        EXPECT_EQ(a.Period, a.LastEdge - a.FirstEdge);
-        EXPECT_EQ(a.FirstCrossing, a.FirstEdge);
-        EXPECT_EQ(a.LastCrossing, a.LastEdge);
-        EXPECT_EQ(a.MidCrossing, a.MidEdge);
-        EXPECT_EQ(a.FirstEdge, b.FirstEdge);
-        EXPECT_EQ(a.MidEdge, b.MidEdge);
-        EXPECT_EQ(a.LastEdge, b.LastEdge);
-        EXPECT_EQ(a.Rms, b.Rms);
-        EXPECT_EQ(a.Ample, b.Ample);
-        EXPECT_EQ(a.MaxValue, b.MaxValue);
-        EXPECT_EQ(a.MinValue, b.MinValue);
+        EXPECT_EQ(a.Period, a.LastEdge - a.FirstEdge) << n;
+        EXPECT_EQ(std::tie(a.FirstCrossing, a.MidCrossing, a.LastCrossing),
+                  std::make_tuple(double{a.FirstEdge}, double{a.MidEdge}, double{a.LastEdge}))
+            << n;
+        EXPECT_EQ(std::tie(a.FirstEdge, a.MidEdge, a.LastEdge, a.Rms, a.Ample, a.MaxValue, a.MinValue),
+                  std::tie(b.FirstEdge, b.MidEdge, b.LastEdge, b.Rms, b.Ample, b.MaxValue, b.MinValue))
+            << n;
         EXPECT_LE(std::fabs(b.FirstCrossing - b.FirstEdge), 1.0);
         periods.push_back(a.Period);
     }
