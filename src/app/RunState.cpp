@@ -263,8 +263,6 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");
     record_.WaveLength = setup_.RecordLength;
     record_.SampleSec = setup_.SampleInterval;
-    record_.ensureLength(record_.WaveLength);
-
     FillSampleCodes(setup_, record_);
     ui.setStatus(1, kCompletedAllTranslations);
     return Outcome::Ok();
