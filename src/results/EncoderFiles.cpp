@@ -50,8 +50,7 @@ std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r)
     std::string line(sampleName);
     for (const auto& row : fileStatistics()) {
         const EncoderStatistic& s = r.*(row.member);
-        for (double v : {s.Min, s.Max, s.Mean, s.Sigma}) line += ',' + ShortestText(v);
-        line += ',' + std::to_string(s.Counts);
+        AppendStatisticColumns(line, s.Min, s.Max, s.Mean, s.Sigma, s.Counts);
     }
     line += ',' + std::to_string(r.position) + ',' + std::to_string(r.reversals) + ',' +
             std::to_string(r.droppedBounces) + ',' + std::to_string(r.indexCount);
