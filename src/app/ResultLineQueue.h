@@ -43,16 +43,18 @@ public:
     std::string leftOverText(const std::string& fileName) const;
 
     int64_t written() const { return written_; }
-    int64_t failedAttempts() const { return failed_; }
 
 private:
+    // Writes the waiting lines: the status in panel 1 (a quiet queue only
+    // on a failure), and the lines counted when written.
+    SaveOutcome write(UiPort& ui, const std::string& fileName, const TypeTexts& types);
+
     Writer writer_ = SaveResultLines;
     std::string failedText_ = kFailedToSaveTestResults;
     std::string keptText_ = " result line(s) are kept until the results file can be written.";
     bool quiet_ = false;
     std::vector<std::string> waiting_;
     int64_t written_ = 0;
-    int64_t failed_ = 0;
 };
 
 }  // namespace mervasto

@@ -219,21 +219,21 @@ bool RunState::SaveResults(UiPort& ui) {
     if (!saveResultLine_) return true;
     // The queues of the other files speak only when they fail, and the
     // encoder's goes first, so the status shows ResultData.csv as always.
+    const auto types = typeTexts();
+    const std::string sample = sampleName();
     bool encoderSaved = true;
     if (settings_.analysis.Encoder)
-        encoderSaved =
-            encoderLines_.append(ui, encoderFileName(), typeTexts(), EncoderDataLine(sampleName(), results_.encoder));
-    const bool saved =
-        resultLines_.append(ui, resultFileName(), typeTexts(), ResultDataLine(sampleName(), results_.table));
-    const bool jitterSaved =
-        jitterLines_.append(ui, jitterFileName(), typeTexts(), JitterDataLine(sampleName(), results_.jitter));
+        encoderSaved = encoderLines_.append(ui, encoderFileName(), types, EncoderDataLine(sample, results_.encoder));
+    const bool saved = resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table));
+    const bool jitterSaved = jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter));
     return saved && jitterSaved && encoderSaved;
 }
 
 bool RunState::SaveUnsavedResults(UiPort& ui) {
-    const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), typeTexts());
-    const bool jitterSaved = jitterLines_.flush(ui, jitterFileName(), typeTexts());
-    return resultLines_.flush(ui, resultFileName(), typeTexts()) && jitterSaved && encoderSaved;
+    const auto types = typeTexts();
+    const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), types);
+    const bool jitterSaved = jitterLines_.flush(ui, jitterFileName(), types);
+    return resultLines_.flush(ui, resultFileName(), types) && jitterSaved && encoderSaved;
 }
 
 std::string RunState::unsavedResultsText() const {
@@ -263,8 +263,6 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");
     record_.WaveLength = setup_.RecordLength;
     record_.SampleSec = setup_.SampleInterval;
-    record_.ensureLength(record_.WaveLength);
-
     FillSampleCodes(setup_, record_);
     ui.setStatus(1, kCompletedAllTranslations);
     return Outcome::Ok();

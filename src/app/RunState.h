@@ -273,7 +273,6 @@ private:
     bool saveResultLine_ = true;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
-    void afterAnalysis();
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
     // One pass of a run: acquisition, transfer, analysis, grids and files.

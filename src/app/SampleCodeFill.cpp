@@ -38,12 +38,12 @@ bool fillChannel(const DsoSetup& setup, WaveRecord& record, int ch, int channels
 }  // namespace
 
 void FillSampleCodes(const DsoSetup& setup, WaveRecord& record) {
+    record.ensureLength(record.WaveLength);
     const int channels = setup.ChannelCount == 4 ? 4 : 2;
     for (int ch = 0; ch < channels; ++ch)
         if (setup.voltsPerDiv(ch) == 0)
             throw RuntimeError(ErrorCode::DivisionByZero,
                                "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
-    record.ensureLength(record.WaveLength);
     bool fits[kWaveChannels] = {true, true, true, true};
     auto fillPair = [&](int first) {
         for (int ch = first; ch < first + 2; ++ch) fits[ch] = fillChannel(setup, record, ch, channels);

@@ -40,6 +40,15 @@ QImage wavePicture(const RunState& state, int ch, const ExtremeCycles& extremes)
     return image;
 }
 
+// A value plot of the fixed size, painted by paint(painter, rect).
+template <class Paint>
+QImage valuePicture(Paint paint) {
+    QImage image(kValuePlotSize, QImage::Format_RGB32);
+    QPainter p(&image);
+    paint(p, image.rect());
+    return image;
+}
+
 }  // namespace
 
 Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const std::string& base,
@@ -57,42 +66,32 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         const std::vector<double> numbers = CycleNumbers(values.size());
 
         const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));
-        QImage histogram(kValuePlotSize, QImage::Format_RGB32);
-        QImage trend(kValuePlotSize, QImage::Format_RGB32);
-        {
-            QPainter p(&histogram);
-            style.title = channelTitle(state, ch, "histogram");
-            PaintHistogram(p, histogram.rect(), h, style);
-        }
-        {
-            QPainter p(&trend);
-            style.title = channelTitle(state, ch, "trend");
-            PaintTrend(p, trend.rect(), numbers, values, "", style);
-        }
-        std::vector<std::pair<QImage, std::string>> files = {
-            {wavePicture(state, ch, FindExtremeCycles(values, cycles)), stem + "_Wave.png"},
-            {histogram, stem + "_Histogram.png"},
-            {trend, stem + "_Trend.png"},
-        };
+        std::vector<std::pair<QImage, std::string>> files;
+        files.emplace_back(wavePicture(state, ch, FindExtremeCycles(values, cycles)), stem + "_Wave.png");
+        style.title = channelTitle(state, ch, "histogram");
+        files.emplace_back(valuePicture([&](QPainter& p, const QRect& r) { PaintHistogram(p, r, h, style); }),
+                           stem + "_Histogram.png");
+        style.title = channelTitle(state, ch, "trend");
+        files.emplace_back(
+            valuePicture([&](QPainter& p, const QRect& r) { PaintTrend(p, r, numbers, values, "", style); }),
+            stem + "_Trend.png");
         // The time interval error of the rising edges against time.
         TieTrend tie;
         (void)MeasureJitter(s.ChInputSignal, cycles, sampleSec, &tie);
         if (!tie.at.empty()) {
             const std::vector<double> times = SampleTimes(tie.at, sampleSec, RecordStartTime(state.setup()));
-            QImage tiePlot(kValuePlotSize, QImage::Format_RGB32);
-            QPainter p(&tiePlot);
             PlotStyle tieStyle = style;
             tieStyle.unit = "s";
             tieStyle.title = channelTitle(state, ch, "time interval error");
-            PaintTrend(p, tiePlot.rect(), times, tie.error, "s", tieStyle);
-            files.emplace_back(tiePlot, stem + "_TIE.png");
+            files.emplace_back(
+                valuePicture([&](QPainter& p, const QRect& r) { PaintTrend(p, r, times, tie.error, "s", tieStyle); }),
+                stem + "_TIE.png");
         }
         if (series && series->passes() > 0) {
-            QImage perPass(kValuePlotSize, QImage::Format_RGB32);
-            QPainter p(&perPass);
             style.title = channelTitle(state, ch, "per pass");
-            PaintSeriesTrend(p, perPass.rect(), series->channel(ch), style);
-            files.emplace_back(perPass, stem + "_Series.png");
+            files.emplace_back(
+                valuePicture([&](QPainter& p, const QRect& r) { PaintSeriesTrend(p, r, series->channel(ch), style); }),
+                stem + "_Series.png");
         }
         for (const auto& [image, name] : files) {
             if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
@@ -104,14 +103,11 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
     if (encoder.analysed && !encoder.stepAt.empty()) {
         const std::vector<double> times =
             SampleTimes(encoder.stepAt, state.record().SampleSec, RecordStartTime(state.setup()));
-        QImage image(kValuePlotSize, QImage::Format_RGB32);
-        {
-            QPainter p(&image);
-            PlotStyle style;
-            style.title = "Encoder position (x4 counts)";
-            style.colour = static_cast<uint32_t>(state.settings().channels[0].BackColor);
-            PaintTrend(p, image.rect(), times, encoder.stepPosition, "s", style);
-        }
+        PlotStyle style;
+        style.title = "Encoder position (x4 counts)";
+        style.colour = static_cast<uint32_t>(state.settings().channels[0].BackColor);
+        const QImage image = valuePicture(
+            [&](QPainter& p, const QRect& r) { PaintTrend(p, r, times, encoder.stepPosition, "s", style); });
         const std::string name = JoinPath(dir, base + "_Position.png");
         if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
         written.push_back(name);

@@ -1,5 +1,7 @@
 #include "results/EncoderFiles.h"
 
+#include <span>
+
 #include "common/Numeric.h"
 #include "common/TextFile.h"
 #include "results/SiFormat.h"
@@ -19,11 +21,20 @@ const std::vector<EncoderStatisticRow>& EncoderStatisticRows() {
     return rows;
 }
 
+namespace {
+
+// The statistics the results file holds, in its column order.
+std::span<const EncoderStatisticRow> fileStatistics() {
+    return std::span(EncoderStatisticRows()).first(static_cast<size_t>(kEncoderFileStatistics));
+}
+
+}  // namespace
+
 std::string EncoderHeaderLine1() {
     std::string line = "Sample Name";
-    for (int k = 0; k < kEncoderFileStatistics; ++k) {
+    for (const auto& row : fileStatistics()) {
         line += ',';
-        line += EncoderStatisticRows()[static_cast<size_t>(k)].name;
+        line += row.name;
         line += ",,,,";
     }
     return line + ",Position,Reversals,Dropped Bounces,Index Count";
@@ -37,10 +48,9 @@ std::string EncoderHeaderLine2() {
 
 std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r) {
     std::string line(sampleName);
-    for (int k = 0; k < kEncoderFileStatistics; ++k) {
-        const EncoderStatistic& s = r.*(EncoderStatisticRows()[static_cast<size_t>(k)].member);
-        for (double v : {s.Min, s.Max, s.Mean, s.Sigma}) line += ',' + ShortestText(v);
-        line += ',' + std::to_string(s.Counts);
+    for (const auto& row : fileStatistics()) {
+        const EncoderStatistic& s = r.*(row.member);
+        AppendStatisticColumns(line, s.Min, s.Max, s.Mean, s.Sigma, s.Counts);
     }
     line += ',' + std::to_string(r.position) + ',' + std::to_string(r.reversals) + ',' +
             std::to_string(r.droppedBounces) + ',' + std::to_string(r.indexCount);

@@ -28,19 +28,19 @@ std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable
     std::string line(sampleName);
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         const ChannelResult& r = table.at(ch, 2);
-        line += ',';
-        line += ShortestText(r.Min);
-        line += ',';
-        line += ShortestText(r.Max);
-        line += ',';
-        line += ShortestText(r.Mean);
-        line += ',';
-        line += ShortestText(r.Sigma);
-        line += ',';
-        line += std::to_string(r.Counts);
+        AppendStatisticColumns(line, r.Min, r.Max, r.Mean, r.Sigma, r.Counts);
         line += ',';
     }
     return line;
+}
+
+void AppendStatisticColumns(std::string& line, double min, double max, double mean, double sigma, int64_t counts) {
+    for (double v : {min, max, mean, sigma}) {
+        line += ',';
+        line += ShortestText(v);
+    }
+    line += ',';
+    line += std::to_string(counts);
 }
 
 bool AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +35,9 @@ std::string ResultHeaderLine2();
 // The run's line: the sample name, then per channel the kind-2 Min, Max,
 // Mean, Sigma and Counts followed by an empty column.
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table);
+// Appends ",Min,Max,Mean,Sigma,Counts", the five columns of one statistic in
+// the results files.
+void AppendStatisticColumns(std::string& line, double min, double max, double mean, double sigma, int64_t counts);
 
 // Appends lines to a CSV file in one write, the two header lines first when
 // the file does not exist yet, and empties lines when they are written. On a

@@ -64,27 +64,6 @@ TEST_F(RunStateFile, FileInputFillsTheGridsAndAppendsOneLinePerFile) {
         EXPECT_EQ(std::count(lines[i].begin(), lines[i].end(), ','), i < 2 ? 23 : 24) << lines[i];
 }
 
-// The results file cannot be written for two runs (a folder stands in its
-// place, as a full disk or a read-only folder would refuse it): both lines are
-// kept and go out, in order, with the first run that can write again.
-TEST_F(RunStateFile, ResultLinesWaitUntilTheFileCanBeWritten) {
-    std::filesystem::create_directories(state.resultFileName());
-    ui.files = {example("pulses"), example("pulses"), example("pulses")};
-    for (int run = 1; run <= 2; ++run) {
-        ASSERT_TRUE(state.InputFromFile_Click(ui));
-        EXPECT_EQ(ui.status[1], "Failed to save Test Results.");
-        EXPECT_EQ(state.resultLines().waiting().size(), static_cast<size_t>(run));
-        EXPECT_EQ(state.resultGrid().text(2, 7), "49");  // the results stay on the screen
-    }
-    std::filesystem::remove(state.resultFileName());
-    ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_TRUE(state.resultLines().waiting().empty());
-    const auto lines = resultLines();
-    ASSERT_EQ(lines.size(), 5u);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
-    EXPECT_EQ(state.resultLines().written(), 3);
-}
-
 TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     std::ofstream(dir_ / "bad.csv", std::ios::binary) << "ModelName,DS-5354\r\nTime/div(second),abc\r\n";
     struct Case {
@@ -213,39 +192,52 @@ TEST_F(RunStateFile, JitterOneLinePerAnalysisBesideTheResultLine) {
     EXPECT_EQ(state.results().jitter[0].TieCounts, state.results().table.at(0, 2).Counts + 1);
 }
 
-TEST_F(RunStateFile, JitterNoFileWithoutResultLines) {
-    state.setSaveResultLine(false);
-    ui.files = {example("pulses")};
-    ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_FALSE(FileExists(state.jitterFileName()));
-    EXPECT_FALSE(FileExists(state.resultFileName()));
-}
+// A results or jitter file that cannot be written for two runs (a folder
+// stands in its place, as a full disk or a read-only folder would refuse it):
+// its lines are kept, the other file's are not held back, and all go out, in
+// order, with the first run that can write again.
+TEST_F(RunStateFile, LinesWaitUntilTheirFileCanBeWritten) {
+    struct Case {
+        bool jitter;  // else the results file
+        const char* failed;
+        const char* kept;
+    };
+    const Case cases[] = {
+        {false, "Failed to save Test Results.", " result line(s) are kept until the results file can be written."},
+        {true, "Failed to save Jitter Data.", " jitter line(s) are kept until the jitter file can be written."}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.failed);
+        RunState st;
+        st.FormLoad((dir_ / ("data" + std::to_string(&c - cases))).string());
+        const std::string file = c.jitter ? st.jitterFileName() : st.resultFileName();
+        const std::string otherFile = c.jitter ? st.resultFileName() : st.jitterFileName();
+        const ResultLineQueue& queue = c.jitter ? st.jitterLines() : st.resultLines();
+        const ResultLineQueue& other = c.jitter ? st.resultLines() : st.jitterLines();
+        std::filesystem::create_directories(file);
+        ui.files = {example("pulses"), example("pulses"), example("pulses")};
+        for (int run = 1; run <= 2; ++run) {
+            ASSERT_TRUE(st.InputFromFile_Click(ui));
+            EXPECT_EQ(ui.status[1], c.failed);
+            EXPECT_EQ(ui.status[2], std::to_string(run) + c.kept);
+            EXPECT_EQ(queue.waiting().size(), static_cast<size_t>(run));
+            EXPECT_TRUE(other.waiting().empty());
+            EXPECT_EQ(st.resultGrid().text(2, 7), "49");  // the results stay on the screen
+        }
+        const std::string leftOver = st.unsavedResultsText();
+        EXPECT_EQ(leftOver.rfind(c.failed + std::string(" These 2 line(s) belong in "), 0), 0u) << leftOver;
+        EXPECT_NE(leftOver.find("\r\nSample2,"), std::string::npos);
+        EXPECT_FALSE(st.SaveUnsavedResults(ui));
 
-// A jitter file that cannot be written keeps its lines, as the results file
-// does, without keeping the result lines back.
-TEST_F(RunStateFile, JitterLinesWaitUntilTheFileCanBeWritten) {
-    std::filesystem::create_directories(state.jitterFileName());
-    ui.files = {example("pulses"), example("pulses"), example("pulses")};
-    for (int run = 1; run <= 2; ++run) {
-        ASSERT_TRUE(state.InputFromFile_Click(ui));
-        EXPECT_EQ(ui.status[1], "Failed to save Jitter Data.");
-        EXPECT_EQ(ui.status[2], std::to_string(run) + " jitter line(s) are kept until the jitter file can be written.");
-        EXPECT_EQ(state.jitterLines().waiting().size(), static_cast<size_t>(run));
-        EXPECT_TRUE(state.resultLines().waiting().empty());
+        std::filesystem::remove(file);
+        ASSERT_TRUE(st.InputFromFile_Click(ui));
+        EXPECT_TRUE(queue.waiting().empty());
+        EXPECT_TRUE(st.unsavedResultsText().empty());
+        EXPECT_EQ(queue.written(), 3);
+        const auto lines = linesOf(file);
+        ASSERT_EQ(lines.size(), 5u);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
+        EXPECT_EQ(linesOf(otherFile).size(), 5u);
     }
-    const std::string leftOver = state.unsavedResultsText();
-    EXPECT_EQ(leftOver.rfind("Failed to save Jitter Data. These 2 line(s) belong in ", 0), 0u) << leftOver;
-    EXPECT_NE(leftOver.find("\r\nSample2,"), std::string::npos);
-    EXPECT_FALSE(state.SaveUnsavedResults(ui));
-
-    std::filesystem::remove(state.jitterFileName());
-    ASSERT_TRUE(state.InputFromFile_Click(ui));
-    EXPECT_TRUE(state.jitterLines().waiting().empty());
-    EXPECT_TRUE(state.unsavedResultsText().empty());
-    const auto lines = linesOf(state.jitterFileName());
-    ASSERT_EQ(lines.size(), 5u);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[2 + i].rfind("Sample" + std::to_string(i + 1) + ",", 0), 0u);
-    EXPECT_EQ(linesOf(state.resultFileName()).size(), 5u);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -30,6 +31,13 @@ protected:
         return RunCli(args, out, err);
     }
     std::string example(const char* name) const { return (dir_ / (std::string(name) + ".csv")).string(); }
+    // A file of the data folder's OutputData, line by line (none when missing).
+    std::vector<std::string> outputLines(const char* name) const {
+        std::ifstream f(dir_ / "data" / "OutputData" / name, std::ios::binary);
+        std::vector<std::string> lines;
+        for (std::string l; std::getline(f, l);) lines.push_back(l);
+        return lines;
+    }
 
     std::filesystem::path dir_;
     std::ostringstream out;

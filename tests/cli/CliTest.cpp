@@ -70,9 +70,7 @@ TEST_F(CliTest, AnalyzePrintsJsonAndAppendsResultLines) {
     for (const char* key : {"\"waveLength\": 10000", "\"anaStart\"", "\"gateEnd\"", "\"rows\"", "\"cycles\"",
                             "\"MidEdge\"", "\"type\": \"Period\"", "\"analysed\": true"})
         EXPECT_NE(json.find(key), std::string::npos) << key;
-    std::ifstream f(dir_ / "data" / "OutputData" / "ResultData.csv", std::ios::binary);
-    std::vector<std::string> lines;
-    for (std::string l; std::getline(f, l);) lines.push_back(l);
+    const auto lines = outputLines("ResultData.csv");
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);
     EXPECT_EQ(lines[3].rfind("Sample2,", 0), 0u);  // the index advances between files
@@ -90,9 +88,7 @@ TEST_F(CliTest, JitterInJsonTableAndFile) {
     ASSERT_NE(block, std::string::npos) << table;
     EXPECT_NE(table.find("C2C Min", block), std::string::npos) << table;
     EXPECT_NE(table.find("TIE RMS", block), std::string::npos) << table;
-    std::ifstream f(dir_ / "data" / "OutputData" / "JitterData.csv", std::ios::binary);
-    std::vector<std::string> lines;
-    for (std::string l; std::getline(f, l);) lines.push_back(l);
+    const auto lines = outputLines("JitterData.csv");
     ASSERT_EQ(lines.size(), 3u);  // --no-save wrote nothing
     EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);
 }
@@ -113,21 +109,13 @@ TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
     EXPECT_FALSE(FileExists((dir_ / "data" / "OutputData" / "ResultData.csv").string()));
 }
 
-size_t lineCount(const std::filesystem::path& file) {
-    std::ifstream f(file, std::ios::binary);
-    size_t n = 0;
-    for (std::string l; std::getline(f, l);) ++n;
-    return n;
-}
-
 // A series whose instrument fails in its third pass: exit status 4 with the
 // reason, the two result lines before it kept, and the next run connects.
 TEST_F(CliTest, InstrumentFailingInASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
-    const auto results = dir_ / "data" / "OutputData" / "ResultData.csv";
     for (const auto& c : {test::kFrontEndFault}) {
-        std::filesystem::remove(results);
+        std::filesystem::remove(dir_ / "data" / "OutputData" / "ResultData.csv");
         sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "3",
                        "--format", "csv"}),
@@ -136,11 +124,11 @@ TEST_F(CliTest, InstrumentFailingInASeries) {
         EXPECT_NE(err.str().find("ended after 2 pass(es)"), std::string::npos) << err.str();
         EXPECT_NE(err.str().find("2 pass(es), 2 log row(s), 2 result line(s) written"), std::string::npos) << err.str();
         EXPECT_NE(err.str().find(c.message), std::string::npos) << SimFaultName(c.fault) << ": " << err.str();
-        EXPECT_EQ(lineCount(results), 2u + 2u) << SimFaultName(c.fault);
+        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 2u) << SimFaultName(c.fault);
 
         sim.setFault(SimFault::None);
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--format", "csv"}), kExitOk) << err.str();
-        EXPECT_EQ(lineCount(results), 2u + 3u) << SimFaultName(c.fault);
+        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 3u) << SimFaultName(c.fault);
     }
 }
 

@@ -69,19 +69,16 @@ TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
 TEST(EncoderFiles, GridShowsValuesOrTheReason) {
     Grid g;
     FillEncoderGrid(g, sample(), true);
-    EXPECT_EQ(g.text(0, 4), "σ");
-    EXPECT_EQ(g.text(1, 0), "Phase(deg)");
-    EXPECT_EQ(g.text(1, 3), "90.125 deg");
-    EXPECT_EQ(g.text(1, 5), "120");
-    EXPECT_EQ(g.text(2, 1), "250.00u s");
-    EXPECT_EQ(g.text(4, 1), "");  // B duty has no cycles
-    EXPECT_EQ(g.text(4, 5), "0");
-    EXPECT_EQ(g.text(8, 0), "Position");
-    EXPECT_EQ(g.text(8, 1), "-1234");
-    EXPECT_EQ(g.text(10, 1), "42");
-    EXPECT_EQ(g.text(12, 1), "-3.085");
-    EXPECT_EQ(g.text(13, 0), "Speed(rev/s)");
-    EXPECT_EQ(g.text(13, 1), "-0.5");
+    struct Cell {
+        int32_t row, col;
+        const char* text;
+    };
+    // Row 4, B duty, has no cycles: no values and a count of 0.
+    const Cell cells[] = {{0, 4, "σ"},         {1, 0, "Phase(deg)"}, {1, 3, "90.125 deg"}, {1, 5, "120"},
+                          {2, 1, "250.00u s"}, {4, 1, ""},           {4, 5, "0"},          {8, 0, "Position"},
+                          {8, 1, "-1234"},     {10, 1, "42"},        {12, 1, "-3.085"},    {13, 0, "Speed(rev/s)"},
+                          {13, 1, "-0.5"}};
+    for (const Cell& c : cells) EXPECT_EQ(g.text(c.row, c.col), c.text) << c.row << "," << c.col;
 
     EncoderResult out;
     out.note = "B is off";

@@ -22,6 +22,17 @@ constexpr std::array<std::string_view, 2> kEdgeTimings = {kEdgeSamples, kEdgeInt
 
 SettingField text(std::string_view name, std::string A::*m) { return {name, FieldKind::Text, m}; }
 SettingField check(std::string_view name, bool A::*m) { return {name, FieldKind::Check, m}; }
+SettingField choice(std::string_view name, std::string A::*m, std::span<const std::string_view> words) {
+    SettingField f{name, FieldKind::Choice, m};
+    f.choices = words;
+    return f;
+}
+SettingField number(std::string_view name, std::string A::*m, double min, double max) {
+    SettingField f{name, FieldKind::Number, m};
+    f.min = min;
+    f.max = max;
+    return f;
+}
 SettingField kept(std::string_view name, std::string S::*m) {
     SettingField f{name, FieldKind::Text, m};
     f.hasControl = false;
@@ -96,25 +107,18 @@ const std::vector<SettingField>& table() {
             kept("WaveBaseName", &S::WaveBaseName),
             // Settings newer than the legacy lines, each on its own optional
             // line, written in this order.
-            optionalLine(
-                SettingField{"LevelMethod", FieldKind::Choice, &A::LevelMethod, false, true, 0, 0, kLevelMethods},
-                "レベル検出方式"),
+            optionalLine(choice("LevelMethod", &A::LevelMethod, kLevelMethods), "レベル検出方式"),
             optionalLine(channel("PPCheck", FieldKind::Check, &C::PPCheck)),
             optionalLine(channel("DutyCheck", FieldKind::Check, &C::DutyCheck)),
-            optionalLine(SettingField{"TimeoutSeconds", FieldKind::Number, &A::TimeoutSeconds, false, true, 0.1, 3600}),
+            optionalLine(number("TimeoutSeconds", &A::TimeoutSeconds, 0.1, 3600)),
             optionalLine(check("Stacked", &A::Stacked)),
             optionalLine(check("Encoder", &A::Encoder)),
-            optionalLine(
-                SettingField{"EncoderA", FieldKind::Choice, &A::EncoderA, false, true, 0, 0, kEncoderChannels}),
-            optionalLine(
-                SettingField{"EncoderB", FieldKind::Choice, &A::EncoderB, false, true, 0, 0, kEncoderChannels}),
-            optionalLine(
-                SettingField{"EncoderZ", FieldKind::Choice, &A::EncoderZ, false, true, 0, 0, kEncoderIndexChannels}),
-            optionalLine(
-                SettingField{"EncoderCountsPerRev", FieldKind::Number, &A::EncoderCountsPerRev, false, true, 0, 1e9}),
-            optionalLine(SettingField{"MinStateWidth", FieldKind::Number, &A::MinStateWidth, false, true, 0, 1}),
-            optionalLine(
-                SettingField{"EdgeTiming", FieldKind::Choice, &A::EdgeTiming, false, true, 0, 0, kEdgeTimings}),
+            optionalLine(choice("EncoderA", &A::EncoderA, kEncoderChannels)),
+            optionalLine(choice("EncoderB", &A::EncoderB, kEncoderChannels)),
+            optionalLine(choice("EncoderZ", &A::EncoderZ, kEncoderIndexChannels)),
+            optionalLine(number("EncoderCountsPerRev", &A::EncoderCountsPerRev, 0, 1e9)),
+            optionalLine(number("MinStateWidth", &A::MinStateWidth, 0, 1)),
+            optionalLine(choice("EdgeTiming", &A::EdgeTiming, kEdgeTimings)),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;
