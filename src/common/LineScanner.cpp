@@ -63,9 +63,10 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
         throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
     }
     // A folder opens on some systems and then fails on the first read,
-    // which would only say "Read error.".
-    std::error_code folderError;
-    if (std::filesystem::is_directory(path_, folderError)) {
+    // which would only say "Read error.". Only what has no size is asked.
+    std::error_code ec;
+    const auto fileSize = std::filesystem::file_size(path_, ec);
+    if (std::error_code folderError; ec && std::filesystem::is_directory(path_, folderError)) {
         close();
         throw RuntimeError(ErrorCode::FileIo, "This is a folder, not a file.");
     }
@@ -78,8 +79,6 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
     // A short file needs no 4 MiB buffer, and clearing one for each of many
     // small files cost more than reading them; fill() grows it if the file
     // turns out longer.
-    std::error_code ec;
-    const auto fileSize = std::filesystem::file_size(path_, ec);
     const uint64_t want = ec ? kChunk : std::max<uint64_t>(fileSize - std::min<uint64_t>(offset, fileSize) + 1, 4096);
     buffer_.resize(static_cast<size_t>(std::min<uint64_t>(want, kChunk)));
     data_ = buffer_.data();

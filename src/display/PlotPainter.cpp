@@ -88,6 +88,22 @@ struct TrendScale {
     double xLo, xHi, yLo = 0, yHi = 0;
 };
 
+// A trend's bottom, middle and top values beside its left edge.
+void drawTrendValues(QPainter& p, const QRect& area, const TrendScale& t, const std::string& unit) {
+    for (int k = 0; k <= 2; ++k) {
+        const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
+        drawText(p, QRectF(area.left(), t.yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
+                 PlotValueText(v, unit));
+    }
+}
+
+// The first and the last item of a trend under the two ends of its plot.
+void drawEndTexts(QPainter& p, const QRectF& r, const std::string& first, const std::string& last) {
+    const double y = r.bottom() + 3;
+    drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop, first);
+    drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop, last);
+}
+
 }  // namespace
 
 std::string PlotValueText(double value, const std::string& unit) {
@@ -230,20 +246,11 @@ void PaintTrend(QPainter& p, const QRect& area, std::span<const double> x, std::
     drawFrame(p, r);
     if (texts) {
         p.setPen(kTextColour);
-        for (int k = 0; k <= 2; ++k) {
-            const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
-            const double y = t.yOf(v);
-            drawText(p, QRectF(area.left(), y - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
-                     PlotValueText(v, style.unit));
-        }
+        drawTrendValues(p, area, t, style.unit);
         if (n > 0) {
             if (xUnit.empty()) {
-                p.setPen(kTextColour);
-                const double y = r.bottom() + 3;
-                drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop,
-                         "cycle " + std::to_string(static_cast<long long>(std::llround(t.xLo))));
-                drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
-                         "cycle " + std::to_string(static_cast<long long>(std::llround(t.xHi))));
+                drawEndTexts(p, r, "cycle " + std::to_string(static_cast<long long>(std::llround(t.xLo))),
+                             "cycle " + std::to_string(static_cast<long long>(std::llround(t.xHi))));
             } else {
                 drawValueAxis(p, r, t.xLo, t.xHi, xUnit);
             }
@@ -313,18 +320,10 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
     drawFrame(p, r);
     if (texts) {
         p.setPen(kTextColour);
-        for (int k = 0; k <= 2; ++k) {
-            const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
-            drawText(p, QRectF(area.left(), t.yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
-                     PlotValueText(v, style.unit));
-        }
-        if (!points.empty()) {
-            const double y = r.bottom() + 3;
-            drawText(p, QRectF(r.left(), y, 160, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop,
-                     "pass " + std::to_string(points.front().pass));
-            drawText(p, QRectF(r.right() - 160, y, 160, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
-                     "pass " + std::to_string(points.back().pass));
-        }
+        drawTrendValues(p, area, t, style.unit);
+        if (!points.empty())
+            drawEndTexts(p, r, "pass " + std::to_string(points.front().pass),
+                         "pass " + std::to_string(points.back().pass));
         std::string title = style.title;
         if (!points.empty())
             title += "   last pass: min " + PlotValueText(points.back().min, style.unit) + "   max " +

@@ -452,15 +452,18 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
     int shown = 0;
     for (int other = 0; other < kWaveChannels; ++other) shown += ChannelDrawn(view, other) ? 1 : 0;
     const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
-    const std::pair<int32_t, const char*> marks[] = {{e.min, "min"}, {e.max, "max"}};
-    for (const auto& [index, text] : marks) {
+    const struct {
+        int32_t index;
+        const char* text;
+        uint32_t colour;
+    } marks[] = {{e.min, "min", kMinMarkColour}, {e.max, "max", kMaxMarkColour}};
+    for (const auto& [index, text, markColour] : marks) {
         if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
         const CycleRecord& r = cycles[static_cast<size_t>(index)];
         if (!CycleHasStretch(r) || r.LastEdge < g.first || r.FirstEdge >= g.first + g.count) continue;
         const int x0 = static_cast<int>(std::floor(g.xOf(r.FirstEdge + 0.5)));
         const int x1 = std::max(static_cast<int>(std::floor(g.xOf(r.LastEdge + 0.5))), x0 + 2);
-        const QColor colour = ColorFromBgr(text[1] == 'i' ? kMinMarkColour : kMaxMarkColour);
-        p.setPen(plainPen(colour));
+        p.setPen(plainPen(ColorFromBgr(markColour)));
         p.drawLine(x0, y, x1, y);
         p.drawLine(x0, y, x0, y + 4);
         p.drawLine(x1, y, x1, y + 4);

@@ -151,9 +151,9 @@ std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentInde
 
 HistogramWindow::TrendData HistogramWindow::trend() const {
     switch (trendOf_->currentIndex()) {
-    case 1: return {&tieNumbers_, &tieTimes_, &tieValues_, "s", "time interval error"};
-    case 2: return {&stepNumbers_, &stepTimes_, &stepValues_, "", "encoder position"};
-    default: return {&numbers_, &times_, &values_, unit_, "trend"};
+    case 1: return {&tieTimes_, &tieValues_, "s", "time interval error"};
+    case 2: return {&stepTimes_, &stepValues_, "", "encoder position"};
+    default: return {&times_, &values_, unit_, "trend"};
     }
 }
 
@@ -161,7 +161,7 @@ void HistogramWindow::paintTrend(QPainter& p, const QRect& r) const {
     const TrendData t = trend();
     PlotStyle st = style(t.what);
     st.unit = t.unit;
-    PaintTrend(p, r, trendXUnit().empty() ? *t.numbers : *t.times, *t.values, trendXUnit(), st);
+    PaintTrend(p, r, trendXUnit().empty() ? numbers_ : *t.times, *t.values, trendXUnit(), st);
 }
 
 PlotStyle HistogramWindow::style(const char* what) const {
@@ -188,16 +188,15 @@ void HistogramWindow::refresh() {
     const double start = RecordStartTime(state_.setup());
     for (double& t : times_) t += start;
     times_.resize(values_.size());
-    numbers_ = CycleNumbers(values_.size());
     TieTrend tie;
     (void)MeasureJitter(type, cycles, sampleSec, &tie);
-    tieNumbers_ = CycleNumbers(tie.at.size());
     tieTimes_ = SampleTimes(tie.at, sampleSec, start);
     tieValues_ = std::move(tie.error);
     const EncoderResult& encoder = state_.results().encoder;
-    stepNumbers_ = CycleNumbers(encoder.stepAt.size());
     stepTimes_ = SampleTimes(encoder.stepAt, sampleSec, start);
     stepValues_ = encoder.stepPosition;
+    // One count for all three trends: each is drawn against as many as it has values.
+    numbers_ = CycleNumbers(std::max({values_.size(), tieValues_.size(), stepValues_.size()}));
     histogram_ = MakeHistogram(values_, bins_->value(), ValueQuantum(unit_, cycles, sampleSec));
     selection_.clear();
     const auto bars = static_cast<int>(histogram_.counts.size());

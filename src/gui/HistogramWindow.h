@@ -58,7 +58,6 @@ private:
     // What the trend shows: the channel's values, the time interval error of
     // its edges, or the encoder's position.
     struct TrendData {
-        const std::vector<double>* numbers;
         const std::vector<double>* times;
         const std::vector<double>* values;
         std::string unit;
@@ -81,11 +80,11 @@ private:
     std::string unit_;
     std::vector<double> values_;
     std::vector<double> times_;
-    std::vector<double> numbers_;  // 1, 2, ... for the trend against cycle number
+    std::vector<double> numbers_;  // 1, 2, ... for the trends against cycle number
     // Time interval error of each rising edge, and the encoder's position
-    // after each step: their numbers, times and values.
-    std::vector<double> tieNumbers_, tieTimes_, tieValues_;
-    std::vector<double> stepNumbers_, stepTimes_, stepValues_;
+    // after each step: their times and values.
+    std::vector<double> tieTimes_, tieValues_;
+    std::vector<double> stepTimes_, stepValues_;
     Histogram histogram_;
     BinSelection selection_;
     // Filled on every pass whether shown or not; drawn only when shown.

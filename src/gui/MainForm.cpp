@@ -194,12 +194,12 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     resultModel_ = new GridModel(&state_.resultGrid(), this);
     logModel_ = new GridModel(&state_.logGrid(), this);
     detailModel_ = new GridModel(&state_.detailGrid(), this);
-    auto* resultView = makeGridView(SSTab1_, "ResultGrid1", resultModel_);
+    ResultGrid1_ = makeGridView(SSTab1_, "ResultGrid1", resultModel_);
     LogGrid_ = makeGridView(SSTab1_, "LogGrid", logModel_);
     DetailDataGrid_ = makeGridView(SSTab1_, "DetailDataGrid", detailModel_);
     auto* resultPage = new QWidget(SSTab1_);
     auto* rp = new QVBoxLayout(resultPage);
-    rp->addWidget(resultView, 1);
+    rp->addWidget(ResultGrid1_, 1);
     TotalWaveDatas_ = new QLineEdit(resultPage);
     TotalWaveDatas_->setObjectName("TotalWaveDatas");
     TotalWaveDatas_->setReadOnly(true);
@@ -208,9 +208,9 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     SSTab1_->addTab(LogGrid_, "Log");
     SSTab1_->addTab(DetailDataGrid_, "Detail Data");
     jitterModel_ = new GridModel(&jitterGrid_, this);
-    auto* jitterView = makeGridView(SSTab1_, "JitterGrid", jitterModel_);
-    jitterView->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    SSTab1_->addTab(jitterView, "Jitter");
+    JitterGrid_ = makeGridView(SSTab1_, "JitterGrid", jitterModel_);
+    JitterGrid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    SSTab1_->addTab(JitterGrid_, "Jitter");
     SSTab1_->addTab(new EncoderTab(state_, SSTab1_), "Encoder");
     main->addWidget(SSTab1_, 1);
 
@@ -450,10 +450,10 @@ void MainForm::showWaves() {
 void MainForm::showResults() {
     resultModel_->refresh();
     TotalWaveDatas_->setText(q(state_.totalWaveDatas()));
-    applyColumnWidths(findChild<QTableView*>("ResultGrid1"), state_.resultGrid());
+    applyColumnWidths(ResultGrid1_, state_.resultGrid());
     DispJitter(jitterGrid_, state_.channelDisplays(), state_.results().jitter);
     jitterModel_->refresh();
-    applyColumnWidths(findChild<QTableView*>("JitterGrid"), jitterGrid_);
+    applyColumnWidths(JitterGrid_, jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (histogram_->isVisible()) histogram_->refresh();

@@ -115,6 +115,8 @@ private:
     // The "Jitter" tab's grid, filled from the results whenever they change.
     Grid jitterGrid_;
     GridModel* jitterModel_;
+    QTableView* ResultGrid1_;
+    QTableView* JitterGrid_;
     QTableView* LogGrid_;
     QTableView* DetailDataGrid_;
 

@@ -1,6 +1,7 @@
 #include "wavefile/GenericCsv.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -464,32 +465,23 @@ struct Rows {
     }
 };
 
+// 10^0 .. 10^19: every power of ten a uint64_t holds.
+constexpr auto kTens = [] {
+    std::array<uint64_t, 20> t{};
+    uint64_t v = 1;
+    for (uint64_t& x : t) {
+        x = v;
+        v *= 10;  // wraps after the last, unused
+    }
+    return t;
+}();
+
 // How many decimal digits m has (0 for 0).
 int decimalLength(uint64_t m) {
-    static constexpr uint64_t kPowers[] = {1,
-                                           10,
-                                           100,
-                                           1000,
-                                           10000,
-                                           100000,
-                                           1000000,
-                                           10000000,
-                                           100000000,
-                                           1000000000,
-                                           10000000000,
-                                           100000000000,
-                                           1000000000000,
-                                           10000000000000,
-                                           100000000000000,
-                                           1000000000000000,
-                                           10000000000000000,
-                                           100000000000000000,
-                                           1000000000000000000,
-                                           10000000000000000000u};
     // log10 from the bit length (1233/4096 is just over log10 2), one less
     // where that overshoots.
     const int guess = (static_cast<int>(std::bit_width(m)) * 1233) >> 12;
-    return guess - (m < kPowers[guess] ? 1 : 0) + 1;
+    return guess - (m < kTens[static_cast<size_t>(guess)] ? 1 : 0) + 1;
 }
 
 // One decimal number as written: [sign] digits [point digits] [e [sign]
@@ -504,8 +496,6 @@ struct Decimal {
     // Significant digits printed: leading zeros are never in the mantissa.
     int digits() const { return decimalLength(mantissa) + dropped; }
 };
-
-constexpr uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
 // A run of digits into d; places counts them. Up to 18 digits go into the
 // mantissa; later ones are dropped (and counted).

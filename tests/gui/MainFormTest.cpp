@@ -15,15 +15,19 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QCoreApplication>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QItemSelectionModel>
-#include <QTabWidget>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
+#include <QUrl>
 
 #include "app/core/ResumeFile.h"
 #include "common/RuntimeError.h"
@@ -46,6 +50,25 @@ using namespace mervasto;
 namespace {
 
 MERVASTO_QT_TEST_APP(GuardedApplication);
+
+// Drags the files onto the window as a file manager would: enter, then drop.
+// Returns whether the window took the drag; the load itself runs once the
+// drop is over.
+bool dropFiles(MainForm& form, const std::vector<std::string>& files) {
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const auto& f : files) urls.push_back(QUrl::fromLocalFile(QString::fromStdString(f)));
+    data.setUrls(urls);
+    const QPoint at(form.width() / 2, form.height() / 2);
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&form, &enter);
+    QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&form, &drop);
+    QCoreApplication::sendPostedEvents();
+    return enter.isAccepted() && drop.isAccepted();
+}
+
+QString cell(QTableView* v, int row, int col) { return v->model()->index(row, col).data().toString(); }
 
 class MainFormTest : public ::testing::Test {
 protected:
@@ -222,30 +245,21 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto form = open();
-    form->state().setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
-    find<QLineEdit>(*form, "IPAdressText")->setText(QString::fromStdString(sim.address()));
-    find<QCheckBox>(*form, "DaqCheck")->setChecked(true);
-    find<QLineEdit>(*form, "TotalRepeats")->setText("5");
-    int64_t written = 0;
-    for (const auto& c : {test::kFrontEndFault}) {
-        boxes.clear();
-        find<QCheckBox>(*form, "RepeatCheck")->setChecked(true);
-        sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
-        find<QPushButton>(*form, "WFStartCommand")->click();
-        ASSERT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
-        EXPECT_NE(boxes[0].find(c.message), std::string::npos) << boxes[0];
-        EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2) << SimFaultName(c.fault);
-        EXPECT_EQ(form->state().resultLines().written(), written + 2) << SimFaultName(c.fault);
-        EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+    prepareSeries(*form, sim, 5);
+    sim.setFaultAfter(test::kFrontEndFault.fault, 8);  // four channels a pass: the third pass fails
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_NE(boxes[0].find(test::kFrontEndFault.message), std::string::npos) << boxes[0];
+    EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2);
+    EXPECT_EQ(form->state().resultLines().written(), 2);
+    EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
 
-        sim.setFault(SimFault::None);
-        find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
-        find<QPushButton>(*form, "WFStartCommand")->click();
-        EXPECT_EQ(boxes.size(), 1u) << SimFaultName(c.fault);
-        EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
-        written += 3;
-        EXPECT_EQ(form->state().resultLines().written(), written) << SimFaultName(c.fault);
-    }
+    sim.setFault(SimFault::None);
+    find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+    EXPECT_EQ(form->state().resultLines().written(), 3);
 }
 
 // A fault no handler caught itself ends in the run-time error box, whichever
@@ -515,6 +529,96 @@ TEST_F(MainFormTest, ADetailDataCellTakesTheWaveWindowsToItsCycle) {
         EXPECT_LE(shown.first, widest->FirstEdge);
         EXPECT_GE(shown.first + VisibleSamples(n, shown.zoom), widest->LastEdge);
     }
+}
+
+// The user ticks the encoder on its tab, picks the channels, reads a file
+// and sees the encoder's results; a pick the analysis cannot use shows why.
+TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
+    auto form = open();
+    const std::string pulses = writeExample("pulses");
+    files = {pulses, pulses};
+    auto* tabs = find<QTabWidget>(*form, "SSTab1");
+    EXPECT_EQ(tabs->tabText(tabs->count() - 1), "Encoder");
+    auto* grid = find<QTableView>(*form, "EncoderGrid");
+    ASSERT_NE(grid, nullptr);
+    EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
+
+    find<QCheckBox>(*form, "Encoder")->setChecked(true);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(cell(grid, 1, 1), "");  // on, not analysed yet
+    find<QComboBox>(*form, "EncoderB")->setCurrentText("3");
+    auto* width = find<QLineEdit>(*form, "MinStateWidth");
+    width->clear();
+    QTest::keyClicks(width, "2e-6");
+    EXPECT_TRUE(form->state().settings().analysis.Encoder);
+    EXPECT_EQ(form->state().settings().analysis.EncoderB, "3");
+    EXPECT_EQ(form->state().settings().analysis.MinStateWidth, "2e-6");
+
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    ASSERT_TRUE(form->state().results().encoder.analysed) << form->state().results().encoder.note;
+    EXPECT_EQ(cell(grid, 0, 1), "Min");
+    EXPECT_EQ(cell(grid, 8, 0), "Position");
+    EXPECT_EQ(cell(grid, 8, 1).toStdString(), std::to_string(form->state().results().encoder.position));
+    EXPECT_FALSE(cell(grid, 2, 1).isEmpty());  // state widths
+
+    find<QComboBox>(*form, "EncoderZ")->setCurrentText("3");
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    EXPECT_EQ(cell(grid, 1, 1).toStdString(), kEncoderSameChannel);
+}
+
+// A dropped file, in the program's own layout or another program's, goes the
+// way of "Input from File": loaded, analysed, shown, one result line; no file
+// dialog is asked. While a run is in progress the window refuses the drag.
+TEST_F(MainFormTest, ADroppedFileLoadsAsInputFromFileDoes) {
+    auto form = open();
+    auto* results = find<QTableView>(*form, "ResultGrid1")->model();
+    auto* length = find<QLineEdit>(*form, "TotalWaveDatas");
+
+    const std::string own = writeExample("pulses");
+    ASSERT_TRUE(dropFiles(*form, {own}));
+    EXPECT_EQ(results->data(results->index(2, 7)).toString(), "49");
+    EXPECT_EQ(length->text(), "Wave Length=10000");
+    EXPECT_EQ(form->ui().statusText(1).rfind("Saved Test Results to the ", 0), 0u) << form->ui().statusText(1);
+    EXPECT_EQ(resultLines(*form).size(), 1u);
+
+    // Another program's export: two columns of pulses, 400 rows.
+    const auto generic = dir_ / "scope.csv";
+    {
+        std::ofstream f(generic, std::ios::binary);
+        f << "Time(s),CH1(V),CH2(V)\r\n";
+        for (int k = 0; k < 400; ++k)
+            f << k * 1e-6 << (k % 40 < 10 ? ",2.5" : ",0") << (k % 20 < 5 ? ",1" : ",0") << "\r\n";
+    }
+    ASSERT_TRUE(dropFiles(*form, {generic.string(), own}));  // the first file is taken
+    EXPECT_EQ(form->state().setup().Model, "IMPORT-2");
+    EXPECT_EQ(length->text(), "Wave Length=400");
+    EXPECT_EQ(results->data(results->index(2, 7)).toString(), "8");
+    EXPECT_EQ(resultLines(*form).size(), 2u);
+    EXPECT_EQ(form->state().settings().analysis.SampleIndex, "2");
+
+    // Locked while a run holds the input controls: nothing loads.
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    form->state().settings().analysis.IPAdressText = sim.address();
+    bool takenDuringRun = true;
+    const Subscription duringRun = form->state().runStarted.subscribe([&] {
+        takenDuringRun = dropFiles(*form, {own});
+        form->state().Stop_Click();
+    });
+    form->state().WFStartCommand_Click(form->ui());
+    EXPECT_FALSE(takenDuringRun);
+    EXPECT_NE(form->state().setup().Model, "IMPORT-2");  // the instrument's record, not the file
+    EXPECT_EQ(resultLines(*form).size(), 3u);            // the pass's line, none for the file
+
+    // A drag with no local file in it is not taken either.
+    QMimeData text;
+    text.setText("not a file");
+    QDragEnterEvent enter(QPoint(1, 1), Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(form.get(), &enter);
+    EXPECT_FALSE(enter.isAccepted());
+
+    EXPECT_TRUE(dialogFolders.empty());
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
 }
 
 }  // namespace

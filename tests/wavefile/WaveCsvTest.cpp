@@ -185,17 +185,6 @@ TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
     }
 }
 
-TEST_F(WaveCsvTest, ModelWithoutDigitGivesNoChannels) {
-    writeFile("m.csv", header("DS-535X", "0", "Ch1 V"));
-    DsoSetup s;
-    s.ChannelCount = 4;
-    WaveRecord rec;
-    WaveFieldTable table;
-    ASSERT_EQ(LoadWaveCsv(path("m.csv"), s, rec, table).status, 0);
-    EXPECT_EQ(s.Model, "DS-535X");
-    EXPECT_EQ(s.ChannelCount, 0);
-}
-
 TEST_F(WaveCsvTest, RowCountIsRoundedToTens) {
     const std::pair<int, int32_t> cases[] = {{10005, 10000}, {10015, 10020}, {10006, 10010}, {4, 0}};
     for (auto [rows, expected] : cases) {
@@ -340,6 +329,7 @@ TEST_F(WaveCsvTest, WarningsOfFilesThatStillLoad) {
     for (const auto& c : cases) {
         writeFile("w.csv", c.text);
         DsoSetup s;
+        s.ChannelCount = 1;  // a stale count the file's model name replaces
         WaveRecord rec;
         WaveFieldTable table;
         auto r = LoadWaveCsv(path("w.csv"), s, rec, table);
