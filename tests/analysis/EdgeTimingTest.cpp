@@ -105,7 +105,8 @@ TEST(EdgeTiming, SamplesKeepWholeEdgesAndInterpolationLeavesTheRestAlone) {
         const CycleRecord& b = fine.cycles[n];
         EXPECT_EQ(a.Period, a.LastEdge - a.FirstEdge) << n;
         EXPECT_EQ(std::tie(a.FirstCrossing, a.MidCrossing, a.LastCrossing),
-                  std::make_tuple(double{a.FirstEdge}, double{a.MidEdge}, double{a.LastEdge}))
+                  std::make_tuple(static_cast<double>(a.FirstEdge), static_cast<double>(a.MidEdge),
+                                  static_cast<double>(a.LastEdge)))
             << n;
         EXPECT_EQ(std::tie(a.FirstEdge, a.MidEdge, a.LastEdge, a.Rms, a.Ample, a.MaxValue, a.MinValue),
                   std::tie(b.FirstEdge, b.MidEdge, b.LastEdge, b.Rms, b.Ample, b.MaxValue, b.MinValue))
