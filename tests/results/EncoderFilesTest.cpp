@@ -50,7 +50,7 @@ TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
     std::vector<std::string> lines = {"a,1", "b,2"};
     SaveOutcome out = SaveEncoderLines(file, lines);
     EXPECT_FALSE(out.ok);
-    EXPECT_EQ(out.status, kFailedToSaveTestResults);
+    EXPECT_EQ(out.status, kFailedToSaveEncoderData);
     EXPECT_EQ(lines.size(), 2u);
     std::filesystem::remove(file);
     EXPECT_TRUE(SaveEncoderLines(file, lines).ok);
