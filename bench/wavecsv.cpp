@@ -77,7 +77,7 @@ void BM_LoadWaveCsv(benchmark::State& state) {
         WaveFieldTable table;
         state.ResumeTiming();
         auto r = LoadWaveCsv(benchFile(), setup, record, table);
-        if (r.status != 0 || setup.RecordLength != kRows) state.SkipWithError("load failed");
+        if (!r.ok() || setup.RecordLength != kRows) state.SkipWithError("load failed");
         benchmark::DoNotOptimize(record.wave[3][kRows - 1]);
     }
     state.counters["peak_rss_MiB"] = peakRssKiB() / 1024.0;
@@ -104,7 +104,7 @@ void BM_ImportGenericCsv(benchmark::State& state) {
         DsoSetup setup;
         state.ResumeTiming();
         auto r = LoadGenericCsv(genericFile(), setup, record);
-        if (r.status != 0 || setup.RecordLength != kRows) state.SkipWithError(r.errorText.c_str());
+        if (!r.ok() || setup.RecordLength != kRows) state.SkipWithError(r.outcome.text().c_str());
         benchmark::DoNotOptimize(record.wave[3][kRows - 1]);
     }
     state.counters["bytes"] = static_cast<double>(std::filesystem::file_size(genericFile()));

@@ -20,10 +20,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         options.own.splitBytes = way == 0 ? ~uint64_t{0} : 1;
         results[way] = LoadGenericCsvBytes(bytes, "fuzz.csv", setups[way], records[way], options);
     }
-    if (results[0].status != results[1].status || results[0].rowsRead != results[1].rowsRead ||
-        results[0].errorText != results[1].errorText || results[0].warnings != results[1].warnings)
+    if (results[0].outcome != results[1].outcome || results[0].rowsRead != results[1].rowsRead ||
+        results[0].warnings != results[1].warnings)
         std::abort();
-    if (results[0].status != 0) return 0;
+    if (!results[0].ok()) return 0;
     const DsoSetup& s = setups[0];
     if (s.RecordLength != setups[1].RecordLength || s.SampleInterval != setups[1].SampleInterval ||
         s.TriggerDelay != setups[1].TriggerDelay || !(s.SampleInterval > 0 && std::isfinite(s.SampleInterval)))

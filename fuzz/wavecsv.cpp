@@ -20,13 +20,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         options.splitBytes = way == 0 ? ~uint64_t{0} : 1;
         results[way] = LoadWaveCsvBytes(bytes, "fuzz.csv", setups[way], records[way], tables[way], options);
     }
-    if (results[0].status != results[1].status || results[0].rowsRead != results[1].rowsRead ||
-        results[0].errorText != results[1].errorText || results[0].warnings != results[1].warnings ||
-        setups[0].RecordLength != setups[1].RecordLength || tables[0].fields != tables[1].fields)
+    if (results[0].outcome != results[1].outcome || results[0].rowsRead != results[1].rowsRead ||
+        results[0].warnings != results[1].warnings || setups[0].RecordLength != setups[1].RecordLength ||
+        tables[0].fields != tables[1].fields)
         std::abort();
     // Nothing refused reaches the analysis with an interval that is not a
     // positive number.
-    if (results[0].status == 0 && results[0].rowsRead > 0 &&
+    if (results[0].ok() && results[0].rowsRead > 0 &&
         !(setups[0].SampleInterval > 0 && setups[0].SampleInterval < 1e38f))
         std::abort();
     for (size_t ch = 0; ch < 4; ++ch) {

@@ -253,10 +253,10 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     lastFileLoad_ = fileLoader_ ? fileLoader_(filename, setup_, record_, fieldTable_)
                                 : LoadAnyWaveCsv(filename, setup_, record_, fieldTable_, importOptions_);
     const WaveCsvLoadResult& loaded = lastFileLoad_;
-    if (loaded.status < 0) {
-        ui.setStatus(2, loaded.errorText);
+    if (!loaded.ok()) {
+        ui.setStatus(2, loaded.outcome.text());
         return Outcome(ErrorCode::FileIo,
-                       loaded.errorText.empty() ? "The wave file could not be read." : loaded.errorText)
+                       loaded.outcome.text().empty() ? "The wave file could not be read." : loaded.outcome.text())
             .reported();
     }
     if (setup_.RecordLength > kMaxSamples)

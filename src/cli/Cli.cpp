@@ -241,8 +241,8 @@ int commandConvert(const Options& o, std::ostream& out, std::ostream& err) {
     WaveRecord record;
     WaveFieldTable table;
     const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, importOptions(o));
-    if (r.status < 0) {
-        err << "mervasto-cli: " << r.errorText << '\n';
+    if (!r.ok()) {
+        err << "mervasto-cli: " << r.outcome.text() << '\n';
         return kExitFileError;
     }
     for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
@@ -268,12 +268,12 @@ int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
         DsoSetup setup;
         WaveRecord record;
         WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, importOptions(o));
-        if (r.status < 0) {
-            err << "mervasto-cli: " << r.errorText << '\n';
+        if (!r.ok()) {
+            err << "mervasto-cli: " << r.outcome.text() << '\n';
             status = kExitFileError;
         }
         for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
-        if (r.status < 0 && r.generic) {
+        if (!r.ok() && r.generic) {
             // A refused capture gave no setup: nothing to show but the rows.
             out << "Source: " << f << "\nLayout: generic CSV, refused\nRows read: " << r.rowsRead << '\n';
             continue;
@@ -334,8 +334,8 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
         size_t boxesBefore = ui.boxes.size();
         if (!state.InputFromFile_Click(ui)) {
             // The reader's own words say why, naming the file and the line.
-            if (state.lastFileLoad().status < 0)
-                err << "mervasto-cli: " << state.lastFileLoad().errorText << '\n';
+            if (!state.lastFileLoad().ok())
+                err << "mervasto-cli: " << state.lastFileLoad().outcome.text() << '\n';
             else
                 err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
             status = kExitFileError;

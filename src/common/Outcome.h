@@ -36,6 +36,8 @@ public:
     explicit operator bool() const { return ok(); }
     ErrorCode code() const { return code_; }
     const std::string& text() const { return text_; }
+    // The same code and text (whether it was reported does not matter).
+    bool operator==(const Outcome& o) const { return code_ == o.code_ && text_ == o.text_; }
 
 private:
     ErrorCode code_ = ErrorCode::None;

@@ -1028,12 +1028,11 @@ WaveCsvLoadResult guardedGeneric(const Source& source, DsoSetup& setup, WaveReco
     try {
         loadGeneric(source, setup, record, options, result);
     } catch (const RuntimeError& e) {
-        result.status = -static_cast<int>(e.code());
-        result.errorText = e.what();
-        if (result.errorText.rfind(source.name, 0) != 0) result.errorText = source.name + ": " + result.errorText;
+        std::string text = e.what();
+        if (text.rfind(source.name, 0) != 0) text = source.name + ": " + text;
+        result.outcome = Outcome(e.code(), std::move(text));
     } catch (const std::bad_alloc&) {
-        result.status = -static_cast<int>(ErrorCode::OutOfMemory);
-        result.errorText = source.name + ": out of memory.";
+        result.outcome = Outcome(ErrorCode::OutOfMemory, source.name + ": out of memory.");
     }
     return result;
 }
@@ -1063,8 +1062,7 @@ WaveCsvLoadResult loadAny(const Source& source, DsoSetup& setup, WaveRecord& rec
         head = headOf(source);
     } catch (const RuntimeError& e) {
         WaveCsvLoadResult r;
-        r.status = -static_cast<int>(e.code());
-        r.errorText = source.name + ": " + e.what();
+        r.outcome = Outcome(e.code(), source.name + ": " + e.what());
         return r;
     }
     if (IsOwnWaveLayout(head)) return loadOwn();

@@ -482,19 +482,22 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
     } catch (const std::exception& e) {
         settlePending();
         const auto* runtime = dynamic_cast<const RuntimeError*>(&e);
-        result.status = runtime ? -static_cast<int>(runtime->code()) : -1;
-        result.errorText = source.name;
-        if (in.lineNumber() > 0) result.errorText += ", line " + std::to_string(in.lineNumber());
-        result.errorText += ": ";
-        result.errorText += e.what();
+        std::string text = source.name;
+        if (in.lineNumber() > 0) text += ", line " + std::to_string(in.lineNumber());
+        text += ": ";
+        text += e.what();
+        const ErrorCode code = runtime                                              ? runtime->code()
+                               : dynamic_cast<const std::bad_alloc*>(&e) != nullptr ? ErrorCode::OutOfMemory
+                                                                                    : ErrorCode::Internal;
+        result.outcome = Outcome(code, std::move(text));
         result.rowsRead = counter;
         return result;
     }
     result.rowsRead = counter;
     if (inData && counter > 0 && !(std::isfinite(setup.SampleInterval) && setup.SampleInterval > 0)) {
         // Periods and frequencies from no interval would be 0 and Inf.
-        result.status = -static_cast<int>(ErrorCode::TypeMismatch);
-        result.errorText = source.name + ": no \"Delta\" line gives the sample interval.";
+        result.outcome =
+            Outcome(ErrorCode::TypeMismatch, source.name + ": no \"Delta\" line gives the sample interval.");
         return result;
     }
     if (inData && result.rowsDeclared > counter)

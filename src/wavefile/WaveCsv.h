@@ -26,12 +26,12 @@ struct WaveFieldTable {
     }
 };
 
-// Outcome of LoadWaveCsv: status 0 on completion, negative when a fault ended
-// the read (the setup fields and samples read before it stay set). Texts name
-// the file, and the line when one is at fault.
+// What LoadWaveCsv read: its outcome is a failure when a fault ended the read
+// (the setup fields and samples read before it stay set). Texts name the file,
+// and the line when one is at fault.
 struct WaveCsvLoadResult {
-    int status = 0;
-    std::string errorText;
+    Outcome outcome;
+    bool ok() const { return outcome.ok(); }
     int32_t rowsRead = 0;
     // The rows the file's own "Points" line declares; -1 without one.
     int32_t rowsDeclared = -1;

@@ -255,7 +255,7 @@ TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
         return window.findChild<QLabel*>("CursorReadout")->text().toStdString();
     };
     ui.files = {capture.string()};
-    ASSERT_TRUE(state.InputFromFile_Click(ui)) << state.lastFileLoad().errorText;
+    ASSERT_TRUE(state.InputFromFile_Click(ui)) << state.lastFileLoad().outcome.text();
     const struct {
         double c1, c2;
         const char* text;

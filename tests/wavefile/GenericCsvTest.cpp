@@ -123,7 +123,7 @@ TEST(GenericCsvTest, EveryLayoutGivesTheSameRecord) {
         WaveFieldTable table;
         const std::string bytes = makeFile(L);
         const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "cap.csv", setup, record, table);
-        ASSERT_EQ(r.status, 0) << r.errorText;
+        ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_TRUE(r.generic);
         EXPECT_EQ(r.rowsRead, kRows);
         const int channels = L.signals <= 2 ? 2 : 4;
@@ -155,12 +155,12 @@ TEST(GenericCsvTest, IntervalFromTheCommandLineForBareColumns) {
     WaveRecord record;
     WaveFieldTable table;
     WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record, table, options);
-    ASSERT_EQ(r.status, 0) << r.errorText;
+    ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_FLOAT_EQ(setup.SampleInterval, 2e-3f);
     EXPECT_EQ(record.wave[0][1], 1.5f);
     r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record, table);
-    EXPECT_LT(r.status, 0);
-    EXPECT_NE(r.errorText.find("--import-interval"), std::string::npos) << r.errorText;
+    EXPECT_FALSE(r.ok());
+    EXPECT_NE(r.outcome.text().find("--import-interval"), std::string::npos) << r.outcome.text();
 }
 
 TEST(GenericCsvTest, TimeColumnMustBeEvenlySpaced) {
@@ -190,13 +190,14 @@ TEST(GenericCsvTest, TimeColumnMustBeEvenlySpaced) {
         WaveRecord record;
         const WaveCsvLoadResult r = LoadGenericCsvBytes(bytes, "t.csv", setup, record);
         if (c.badRow < 0) {
-            EXPECT_LT(r.status, 0);
-            EXPECT_NE(r.errorText.find("not evenly spaced"), std::string::npos) << r.errorText;
+            EXPECT_FALSE(r.ok());
+            EXPECT_NE(r.outcome.text().find("not evenly spaced"), std::string::npos) << r.outcome.text();
         } else if (c.badRow) {
-            EXPECT_LT(r.status, 0);
-            EXPECT_NE(r.errorText.find("row " + std::to_string(c.badRow) + " "), std::string::npos) << r.errorText;
+            EXPECT_FALSE(r.ok());
+            EXPECT_NE(r.outcome.text().find("row " + std::to_string(c.badRow) + " "), std::string::npos)
+                << r.outcome.text();
         } else {
-            EXPECT_EQ(r.status, 0) << r.errorText;
+            EXPECT_TRUE(r.ok()) << r.outcome.text();
         }
     }
 }
@@ -228,11 +229,11 @@ TEST(GenericCsvTest, BadInputSaysWhy) {
         WaveFieldTable table;
         const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(c.bytes, "bad.csv", setup, record, table);
         if (*c.says) {
-            EXPECT_LT(r.status, 0);
-            EXPECT_EQ(r.errorText.rfind("bad.csv", 0), 0u) << r.errorText;
-            EXPECT_NE(r.errorText.find(c.says), std::string::npos) << r.errorText;
+            EXPECT_FALSE(r.ok());
+            EXPECT_EQ(r.outcome.text().rfind("bad.csv", 0), 0u) << r.outcome.text();
+            EXPECT_NE(r.outcome.text().find(c.says), std::string::npos) << r.outcome.text();
         } else {
-            EXPECT_EQ(r.status, 0) << r.errorText;
+            EXPECT_TRUE(r.ok()) << r.outcome.text();
         }
         if (*c.warns) {
             ASSERT_EQ(r.warnings.size(), 1u);
@@ -274,15 +275,15 @@ TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
         WaveRecord r1, r2;
         const WaveCsvLoadResult a = LoadGenericCsvBytes(bytes, "split.csv", s1, r1, one);
         const WaveCsvLoadResult b = LoadGenericCsvBytes(bytes, "split.csv", s2, r2, two);
-        EXPECT_EQ(a.status, b.status);
-        EXPECT_EQ(a.errorText, b.errorText);
-        EXPECT_NE(a.errorText.find(c.says), std::string::npos) << a.errorText;
+        EXPECT_EQ(a.outcome, b.outcome);
+        EXPECT_EQ(a.outcome.text(), b.outcome.text());
+        EXPECT_NE(a.outcome.text().find(c.says), std::string::npos) << a.outcome.text();
         // A refused file keeps the rows before the fault, however it was read.
         ASSERT_EQ(a.rowsRead, b.rowsRead);
         for (int ch = 0; ch < 2; ++ch)
             EXPECT_TRUE(std::equal(r1.wave[ch].begin(), r1.wave[ch].begin() + a.rowsRead, r2.wave[ch].begin()));
         if (c.badRow < 0) {
-            ASSERT_EQ(a.status, 0) << a.errorText;
+            ASSERT_TRUE(a.ok()) << a.outcome.text();
             EXPECT_EQ(s1.RecordLength, 3000);
             EXPECT_EQ(s1.VoltsPerDiv, s2.VoltsPerDiv);
             EXPECT_EQ(s1.Offset, s2.Offset);
@@ -291,7 +292,8 @@ TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
         } else {
             // The line: two header lines, a blank one every hundred rows.
             const int line = 3 + c.badRow + (c.badRow - 1) / 100 + 1;
-            EXPECT_NE(a.errorText.find("line " + std::to_string(line) + ":"), std::string::npos) << a.errorText;
+            EXPECT_NE(a.outcome.text().find("line " + std::to_string(line) + ":"), std::string::npos)
+                << a.outcome.text();
         }
     }
 }
@@ -364,7 +366,7 @@ TEST(GenericCsvTest, SamplesAreTheNearestFloat) {
     DsoSetup setup;
     WaveRecord record;
     const WaveCsvLoadResult r = LoadGenericCsvBytes(file, "numbers.csv", setup, record);
-    ASSERT_EQ(r.status, 0) << r.errorText;
+    ASSERT_TRUE(r.ok()) << r.outcome.text();
     ASSERT_EQ(static_cast<size_t>(r.rowsRead), texts.size());
     for (size_t k = 0; k < texts.size(); ++k) {
         std::string_view t = texts[k];
@@ -385,13 +387,13 @@ TEST(GenericCsvTest, RowsBeyondTheLongestRecordAreRefused) {
     DsoSetup setup;
     WaveRecord record;
     WaveCsvLoadResult r = LoadGenericCsvBytes(bytes, "long.csv", setup, record, options);
-    ASSERT_EQ(r.status, 0) << r.errorText;
+    ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(r.rowsRead, kMaxSamples);
     EXPECT_EQ(setup.RecordLength, 5000010);
     bytes += "1\n";
     r = LoadGenericCsvBytes(bytes, "long.csv", setup, record, options);
-    EXPECT_LT(r.status, 0);
-    EXPECT_NE(r.errorText.find("more than 5000011 rows"), std::string::npos) << r.errorText;
+    EXPECT_FALSE(r.ok());
+    EXPECT_NE(r.outcome.text().find("more than 5000011 rows"), std::string::npos) << r.outcome.text();
 }
 
 TEST(GenericCsvTest, VoltsPerDivisionFromTheOneTwoFiveSeries) {
@@ -413,7 +415,7 @@ TEST(GenericCsvTest, VoltsPerDivisionFromTheOneTwoFiveSeries) {
                  floatText(sampleOf(1, k)) + "\n";
     DsoSetup setup;
     WaveRecord record;
-    ASSERT_EQ(LoadGenericCsvBytes(bytes, "n.csv", setup, record).status, 0);
+    ASSERT_TRUE(LoadGenericCsvBytes(bytes, "n.csv", setup, record).ok());
     EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 1.0f);
     EXPECT_FLOAT_EQ(setup.VoltsPerDiv[2], 0.2f);
     EXPECT_FLOAT_EQ(setup.VoltsPerDiv[3], 0.5f);
@@ -438,7 +440,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
     WaveRecord record;
     WaveFieldTable table;
     WaveCsvLoadResult r = LoadAnyWaveCsv(path("in.csv"), setup, record, table);
-    ASSERT_EQ(r.status, 0) << r.errorText;
+    ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(setup.DateTime.size(), 19u) << setup.DateTime;
     ASSERT_TRUE(SaveGenericCsv(path("generic.csv"), setup, record));
     ASSERT_TRUE(SaveWaveCsv(path("own.csv"), setup, record));
@@ -449,7 +451,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
         WaveRecord again;
         WaveFieldTable t2;
         r = LoadAnyWaveCsv(path(name), back, again, t2);
-        ASSERT_EQ(r.status, 0) << r.errorText;
+        ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_EQ(r.generic, std::string(name) == "generic.csv");
         EXPECT_EQ(back.ChannelCount, 4);
         EXPECT_EQ(back.RecordLength, kRows);

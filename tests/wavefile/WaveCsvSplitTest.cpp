@@ -71,7 +71,7 @@ TEST(WaveCsvSplitTest, TwoThreadsReadWhatOneReads) {
             const Loaded one = load(file, ~uint64_t{0});
             const Loaded two = load(file, 1);
             const std::string at = std::string(shape.name) + ", " + std::to_string(n) + " rows";
-            EXPECT_EQ(two.result.status, one.result.status) << at;
+            EXPECT_EQ(two.result.outcome, one.result.outcome) << at;
             EXPECT_EQ(two.result.rowsRead, one.result.rowsRead) << at;
             EXPECT_EQ(two.setup.RecordLength, one.setup.RecordLength) << at;
             EXPECT_EQ(two.setup.Model, one.setup.Model) << at;

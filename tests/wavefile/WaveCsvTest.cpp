@@ -99,7 +99,7 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     WaveRecord got;
     WaveFieldTable table;
     auto r = LoadWaveCsv(path("w.csv"), back, got, table);
-    ASSERT_EQ(r.status, 0) << r.errorText;
+    ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(back.DateTime, " 2026/11/23 10:00:00");
     EXPECT_EQ(back.Coupling[1], "");  // not read back
     EXPECT_EQ(got.WaveLength, 0);     // left to the caller
@@ -119,8 +119,8 @@ TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
     DsoSetup s;
     WaveRecord rec;
     WaveFieldTable table;
-    ASSERT_EQ(LoadWaveCsv(path("four.csv"), s, rec, table).status, 0);
-    ASSERT_EQ(LoadWaveCsv(path("two.csv"), s, rec, table).status, 0);
+    ASSERT_TRUE(LoadWaveCsv(path("four.csv"), s, rec, table).ok());
+    ASSERT_TRUE(LoadWaveCsv(path("two.csv"), s, rec, table).ok());
     EXPECT_EQ(s.ChannelCount, 2);
     EXPECT_EQ(s.RecordLength, 0);  // 3 rows round to 0
     for (int k = 0; k < 3; ++k) {
@@ -134,7 +134,7 @@ TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
     // longer row, and a header line read later sees them as well.
     writeFile("mixed.csv",
               header("DS-5354", "4", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
-    ASSERT_EQ(LoadWaveCsv(path("mixed.csv"), s, rec, table).status, 0);
+    ASSERT_TRUE(LoadWaveCsv(path("mixed.csv"), s, rec, table).ok());
     EXPECT_EQ(rec.wave[2][1], 3.0f);
     EXPECT_EQ(rec.wave[3][3], 12.0f);
     EXPECT_EQ(table.field(0), "13");
@@ -145,7 +145,7 @@ TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
     fresh.ensureLength(3);
     fresh.wave[2][1] = 42.0f;
     WaveFieldTable clean;
-    ASSERT_EQ(LoadWaveCsv(path("two.csv"), s, fresh, clean).status, 0);
+    ASSERT_TRUE(LoadWaveCsv(path("two.csv"), s, fresh, clean).ok());
     EXPECT_EQ(fresh.wave[2][1], 42.0f);
 }
 
@@ -179,7 +179,7 @@ TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
         DsoSetup back;
         WaveRecord got;
         WaveFieldTable table;
-        ASSERT_EQ(LoadWaveCsv(path("c.csv"), back, got, table).status, 0);
+        ASSERT_TRUE(LoadWaveCsv(path("c.csv"), back, got, table).ok());
         EXPECT_EQ(back.ChannelCount, c.count);
         EXPECT_EQ(back.RecordLength, 10);
     }
@@ -195,7 +195,7 @@ TEST_F(WaveCsvTest, RowCountIsRoundedToTens) {
         WaveRecord rec;
         WaveFieldTable table;
         auto r = LoadWaveCsv(path("r.csv"), s, rec, table);
-        ASSERT_EQ(r.status, 0);
+        ASSERT_TRUE(r.ok());
         EXPECT_EQ(r.rowsRead, rows);
         EXPECT_EQ(s.RecordLength, expected) << rows;
         for (const auto& w : rec.wave) EXPECT_GE(static_cast<int32_t>(w.size()), expected);
@@ -210,7 +210,7 @@ TEST_F(WaveCsvTest, PointsLimitsTheRowsRead) {
     WaveRecord rec;
     WaveFieldTable table;
     auto r = LoadWaveCsv(path("p.csv"), s, rec, table);
-    ASSERT_EQ(r.status, 0);
+    ASSERT_TRUE(r.ok());
     EXPECT_EQ(r.rowsRead, 20);
     EXPECT_EQ(rec.wave[0][19], 19.0f);
 }
@@ -238,8 +238,8 @@ TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
         WaveRecord rec;
         WaveFieldTable table;
         auto r = LoadWaveCsv(path("b.csv"), s, rec, table);
-        EXPECT_EQ(r.status < 0, c.fails) << c.name;
-        EXPECT_EQ(r.errorText.empty(), !c.fails) << c.name;
+        EXPECT_EQ(!r.ok(), c.fails) << c.name;
+        EXPECT_EQ(r.outcome.text().empty(), !c.fails) << c.name;
         EXPECT_EQ(s.RecordLength, c.recordLength) << c.name;
         EXPECT_EQ(s.Model, c.model) << c.name;
     }
@@ -248,12 +248,12 @@ TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
     WaveRecord rec;
     WaveFieldTable table;
     auto r = LoadWaveCsv(path("missing.csv"), s, rec, table);
-    EXPECT_LT(r.status, 0);
+    EXPECT_FALSE(r.ok());
 
     // Samples before a fault stay.
     writeFile("late.csv", good + "1,2\r\n3,4\r\nCH9 Volt/div, 1 \r\n5,6\r\n");
     r = LoadWaveCsv(path("late.csv"), s, rec, table);
-    EXPECT_LT(r.status, 0);
+    EXPECT_FALSE(r.ok());
     EXPECT_EQ(r.rowsRead, 2);
     EXPECT_EQ(rec.wave[0][1], 3.0f);
     EXPECT_EQ(s.RecordLength, 20);
@@ -295,13 +295,14 @@ TEST_F(WaveCsvTest, RefusedFilesNameTheFileTheLineAndTheField) {
             auto& w = ways[way];
             w.result = way == 0 ? LoadWaveCsv(path("bad.csv"), w.setup, w.record, table)
                                 : LoadWaveCsvBytes(c.text, path("bad.csv"), w.setup, w.record, table);
-            EXPECT_LT(w.result.status, 0) << c.name;
-            EXPECT_EQ(w.result.errorText.rfind(path("bad.csv") + c.where, 0), 0u)
-                << c.name << ": " << w.result.errorText;
-            EXPECT_NE(w.result.errorText.find(c.says), std::string::npos) << c.name << ": " << w.result.errorText;
+            EXPECT_FALSE(w.result.ok()) << c.name;
+            EXPECT_EQ(w.result.outcome.text().rfind(path("bad.csv") + c.where, 0), 0u)
+                << c.name << ": " << w.result.outcome.text();
+            EXPECT_NE(w.result.outcome.text().find(c.says), std::string::npos)
+                << c.name << ": " << w.result.outcome.text();
             EXPECT_EQ(w.result.rowsRead, c.rowsRead) << c.name;
         }
-        EXPECT_EQ(ways[0].result.errorText, ways[1].result.errorText) << c.name;
+        EXPECT_EQ(ways[0].result.outcome.text(), ways[1].result.outcome.text()) << c.name;
     }
 }
 
@@ -333,7 +334,7 @@ TEST_F(WaveCsvTest, WarningsOfFilesThatStillLoad) {
         WaveRecord rec;
         WaveFieldTable table;
         auto r = LoadWaveCsv(path("w.csv"), s, rec, table);
-        ASSERT_EQ(r.status, 0) << c.name << ": " << r.errorText;
+        ASSERT_TRUE(r.ok()) << c.name << ": " << r.outcome.text();
         std::vector<std::string> want;
         for (const auto& w : c.warnings) want.push_back(path("w.csv") + ": " + w);
         EXPECT_EQ(r.warnings, want) << c.name;
