@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <random>
 
 namespace mervasto {
@@ -22,9 +23,9 @@ public:
         while (u <= 0) u = uniform();
         const double v = uniform();
         const double r = std::sqrt(-2.0 * std::log(u));
-        kept_ = r * std::sin(2 * M_PI * v);
+        kept_ = r * std::sin(2 * std::numbers::pi * v);
         spare_ = true;
-        return r * std::cos(2 * M_PI * v);
+        return r * std::cos(2 * std::numbers::pi * v);
     }
 
 private:

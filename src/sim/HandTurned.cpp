@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <utility>
 
 #include "sim/Noise.h"
@@ -27,7 +28,7 @@ double Angle(int64_t i, int64_t n) {
     const int s = std::clamp(static_cast<int>(x), 0, kSegments - 1);
     const double u = std::clamp(x - s, 0.0, 1.0);
     const double from = kTurns[s] + centre, to = kTurns[s + 1] + centre;
-    return from + (to - from) * (1 - std::cos(M_PI * u)) / 2;
+    return from + (to - from) * (1 - std::cos(std::numbers::pi * u)) / 2;
 }
 
 bool LineA(double t) { return t - std::floor(t) < 0.5; }

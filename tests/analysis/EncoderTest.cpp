@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <cstdlib>
 #include <functional>
 #include <vector>
@@ -89,8 +90,9 @@ TEST(Encoder, PositionDirectionAndPhaseOverSpeedProfiles) {
         {"backward", [](int32_t i) { return 60 - i / 400.0; }, 90, 0, 270},
         {"phase error", [](int32_t i) { return 0.1 + i / 500.0; }, 110, 0, 110},
         {"one reversal", [](int32_t i) { return 0.1 + 20 - std::fabs(i - 10000) / 500.0; }, 90, 1, -1},
-        {"three reversals", [](int32_t i) { return 0.3 + 5 * std::sin(i * 2 * M_PI / 10000.0 - M_PI / 2) + 5; }, 90, 3,
-         -1},
+        {"three reversals",
+         [](int32_t i) { return 0.3 + 5 * std::sin(i * 2 * std::numbers::pi / 10000.0 - std::numbers::pi / 2) + 5; },
+         90, 3, -1},
         {"slow start", [](int32_t i) { return 0.1 + (i * 1.0 * i) / 4e6; }, 90, 0, 90},
     };
     for (const auto& c : cases) {
