@@ -2,9 +2,12 @@
 # layers below it. Sources are picked up by glob so that adding a file to a
 # layer needs no edit here.
 function(mervasto_layer name)
-  cmake_parse_arguments(L "" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(L "" "" "DEPS;EXCLUDE" ${ARGN})
   file(GLOB _src CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   list(FILTER _src EXCLUDE REGEX ".*/main_[^/]*\\.cpp$")
+  foreach(_x IN LISTS L_EXCLUDE)
+    list(REMOVE_ITEM _src ${CMAKE_CURRENT_SOURCE_DIR}/${_x})
+  endforeach()
   if(_src)
     add_library(mervasto_${name} STATIC ${_src})
     target_include_directories(mervasto_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
