@@ -6,7 +6,7 @@ namespace mervasto {
 
 FilePreload::FilePreload(std::vector<std::string> files, const DsoSetup& setup, const WaveRecord& record,
                          const WaveFieldTable& table, WaveImportOptions options)
-    : files_(std::move(files)), options_(std::move(options)), setup_(setup), table_(table) {
+    : files_(std::move(files)), options_(options), setup_(setup), table_(table) {
     record_.wave = record.wave;
     startNext();
 }

@@ -174,10 +174,10 @@ private:
             shared_->logged.notify_all();
             replies = shared_->model.handle(line);
         }
-        for (SimReply& r : replies) deliver(s, std::move(r));
+        for (const SimReply& r : replies) deliver(s, r);
     }
 
-    void deliver(QTcpSocket* s, SimReply reply) {
+    void deliver(QTcpSocket* s, const SimReply& reply) {
         using How = SimReply::How;
         // A connection closed by an earlier reply takes no more bytes.
         if (reply.how != How::Arm && reply.how != How::SwitchOff && !conns_.count(s)) return;

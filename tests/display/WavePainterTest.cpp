@@ -10,6 +10,7 @@
 
 // The font library keeps a few blocks for the life of the process; they are
 // not ours to free.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer looks for this name
 extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig\n"; }
 
 namespace mervasto {
