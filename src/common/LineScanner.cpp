@@ -58,18 +58,22 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
 #else
     file_ = std::fopen(path_.c_str(), "rb");
 #endif
-    if (!file_) {
-        const int error = errno;
-        throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
-    }
     // A folder opens on some systems and then fails on the first read,
-    // which would only say "Read error.". Only what has no size is asked.
-    std::error_code ec;
-    const auto fileSize = std::filesystem::file_size(path_, ec);
-    if (std::error_code folderError; ec && std::filesystem::is_directory(path_, folderError)) {
+    // which would only say "Read error."; on Windows it does not open, for
+    // want of permission. Only what cannot be opened or has no size is asked.
+    const auto refuseFolder = [this] {
+        if (std::error_code folderError; !std::filesystem::is_directory(path_, folderError)) return;
         close();
         throw RuntimeError(ErrorCode::FileIo, "This is a folder, not a file.");
+    };
+    if (!file_) {
+        const int error = errno;
+        refuseFolder();
+        throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
     }
+    std::error_code ec;
+    const auto fileSize = std::filesystem::file_size(path_, ec);
+    if (ec) refuseFolder();
 #ifdef _WIN32
     const int sought = offset > 0 ? _fseeki64(file_, static_cast<long long>(offset), SEEK_SET) : 0;
 #else
