@@ -105,10 +105,10 @@ void loadGeneric(const LineSource& source, DsoSetup& setup, WaveRecord& record, 
     };
     SplitRead split;
     split.start(source, size, in.lineStart(), options.own.splitBytes,
-                [&parser, t = tail.get()](std::string_view row, const LineScanner& at) {
+                [&parser, t = tail.get(), size](std::string_view row, const LineScanner& at) {
                     if (TrimCell(row).empty()) return true;
                     try {
-                        parser.take(row, *t, at.size() > at.lineStart() ? at.size() - at.lineStart() : 0);
+                        parser.take(row, *t, size > at.lineStart() ? size - at.lineStart() : 0);
                     } catch (const RowFault& f) {
                         t->fault = f;
                         t->faultLine = at.lineNumber() - 1;  // its first line is the one after the part-line
