@@ -28,11 +28,9 @@ unsigned Jobs();
 
 namespace detail {
 
+// Not copied: its mutex and condition make it a fixed place to wait at.
 class JobBase {
 public:
-    JobBase() = default;
-    JobBase(const JobBase&) = delete;
-    JobBase& operator=(const JobBase&) = delete;
     virtual ~JobBase() = default;
 
     // Runs the job here unless a worker has begun it, then waits for its end;
