@@ -69,6 +69,25 @@ private:
     uint64_t lineNumber_ = 0;
 };
 
+// Where a reader's lines come from: a file, or its bytes in memory with name
+// standing for the file in texts. Both are read through the same code, so
+// that a reader fed from memory (the fuzzers) meets every path a file takes.
+struct LineSource {
+    std::string name;
+    std::string_view bytes;
+    bool memory = false;
+
+    static LineSource File(std::string_view fileName) { return {std::string(fileName), {}, false}; }
+    static LineSource Bytes(std::string_view bytes, std::string_view name) { return {std::string(name), bytes, true}; }
+    // Throws as LineScanner::open does.
+    void open(LineScanner& in, uint64_t offset = 0) const {
+        if (memory)
+            in.openBytes(bytes, offset);
+        else
+            in.open(name, offset);
+    }
+};
+
 // The position of the first byte equal to c in [p, end), or end.
 const char* FindByte(const char* p, const char* end, char c);
 

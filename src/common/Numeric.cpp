@@ -187,30 +187,26 @@ void appendShortest(std::string& out, T x, int maxDigits, int plainLimit) {
     appendDecimal(out, d, plainLimit, true);
 }
 
+// Leading blanks skipped, the longest leading number taken, 0 without one.
+template <typename T>
+T lenientValue(std::string_view text) {
+    size_t i = 0;
+    while (i < text.size() && isBlank(text[i])) ++i;
+    text.remove_prefix(i);
+    bool hasDigits = false;
+    const size_t n = numberExtent(text, hasDigits);
+    if (n == 0) return T{0};
+    return parseExtent<T>(text.substr(0, n));
+}
+
 constexpr int kSinglePlainLimit = 7;
 constexpr int kDoublePlainLimit = 15;
 
 }  // namespace
 
-double Val(std::string_view text) {
-    size_t i = 0;
-    while (i < text.size() && isBlank(text[i])) ++i;
-    text.remove_prefix(i);
-    bool hasDigits = false;
-    size_t n = numberExtent(text, hasDigits);
-    if (n == 0) return 0.0;
-    return parseExtent<double>(text.substr(0, n));
-}
+double Val(std::string_view text) { return lenientValue<double>(text); }
 
-float ValSingle(std::string_view text) {
-    size_t i = 0;
-    while (i < text.size() && isBlank(text[i])) ++i;
-    text.remove_prefix(i);
-    bool hasDigits = false;
-    size_t n = numberExtent(text, hasDigits);
-    if (n == 0) return 0.0f;
-    return parseExtent<float>(text.substr(0, n));
-}
+float ValSingle(std::string_view text) { return lenientValue<float>(text); }
 
 double NumberText(std::string_view text) {
     size_t i = 0;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/DecimalScan.h"
 #include "common/Numeric.h"
 
 namespace mervasto {
@@ -13,11 +14,8 @@ namespace {
 
 constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                              1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr double kNegPow10[] = {1e0,   1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,  1e-9,  1e-10, 1e-11,
-                                1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17, 1e-18, 1e-19, 1e-20, 1e-21, 1e-22};
 // 10^e for e = -4 .. 7, to place the first digit.
 constexpr double kPlace[] = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-constexpr uint64_t kPow10i[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
 
 // Round half to even for |v| < 2^51 in the default rounding mode.
 inline double roundEven(double v) {
@@ -131,7 +129,7 @@ char* writeFast(char* o, float x) {
         p = 9;
         if (!s.nearest(9, m)) return nullptr;
     }
-    if (m < kPow10i[p - 1] || m >= kPow10i[p]) return nullptr;
+    if (m < kPowersOfTen[p - 1] || m >= kPowersOfTen[p]) return nullptr;
 
     char digits[10];
     auto v = static_cast<uint32_t>(m);
@@ -150,8 +148,6 @@ char* writeFast(char* o, float x) {
     *o++ = ' ';
     return o;
 }
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
@@ -172,111 +168,17 @@ char* WriteSampleText(char* out, float x) {
     return out + general.size();
 }
 
-namespace {
-
-// m x 10^-scale as the nearest float (m < 2^53, |scale| <= 22). m is exact;
-// one multiplication by a rounded power of ten leaves the double within a few
-// units of its last place, so the float from it is the correctly rounded one
-// unless the double lies that close to a midpoint between two floats.
-float toSingle(uint64_t m, int scale, bool negative, std::string_view text) {
-    const double d = scale >= 0 ? static_cast<double>(m) * kNegPow10[scale] : static_cast<double>(m) * kPow10[-scale];
-    if (!(d >= 1.1754943508222875e-38 && d < 3.4028234663852886e38)) return ValSingle(text);
-    uint64_t b;
-    std::memcpy(&b, &d, sizeof b);
-    const uint64_t low = b & ((uint64_t{1} << 29) - 1);
-    const uint64_t mid = uint64_t{1} << 28;
-    if (low + 8 >= mid && low <= mid + 8) return ValSingle(text);
-    const float v = static_cast<float>(d);
-    return negative ? -v : v;
-}
-
-}  // namespace
-
 float SampleValue(std::string_view text) {
     const char* p = text.data();
-    const char* end = p + text.size();
+    const char* const end = p + text.size();
     while (p < end && (*p == ' ' || *p == '\t')) ++p;
-    bool negative = false;
-    if (p < end && (*p == '-' || *p == '+')) negative = *p++ == '-';
-    // The usual sample, ".dddddddd" or "d.ddddddd" with up to eight digits
-    // after the point and no exponent, in one go.
-    if (end - p >= 10) {
-        uint64_t lead = 0;
-        const char* point = p;
-        if (isDigit(*p) && p[1] == '.') {
-            lead = static_cast<uint64_t>(*p - '0');
-            point = p + 1;
-        }
-        if (*point == '.') {
-            uint64_t chunk;
-            std::memcpy(&chunk, point + 1, sizeof chunk);
-            const int n = LeadingDigits(chunk);
-            const char* after = point + 1 + n;
-            const char c = after < end ? *after : ' ';
-            if (n > 0 && !isDigit(c) && c != 'e' && c != 'E' && c != 'd' && c != 'D') {
-                const uint64_t m = lead * kPow10i[n] + EightDigits(chunk << (8 * (8 - n)));
-                if (m == 0) return negative ? -0.0f : 0.0f;
-                return toSingle(m, n, negative, text);
-            }
-        }
-    }
-    // Leading zeros carry no digits; after them at most 15 digits are taken
-    // here (exact in a double), longer numbers go to the general parse.
-    bool any = false;
-    while (p < end && *p == '0') {
-        ++p;
-        any = true;
-    }
-    uint64_t m = 0;
-    int scale = 0;  // digits after the point
-    const char* first = p;
-    const char* limit = end - p > 15 ? p + 15 : end;
-    while (p < limit && isDigit(*p)) m = m * 10 + static_cast<uint64_t>(*p++ - '0');
-    int taken = static_cast<int>(p - first);
-    if (p < end && isDigit(*p)) return ValSingle(text);
-    any = any || taken > 0;
-    if (p < end && *p == '.') {
-        ++p;
-        if (m == 0) {
-            const char* zeros = p;
-            while (p < end && *p == '0') ++p;
-            scale = static_cast<int>(p - zeros);
-            any = any || scale > 0;
-        }
-        const char* frac = p;
-        if (end - p >= 8) {
-            // Up to eight digits at once; most samples have seven or eight.
-            uint64_t chunk;
-            std::memcpy(&chunk, p, sizeof chunk);
-            const int n = LeadingDigits(chunk);
-            if (n > 0 && n <= 15 - taken) {
-                m = m * kPow10i[n] + EightDigits(chunk << (8 * (8 - n)));
-                p += n;
-            }
-        }
-        const int room = 15 - taken - static_cast<int>(p - frac);
-        const char* fracLimit = end - p > room ? p + room : end;
-        while (p < fracLimit && isDigit(*p)) m = m * 10 + static_cast<uint64_t>(*p++ - '0');
-        if (p < end && isDigit(*p)) return ValSingle(text);
-        scale += static_cast<int>(p - frac);
-        any = any || p > frac;
-    }
-    if (!any) return 0.0f;
-    if (p < end && (*p == 'e' || *p == 'E' || *p == 'd' || *p == 'D')) {
-        const char* q = p + 1;
-        bool expNegative = false;
-        if (q < end && (*q == '-' || *q == '+')) expNegative = *q++ == '-';
-        if (q >= end || !isDigit(*q) || *p == 'd' || *p == 'D') return ValSingle(text);
-        int ex = 0;
-        while (q < end && isDigit(*q)) {
-            ex = ex * 10 + (*q++ - '0');
-            if (ex > 100) return ValSingle(text);
-        }
-        scale -= expNegative ? -ex : ex;
-    }
-    if (m == 0) return negative ? -0.0f : 0.0f;
-    if (m >= (uint64_t{1} << 53) || scale > 22 || scale < -22) return ValSingle(text);
-    return toSingle(m, scale, negative, text);
+    Decimal d;
+    const char* q = ScanDecimal(p, end, '.', d);
+    float v = 0;
+    // No digits, an exponent mark without digits or as 'd', or a value one
+    // exact operation cannot give: as Val reads it.
+    if (q == nullptr || (q < end && (*q == 'd' || *q == 'D')) || !NearestSingle(d, v)) return ValSingle(text);
+    return v;
 }
 
 namespace {

@@ -2,17 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cmath>
-#include <condition_variable>
 #include <cstring>
-#include <deque>
-#include <functional>
-#include <future>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
@@ -20,6 +13,7 @@
 #include "common/TextUtil.h"
 #include "common/LineScanner.h"
 #include "wavefile/SampleText.h"
+#include "wavefile/SplitRead.h"
 
 namespace mervasto {
 
@@ -232,129 +226,48 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
     }
 }
 
-// The second half of a long file, read by a second thread while the first
-// half is read as usual. It only takes plain sample rows: all with the same
-// number of fields, at least four, the third not empty, no setup line. Any
-// other shape leaves it unusable and the first thread reads on by itself, so
-// that every quirk of the row-by-row reading stays where it was.
+// The rows after the middle of a long file, read by the second reader. It
+// only takes plain sample rows: all with the same number of fields, at least
+// four, the third not empty, no setup line. Any other shape leaves them
+// unused and the first reader reads on by itself, so that every quirk of the
+// row-by-row reading stays where it was.
 struct TailRows {
-    uint64_t seekTo = 0;  // where the thread began (inside some line)
-    uint64_t start = 0;   // the first line it took: the one after the line holding seekTo
-    bool usable = false;
     std::array<std::vector<float>, kWaveChannels> values;
     size_t rows = 0;
     size_t fields = 0;
     std::string lastLine;  // the last row, for the field table
-    std::atomic<bool> cancel{false};
-};
 
-// Where the lines come from: a file, or its bytes in memory. Both are read
-// through the same code, so that a reader fed from memory (the fuzzers) meets
-// every path a file takes.
-struct Source {
-    std::string name;
-    std::string_view bytes;
-    bool memory = false;
-
-    void open(LineScanner& in, uint64_t offset) const {
-        if (memory)
-            in.openBytes(bytes, offset);
-        else
-            in.open(name, offset);
-    }
-};
-
-// The second reader runs on one thread kept for the program's life: starting
-// a thread for every file cost more than reading a short file.
-class TailThread {
-public:
-    static TailThread& get() {
-        static TailThread thread;
-        return thread;
-    }
-    ~TailThread() {
-        {
-            std::lock_guard lock(mutex_);
-            stop_ = true;
+    // Takes one line; false where the rows stop being plain.
+    bool take(std::string_view line, const LineScanner& in) {
+        if (begin == UINT64_MAX) begin = in.lineStart();
+        if (line.empty()) return true;
+        splitSpans(line, spans);
+        if (classify(line.substr(0, spans[0].length)) != HeaderKey::None) return false;
+        if (rows == 0) fields = spans.size();
+        if (spans.size() != fields || fields < kWaveChannels || spans[2].length == 0) return false;
+        if (rows >= static_cast<size_t>(kMaxSamples)) return false;
+        if (rows == reservedFor) {
+            // Room for the rest, estimated from the bytes per row so far.
+            const uint64_t done = in.lineStart() - begin + line.size() + 1;
+            const uint64_t left = in.size() > in.lineStart() ? in.size() - in.lineStart() : 0;
+            const uint64_t more = rows == 0 ? 4096 : left * (rows + 1) / done + rows / 64 + 1024;
+            reservedFor = std::min<uint64_t>(rows + more, static_cast<uint64_t>(kMaxSamples));
+            for (auto& v : values) v.reserve(reservedFor);
         }
-        wake_.notify_one();
-        thread_.join();
-    }
-    std::future<void> start(std::function<void()> job) {
-        std::packaged_task<void()> task(std::move(job));
-        std::future<void> done = task.get_future();
-        {
-            std::lock_guard lock(mutex_);
-            jobs_.push_back(std::move(task));
-        }
-        wake_.notify_one();
-        return done;
+        for (size_t ch = 0; ch < kWaveChannels; ++ch)
+            values[ch].push_back(SampleValue(line.substr(spans[ch].start, spans[ch].length)));
+        ++rows;
+        lastLine.assign(line);
+        return true;
     }
 
 private:
-    TailThread() : thread_([this] { run(); }) {}
-    void run() {
-        while (true) {
-            std::packaged_task<void()> task;
-            {
-                std::unique_lock lock(mutex_);
-                wake_.wait(lock, [&] { return stop_ || !jobs_.empty(); });
-                if (jobs_.empty()) return;
-                task = std::move(jobs_.front());
-                jobs_.pop_front();
-            }
-            task();
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::deque<std::packaged_task<void()>> jobs_;
-    bool stop_ = false;
-    std::thread thread_;  // last: starts once the rest is ready
+    std::vector<FieldSpan> spans;
+    uint64_t begin = UINT64_MAX;
+    uint64_t reservedFor = 0;
 };
 
-void readTail(const Source& source, TailRows& t) noexcept {
-    try {
-        LineScanner in;
-        source.open(in, t.seekTo);
-        std::string_view line;
-        if (!in.next(line)) return;  // the part-line seekTo fell into
-        std::vector<FieldSpan> spans;
-        bool first = true;
-        uint64_t reservedFor = 0;
-        while (in.next(line)) {
-            if (first) {
-                t.start = in.lineStart();
-                first = false;
-            }
-            if (line.empty()) continue;
-            splitSpans(line, spans);
-            if (classify(line.substr(0, spans[0].length)) != HeaderKey::None) return;
-            if (t.rows == 0) t.fields = spans.size();
-            if (spans.size() != t.fields || t.fields < kWaveChannels || spans[2].length == 0) return;
-            if (t.rows >= static_cast<size_t>(kMaxSamples)) return;
-            if ((t.rows & 0xFFFF) == 0 && t.cancel.load(std::memory_order_relaxed)) return;
-            if (t.rows == reservedFor) {
-                // Room for the rest, estimated from the bytes per row so far.
-                const uint64_t done = in.lineStart() - t.start + line.size() + 1;
-                const uint64_t left = in.size() > in.lineStart() ? in.size() - in.lineStart() : 0;
-                const uint64_t more = t.rows == 0 ? 4096 : left * (t.rows + 1) / done + t.rows / 64 + 1024;
-                reservedFor = std::min<uint64_t>(t.rows + more, static_cast<uint64_t>(kMaxSamples));
-                for (auto& v : t.values) v.reserve(reservedFor);
-            }
-            for (size_t ch = 0; ch < kWaveChannels; ++ch)
-                t.values[ch].push_back(SampleValue(line.substr(spans[ch].start, spans[ch].length)));
-            ++t.rows;
-            t.lastLine.assign(line);
-        }
-        t.usable = !first && t.rows > 0;
-    } catch (...) {
-        t.usable = false;
-    }
-}
-
-WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                        const WaveCsvReadOptions& options) {
     WaveCsvLoadResult result;
     LineScanner in;
@@ -378,20 +291,10 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
         pendingSpans.clear();
     };
 
-    std::unique_ptr<TailRows> tail;
-    std::future<void> tailDone;
-    struct WaitForTail {
-        std::unique_ptr<TailRows>& tail;
-        std::future<void>& done;
-        ~WaitForTail() {
-            if (tail) tail->cancel = true;
-            if (done.valid()) done.wait();
-        }
-    } waitForTail{tail, tailDone};
-    // Where the second thread began, kept here rather than read from *tail
-    // on every line: that thread writes next to it all the time, and each
-    // read would pull the cache line back.
-    uint64_t tailFrom = UINT64_MAX;
+    // On the heap, away from this reader's own variables: the second reader
+    // writes there all the time.
+    auto tail = std::make_unique<TailRows>();
+    SplitRead split;
 
     try {
         source.open(in, 0);
@@ -412,12 +315,11 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
         };
 
         while (in.next(line)) {
-            if (in.lineStart() > tailFrom && tail) {
-                // The second thread has read from here on: take its rows when
+            if (split.reached(in.lineStart())) {
+                // The second reader has read from here on: take its rows when
                 // reading on row by row would give the same.
-                tailDone.get();
                 const bool same =
-                    tail->usable && tail->start == in.lineStart() && inData &&
+                    split.joinAt(in.lineStart()) && split.ended() && tail->rows > 0 && inData &&
                     static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
                     !(setup.RecordLength > counter && static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
                 if (same) {
@@ -444,14 +346,10 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
                 if (what == HeaderKey::DataStart) {
                     inData = true;
                     counter = 0;
-                    const uint64_t size = in.size();
-                    if (!tail && !tailDone.valid() && size >= options.splitBytes && in.lineStart() < size / 2) {
-                        tail = std::make_unique<TailRows>();
-                        tail->seekTo = size / 2;
-                        tailFrom = tail->seekTo;
-                        TailRows* rows = tail.get();
-                        tailDone = TailThread::get().start([&source, rows] { readTail(source, *rows); });
-                    }
+                    if (tail)
+                        split.start(
+                            source, in.size(), in.lineStart(), options.splitBytes,
+                            [t = tail.get()](std::string_view row, const LineScanner& at) { return t->take(row, at); });
                 }
                 continue;
             }
@@ -519,12 +417,12 @@ WaveCsvLoadResult load(const Source& source, DsoSetup& setup, WaveRecord& record
 
 WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                               const WaveCsvReadOptions& options) {
-    return load(Source{std::string(fileName), {}, false}, setup, record, table, options);
+    return load(LineSource::File(fileName), setup, record, table, options);
 }
 
 WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup, WaveRecord& record,
                                    WaveFieldTable& table, const WaveCsvReadOptions& options) {
-    return load(Source{std::string(name), bytes, true}, setup, record, table, options);
+    return load(LineSource::Bytes(bytes, name), setup, record, table, options);
 }
 
 Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
