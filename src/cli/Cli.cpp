@@ -1,52 +1,66 @@
 #include "cli/Cli.h"
 
-#include "app/core/DataFolders.h"
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
-#include "app/core/Settings.h"
+#include "app/core/DataFolders.h"
 #include "app/core/SettingsTable.h"
 #include "app/core/Startup.h"
 #include "app/core/Version.h"
-#include "common/PackageVersion.h"
 #include "cli/FilePreload.h"
-#include "cli/Json.h"
 #include "cli/Plots.h"
 #include "cli/Report.h"
 #include "common/Numeric.h"
+#include "common/PackageVersion.h"
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
-#include "dso/DsoLink.h"
-#include "dso/DsoSetupReadout.h"
-#include "dso/WaveTransfer.h"
-#include "results/Comparator.h"
+#include "results/ResultFiles.h"
 #include "results/SeriesTrend.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
 
-#include <QCoreApplication>
+#include <QObject>
 #include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <functional>
-#include <csignal>
 #include <iostream>
 #include <map>
 #include <memory>
-#include <optional>
+#include <ostream>
+#include <set>
 
 namespace mervasto {
 
+namespace cli {
+
+// The command line as given: the command, its files and every option.
+struct Options {
+    std::string command;
+    std::vector<std::string> files;
+    std::optional<std::string> dataFolder;
+    std::optional<std::string> settingsFile;
+    std::vector<std::pair<std::string, std::string>> sets;
+    std::string format = "table";
+    bool cycles = false;
+    bool noSave = false;
+    std::optional<std::string> comparator;
+    std::optional<std::string> ip;
+    std::optional<int32_t> repeat;
+    bool newAcquisition = false;
+    bool omitRange = false;
+    std::optional<int> timeoutMs;
+    double importInterval = 0;
+    bool generic = false;
+    std::optional<std::string> plots;
+    int jobs = 2;
+};
+
 namespace {
-
-std::atomic<bool> gInterrupted{false};
-
-// The title of a wave file's warnings among a pass's JSON "messages".
-constexpr const char* kWaveFileWarningTitle = "Wave File";
-
-extern "C" void onInterrupt(int) { gInterrupted = true; }
 
 constexpr const char* kUsage = R"(mervasto-cli: Periods/Encoder Pulses Analyzing from the command line.
 
@@ -87,81 +101,78 @@ Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 
 4 the instrument cannot be reached or failed during the run (the passes before it are kept).
 )";
 
-struct Options {
-    std::string command;
-    std::vector<std::string> files;
-    std::optional<std::string> dataFolder;
-    std::optional<std::string> settingsFile;
-    std::vector<std::pair<std::string, std::string>> sets;
-    std::string format = "table";
-    bool cycles = false;
-    bool noSave = false;
-    std::optional<std::string> comparator;
-    std::optional<std::string> ip;
-    std::optional<int32_t> repeat;
-    bool newAcquisition = false;
-    bool omitRange = false;
-    std::optional<int> timeoutMs;
-    double importInterval = 0;
-    bool generic = false;
-    std::optional<std::string> plots;
-    int jobs = 2;
-};
+// A misspelt or misplaced option: the usage tells the right form.
+Outcome optionError(const std::string& text) { return {ErrorCode::BadOption, text + "\n(try --help)"}; }
 
-struct OptionError {
-    std::string text;
-};
+// A number option's value; a value that is no number is the option's fault.
+Outcome numberOption(const std::string& v, double& n) {
+    try {
+        n = NumberText(v);
+        return Outcome::Ok();
+    } catch (const RuntimeError& e) {
+        return {ErrorCode::BadOption, e.what()};
+    }
+}
 
-Options parse(const std::vector<std::string>& args) {
-    Options o;
-    auto need = [&](size_t& i) -> const std::string& {
-        if (i + 1 >= args.size()) throw OptionError{args[i] + " needs a value"};
-        return args[++i];
-    };
+const std::set<std::string>& optionsWithValues() {
+    static const std::set<std::string> names = {"--data-folder",     "--settings", "--set",    "--format",
+                                                "--comparator",      "--ip",       "--repeat", "--timeout",
+                                                "--import-interval", "--plots",    "--jobs"};
+    return names;
+}
+
+}  // namespace
+
+const char* UsageText() { return kUsage; }
+
+Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
+        if (optionsWithValues().count(a) && i + 1 >= args.size()) return optionError(a + " needs a value");
         if (a == "--data-folder")
-            o.dataFolder = need(i);
+            o.dataFolder = args[++i];
         else if (a == "--settings")
-            o.settingsFile = need(i);
+            o.settingsFile = args[++i];
         else if (a == "--set") {
-            const std::string& nv = need(i);
+            const std::string& nv = args[++i];
             auto eq = nv.find('=');
-            if (eq == std::string::npos) throw OptionError{"--set takes NAME=VALUE, not " + nv};
+            if (eq == std::string::npos) return optionError("--set takes NAME=VALUE, not " + nv);
             o.sets.emplace_back(nv.substr(0, eq), nv.substr(eq + 1));
         } else if (a == "--format") {
-            o.format = need(i);
+            o.format = args[++i];
             if (o.format != "table" && o.format != "csv" && o.format != "json")
-                throw OptionError{"--format is table, csv or json, not " + o.format};
+                return optionError("--format is table, csv or json, not " + o.format);
         } else if (a == "--cycles")
             o.cycles = true;
         else if (a == "--no-save")
             o.noSave = true;
         else if (a == "--comparator")
-            o.comparator = need(i);
+            o.comparator = args[++i];
         else if (a == "--ip")
-            o.ip = need(i);
+            o.ip = args[++i];
         else if (a == "--repeat") {
-            const std::string& v = need(i);
-            double n = NumberText(v);
+            const std::string& v = args[++i];
+            double n = 0;
+            if (Outcome number = numberOption(v, n); !number) return number;
             if (n < 0 || n > kMaxTotalRepeats || n != RoundHalfEven(n))
-                throw OptionError{"--repeat takes 0 .. " + std::to_string(kMaxTotalRepeats) + ", not " + v};
+                return optionError("--repeat takes 0 .. " + std::to_string(kMaxTotalRepeats) + ", not " + v);
             o.repeat = static_cast<int32_t>(n);
         } else if (a == "--timeout") {
-            const std::string& v = need(i);
-            double s = NumberText(v);
-            if (!(s > 0 && s <= 3600)) throw OptionError{"--timeout takes seconds above 0, at most 3600, not " + v};
+            const std::string& v = args[++i];
+            double s = 0;
+            if (Outcome number = numberOption(v, s); !number) return number;
+            if (!(s > 0 && s <= 3600)) return optionError("--timeout takes seconds above 0, at most 3600, not " + v);
             o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
         } else if (a == "--import-interval") {
-            const std::string& v = need(i);
+            const std::string& v = args[++i];
             double s = Val(v);
-            if (!(s > 0 && std::isfinite(s))) throw OptionError{"--import-interval takes seconds above 0, not " + v};
+            if (!(s > 0 && std::isfinite(s))) return optionError("--import-interval takes seconds above 0, not " + v);
             o.importInterval = s;
         } else if (a == "--plots") {
-            o.plots = need(i);
+            o.plots = args[++i];
         } else if (a == "--jobs") {
-            const std::string& v = need(i);
-            if (v != "1" && v != "2") throw OptionError{"--jobs takes 1 or 2, not " + v};
+            const std::string& v = args[++i];
+            if (v != "1" && v != "2") return optionError("--jobs takes 1 or 2, not " + v);
             o.jobs = v == "1" ? 1 : 2;
         } else if (a == "--generic")
             o.generic = true;
@@ -170,49 +181,47 @@ Options parse(const std::vector<std::string>& args) {
         else if (a == "--omit-range")
             o.omitRange = true;
         else if (a.size() > 1 && a[0] == '-' && a != "-")
-            throw OptionError{"unknown option " + a};
+            return optionError("unknown option " + a);
         else if (o.command.empty())
             o.command = a;
         else
             o.files.push_back(a);
     }
-    return o;
+    return Outcome::Ok();
 }
 
-void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
-
-// Prepares the run state: data folder, settings, overrides.
-// Result lines the results file could not take are tried once more, then
-// printed, so that none is lost. False when some could not be written.
-bool reportUnsaved(RunState& state, std::ostream& err) {
-    ScriptedUi quiet;
-    if (state.SaveUnsavedResults(quiet)) return true;
-    std::string text = state.unsavedResultsText();
-    for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
-    err << "mervasto-cli: " << text << '\n';
-    return false;
+void KeepFirst(Outcome& first, const Outcome& next) {
+    if (first && !next) first = next;
 }
 
-// --timeout bounds both the instrument's silence and every whole exchange,
-// for the run (through its setting) as for the direct readout and fetch.
-void applyTimeout(RunState& state, const Options& o) {
+Outcome Told(std::ostream& err, const Outcome& failed) {
+    err << "mervasto-cli: " << failed.text() << '\n';
+    return failed;
+}
+
+Outcome UsageError(std::ostream& err, const std::string& command, const std::string& text) {
+    err << "mervasto-cli " << command << ": " << text << '\n';
+    return {ErrorCode::BadOption, text};
+}
+
+WaveImportOptions ImportOptionsOf(const Options& o) {
+    WaveImportOptions w;
+    w.sampleInterval = o.importInterval;
+    return w;
+}
+
+void ApplyTimeout(RunState& state, const Options& o) {
     if (!o.timeoutMs) return;
     state.setReplyTimeoutMs(*o.timeoutMs);
     state.setExchangeDeadlineMs(*o.timeoutMs);
     state.settings().analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
 }
 
-WaveImportOptions importOptions(const Options& o) {
-    WaveImportOptions w;
-    w.sampleInterval = o.importInterval;
-    return w;
-}
-
-bool prepareState(RunState& state, const Options& o, std::ostream& err) {
+Outcome PrepareState(RunState& state, const Options& o, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
     if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
         err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
-        return false;
+        return {ErrorCode::BadOption, "cannot read the settings file " + *o.settingsFile};
     }
     for (const auto& problem : state.settingsProblems())
         err << "mervasto-cli: warning: settings file, " << problem << '\n';
@@ -223,56 +232,60 @@ bool prepareState(RunState& state, const Options& o, std::ostream& err) {
             set = CheckFileNamePart(value, name);
         if (!set) {
             err << "mervasto-cli: --set " << name << '=' << value << ": " << set.text() << '\n';
-            return false;
+            return {ErrorCode::BadOption, set.text()};
         }
     }
     state.setSaveResultLine(!o.noSave);
-    state.setImportOptions(importOptions(o));
-    applyTimeout(state, o);
-    return true;
+    state.setImportOptions(ImportOptionsOf(o));
+    ApplyTimeout(state, o);
+    return Outcome::Ok();
 }
 
-int commandConvert(const Options& o, std::ostream& out, std::ostream& err) {
-    if (o.files.size() != 2) {
-        err << "mervasto-cli convert: name the input file and the output file\n";
-        return kExitBadOptions;
-    }
-    DsoSetup setup;
-    WaveRecord record;
-    WaveFieldTable table;
-    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, importOptions(o));
-    if (!r.ok()) {
-        err << "mervasto-cli: " << r.outcome.text() << '\n';
-        return kExitFileError;
-    }
+Outcome LoadComparatorOption(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
+    if (!o.comparator) return Outcome::Ok();
+    const Outcome loaded = state.LoadComparator(ui, *o.comparator);
+    if (!loaded) err << "mervasto-cli: comparator " << *o.comparator << ": " << loaded.text() << '\n';
+    return loaded;
+}
+
+Outcome WritePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err,
+                   const SeriesTrend* series = nullptr) {
+    std::error_code ec;
+    std::filesystem::create_directories(*o.plots, ec);
+    std::vector<std::string> written;
+    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written, series);
+    for (const auto& name : written) err << "mervasto-cli: plot " << name << '\n';
+    return plotted ? plotted : Told(err, plotted);
+}
+
+Outcome ReportUnsaved(RunState& state, std::ostream& err) {
+    ScriptedUi quiet;
+    Outcome left = state.SaveUnsavedResults(quiet);
+    if (left) return left;
+    std::string text = left.text();
+    for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
+    err << "mervasto-cli: " << text << '\n';
+    return left;
+}
+
+void EchoToStderr(const std::string& line) { std::cerr << line << '\n'; }
+
+namespace {
+void printWarnings(std::ostream& err, const WaveCsvLoadResult& r) {
     for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
-    const Outcome saved =
-        o.generic ? SaveGenericCsv(o.files[1], setup, record) : SaveWaveCsv(o.files[1], setup, record);
-    if (!saved) {
-        err << "mervasto-cli: " << saved.text() << '\n';
-        return kExitFileError;
-    }
-    out << "Converted " << setup.RecordLength << " samples of " << setup.ChannelCount << " channels from " << o.files[0]
-        << " to " << o.files[1] << '\n';
-    return kExitOk;
 }
+}  // namespace
 
-int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
-    if (o.files.empty()) {
-        err << "mervasto-cli info: name at least one wave CSV file\n";
-        return kExitBadOptions;
-    }
-    int status = kExitOk;
+Outcome CommandInfo(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.empty()) return UsageError(err, "info", "name at least one wave CSV file");
+    Outcome result;
     WaveFieldTable table;
     for (const auto& f : o.files) {
         DsoSetup setup;
         WaveRecord record;
-        WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, importOptions(o));
-        if (!r.ok()) {
-            err << "mervasto-cli: " << r.outcome.text() << '\n';
-            status = kExitFileError;
-        }
-        for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
+        const WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, ImportOptionsOf(o));
+        if (!r.ok()) KeepFirst(result, Told(err, r.outcome));
+        printWarnings(err, r);
         if (!r.ok() && r.generic) {
             // A refused capture gave no setup: nothing to show but the rows.
             out << "Source: " << f << "\nLayout: generic CSV, refused\nRows read: " << r.rowsRead << '\n';
@@ -283,195 +296,188 @@ int commandInfo(const Options& o, std::ostream& out, std::ostream& err) {
         out << "Rows read: " << r.rowsRead << '\n';
         PrintRecordSummary(out, setup, record);
     }
-    return status;
+    return result;
 }
 
-// Applies --comparator to the state; prints verdicts later.
-bool loadComparator(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
-    if (!o.comparator) return true;
-    if (!state.LoadComparator(ui, *o.comparator)) {
-        err << "mervasto-cli: comparator " << *o.comparator << ": "
-            << (ui.boxes.empty() ? std::string("cannot be read") : ui.boxes.back().text) << '\n';
-        return false;
-    }
-    return true;
+Outcome CommandConvert(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.size() != 2) return UsageError(err, "convert", "name the input file and the output file");
+    DsoSetup setup;
+    WaveRecord record;
+    WaveFieldTable table;
+    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, ImportOptionsOf(o));
+    if (!r.ok()) return Told(err, r.outcome);
+    printWarnings(err, r);
+    const Outcome saved =
+        o.generic ? SaveGenericCsv(o.files[1], setup, record) : SaveWaveCsv(o.files[1], setup, record);
+    if (!saved) return Told(err, saved);
+    out << "Converted " << setup.RecordLength << " samples of " << setup.ChannelCount << " channels from " << o.files[0]
+        << " to " << o.files[1] << '\n';
+    return Outcome::Ok();
 }
 
-// --plots: the pictures of the state's channels into the folder (made when
-// missing), named from base; false after telling why they could not be written.
-bool writePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err,
-                const SeriesTrend* series = nullptr) {
-    std::error_code ec;
-    std::filesystem::create_directories(*o.plots, ec);
-    std::vector<std::string> written;
-    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written, series);
-    for (const auto& name : written) err << "mervasto-cli: plot " << name << '\n';
-    if (!plotted) err << "mervasto-cli: " << plotted.text() << '\n';
-    return plotted.ok();
-}
-
-int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
-    if (o.files.empty()) {
-        err << "mervasto-cli analyze: name at least one wave CSV file\n";
-        return kExitBadOptions;
-    }
-    RunState state;
-    if (!prepareState(state, o, err)) return kExitBadOptions;
-    ScriptedUi ui;
-    if (!loadComparator(state, ui, o, err)) return kExitFileError;
-    int status = kExitOk;
-    bool anyNg = false;
-    ReportWriter report(out, o.format, o.cycles);
-    std::unique_ptr<FilePreload> preload;
-    if (o.jobs > 1 && o.files.size() > 1) {
-        preload = std::make_unique<FilePreload>(o.files, state.setup(), state.record(), state.fieldTable(),
-                                                state.importOptions());
-        state.setFileLoader([&preload](const std::string& file, DsoSetup& setup, WaveRecord& record,
-                                       WaveFieldTable& table) { return preload->load(file, setup, record, table); });
-    }
-    for (const auto& f : o.files) {
-        ui.files.push_back(f);
-        size_t boxesBefore = ui.boxes.size();
-        if (!state.InputFromFile_Click(ui)) {
-            // The reader's own words say why, naming the file and the line.
-            if (!state.lastFileLoad().ok())
-                err << "mervasto-cli: " << state.lastFileLoad().outcome.text() << '\n';
-            else
-                err << f << ": " << ui.status[1] << ' ' << ui.status[2] << '\n';
-            status = kExitFileError;
-            continue;
-        }
-        std::vector<ScriptedUi::Box> boxes(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore), ui.boxes.end());
-        for (const auto& w : state.lastFileLoad().warnings) {
-            if (o.format == "json")
-                boxes.insert(boxes.begin(), ScriptedUi::Box{w, MsgButtons::Ok, kWaveFileWarningTitle});
-            else
-                err << "mervasto-cli: warning: " << w << '\n';
-        }
-        anyNg |= report.pass(f, state, boxes, o.comparator.has_value(), std::nullopt);
-        if (o.plots && !writePlots(state, o, std::filesystem::path(f).stem().string(), err)) status = kExitFileError;
-        if (o.format != "json" && !state.saveResultLine()) continue;
-        if (o.format != "json") err << ui.status[1] << '\n';
-    }
-    report.finish();
-    if (!reportUnsaved(state, err)) return kExitFileError;
-    if (status == kExitOk && anyNg) status = kExitNg;
-    return status;
-}
-
-int commandMakeExamples(const Options& o, std::ostream& out, std::ostream& err) {
-    if (o.files.size() != 1) {
-        err << "mervasto-cli make-examples: name the folder to write into\n";
-        return kExitBadOptions;
-    }
+Outcome CommandMakeExamples(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.size() != 1) return UsageError(err, "make-examples", "name the folder to write into");
     // Only files really written are listed; the first failure ends the run.
     for (const auto& name : ExampleNames()) {
         DsoSetup setup;
         WaveRecord record;
         MakeExampleRecord(name, setup, record);
         std::string file = JoinPath(o.files[0], name + ".csv");
-        if (Outcome saved = SaveWaveCsv(file, setup, record); !saved) {
-            err << "mervasto-cli: " << saved.text() << '\n';
-            return kExitFileError;
-        }
+        if (Outcome saved = SaveWaveCsv(file, setup, record); !saved) return Told(err, saved);
         out << file << '\n';
     }
-    return kExitOk;
+    return Outcome::Ok();
 }
 
-// Connects, identifies and runs one exchange with the instrument, then hands
-// the front panel back. The exchange returns an error text, or "" when it
-// went well.
-int withInstrument(RunState& state, const std::string& ip, std::ostream& err,
-                   const std::function<std::string(ScriptedUi&)>& exchange) {
-    ScriptedUi ui;
-    try {
-        const Outcome linked = state.ConnectInstrument(ui, ip);
-        if (!linked) {
-            err << "mervasto-cli: " << linked.text() << " (" << ip << ")\n";
-            return kExitNoInstrument;
-        }
-        std::string why = exchange(ui);
-        if (!why.empty()) {
-            err << "mervasto-cli: " << why << '\n';
-            return kExitNoInstrument;
-        }
-        if (const Outcome local = state.HandBackInstrument(); !local) {
-            err << "mervasto-cli: " << local.text() << '\n';
-            return kExitNoInstrument;
-        }
-    } catch (const RuntimeError& e) {
-        err << "mervasto-cli: " << e.what() << '\n';
-        return kExitNoInstrument;
-    }
-    return kExitOk;
-}
+namespace {
+// The title of a wave file's warnings among a pass's JSON "messages".
+constexpr const char* kWaveFileWarningTitle = "Wave File";
 
-int commandReadout(const Options& o, std::ostream& out, std::ostream& err) {
-    if (!o.ip) {
-        err << "mervasto-cli readout: --ip HOST[:PORT] is needed\n";
-        return kExitBadOptions;
-    }
+// --jobs 2: the next file loads while one is analysed.
+std::unique_ptr<FilePreload> preloadFiles(RunState& state, const Options& o) {
+    if (o.jobs < 2 || o.files.size() < 2) return nullptr;
+    auto preload = std::make_unique<FilePreload>(o.files, state.setup(), state.record(), state.fieldTable(),
+                                                 state.importOptions());
+    state.setFileLoader([p = preload.get()](const std::string& file, DsoSetup& setup, WaveRecord& record,
+                                            WaveFieldTable& table) { return p->load(file, setup, record, table); });
+    return preload;
+}
+}  // namespace
+
+Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
+    if (o.files.empty()) return UsageError(err, "analyze", "name at least one wave CSV file");
     RunState state;
+    if (Outcome prepared = PrepareState(state, o, err); !prepared) return prepared;
+    ScriptedUi ui;
+    if (Outcome limits = LoadComparatorOption(state, ui, o, err); !limits) return limits;
+    Outcome result;
+    bool anyNg = false;
+    ReportWriter report(out, o.format, o.cycles);
+    const std::unique_ptr<FilePreload> preload = preloadFiles(state, o);
+    for (const auto& f : o.files) {
+        ui.files.push_back(f);
+        const size_t boxesBefore = ui.boxes.size();
+        if (const Outcome input = state.InputFromFile_Click(ui); !input) {
+            // The reader's own words name the file and the line; other faults do not.
+            err << "mervasto-cli: " << (state.lastFileLoad().ok() ? f + ": " : std::string()) << input.text() << '\n';
+            KeepFirst(result, input);
+            continue;
+        }
+        // The analysis's signal-check messages go into the report.
+        std::vector<ScriptedUi::Box> messages(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore),
+                                              ui.boxes.end());
+        for (const auto& w : state.lastFileLoad().warnings) {
+            if (o.format == "json")
+                messages.insert(messages.begin(), ScriptedUi::Box{w, MsgButtons::Ok, kWaveFileWarningTitle});
+            else
+                err << "mervasto-cli: warning: " << w << '\n';
+        }
+        anyNg |= report.pass(f, state, messages, o.comparator.has_value(), std::nullopt);
+        if (o.plots) KeepFirst(result, WritePlots(state, o, std::filesystem::path(f).stem().string(), err));
+        if (o.format == "json" || !state.saveResultLine()) continue;
+        const Outcome& saved = state.lastSave();
+        err << (saved ? kSavedTestResults + state.resultFileName() + "." : saved.text()) << '\n';
+    }
+    report.finish();
+    KeepFirst(result, ReportUnsaved(state, err));
+    if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
+    return result;
+}
+
+namespace {
+// Connects, identifies and runs one exchange with the instrument, then hands
+// the front panel back.
+Outcome withInstrument(RunState& state, const std::string& ip, std::ostream& err,
+                       const std::function<Outcome(ScriptedUi&)>& exchange) {
+    ScriptedUi ui;
+    if (const Outcome linked = state.ConnectInstrument(ui, ip); !linked)
+        return Told(err, Outcome(linked.code(), linked.text() + " (" + ip + ")"));
+    if (const Outcome exchanged = exchange(ui); !exchanged) return Told(err, exchanged);
+    if (const Outcome local = state.HandBackInstrument(); !local) return Told(err, local);
+    return Outcome::Ok();
+}
+
+// The run state for a direct exchange: the data folder and the time-out.
+void prepareForExchange(RunState& state, const Options& o) {
     state.FormLoad(o.dataFolder.value_or(""));
-    applyTimeout(state, o);
-    int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        const Outcome read = state.ReadInstrumentSetup(ui, *o.ip);
-        return read ? std::string() : read.text() + " (" + *o.ip + ")";
+    ApplyTimeout(state, o);
+}
+}  // namespace
+
+Outcome CommandReadout(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip) return UsageError(err, "readout", "--ip HOST[:PORT] is needed");
+    RunState state;
+    prepareForExchange(state, o);
+    const Outcome read = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
+        const Outcome setup = state.ReadInstrumentSetup(ui, *o.ip);
+        return setup ? setup : Outcome(setup.code(), setup.text() + " (" + *o.ip + ")");
     });
-    if (status != kExitOk) return status;
+    if (!read) return read;
     if (o.format == "json")
         PrintSetupJson(out, state.setup());
     else
         PrintSetupText(out, *o.ip, state.setup());
-    return kExitOk;
+    return Outcome::Ok();
 }
 
-int commandFetch(const Options& o, std::ostream& out, std::ostream& err) {
-    if (!o.ip || o.files.size() != 1) {
-        err << "mervasto-cli fetch: --ip HOST[:PORT] and one output file are needed\n";
-        return kExitBadOptions;
-    }
+Outcome CommandFetch(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip || o.files.size() != 1)
+        return UsageError(err, "fetch", "--ip HOST[:PORT] and one output file are needed");
     RunState state;
-    state.FormLoad(o.dataFolder.value_or(""));
-    applyTimeout(state, o);
-    int status = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
-        const Outcome transferred = state.WaveTrans(ui, kInputTypeDso, {});
-        return transferred ? std::string() : transferred.text();
-    });
-    if (status != kExitOk) return status;
-    if (Outcome saved = SaveWaveCsv(o.files[0], state.setup(), state.record()); !saved) {
-        err << "mervasto-cli: " << saved.text() << '\n';
-        return kExitFileError;
-    }
+    prepareForExchange(state, o);
+    const Outcome fetched =
+        withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) { return state.WaveTrans(ui, kInputTypeDso, {}); });
+    if (!fetched) return fetched;
+    if (Outcome saved = SaveWaveCsv(o.files[0], state.setup(), state.record()); !saved) return Told(err, saved);
     out << "Saved " << state.record().WaveLength << " samples of " << state.setup().ChannelCount << " channels to "
         << o.files[0] << '\n';
-    return kExitOk;
+    return Outcome::Ok();
 }
 
-int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
-    if (!o.ip) {
-        err << "mervasto-cli acquire: --ip HOST[:PORT] is needed\n";
-        return kExitBadOptions;
-    }
-    RunState state;
-    if (!prepareState(state, o, err)) return kExitBadOptions;
-    auto& a = state.settings().analysis;
+namespace {
+std::atomic<bool> gInterrupted{false};
+
+extern "C" void onInterrupt(int) { gInterrupted = true; }
+
+// --repeat asks for a series; without it, and without settings that say
+// otherwise, one pass. --new-acquisition and --omit-range tick their boxes.
+void applyRunOptions(AnalysisSettings& a, const Options& o) {
     a.IPAdressText = *o.ip;
     if (o.repeat) {
         a.RepeatCheck = true;
         a.TotalRepeats = std::to_string(*o.repeat);
-    } else if (!o.sets.empty() || o.settingsFile) {
-        // keep what the settings say
-    } else {
+    } else if (o.sets.empty() && !o.settingsFile) {
         a.RepeatCheck = false;
     }
     if (o.newAcquisition) a.DaqCheck = true;
     if (o.omitRange) a.OmitRangeEffect = true;
+}
+
+// Runs the series; Ctrl+C presses Stop, so the pass in progress is kept.
+Outcome runStoppable(RunState& state, ScriptedUi& ui) {
+    gInterrupted = false;
+    auto previous = std::signal(SIGINT, onInterrupt);
+    QTimer stopWatch;
+    QObject::connect(&stopWatch, &QTimer::timeout, [&] {
+        if (gInterrupted) state.Stop_Click();
+    });
+    stopWatch.start(50);
+    Outcome ran = state.WFStartCommand_Click(ui);
+    stopWatch.stop();
+    std::signal(SIGINT, previous);
+    return ran;
+}
+}  // namespace
+
+Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
+    if (!o.ip) return UsageError(err, "acquire", "--ip HOST[:PORT] is needed");
+    RunState state;
+    if (Outcome prepared = PrepareState(state, o, err); !prepared) return prepared;
+    applyRunOptions(state.settings().analysis, o);
     ScriptedUi ui;
     ui.keepStatusLog = false;
-    ui.echo = o.format == "json" ? nullptr : &echoToStderr;
-    if (!loadComparator(state, ui, o, err)) return kExitFileError;
+    ui.echo = o.format == "json" ? nullptr : &EchoToStderr;
+    if (Outcome limits = LoadComparatorOption(state, ui, o, err); !limits) return limits;
 
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;
@@ -483,36 +489,40 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
         if (!o.plots) return;
         series.add(state.repeatCounter(), state.results().table, state.channelDisplays());
     });
-    gInterrupted = false;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    QTimer stopWatch;
-    QObject::connect(&stopWatch, &QTimer::timeout, [&] {
-        if (gInterrupted) state.Stop_Click();
-    });
-    stopWatch.start(50);
-    state.WFStartCommand_Click(ui);
-    stopWatch.stop();
-    std::signal(SIGINT, previous);
+    Outcome result = runStoppable(state, ui);
     report.finish();
-    const bool saved = reportUnsaved(state, err);
-    const bool plotted = !o.plots || passes == 0 || writePlots(state, o, state.sampleName(), err, &series);
+    const Outcome saved = ReportUnsaved(state, err);
+    const Outcome plotted =
+        !o.plots || passes == 0 ? Outcome::Ok() : WritePlots(state, o, state.sampleName(), err, &series);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.logGrid().nextRow - kLogHeaderRows, 0)
         << " log row(s), " << state.resultLines().written() << " result line(s) written\n";
-    if (!state.runFailure()) {
-        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << state.runFailure().text()
-            << '\n';
-        return state.runFailure().code() == ErrorCode::FileIo ? kExitFileError : kExitNoInstrument;
-    }
-    if (!saved || !plotted) return kExitFileError;
-    return anyNg ? kExitNg : kExitOk;
+    if (!result)
+        err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << result.text() << '\n';
+    KeepFirst(result, saved);
+    KeepFirst(result, plotted);
+    if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
+    return result;
 }
 
-}  // namespace
+}  // namespace cli
+
+int ExitStatusOf(const Outcome& outcome) {
+    switch (outcome.code()) {
+    case ErrorCode::None: return kExitOk;
+    case ErrorCode::BadOption: return kExitBadOptions;
+    case ErrorCode::VerdictNg: return kExitNg;
+    // The only cancel a command meets is a Stop (Ctrl+C) that had to cut an
+    // exchange, which closes the link.
+    case ErrorCode::Link:
+    case ErrorCode::Canceled: return kExitNoInstrument;
+    default: return kExitFileError;  // files, and the faults of what was read from them
+    }
+}
 
 int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     for (const auto& a : args) {
         if (a == "--help" || a == "-h") {
-            out << kUsage;
+            out << cli::UsageText();
             return kExitOk;
         }
         if (a == "--version") {
@@ -523,34 +533,32 @@ int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
             return kExitOk;
         }
     }
-    Options o;
-    try {
-        o = parse(args);
-    } catch (const OptionError& e) {
-        err << "mervasto-cli: " << e.text << "\n(try --help)\n";
-        return kExitBadOptions;
-    } catch (const RuntimeError& e) {
-        err << "mervasto-cli: " << e.what() << '\n';
-        return kExitBadOptions;
+    cli::Options o;
+    if (const Outcome parsed = cli::ParseOptions(args, o); !parsed) {
+        err << "mervasto-cli: " << parsed.text() << '\n';
+        return ExitStatusOf(parsed);
     }
     if (o.command.empty()) {
-        err << kUsage;
+        err << cli::UsageText();
         return kExitBadOptions;
     }
-    try {
-        if (o.command == "info") return commandInfo(o, out, err);
-        if (o.command == "analyze") return commandAnalyze(o, out, err);
-        if (o.command == "convert") return commandConvert(o, out, err);
-        if (o.command == "make-examples") return commandMakeExamples(o, out, err);
-        if (o.command == "readout") return commandReadout(o, out, err);
-        if (o.command == "fetch") return commandFetch(o, out, err);
-        if (o.command == "acquire") return commandAcquire(o, out, err);
-    } catch (const RuntimeError& e) {
-        err << "mervasto-cli: " << e.what() << '\n';
-        return kExitFileError;
+    using Command = Outcome (*)(const cli::Options&, std::ostream&, std::ostream&);
+    static const std::map<std::string, Command> commands = {
+        {"info", cli::CommandInfo},       {"analyze", cli::CommandAnalyze},
+        {"convert", cli::CommandConvert}, {"make-examples", cli::CommandMakeExamples},
+        {"readout", cli::CommandReadout}, {"fetch", cli::CommandFetch},
+        {"acquire", cli::CommandAcquire},
+    };
+    const auto command = commands.find(o.command);
+    if (command == commands.end()) {
+        err << "mervasto-cli: unknown command " << o.command << "\n(try --help)\n";
+        return kExitBadOptions;
     }
-    err << "mervasto-cli: unknown command " << o.command << "\n(try --help)\n";
-    return kExitBadOptions;
+    // The command has told its own failures; a fault that escaped it is told here.
+    Outcome done;
+    if (const Outcome escaped = Guarded([&] { done = command->second(o, out, err); }); !escaped)
+        return ExitStatusOf(cli::Told(err, escaped));
+    return ExitStatusOf(done);
 }
 
 }  // namespace mervasto

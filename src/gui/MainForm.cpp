@@ -236,17 +236,19 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     GuardedApplication::setFailureSink(
         [this](const Outcome& o) { ui_->messageBox(o.text(), MsgButtons::Ok, kRunTimeErrorTitle); });
     connect(WFStartCommand_, &QPushButton::clicked, this,
-            [this] { run([this] { state_.WFStartCommand_Click(*ui_); }); });
+            [this] { run([this] { return state_.WFStartCommand_Click(*ui_); }); });
     connect(stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
-    connect(save, &QPushButton::clicked, this, [this] { run([this] { state_.WaveSave_Click(*ui_); }); });
-    connect(readRange, &QPushButton::clicked, this, [this] { run([this] { state_.ReadRejectRange_Click(*ui_); }); });
+    connect(save, &QPushButton::clicked, this, [this] { run([this] { return state_.WaveSave_Click(*ui_); }); });
+    connect(readRange, &QPushButton::clicked, this,
+            [this] { run([this] { return state_.ReadRejectRange_Click(*ui_); }); });
     connect(pictures, &QPushButton::clicked, this, [this] { saveWindowPictures(); });
-    connect(detailPath, &QPushButton::clicked, this, [this] { run([this] { state_.SelDataSaveFile_Click(*ui_); }); });
+    connect(detailPath, &QPushButton::clicked, this,
+            [this] { run([this] { return state_.SelDataSaveFile_Click(*ui_); }); });
     connect(copyLog, &QPushButton::clicked, this, [this] {
         QTableView* v = SSTab1_->currentWidget() == DetailDataGrid_ ? DetailDataGrid_ : LogGrid_;
         int r1, c1, r2, c2;
         selectedRange(v, r1, c1, r2, c2);
-        state_.ResultCopy_Click(*ui_, v == LogGrid_ ? 0 : 1, r1, c1, r2, c2);
+        GuardedApplication::report(state_.ResultCopy_Click(*ui_, v == LogGrid_ ? 0 : 1, r1, c1, r2, c2));
     });
     connect(detailForm, &QPushButton::clicked, this, [this] {
         detail_->setRunning(state_.running());
@@ -255,10 +257,11 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         detail_->raise();
     });
     connect(colorInit, &QPushButton::clicked, this, [this] {
-        run([this] { state_.ColorInit_Click(); });
+        state_.ColorInit_Click();
         applyChannelColours();
+        refreshViews();
     });
-    auto inputFromFile = [this] { run([this] { state_.InputFromFile_Click(*ui_); }); };
+    auto inputFromFile = [this] { run([this] { return state_.InputFromFile_Click(*ui_); }); };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
     // A file dropped on the window loads as "Input from File" does; not while
     // a run holds the input controls.
@@ -266,7 +269,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         this, [this] { return !state_.running(); },
         [this](const std::string& file) {
             DroppedFileUi dropped(*ui_, file);
-            run([this, &dropped] { state_.InputFromFile_Click(dropped); });
+            run([this, &dropped] { return state_.InputFromFile_Click(dropped); });
         });
     connect(inputFile, &QAction::triggered, this, inputFromFile);
     connect(showAll, &QAction::triggered, this, [this] {
@@ -302,16 +305,21 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
 
     connect(histogram_, &HistogramWindow::cycleChosen, this, showCycle);
 
-    auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
-        connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });
+    // The checks that only clamp and resize have no failure of their own.
+    auto enter = [this](QLineEdit* box, const std::function<void()>& check) {
+        connect(box, &QLineEdit::returnPressed, this, [this, check] {
+            check();
+            refreshViews();
+        });
     };
     enter(MaxCycles_, [this] { state_.MaxCycles_KeyPress(); });
     enter(TotalRepeats_, [this] { state_.TotalRepeats_KeyPress(); });
     enter(Histerisis_, [this] { state_.Histerisis_KeyPress(); });
     enter(SampleNo_, [this] { state_.SampleNo_KeyPress(); });
-    enter(LimitPoints_, [this] { state_.LimitPoints_KeyPress(*ui_); });
+    connect(LimitPoints_, &QLineEdit::returnPressed, this,
+            [this] { run([this] { return state_.LimitPoints_KeyPress(*ui_); }); });
     connect(OmitRangeEffect_, &QCheckBox::clicked, this,
-            [this] { run([this] { state_.OmitRangeEffect_Click(*ui_); }); });
+            [this] { run([this] { return state_.OmitRangeEffect_Click(*ui_); }); });
     connect(ZoomRate_, &QLineEdit::returnPressed, this, [this] {
         waveAll_->refresh();
         waveEach_->refresh();
@@ -473,8 +481,8 @@ void MainForm::applyRunning() {
     detail_->setRunning(!idle);
 }
 
-void MainForm::run(const std::function<void()>& handler) {
-    RunHandler(*ui_, handler);
+void MainForm::run(const std::function<Outcome()>& handler) {
+    GuardedApplication::report(handler());
     refreshViews();
 }
 
@@ -507,11 +515,10 @@ void MainForm::closeEvent(QCloseEvent* e) {
     }
     storeWindowPositions();
     state_.abortLink();
-    if (!state_.SaveUnsavedResults(*ui_)) {
+    if (const Outcome left = state_.SaveUnsavedResults(*ui_); !left) {
         // The last chance for lines the results file would not take.
-        const std::string text = state_.unsavedResultsText();
-        ui_->setClipboardText(text);
-        ui_->messageBox(text + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
+        ui_->setClipboardText(left.text());
+        ui_->messageBox(left.text() + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
     }
     Outcome saved = state_.FormUnload();
     GuardedApplication::report(saved);

@@ -62,8 +62,9 @@ private:
                       const char* after = nullptr);
     void buildChannelFrames(QWidget* parent, QHBoxLayout* into);
     void applyChannelColours();
-    // Runs a command handler at the window's boundary, then refreshes.
-    void run(const std::function<void()>& handler);
+    // Runs a command handler and shows what it left to the window (a
+    // run-time fault), then refreshes.
+    void run(const std::function<Outcome()>& handler);
     // Commands that start their own exchange on the link or replace the
     // record are off while an instrument run is in progress.
     void applyRunning();
