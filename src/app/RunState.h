@@ -166,6 +166,8 @@ public:
     const WaveRecord& record() const { return record_; }
     const DsoSetup& setup() const { return setup_; }
     const AnalysisResults& results() const { return results_; }
+    // What the last analysis had to say: the signal checks it showed.
+    const AnalysisOutcome& lastAnalysis() const { return lastOutcome; }
     // What the last file input's read said: the refusal reason, warnings.
     const WaveCsvLoadResult& lastFileLoad() const { return lastFileLoad_; }
     const Grid& resultGrid() const { return resultGrid_; }

@@ -41,7 +41,6 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     const std::unique_ptr<FilePreload> preload = preloadFiles(state, o);
     for (const auto& f : o.files) {
         ui.files.push_back(f);
-        const size_t boxesBefore = ui.boxes.size();
         if (const Outcome input = state.InputFromFile_Click(ui); !input) {
             // The reader's own words name the file and the line; other faults do not.
             err << "mervasto-cli: " << (state.lastFileLoad().ok() ? f + ": " : std::string()) << input.text() << '\n';
@@ -49,8 +48,8 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
             continue;
         }
         // The analysis's signal-check messages go into the report.
-        std::vector<ScriptedUi::Box> messages(ui.boxes.begin() + static_cast<std::ptrdiff_t>(boxesBefore),
-                                              ui.boxes.end());
+        std::vector<ScriptedUi::Box> messages;
+        for (const auto& m : state.lastAnalysis().messages) messages.push_back({m.text, MsgButtons::Ok, m.title});
         for (const auto& w : state.lastFileLoad().warnings) {
             if (o.format == "json")
                 messages.insert(messages.begin(), ScriptedUi::Box{w, MsgButtons::Ok, kWaveFileWarningTitle});
