@@ -252,9 +252,10 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     const WaveCsvLoadResult& loaded = lastFileLoad_;
     if (!loaded.ok()) {
         ui.setStatus(2, loaded.outcome.text());
-        return Outcome(ErrorCode::FileIo,
-                       loaded.outcome.text().empty() ? "The wave file could not be read." : loaded.outcome.text())
-            .reported();
+        // The reader's own kind and words, which name the file and the line.
+        if (loaded.outcome.text().empty())
+            return Outcome(ErrorCode::FileIo, "The wave file could not be read.").reported();
+        return Outcome(loaded.outcome).reported();
     }
     if (setup_.RecordLength > kMaxSamples)
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");

@@ -182,8 +182,9 @@ public:
     bool running() const { return running_; }  // a run is in progress
     bool runDone() const { return runDone_; }  // results of a record are in place
     // Why the last instrument run ended before its end (the message shown):
-    // a Link fault of the instrument, or FileIo for a file the pass could not
-    // write. Ok when it ran through or was stopped.
+    // a Link failure of the instrument, FileIo for a file the pass could not
+    // write, Canceled for a Stop that had to cut an exchange, or a fault of
+    // the run itself. Ok when it ran through or a Stop ended it between passes.
     const Outcome& runFailure() const { return runFailure_; }
     // The pass of the series now in progress (1 = the first).
     int32_t repeatCounter() const { return repeatCounter_; }

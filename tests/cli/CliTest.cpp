@@ -272,7 +272,7 @@ TEST_F(CliTest, HandlerOutcomesDecideWhatIsShownAndTheExitStatus) {
              ui.files = {missing};
              return s.InputFromFile_Click(ui);
          },
-         ErrorCode::FileIo, "Input from File canceled.", kExitFileError},
+         ErrorCode::FileNotFound, "Input from File canceled.", kExitFileError},
         {"missing comparator", [&](RunState& s, ScriptedUi& ui) { return s.LoadComparator(ui, missing); },
          ErrorCode::FileNotFound, "No File.", kExitFileError},
         {"bad comparator",
