@@ -5,9 +5,10 @@
 
 namespace mervasto {
 
-// The run-time faults of the measurement code. A handler catches them at its
-// boundary, shows the text and the program goes on; readers stop at the first
-// one and keep what they read.
+// The kinds of failure: the run-time faults of the measurement code, thrown
+// as RuntimeError until a handler's boundary turns them into the Outcome it
+// returns (readers stop at the first one and keep what they read), and the
+// kinds only an Outcome carries.
 enum class ErrorCode : int {
     None = 0,             // no fault (an Outcome that succeeded)
     Overflow = 6,         // a value does not fit the integer it goes into
