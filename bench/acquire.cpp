@@ -111,7 +111,7 @@ int main(int argc, char** argv) {
 
     // One warm-up pass sizes every array once.
     a.TotalRepeats = "1";
-    state.WFStartCommand_Click(ui);
+    (void)state.WFStartCommand_Click(ui);
     const long rssBefore = rssKiB();
     std::filesystem::remove(state.resultFileName());
     a.TotalRepeats = std::to_string(passes);
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
     trend.clear();
     drawing = {};
     const auto t0 = std::chrono::steady_clock::now();
-    state.WFStartCommand_Click(ui);
+    (void)state.WFStartCommand_Click(ui);
     const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     const long rssAfter = rssKiB();
 

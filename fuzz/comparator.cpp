@@ -4,7 +4,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     mervasto::ChannelResultTable table;
-    mervasto::LoadComparatorText(std::string_view(reinterpret_cast<const char*>(data), size), table);
+    (void)mervasto::LoadComparatorText(std::string_view(reinterpret_cast<const char*>(data), size), table);
     mervasto::JudgeAll(table);
     return 0;
 }

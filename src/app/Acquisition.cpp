@@ -50,9 +50,26 @@ bool ShowLinkBox(UiPort& ui, const Outcome& outcome) {
     return true;
 }
 
-// The run's own flow ends a pass by exception: an instrument failure goes on as one.
-void ThrowIfFailed(const Outcome& outcome) {
-    if (!outcome) throw RuntimeError(outcome.code(), outcome.text());
+// A failure with a "Confirmation" box of its own has been told by it.
+Outcome ShownInLinkBox(UiPort& ui, Outcome failed) {
+    if (failed || !ShowLinkBox(ui, failed)) return failed;
+    return std::move(failed).reported();
+}
+
+// Whatever broke an exchange with the instrument (a reply that is no
+// number, a record too long), the remedy is at the instrument: the failure
+// is the link's. A Stop that had to cut the exchange stays the user's.
+Outcome InstrumentFailure(Outcome failed) {
+    if (failed.ok() || failed.code() == ErrorCode::Link || failed.code() == ErrorCode::Canceled) return failed;
+    return {ErrorCode::Link, failed.text()};
+}
+
+// A Stop that had to cut an exchange is the user's doing, not a fault to be
+// boxed: its text goes to the status bar.
+Outcome StopToStatus(UiPort& ui, Outcome failed) {
+    if (failed.code() != ErrorCode::Canceled || failed.wasReported()) return failed;
+    ui.setStatus(1, failed.text());
+    return std::move(failed).reported();
 }
 
 void makeFolder(const std::string& path) {
@@ -73,13 +90,12 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
     }
     if (ShowLinkBox(ui, transferred)) {
         ui.setStatus(1, kFailedTranslationSetup);
-        return Outcome(transferred).reported();
+        return std::move(transferred).reported();
     }
-    ThrowIfFailed(transferred);
-    return transferred;
+    return InstrumentFailure(std::move(transferred));
 }
 
-void RunState::runPass(UiPort& ui) {
+Outcome RunState::runPass(UiPort& ui) {
     PrepareDsoForPass(*link_, setup_);
     if (settings_.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
@@ -91,11 +107,14 @@ void RunState::runPass(UiPort& ui) {
     WavesPresent = true;
     recordChanged();
     if (!transferred) {
+        if (!transferred.wasReported()) return transferred;
+        // The link box and its status text: the series ends after this pass.
         TransferFailed = true;
-        if (runFailure_.ok()) runFailure_ = Outcome(ErrorCode::Link, kFailedTranslationSetup);
-        return;
+        if (runFailure_.ok()) runFailure_ = Outcome(ErrorCode::Link, kFailedTranslationSetup).reported();
+        return Outcome::Ok();
     }
-    ReadRejectRange_Click(ui);
+    // A link box of the reject range leaves the pass to go on without it.
+    if (Outcome range = readRejectRange(ui); !range && !range.wasReported()) return range;
     AnalysisCommon(ui);
     const ChannelDisplays displays = channelDisplays();
     CopyResultToLog(logFirst ? 1 : 0, resultGrid_, logGrid_, displays);
@@ -117,79 +136,73 @@ void RunState::runPass(UiPort& ui) {
                             record_.WaveLength, shown);
         if (!saved) passWriteFailed(ui, saved);
     }
-    SaveResults(ui);
+    (void)SaveResults(ui);  // a refused line waits for the next pass
     ++passesDone_;
     gridsChanged();
     passFinished();
+    return Outcome::Ok();
 }
 
 void RunState::passWriteFailed(UiPort& ui, const Outcome& failed) {
     ui.messageBox(failed.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     TransferFailed = true;
-    if (runFailure_.ok()) runFailure_ = failed;  // the first failure stands
+    if (runFailure_.ok()) runFailure_ = Outcome(failed).reported();  // the first failure stands
 }
 
-void RunState::WFStartCommand_Click(UiPort& ui) {
-    if (running_) return;
+Outcome RunState::WFStartCommand_Click(UiPort& ui) {
+    if (running_) return Outcome::Ok();
     runFailure_ = Outcome::Ok();
     // A Stop left over from an earlier run must not cut this run's connect.
     link_->clearStop();
     ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
     if (!link_->DsoLinked) {
-        const Outcome linked = ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText);
-        if (!linked) {
-            if (!ShowLinkBox(ui, linked)) RunHandler(ui, [&] { ThrowIfFailed(linked); });
-            runFailure_ = Outcome(ErrorCode::Link, kDsoNotConnected);
-            return;
-        }
+        Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
+        runFailure_ = StopToStatus(ui, ShownInLinkBox(ui, std::move(linked)));
+        if (!runFailure_) return runFailure_;
     }
     running_ = true;
-    bool single = false;
-    try {
-        auto& a = settings_.analysis;
-        a.SmoothingNo = CheckSmoothingNo(a.SmoothingNo);
-        SmoothingCount = SmoothingCountOf(a.SmoothingNo);
-        if (RoundHalfEven(Val(a.TotalRepeats)) >= 16000) a.TotalRepeats = "16000";
-        RepeatLimit = ToInt32(Val(a.TotalRepeats));
-        SetupLogGrid(logGrid_, std::max(RepeatLimit, 0));
-        logFirst = true;
-        link_->StopRequested = false;
-        if (runDone_) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
-        settingsChanged();
-        gridsChanged();
-        runStarted();
-        if (a.RepeatCheck) {
-            repeatCounter_ = 1;
-            while (repeatCounter_ <= RepeatLimit) {
-                TransferFailed = false;
-                ui.setStatus(1, kRepeatCount + std::to_string(repeatCounter_));
-                runPass(ui);
-                if (TransferFailed || link_->StopRequested || !a.DaqCheck) break;
-                if (repeatCounter_ == INT32_MAX)
-                    throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
-                ++repeatCounter_;
-            }
-        } else {
-            single = true;
-            TransferFailed = false;
-            ui.setStatus(1, "");
-            repeatCounter_ = 1;
-            runPass(ui);
-            runDone_ = true;
-        }
-        if (single && !TransferFailed) ui.setStatus(1, kCompletedTransfer);
-    } catch (const RuntimeError& e) {
-        runFailure_ = Outcome::From(e);
-        // A Stop that had to cut an exchange is the user's doing, not a fault to be boxed.
-        if (e.code() == ErrorCode::Canceled)
-            ui.setStatus(1, e.what());
-        else if (!link_->aborted())
-            ui.messageBox(e.what(), MsgButtons::Ok, kLinkErrorTitle);
+    if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended) {
+        ended = StopToStatus(ui, std::move(ended));
+        if (!ended.wasReported() && !link_->aborted()) ui.messageBox(ended.text(), MsgButtons::Ok, kLinkErrorTitle);
+        runFailure_ = std::move(ended).reported();
     }
     const Outcome local = ReturnToLocal(*link_);
     if (!local) ui.setStatus(2, local.text());
     running_ = false;
     runEnded(runFailure_);
+    return runFailure_;
+}
+
+Outcome RunState::runSeries(UiPort& ui) {
+    auto& a = settings_.analysis;
+    a.SmoothingNo = CheckSmoothingNo(a.SmoothingNo);
+    SmoothingCount = SmoothingCountOf(a.SmoothingNo);
+    if (RoundHalfEven(Val(a.TotalRepeats)) >= 16000) a.TotalRepeats = "16000";
+    RepeatLimit = ToInt32(Val(a.TotalRepeats));
+    SetupLogGrid(logGrid_, std::max(RepeatLimit, 0));
+    logFirst = true;
+    link_->StopRequested = false;
+    if (runDone_) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
+    settingsChanged();
+    gridsChanged();
+    runStarted();
+    if (!a.RepeatCheck) {
+        TransferFailed = false;
+        ui.setStatus(1, "");
+        repeatCounter_ = 1;
+        if (Outcome pass = runPass(ui); !pass) return pass;
+        runDone_ = true;
+        if (!TransferFailed) ui.setStatus(1, kCompletedTransfer);
+        return Outcome::Ok();
+    }
+    for (repeatCounter_ = 1; repeatCounter_ <= RepeatLimit; ++repeatCounter_) {
+        TransferFailed = false;
+        ui.setStatus(1, kRepeatCount + std::to_string(repeatCounter_));
+        if (Outcome pass = runPass(ui); !pass) return pass;
+        if (TransferFailed || link_->StopRequested || !a.DaqCheck) break;
+        if (repeatCounter_ == INT32_MAX) throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
+    }
+    return Outcome::Ok();
 }
 
 void RunState::Stop_Click() { link_->requestStop(); }
@@ -200,46 +213,53 @@ void RunState::setExchangeDeadlineMs(int ms) { link_->setExchangeDeadlineMs(ms);
 void RunState::abortLink() { link_->abort(); }
 
 Outcome RunState::ConnectInstrument(UiPort& ui, const std::string& ip) {
-    return ConnectAndIdentify(*link_, setup_, ui, ip);
+    return InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, ip));
 }
 
 Outcome RunState::ReadInstrumentSetup(UiPort& ui, const std::string& ip) {
-    return ReadDsoSetup(*link_, setup_, ui, ip, false);
+    return InstrumentFailure(ReadDsoSetup(*link_, setup_, ui, ip, false));
 }
 
-Outcome RunState::HandBackInstrument() { return ReturnToLocal(*link_); }
+Outcome RunState::HandBackInstrument() { return InstrumentFailure(ReturnToLocal(*link_)); }
 
-void RunState::ReadRejectRange_Click(UiPort& ui) {
-    if (!WavesPresent || !settings_.analysis.OmitRangeEffect || record_.WaveLength < 500) return;
-    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
-    settings_.RejectRangeSet = false;
-    if (!link_->DsoLinked) {
-        const Outcome linked = ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText);
-        if (!linked && ShowLinkBox(ui, linked)) return;
-        ThrowIfFailed(linked);
-    }
-    ThrowIfFailed(ReturnToLocal(*link_));
-    if (ui.messageBox(kDirectionText, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel) return;
-    ZoomReadout zoom;
-    ThrowIfFailed(ReadRejectRangeFromDso(*link_, setup_, record_.WaveLength, zoom));
-    ZoomTimePerDiv = zoom.ZoomTimePerDiv;
-    ZoomDelay = zoom.ZoomDelay;
-    ZoomStart = zoom.range.ZoomStart;
-    ZoomEnd = zoom.range.ZoomEnd;
-    settings_.RejectRangeSet = zoom.CursorsFromDso;
-    settings_.RejectStart = zoom.range.RejectStart;
-    settings_.RejectEnd = zoom.range.RejectEnd;
-    AnalysisCommon(ui);
+Outcome RunState::ReadRejectRange_Click(UiPort& ui) { return StopToStatus(ui, readRejectRange(ui)); }
+
+Outcome RunState::readRejectRange(UiPort& ui) {
+    if (!WavesPresent || !settings_.analysis.OmitRangeEffect || record_.WaveLength < 500) return Outcome::Ok();
+    return Guarded([&]() -> Outcome {
+        ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+        settings_.RejectRangeSet = false;
+        if (!link_->DsoLinked) {
+            const Outcome linked = ShownInLinkBox(
+                ui, InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText)));
+            if (!linked) return linked;
+        }
+        if (Outcome local = ReturnToLocal(*link_); !local) return InstrumentFailure(std::move(local));
+        if (ui.messageBox(kDirectionText, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel)
+            return Outcome::Ok();
+        ZoomReadout zoom;
+        if (Outcome read = ReadRejectRangeFromDso(*link_, setup_, record_.WaveLength, zoom); !read)
+            return InstrumentFailure(std::move(read));
+        ZoomTimePerDiv = zoom.ZoomTimePerDiv;
+        ZoomDelay = zoom.ZoomDelay;
+        ZoomStart = zoom.range.ZoomStart;
+        ZoomEnd = zoom.range.ZoomEnd;
+        settings_.RejectRangeSet = zoom.CursorsFromDso;
+        settings_.RejectStart = zoom.range.RejectStart;
+        settings_.RejectEnd = zoom.range.RejectEnd;
+        AnalysisCommon(ui);
+        return Outcome::Ok();
+    });
 }
 
-void RunState::WaveSave_Click(UiPort& ui) {
+Outcome RunState::WaveSave_Click(UiPort& ui) {
     if (!running_) link_->clearStop();  // a Stop of the last run is not meant for this
-    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
-    RunHandler(ui, [&] {
+    Outcome saved = Guarded([&]() -> Outcome {
+        ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
         const std::string dataDir = JoinPath(dataFolder_, "Data");
         const std::string screenDir = JoinPath(dataFolder_, "VScreen");
         const std::string base = sampleName();
-        ThrowIfFailed(checkFileNames(true));
+        if (Outcome names = checkFileNames(true); !names) return names;
         if (settings_.analysis.SaveWavesCheck) {
             makeFolder(dataDir);
             const std::string file = JoinPath(dataDir, base + ".csv");
@@ -247,20 +267,20 @@ void RunState::WaveSave_Click(UiPort& ui) {
                 ui.messageBox(kMayIOverwrite, MsgButtons::YesNo, kConfirmationTitle) == MsgAnswer::No) {
                 ui.setStatus(1, kAbortedStoring);
             } else {
-                const Outcome saved = SaveWaveCsv(file, setup_, record_);
-                ThrowIfFailed(saved);  // the run-time error box
+                if (Outcome written = SaveWaveCsv(file, setup_, record_); !written) return written;
                 ui.setStatus(1, kStoredData);
             }
         }
-        if (settings_.analysis.SaveScreenCheck) {
-            makeFolder(screenDir);
-            ui.setStatus(1, kStoringScreen);
-            const Outcome saved =
-                SaveDsoScreen(*link_, ui, settings_.analysis.IPAdressText, JoinPath(screenDir, base + ".png"));
-            if (!saved && !ShowLinkBox(ui, saved)) ThrowIfFailed(saved);
-            ui.setStatus(1, kCompletedScreen);
-        }
+        if (!settings_.analysis.SaveScreenCheck) return Outcome::Ok();
+        makeFolder(screenDir);
+        ui.setStatus(1, kStoringScreen);
+        Outcome screen = ShownInLinkBox(
+            ui, SaveDsoScreen(*link_, ui, settings_.analysis.IPAdressText, JoinPath(screenDir, base + ".png")));
+        if (!screen && !screen.wasReported()) return screen;
+        ui.setStatus(1, kCompletedScreen);  // after the link's own box too, as it always was
+        return screen;
     });
+    return StopToStatus(ui, std::move(saved));
 }
 
 }  // namespace mervasto

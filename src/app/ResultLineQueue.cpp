@@ -4,27 +4,31 @@
 
 namespace mervasto {
 
-SaveOutcome ResultLineQueue::write(UiPort& ui, const std::string& fileName, const TypeTexts& types) {
+Outcome ResultLineQueue::write(UiPort& ui, const std::string& fileName, const TypeTexts& types) {
     const auto lines = static_cast<int64_t>(waiting_.size());
-    SaveOutcome out = writer_(fileName, types, waiting_);
-    if (!out.ok || !quiet_) ui.setStatus(1, out.status);
-    if (out.ok) written_ += lines;
+    Outcome out = writer_(fileName, types, waiting_);
+    if (!out) {
+        ui.setStatus(1, out.text());
+        return std::move(out).reported();
+    }
+    if (!quiet_) ui.setStatus(1, kSavedTestResults + fileName + ".");
+    written_ += lines;
     return out;
 }
 
-bool ResultLineQueue::append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line) {
+Outcome ResultLineQueue::append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line) {
     waiting_.push_back(std::move(line));
     const auto lines = static_cast<int64_t>(waiting_.size());
-    const bool ok = write(ui, fileName, types).ok;
-    if (!ok)
+    Outcome out = write(ui, fileName, types);
+    if (!out)
         ui.setStatus(2, std::to_string(lines) + keptText_);
     else if (lines > 1 && !quiet_)
         ui.setStatus(2, std::to_string(lines - 1) + " result line(s) kept from earlier runs were saved.");
-    return ok;
+    return out;
 }
 
-bool ResultLineQueue::flush(UiPort& ui, const std::string& fileName, const TypeTexts& types) {
-    return waiting_.empty() || write(ui, fileName, types).ok;
+Outcome ResultLineQueue::flush(UiPort& ui, const std::string& fileName, const TypeTexts& types) {
+    return waiting_.empty() ? Outcome::Ok() : write(ui, fileName, types);
 }
 
 std::string ResultLineQueue::leftOverText(const std::string& fileName) const {

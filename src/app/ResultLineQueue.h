@@ -20,7 +20,7 @@ class ResultLineQueue {
 public:
     using TypeTexts = std::array<std::string, kAnaChannels>;
     // Writes a new file's header and the lines, emptying them when written.
-    using Writer = SaveOutcome (*)(std::string_view, const TypeTexts&, std::vector<std::string>&);
+    using Writer = Outcome (*)(std::string_view, const TypeTexts&, std::vector<std::string>&);
 
     ResultLineQueue() = default;
     // A queue for a file that goes with the results file: its writer and the
@@ -32,10 +32,11 @@ public:
 
     // Appends a line after the ones waiting and writes them all. The status
     // texts go to the UI port: the file's own in panel 1, what happened to
-    // lines kept from earlier in panel 2. True when the file took them.
-    bool append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line);
-    // Tries once more to write the waiting lines; true when none is left.
-    bool flush(UiPort& ui, const std::string& fileName, const TypeTexts& types);
+    // lines kept from earlier in panel 2. A refusal comes back as shown
+    // there (reported).
+    Outcome append(UiPort& ui, const std::string& fileName, const TypeTexts& types, std::string line);
+    // Tries once more to write the waiting lines; ok when none is left.
+    Outcome flush(UiPort& ui, const std::string& fileName, const TypeTexts& types);
 
     const std::vector<std::string>& waiting() const { return waiting_; }
     // What to tell the user about lines that are still waiting, naming the
@@ -47,7 +48,7 @@ public:
 private:
     // Writes the waiting lines: the status in panel 1 (a quiet queue only
     // on a failure), and the lines counted when written.
-    SaveOutcome write(UiPort& ui, const std::string& fileName, const TypeTexts& types);
+    Outcome write(UiPort& ui, const std::string& fileName, const TypeTexts& types);
 
     Writer writer_ = SaveResultLines;
     std::string failedText_ = kFailedToSaveTestResults;

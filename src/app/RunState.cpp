@@ -15,7 +15,6 @@
 #include "results/ResultFiles.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace mervasto {
 
@@ -25,16 +24,6 @@ constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
 
 std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
 }  // namespace
-
-void RunHandler(UiPort& ui, const std::function<void()>& body) {
-    try {
-        body();
-    } catch (const RuntimeError& e) {
-        ui.messageBox(e.what(), MsgButtons::Ok, kRunTimeErrorTitle);
-    } catch (const std::exception& e) {
-        ui.messageBox(e.what(), MsgButtons::Ok, kRunTimeErrorTitle);
-    }
-}
 
 RunState::RunState() : link_(std::make_unique<DsoLink>()) {
     SetupResultGrid1(resultGrid_);
@@ -183,14 +172,14 @@ void RunState::CommAnaProcess(UiPort& ui) {
     runAnalysis(nullptr, AnalysisEntry::CommAnaProcess);
 }
 
-void RunState::LimitPoints_KeyPress(UiPort& ui) {
-    RunHandler(ui, [&] {
+Outcome RunState::LimitPoints_KeyPress(UiPort& ui) {
+    return Guarded([&] {
         runAnalysis(&ui, AnalysisEntry::LimitPointsKeyPress);
-        SaveResults(ui);
+        (void)SaveResults(ui);  // a refused line waits for the next
     });
 }
 
-void RunState::OmitRangeEffect_Click(UiPort& ui) { LimitPoints_KeyPress(ui); }
+Outcome RunState::OmitRangeEffect_Click(UiPort& ui) { return LimitPoints_KeyPress(ui); }
 
 void RunState::LimitEdited(UiPort& ui) {
     if (!WavesPresent) {
@@ -198,7 +187,7 @@ void RunState::LimitEdited(UiPort& ui) {
         return;
     }
     CommAnaProcess(ui);
-    SaveResults(ui);
+    (void)SaveResults(ui);
 }
 
 std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
@@ -208,32 +197,40 @@ std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
     return BuildDetailCycleGrid(grid, channelDisplays(), results_.table, kAllKinds);
 }
 
-bool RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
-                         const std::string& text) {
-    if (!EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text)) return false;
-    LimitEdited(ui);
-    return true;
+Outcome RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
+                            const std::string& text) {
+    return Guarded([&]() -> Outcome {
+        if (!EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text))
+            return {ErrorCode::Canceled, "This cell takes no limit."};
+        LimitEdited(ui);
+        return Outcome::Ok();
+    });
 }
 
-bool RunState::SaveResults(UiPort& ui) {
-    if (!saveResultLine_) return true;
+Outcome RunState::SaveResults(UiPort& ui) {
+    lastSave_ = Outcome::Ok();
+    if (!saveResultLine_) return lastSave_;
     // The queues of the other files speak only when they fail, and the
     // encoder's goes first, so the status shows ResultData.csv as always.
     const auto types = typeTexts();
     const std::string sample = sampleName();
-    bool encoderSaved = true;
+    const auto keep = [this](Outcome saved) {
+        if (!saved) lastSave_ = std::move(saved);
+    };
     if (settings_.analysis.Encoder)
-        encoderSaved = encoderLines_.append(ui, encoderFileName(), types, EncoderDataLine(sample, results_.encoder));
-    const bool saved = resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table));
-    const bool jitterSaved = jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter));
-    return saved && jitterSaved && encoderSaved;
+        keep(encoderLines_.append(ui, encoderFileName(), types, EncoderDataLine(sample, results_.encoder)));
+    keep(resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table)));
+    keep(jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter)));
+    return lastSave_;
 }
 
-bool RunState::SaveUnsavedResults(UiPort& ui) {
+Outcome RunState::SaveUnsavedResults(UiPort& ui) {
     const auto types = typeTexts();
-    const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), types);
-    const bool jitterSaved = jitterLines_.flush(ui, jitterFileName(), types);
-    return resultLines_.flush(ui, resultFileName(), types) && jitterSaved && encoderSaved;
+    const bool encoderSaved = encoderLines_.flush(ui, encoderFileName(), types).ok();
+    const bool jitterSaved = jitterLines_.flush(ui, jitterFileName(), types).ok();
+    const bool saved = resultLines_.flush(ui, resultFileName(), types).ok();
+    if (saved && jitterSaved && encoderSaved) return Outcome::Ok();
+    return {ErrorCode::FileIo, unsavedResultsText()};
 }
 
 std::string RunState::unsavedResultsText() const {
@@ -255,9 +252,10 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     const WaveCsvLoadResult& loaded = lastFileLoad_;
     if (!loaded.ok()) {
         ui.setStatus(2, loaded.outcome.text());
-        return Outcome(ErrorCode::FileIo,
-                       loaded.outcome.text().empty() ? "The wave file could not be read." : loaded.outcome.text())
-            .reported();
+        // The reader's own kind and words, which name the file and the line.
+        if (loaded.outcome.text().empty())
+            return Outcome(ErrorCode::FileIo, "The wave file could not be read.").reported();
+        return Outcome(loaded.outcome).reported();
     }
     if (setup_.RecordLength > kMaxSamples)
         throw RuntimeError(ErrorCode::Subscript, "The record is longer than 5000011 samples.");
@@ -268,42 +266,41 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     return Outcome::Ok();
 }
 
-bool RunState::InputFromFile_Click(UiPort& ui) {
-    bool analysing = false;
+Outcome RunState::InputFromFile_Click(UiPort& ui) {
     lastFileLoad_ = {};  // what a canceled or refused input leaves says nothing of the last file
-    try {
-        settings_.analysis.SmoothingNo = CheckSmoothingNo(settings_.analysis.SmoothingNo);
-        SmoothingCount = SmoothingCountOf(settings_.analysis.SmoothingNo);
-        InputSource = kInputTypeFile;
-        std::string proposal = DebugCheck ? std::string(kDebugProposal) : sampleName() + ".csv";
-        auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(dataFolder_, "Data"), "*.csv");
-        if (!chosen) throw RuntimeError(ErrorCode::Canceled, kCanceled);
-        if (runDone_) settings_.analysis.SampleIndex = nextIndexText(settings_.analysis.SampleIndex);
-        if (const Outcome loaded = WaveTrans(ui, kInputTypeFile, *chosen); !loaded)
-            throw RuntimeError(loaded.code(), loaded.text());
-        WavesPresent = true;
-        runDone_ = true;
-        analysing = true;
-        runAnalysis(&ui, AnalysisEntry::AnalysisCommon);
-        DispDetailData(detailGrid_, channelDisplays(), results_.cycles, record_.SampleSec);
-        SaveResults(ui);
-        // A file that loaded with something to say (cut short, say): panel 2.
-        std::string warnings;
-        for (const auto& w : lastFileLoad_.warnings) warnings += (warnings.empty() ? "" : " ") + w;
-        if (!warnings.empty()) ui.setStatus(2, warnings);
-        settingsChanged();
-        recordChanged();
-        gridsChanged();
-        return true;
-    } catch (const RuntimeError& e) {
-        if (analysing) {
-            ui.messageBox(e.what(), MsgButtons::Ok, kRunTimeErrorTitle);
-            return false;
-        }
-        ui.setStatus(1, kInputFromFileCanceled);
-        if (e.code() != ErrorCode::Canceled) ui.setStatus(2, e.what());
-        return false;
-    }
+    bool analysing = false;
+    Outcome input = Guarded([&] { return inputFromFile(ui, analysing); });
+    // A fault of the analysis goes to the run-time error box; anything
+    // before it cancels the input.
+    if (input || analysing) return input;
+    ui.setStatus(1, kInputFromFileCanceled);
+    if (input.code() != ErrorCode::Canceled) ui.setStatus(2, input.text());
+    return std::move(input).reported();
+}
+
+Outcome RunState::inputFromFile(UiPort& ui, bool& analysing) {
+    settings_.analysis.SmoothingNo = CheckSmoothingNo(settings_.analysis.SmoothingNo);
+    SmoothingCount = SmoothingCountOf(settings_.analysis.SmoothingNo);
+    InputSource = kInputTypeFile;
+    std::string proposal = DebugCheck ? std::string(kDebugProposal) : sampleName() + ".csv";
+    auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(dataFolder_, "Data"), "*.csv");
+    if (!chosen) return {ErrorCode::Canceled, kCanceled};
+    if (runDone_) settings_.analysis.SampleIndex = nextIndexText(settings_.analysis.SampleIndex);
+    if (Outcome loaded = WaveTrans(ui, kInputTypeFile, *chosen); !loaded) return loaded;
+    WavesPresent = true;
+    runDone_ = true;
+    analysing = true;
+    runAnalysis(&ui, AnalysisEntry::AnalysisCommon);
+    DispDetailData(detailGrid_, channelDisplays(), results_.cycles, record_.SampleSec);
+    (void)SaveResults(ui);  // a refused line waits for the next
+    // A file that loaded with something to say (cut short, say): panel 2.
+    std::string warnings;
+    for (const auto& w : lastFileLoad_.warnings) warnings += (warnings.empty() ? "" : " ") + w;
+    if (!warnings.empty()) ui.setStatus(2, warnings);
+    settingsChanged();
+    recordChanged();
+    gridsChanged();
+    return Outcome::Ok();
 }
 
 void RunState::MaxCycles_KeyPress() {
@@ -338,19 +335,19 @@ void RunState::ColorInit_Click() {
     refreshResultGrid();
 }
 
-void RunState::ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2) {
+Outcome RunState::ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2) {
     const Grid& grid = index == 0 ? logGrid_ : detailGrid_;
-    RunHandler(ui, [&] {
+    return Guarded([&] {
         ui.setClipboardText(GridClipboardText(grid, row1, col1, row2, col2));
         ui.messageBox(kResultCopiedText, MsgButtons::Ok, kResultCopiedTitle);
     });
 }
 
-void RunState::SelDataSaveFile_Click(UiPort& ui) {
+Outcome RunState::SelDataSaveFile_Click(UiPort& ui) {
     auto chosen = ui.chooseSaveFile(kDetailSaveTitle, settings_.DetailFileName, settings_.OutputFolder, "*.csv");
     if (!chosen) {
         ui.setStatus(1, kCanceled);
-        return;
+        return Outcome(ErrorCode::Canceled, kCanceled).reported();
     }
     const std::string& path = *chosen;
     size_t cut = path.find_last_of("/\\");
@@ -362,22 +359,25 @@ void RunState::SelDataSaveFile_Click(UiPort& ui) {
     settings_.DetailBaseName = base;
     settings_.WaveBaseName = base + "_Wave";
     settings_.analysis.DDSaveCheck = true;
+    return Outcome::Ok();
 }
 
-bool RunState::LoadComparator(UiPort& ui, const std::string& fileName) {
-    settings_.ComparatorFile = fileName;
-    if (!FileExists(fileName)) {
-        ui.messageBox(kNoFile, MsgButtons::Ok, fileName);
-        return false;
-    }
-    ComparatorLoad load = LoadComparatorFile(fileName, results_.table);
-    if (!load.ok) ui.messageBox(load.message, MsgButtons::Ok, kConfirmationTitle);
-    JudgeAll(results_.table);
-    refreshResultGrid();
-    return load.ok;
+Outcome RunState::LoadComparator(UiPort& ui, const std::string& fileName) {
+    return Guarded([&]() -> Outcome {
+        settings_.ComparatorFile = fileName;
+        if (!FileExists(fileName)) {
+            ui.messageBox(kNoFile, MsgButtons::Ok, fileName);
+            return Outcome(ErrorCode::FileNotFound, kNoFile).reported();
+        }
+        Outcome load = LoadComparatorFile(fileName, results_.table);
+        if (!load) ui.messageBox(load.text(), MsgButtons::Ok, kConfirmationTitle);
+        JudgeAll(results_.table);
+        refreshResultGrid();
+        return load ? load : std::move(load).reported();
+    });
 }
 
-void RunState::SelectComparator_Click(UiPort& ui) {
+Outcome RunState::SelectComparator_Click(UiPort& ui) {
     // The dialog opens where the last comparator file was, with its name.
     std::string folder = JoinPath(dataFolder_, "Comparator");
     std::string name = settings_.ComparatorFile;
@@ -386,8 +386,8 @@ void RunState::SelectComparator_Click(UiPort& ui) {
         name = name.substr(cut + 1);
     }
     auto chosen = ui.chooseOpenFile(kSelectComparatorTitle, name, folder, "*.txt;*.csv");
-    if (!chosen) return;
-    LoadComparator(ui, *chosen);
+    if (!chosen) return {ErrorCode::Canceled, kCanceled};
+    return LoadComparator(ui, *chosen);
 }
 
 }  // namespace mervasto

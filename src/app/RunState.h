@@ -46,8 +46,10 @@ enum class AnalysisEntry {
 // The one owner of everything a run touches: the settings, the record and the
 // instrument's setup, the analysis results, the grids, the link and the run
 // flags. The main window and the command line each hold one; the windows are
-// views of it. Every handler reports to the user through the UI port and
-// catches run-time faults at its boundary.
+// views of it. Every handler is the boundary of its own work: it shows what
+// has a legacy form (status texts, the link's "Confirmation" boxes, the run's
+// boxes) through the UI port and marks that outcome reported(); any other
+// failure, a run-time fault among them, comes back for the front end to show.
 class RunState {
 public:
     RunState();
@@ -64,19 +66,22 @@ public:
     bool LoadSettingsFrom(const std::string& fileName);
 
     // --- handlers -----------------------------------------------------------
-    // True when a file was loaded and analysed.
-    bool InputFromFile_Click(UiPort& ui);
+    // Ok when a file was loaded and analysed (what became of its result lines
+    // is lastSave()). A file that was not loaded shows "Input from File
+    // canceled." with the reason in panel 2 and comes back reported.
+    Outcome InputFromFile_Click(UiPort& ui);
     // Loads a file (InpType "FILE") or transfers from the instrument. A
     // failure has been shown in its legacy form (status text or box) and
     // comes back marked reported().
     Outcome WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename);
     // The three analysis entries. Each shows its messages (or not), the
     // status text and refreshes the result grids; LimitPoints_KeyPress also
-    // appends the result line.
+    // appends the result line. The first two are steps of other handlers and
+    // leave their faults to them.
     void AnalysisCommon(UiPort& ui);
     void CommAnaProcess(UiPort& ui);
-    void LimitPoints_KeyPress(UiPort& ui);
-    void OmitRangeEffect_Click(UiPort& ui);
+    Outcome LimitPoints_KeyPress(UiPort& ui);
+    Outcome OmitRangeEffect_Click(UiPort& ui);
     // A limit typed in the comparator grid: the present record is analysed
     // again through CommAnaProcess and its result line appended.
     void LimitEdited(UiPort& ui);
@@ -84,19 +89,23 @@ public:
     // each of its rows shows.
     std::vector<CycleGridRow> BuildLimitGrid(Grid& grid);
     // A limit typed into that grid: stored, judged, then LimitEdited.
-    // False when the cell takes no limit.
-    bool EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
-                   const std::string& text);
+    // Canceled when the cell takes no limit.
+    Outcome EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
+                      const std::string& text);
 
-    void WFStartCommand_Click(UiPort& ui);
+    // An instrument run. Whatever ended it early has been shown (a link
+    // box, the run's box, a status text for a Stop) and comes back reported,
+    // as runFailure() keeps it; only a connection that failed without a box
+    // of its own is left to the front end.
+    Outcome WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
-    void ReadRejectRange_Click(UiPort& ui);
-    void WaveSave_Click(UiPort& ui);
-    void SelDataSaveFile_Click(UiPort& ui);
-    // The comparator: loads the file, judges again. Shows "No File." or
-    // "Illegal Character." through the UI port.
-    void SelectComparator_Click(UiPort& ui);
-    bool LoadComparator(UiPort& ui, const std::string& fileName);
+    Outcome ReadRejectRange_Click(UiPort& ui);
+    Outcome WaveSave_Click(UiPort& ui);
+    Outcome SelDataSaveFile_Click(UiPort& ui);
+    // The comparator: loads the file, judges again. "No File." and
+    // "Illegal Character." are shown in their boxes and come back reported.
+    Outcome SelectComparator_Click(UiPort& ui);
+    Outcome LoadComparator(UiPort& ui, const std::string& fileName);
 
     // Enter checks of the settings boxes.
     void MaxCycles_KeyPress();
@@ -107,11 +116,14 @@ public:
 
     // Text of a grid range for the clipboard; index 0 is the log grid, any
     // other the detail grid. Puts it on the clipboard and confirms.
-    void ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2);
+    Outcome ResultCopy_Click(UiPort& ui, int index, int32_t row1, int32_t col1, int32_t row2, int32_t col2);
 
     // Appends the run's line to ResultData.csv, and its jitter line to
-    // JitterData.csv, and shows the outcome.
-    bool SaveResults(UiPort& ui);
+    // JitterData.csv, and shows the outcome. A refusal is the last one shown
+    // in panel 1 (reported); its lines wait for the next write.
+    Outcome SaveResults(UiPort& ui);
+    // What the last SaveResults came to (ok with the result line switched off).
+    const Outcome& lastSave() const { return lastSave_; }
 
     // --- derived views ------------------------------------------------------
     ChannelDisplays channelDisplays() const;
@@ -154,6 +166,8 @@ public:
     const WaveRecord& record() const { return record_; }
     const DsoSetup& setup() const { return setup_; }
     const AnalysisResults& results() const { return results_; }
+    // What the last analysis had to say: the signal checks it showed.
+    const AnalysisOutcome& lastAnalysis() const { return lastOutcome; }
     // What the last file input's read said: the refusal reason, warnings.
     const WaveCsvLoadResult& lastFileLoad() const { return lastFileLoad_; }
     const Grid& resultGrid() const { return resultGrid_; }
@@ -168,8 +182,9 @@ public:
     bool running() const { return running_; }  // a run is in progress
     bool runDone() const { return runDone_; }  // results of a record are in place
     // Why the last instrument run ended before its end (the message shown):
-    // a Link fault of the instrument, or FileIo for a file the pass could not
-    // write. Ok when it ran through or was stopped.
+    // a Link failure of the instrument, FileIo for a file the pass could not
+    // write, Canceled for a Stop that had to cut an exchange, or a fault of
+    // the run itself. Ok when it ran through or a Stop ended it between passes.
     const Outcome& runFailure() const { return runFailure_; }
     // The pass of the series now in progress (1 = the first).
     int32_t repeatCounter() const { return repeatCounter_; }
@@ -192,8 +207,9 @@ public:
     // Off for a command-line run with --no-save.
     void setSaveResultLine(bool on) { saveResultLine_ = on; }
     bool saveResultLine() const { return saveResultLine_; }
-    // Tries once more to write the waiting lines; true when none is left.
-    bool SaveUnsavedResults(UiPort& ui);
+    // Tries once more to write the waiting lines; ok when none is left, else
+    // a failure that says which lines belong in which file.
+    Outcome SaveUnsavedResults(UiPort& ui);
     // What to tell the user about the lines still waiting, per file.
     std::string unsavedResultsText() const;
 
@@ -208,7 +224,8 @@ public:
     void setReplyTimeoutMs(int ms);
     void setExchangeDeadlineMs(int ms);
     // Connects and identifies the instrument (the command line's direct
-    // readout and fetch), reads its setup, hands its front panel back.
+    // readout and fetch), reads its setup, hands its front panel back. Any
+    // failure of theirs is the link's (ErrorCode::Link).
     Outcome ConnectInstrument(UiPort& ui, const std::string& ip);
     Outcome ReadInstrumentSetup(UiPort& ui, const std::string& ip);
     Outcome HandBackInstrument();
@@ -229,6 +246,7 @@ private:
     WaveImportOptions importOptions_;
     FileLoader fileLoader_;
     WaveCsvLoadResult lastFileLoad_;
+    Outcome lastSave_;
     AnalysisResults results_;
     AnalysisOutcome lastOutcome;
 
@@ -273,16 +291,20 @@ private:
     bool saveResultLine_ = true;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
+    // InputFromFile_Click up to its boundary; analysing tells a fault of the
+    // analysis from one that cancels the input.
+    Outcome inputFromFile(UiPort& ui, bool& analysing);
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
-    // One pass of a run: acquisition, transfer, analysis, grids and files.
-    void runPass(UiPort& ui);
+    // ReadRejectRange_Click within a pass: a Stop is left to the run.
+    Outcome readRejectRange(UiPort& ui);
+    // The passes of a run, and one pass: acquisition, transfer, analysis,
+    // grids and files. A failure ends the run.
+    Outcome runSeries(UiPort& ui);
+    Outcome runPass(UiPort& ui);
     // A file of the pass could not be written: the run-time error box names
     // it and why, and the series ends after this pass.
     void passWriteFailed(UiPort& ui, const Outcome& failed);
 };
-
-// Runs a handler body, showing a run-time fault as a message box and going on.
-void RunHandler(UiPort& ui, const std::function<void()>& body);
 
 }  // namespace mervasto

@@ -5,9 +5,10 @@
 
 namespace mervasto {
 
-// The run-time faults of the measurement code. A handler catches them at its
-// boundary, shows the text and the program goes on; readers stop at the first
-// one and keep what they read.
+// The kinds of failure: the run-time faults of the measurement code, thrown
+// as RuntimeError until a handler's boundary turns them into the Outcome it
+// returns (readers stop at the first one and keep what they read), and the
+// kinds only an Outcome carries.
 enum class ErrorCode : int {
     None = 0,             // no fault (an Outcome that succeeded)
     Overflow = 6,         // a value does not fit the integer it goes into
@@ -20,6 +21,8 @@ enum class ErrorCode : int {
     FileIo = 57,          // a read or write of a file failed
     Link = 1000,          // the instrument link failed or was ended
     Canceled = 1001,      // the user cancelled a dialog
+    BadOption = 1002,     // a command-line option, or a setting given there, is not acceptable
+    VerdictNg = 1003,     // a count is outside its limits: no fault, but the sample did not pass
 };
 
 class RuntimeError : public std::runtime_error {

@@ -10,6 +10,7 @@
 
 #include "app/RunState.h"
 #include "gui/GridModel.h"
+#include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 
 namespace mervasto {
@@ -44,7 +45,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     view_->verticalHeader()->hide();
     layout->addWidget(view_, 1);
     connect(select, &QPushButton::clicked, this, [this] {
-        RunHandler(ui_, [this] { state_.SelectComparator_Click(ui_); });
+        GuardedApplication::report(state_.SelectComparator_Click(ui_));
         refresh();
     });
     resize(520, 420);
@@ -53,9 +54,9 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
 
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
     if (running_) return false;
-    bool ok = false;
-    RunHandler(ui_, [&] { ok = state_.EditLimit(ui_, grid_, rows_, row, col, text); });
-    return ok;
+    const Outcome edited = state_.EditLimit(ui_, grid_, rows_, row, col, text);
+    GuardedApplication::report(edited);
+    return edited.ok();
 }
 
 void DetailCyclesForm::setRunning(bool running) {

@@ -58,12 +58,46 @@ protected:
     void closeEvent(QCloseEvent* e) override;
 
 private:
+    // The command buttons and menu entries, from the layout that makes them
+    // to the connections that give them their handlers.
+    struct Commands {
+        QPushButton* stop;
+        QPushButton* save;
+        QPushButton* readRange;
+        QPushButton* pictures;
+        QPushButton* detailPath;
+        QPushButton* copyLog;
+        QPushButton* detailForm;
+        QPushButton* colorInit;
+        QPushButton* histogram;
+        QPushButton* tcpip;
+        QPushButton* setIp;
+        QAction* inputFile;
+        QAction* showAll;
+        QAction* showEach;
+        QAction* showHistogram;
+    };
+    // The layout, a group of controls at a time (MainFormLayout.cpp).
+    QGroupBox* buildSettings(QWidget* parent, Commands& commands);
+    void buildAddressFrame(QWidget* parent, Commands& commands);
     QLineEdit* addBox(QWidget* parent, const char* name, const char* caption, QGridLayout* grid, int row, int col,
                       const char* after = nullptr);
     void buildChannelFrames(QWidget* parent, QHBoxLayout* into);
+    QHBoxLayout* buildButtons(QWidget* parent, Commands& commands);
+    QTabWidget* buildGrids(QWidget* parent);
+    void buildMenus(Commands& commands);
+    // What the controls do, and what the window follows of the run state.
+    void connectCommands(const Commands& commands);
+    void connectViews(const Commands& commands);
+    void connectEnterChecks();
+    void followState();
+    // The run state's start-up, the controls from it, the window placement.
+    void startUp(const std::string& dataFolderOverride);
+
     void applyChannelColours();
-    // Runs a command handler at the window's boundary, then refreshes.
-    void run(const std::function<void()>& handler);
+    // Runs a command handler and shows what it left to the window (a
+    // run-time fault), then refreshes.
+    void run(const std::function<Outcome()>& handler);
     // Commands that start their own exchange on the link or replace the
     // record are off while an instrument run is in progress.
     void applyRunning();

@@ -121,7 +121,7 @@ int main(int argc, char** argv) {
             a.TotalRepeats = "20";
             form.showSettings();
             form.histogram()->show();
-            form.state().WFStartCommand_Click(form.ui());
+            GuardedApplication::report(form.state().WFStartCommand_Click(form.ui()));
             form.refreshViews();
             form.grab().save(dir + "/main-window.png");
             // The widest cycle, as a user finds it: its bar, clicked.
@@ -149,7 +149,7 @@ int main(int argc, char** argv) {
                 app.quit();
             });
         });
-        QTimer::singleShot(0, &form, [&] { form.state().WFStartCommand_Click(form.ui()); });
+        QTimer::singleShot(0, &form, [&] { GuardedApplication::report(form.state().WFStartCommand_Click(form.ui())); });
     }
     if (parser.isSet(demo)) {
         StartDemoSeries(form, [&](const std::string& report) {

@@ -79,7 +79,7 @@ void JudgeAll(ChannelResultTable& table) {
 namespace {
 
 // Lines end at LF only; a CR anywhere in a line is dropped.
-ComparatorLoad loadLines(LineScanner& in, ChannelResultTable& table) {
+Outcome loadLines(LineScanner& in, ChannelResultTable& table) {
     in.setLineEnds(LineScanner::LineEnds::LfOnly);
     std::string_view raw;
     std::string line;
@@ -89,36 +89,36 @@ ComparatorLoad loadLines(LineScanner& in, ChannelResultTable& table) {
             if (c != '\r') line += c;
         if (line.empty() || line[0] == '%') continue;
         const std::optional<LimitLine> parsed = parseLine(FromNarrow(line));
-        if (!parsed) return {false, kIllegalCharacter};
+        if (!parsed) return {ErrorCode::TypeMismatch, kIllegalCharacter};
         apply(*parsed, table);
     }
-    return {true, ""};
+    return Outcome::Ok();
 }
 
-ComparatorLoad guardedLoad(LineScanner& in, std::string_view name, ChannelResultTable& table) {
+Outcome guardedLoad(LineScanner& in, std::string_view name, ChannelResultTable& table) {
     try {
         return loadLines(in, table);
     } catch (const RuntimeError& e) {
         // A line too long or of too many fields: the limits before it stay.
         std::string where = name.empty() ? "Line " : std::string(name) + ", line ";
-        return {false, where + std::to_string(in.lineNumber()) + ": " + e.what()};
+        return {e.code(), where + std::to_string(in.lineNumber()) + ": " + e.what()};
     }
 }
 
 }  // namespace
 
-ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table) {
+Outcome LoadComparatorText(std::string_view text, ChannelResultTable& table) {
     LineScanner in;
     in.openBytes(text);
     return guardedLoad(in, {}, table);
 }
 
-ComparatorLoad LoadComparatorFile(std::string_view path, ChannelResultTable& table) {
+Outcome LoadComparatorFile(std::string_view path, ChannelResultTable& table) {
     LineScanner in;
     try {
         in.open(path);
     } catch (const RuntimeError&) {
-        return {false, kNoFile};
+        return {ErrorCode::FileNotFound, kNoFile};
     }
     return guardedLoad(in, path, table);
 }

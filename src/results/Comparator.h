@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "analysis/AnalysisTypes.h"
+#include "common/Outcome.h"
 #include "results/Grid.h"
 #include "results/ResultGrids.h"
 
@@ -36,21 +37,16 @@ bool JudgeCount(int32_t count, int32_t LL, int32_t UL);
 // Recomputes every record's verdict from its count and limits.
 void JudgeAll(ChannelResultTable& table);
 
-struct ComparatorLoad {
-    bool ok = false;
-    // "" when ok, else "No File.", "Illegal Character." or, for a line too
-    // long or of too many fields, a text that names the file and the line.
-    std::string message;
-};
-
 // Reads a comparator file into the table: per line channel (1..6), LL and
 // UL of kind 0, the two value limits of kind 0, the two of kind 1. Empty
 // lines and lines starting with "%" are skipped, an empty field keeps the
 // stored value. A bad line stops the reading; earlier lines stay in force.
-// Lines end at LF; carriage returns inside a line are dropped.
-ComparatorLoad LoadComparatorFile(std::string_view path, ChannelResultTable& table);
+// Lines end at LF; carriage returns inside a line are dropped. A failure says
+// "No File.", "Illegal Character." or, for a line too long or of too many
+// fields, names the file and the line.
+Outcome LoadComparatorFile(std::string_view path, ChannelResultTable& table);
 // The same over text already in memory.
-ComparatorLoad LoadComparatorText(std::string_view text, ChannelResultTable& table);
+Outcome LoadComparatorText(std::string_view text, ChannelResultTable& table);
 
 // Which record a row of the cycle grid shows.
 struct CycleGridRow {

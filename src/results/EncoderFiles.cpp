@@ -57,12 +57,12 @@ std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r)
     return line;
 }
 
-SaveOutcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines) {
+Outcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines) {
     // Written beside the results file, whose own status stays in view: only
     // a failure speaks, and it names this file.
     if (!AppendCsvLines(fileName, EncoderHeaderLine1(), EncoderHeaderLine2(), lines))
-        return {false, kFailedToSaveEncoderData};
-    return {true, ""};
+        return {ErrorCode::FileIo, kFailedToSaveEncoderData};
+    return Outcome::Ok();
 }
 
 void FillEncoderGrid(Grid& grid, const EncoderResult& r, bool on) {

@@ -37,7 +37,7 @@ std::string EncoderHeaderLine2();
 std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r);
 
 // Like SaveResultLines, with the encoder file's own header.
-SaveOutcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines);
+Outcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines);
 
 // The grid of the window's Encoder tab: a header row, a row per statistic
 // (Min, Max, Mean, σ, Counts with units), then Position, Reversals, Dropped

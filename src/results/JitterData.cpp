@@ -72,11 +72,11 @@ std::string JitterDataLine(std::string_view sampleName, const JitterResults& jit
     return line;
 }
 
-SaveOutcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
-                            std::vector<std::string>& lines) {
+Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                        std::vector<std::string>& lines) {
     if (!AppendCsvLines(fileName, JitterHeaderLine1(typeTexts), JitterHeaderLine2(), lines))
-        return {false, kFailedToSaveJitterData};
-    return {true, ""};
+        return {ErrorCode::FileIo, kFailedToSaveJitterData};
+    return Outcome::Ok();
 }
 
 void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults& jitter) {

@@ -34,8 +34,8 @@ std::string JitterHeaderLine2();
 std::string JitterDataLine(std::string_view sampleName, const JitterResults& jitter);
 
 // As SaveResultLines, for the jitter file.
-SaveOutcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
-                            std::vector<std::string>& lines);
+Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                        std::vector<std::string>& lines);
 
 // The "Jitter" grid: a header row, then one row per channel: "Ch<n>", its
 // name and type, then the values with a prefix and four significant digits

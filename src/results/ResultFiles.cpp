@@ -43,26 +43,26 @@ void AppendStatisticColumns(std::string& line, double min, double max, double me
     line += std::to_string(counts);
 }
 
-bool AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
-                    std::vector<std::string>& lines) {
+Outcome AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
+                       std::vector<std::string>& lines) {
     // One append of whole lines: a failed write leaves the file as it was.
     std::string text;
     if (!FileExists(fileName)) text += header1 + "\r\n" + header2 + "\r\n";
     for (const auto& line : lines) text += line + "\r\n";
-    if (!AppendToFile(fileName, ToNarrow(text))) return false;
-    lines.clear();
-    return true;
+    Outcome appended = AppendToFile(fileName, ToNarrow(text));
+    if (appended) lines.clear();
+    return appended;
 }
 
-SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
-                            std::vector<std::string>& lines) {
+Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                        std::vector<std::string>& lines) {
     if (!AppendCsvLines(fileName, ResultHeaderLine1(typeTexts), ResultHeaderLine2(), lines))
-        return {false, kFailedToSaveTestResults};
-    return {true, kSavedTestResults + std::string(fileName) + "."};
+        return {ErrorCode::FileIo, kFailedToSaveTestResults};
+    return Outcome::Ok();
 }
 
-SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
-                            const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table) {
+Outcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
+                        const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table) {
     std::vector<std::string> lines{ResultDataLine(sampleName, table)};
     return SaveResultLines(fileName, typeTexts, lines);
 }

@@ -24,11 +24,6 @@ inline constexpr const char* kCsvFilter = "*.csv";
 inline constexpr const char* kMayIOverwrite = "May I Overwrite?";
 inline constexpr const char* kCanceled = "Canceled.";
 
-struct SaveOutcome {
-    bool ok = false;
-    std::string status;  // the status bar text
-};
-
 // The two header lines a new results file starts with.
 std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts);
 std::string ResultHeaderLine2();
@@ -42,20 +37,21 @@ void AppendStatisticColumns(std::string& line, double min, double max, double me
 // Appends lines to a CSV file in one write, the two header lines first when
 // the file does not exist yet, and empties lines when they are written. On a
 // failure the file is left as it was and lines keep every line.
-bool AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
-                    std::vector<std::string>& lines);
+Outcome AppendCsvLines(std::string_view fileName, const std::string& header1, const std::string& header2,
+                       std::vector<std::string>& lines);
 
 // Appends lines to the results file in one write, the header first when the
 // file does not exist yet, and empties lines when they are written. On a
 // failure the file is left as it was and lines keep every line, so that the
-// caller can try again with the next run's line added.
-SaveOutcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
-                            std::vector<std::string>& lines);
+// caller can try again with the next run's line added. A failure says
+// "Failed to save Test Results.".
+Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+                        std::vector<std::string>& lines);
 
 // Appends the run's line to the results file, writing the header first when
 // the file does not exist yet. Nothing outside the file is changed.
-SaveOutcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
-                            const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table);
+Outcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
+                        const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table);
 
 // A chosen detail file path split at its last folder separator; the wave
 // files saved with the details take the name without its 4-character

@@ -80,7 +80,7 @@ protected:
 };
 
 TEST_F(AcquisitionRun, OnePassWithTheDefaults) {
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     settle();
     const auto log = sim->commandLog();
     ASSERT_GE(log.size(), 3u);
@@ -107,7 +107,7 @@ TEST_F(AcquisitionRun, OnePassWithTheDefaults) {
     EXPECT_EQ(state.settings().analysis.SampleIndex, "1");
 
     // The next single pass advances the index and keeps the link.
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     EXPECT_EQ(state.settings().analysis.SampleIndex, "2");
     EXPECT_EQ(sent("*IDN?"), 1u);
     EXPECT_EQ(resultLines(), 4u);
@@ -128,7 +128,7 @@ TEST_F(AcquisitionRun, RepeatSeries) {
         state.settings().analysis.RepeatCheck = true;
         state.settings().analysis.DaqCheck = c.newAcquisition;
         state.settings().analysis.TotalRepeats = c.totalRepeats;
-        state.WFStartCommand_Click(ui);
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
         EXPECT_EQ(sent("WSGL"), c.newAcquisition ? c.passes : 0u) << c.totalRepeats;
         EXPECT_EQ(sent("GTL"), 1u);
         EXPECT_FALSE(statusSeen("Completed data transffering."));
@@ -143,7 +143,7 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     sim->setAcqDelayMs(60000);
     state.settings().analysis.DaqCheck = true;
     stopAt("WSGL", 1);
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     EXPECT_TRUE(statusSeen("Data Acquisition Aborted."));
     EXPECT_TRUE(statusSeen("Completed data transffering."));  // the pass goes on with the present record
     EXPECT_EQ(resultLines(), 3u);
@@ -156,7 +156,7 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     std::filesystem::create_directories(dir_ / "out");
     state.settings().DetailBaseName = "d";
     stopAt("WSGL", 3);  // during the third pass's acquisition wait
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     sim->setCommandHook(nullptr);
     const size_t passes = resultLines() - 3;
     EXPECT_EQ(passes, 3u);
@@ -167,7 +167,7 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
 
 TEST_F(AcquisitionRun, UnreachableAndFailedTransfers) {
     sim->setFault(SimFault::Refuse);
-    state.WFStartCommand_Click(ui);
+    EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
     ASSERT_FALSE(ui.boxes.empty());
     EXPECT_EQ(ui.boxes.back().text, "DSO not connected normally.");
     EXPECT_EQ(ui.boxes.back().title, "Confirmation");
@@ -175,22 +175,22 @@ TEST_F(AcquisitionRun, UnreachableAndFailedTransfers) {
     EXPECT_FALSE(state.linked());
 
     sim->setFault(SimFault::None);
-    state.WFStartCommand_Click(ui);  // connects again
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());  // connects again
     EXPECT_TRUE(state.linked());
     EXPECT_EQ(resultLines(), 3u);
 
     for (SimFault fault : {SimFault::CloseMidBlock, SimFault::BadHeader, SimFault::Garbage}) {
         sim->setFault(fault);
         const size_t boxes = ui.boxes.size();
-        state.WFStartCommand_Click(ui);
+        EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
         EXPECT_GT(ui.boxes.size(), boxes) << SimFaultName(fault);
         EXPECT_FALSE(state.running());
         EXPECT_EQ(resultLines(), 3u) << SimFaultName(fault);  // nothing written so far is lost
         sim->setFault(SimFault::None);
-        state.WFStartCommand_Click(ui);
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
         EXPECT_EQ(resultLines(), 4u) << SimFaultName(fault);
         std::filesystem::remove(state.resultFileName());
-        state.WFStartCommand_Click(ui);
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
         ASSERT_EQ(resultLines(), 3u);
     }
 }
@@ -201,7 +201,7 @@ TEST_F(AcquisitionRun, RejectRangeFromTheZoomCursors) {
     s.cursor1 = -2.5;
     s.cursor2 = 2.5;
     sim->setState(s);
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     const int32_t n = state.record().WaveLength;
     ASSERT_GE(n, 500);
     state.settings().analysis.OmitRangeEffect = true;
@@ -209,13 +209,13 @@ TEST_F(AcquisitionRun, RejectRangeFromTheZoomCursors) {
     sim->clearLog();
 
     ui.answers = {MsgAnswer::Cancel};
-    state.ReadRejectRange_Click(ui);
+    ASSERT_TRUE(state.ReadRejectRange_Click(ui).ok());
     EXPECT_EQ(ui.boxes.back().title, "Direction");
     EXPECT_FALSE(state.settings().RejectRangeSet);
     EXPECT_EQ(sent("GTL"), 1u);
     EXPECT_EQ(sent("TDIV?"), 0u);
 
-    state.ReadRejectRange_Click(ui);
+    ASSERT_TRUE(state.ReadRejectRange_Click(ui).ok());
     EXPECT_TRUE(state.settings().RejectRangeSet);
     EXPECT_EQ(state.zoomStart(), 0);
     EXPECT_EQ(state.zoomEnd(), n);
@@ -231,16 +231,16 @@ TEST_F(AcquisitionRun, RejectRangeFromTheZoomCursors) {
 }
 
 TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     state.settings().analysis.SaveWavesCheck = true;
     const std::string waveFile = (dir_ / "data" / "Data" / "Sample1.csv").string();
-    state.WaveSave_Click(ui);
+    ASSERT_TRUE(state.WaveSave_Click(ui).ok());
     ASSERT_TRUE(FileExists(waveFile));
     EXPECT_EQ(ui.status[1], "Stored the Data to the File.");
     const auto size = std::filesystem::file_size(waveFile);
     { std::ofstream(waveFile, std::ios::binary) << "kept"; }
     ui.answers = {MsgAnswer::No};
-    state.WaveSave_Click(ui);
+    ASSERT_TRUE(state.WaveSave_Click(ui).ok());
     EXPECT_EQ(ui.boxes.back().text, "May I Overwrite?");
     EXPECT_EQ(ui.status[1], "Aborted Storing the Data to the File.");
     EXPECT_EQ(std::filesystem::file_size(waveFile), 4u);
@@ -250,7 +250,7 @@ TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
     state.settings().analysis.SaveScreenCheck = true;
     const std::string png = (dir_ / "data" / "VScreen" / "Sample1.png").string();
     sim->setScreenBytes(1000);
-    state.WaveSave_Click(ui);
+    ASSERT_TRUE(state.WaveSave_Click(ui).ok());
     ASSERT_TRUE(FileExists(png));
     EXPECT_EQ(ui.status[1], "Copmpleted Storing the DSO's Screen.");
     std::ifstream f(png, std::ios::binary);
@@ -261,13 +261,12 @@ TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
 
     std::filesystem::remove(png);
     sim->setScreenBytes(40000);
-    const size_t boxes = ui.boxes.size();
-    state.WaveSave_Click(ui);
+    const Outcome tooLarge = state.WaveSave_Click(ui);  // for the run-time error box
     EXPECT_FALSE(FileExists(png));
-    ASSERT_GT(ui.boxes.size(), boxes);
-    EXPECT_NE(ui.boxes.back().text.find("32767"), std::string::npos) << ui.boxes.back().text;
+    EXPECT_FALSE(tooLarge.wasReported());
+    EXPECT_NE(tooLarge.text().find("32767"), std::string::npos) << tooLarge.text();
     // The link is still usable.
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     EXPECT_EQ(ui.status[1], "Completed data transffering.");
 }
 
@@ -309,7 +308,7 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
             }
         });
         const size_t boxes = ui.boxes.size();
-        state.WFStartCommand_Click(ui);
+        EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << c.name << ": " << ui.boxes.back().text;
         EXPECT_EQ(state.runFailure().text(), ui.boxes.back().text) << c.name;
@@ -321,7 +320,7 @@ TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
 
         sim->setFault(SimFault::None);  // switched on again
         state.settings().analysis.TotalRepeats = "1";
-        state.WFStartCommand_Click(ui);
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
         EXPECT_TRUE(state.runFailure().ok()) << c.name << ": " << state.runFailure().text();
         EXPECT_TRUE(state.linked()) << c.name;
         EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
@@ -336,13 +335,13 @@ TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
     state.settings().analysis.DaqCheck = true;
     state.settings().analysis.TotalRepeats = "5";
     state.settings().analysis.TimeoutSeconds = "3";
-    state.WFStartCommand_Click(ui);  // linked, so that every case counts blocks from the same point
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());  // linked, so that every case counts blocks from the same point
     for (const auto& c : test::kSeriesFaults) {
         SCOPED_TRACE(SimFaultName(c.fault));
         std::filesystem::remove(state.resultFileName());
         if (!state.linked()) {
             state.settings().analysis.RepeatCheck = false;
-            state.WFStartCommand_Click(ui);
+            ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
             state.settings().analysis.RepeatCheck = true;
             std::filesystem::remove(state.resultFileName());
         }
@@ -350,7 +349,7 @@ TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
         sim->clearLog();
         sim->setFaultAfter(c.fault, 8);
         const size_t boxes = ui.boxes.size();
-        state.WFStartCommand_Click(ui);
+        EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
         ASSERT_EQ(ui.boxes.size(), boxes + 1);
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << ui.boxes.back().text;
         EXPECT_EQ(resultLines(), 2u + 2u);
@@ -390,7 +389,8 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
             if (c.twice) state.Stop_Click();
         });
         const size_t boxes = ui.boxes.size();
-        state.WFStartCommand_Click(ui);
+        const Outcome ran = state.WFStartCommand_Click(ui);
+        EXPECT_EQ(ran.code(), c.twice ? ErrorCode::Canceled : ErrorCode::None) << ran.text();
         sim->setCommandHook(nullptr);
         sim->setFault(SimFault::None);
         EXPECT_EQ(ui.boxes.size(), boxes);
@@ -414,13 +414,13 @@ TEST_F(AcquisitionRun, StopDuringATransferKeepsThePass) {
 // The window's "Time-out (s)" bounds every exchange: a reply trickling in one
 // byte per 100 ms, never silent for long, still ends the run.
 TEST_F(AcquisitionRun, TimeoutSettingEndsATricklingReply) {
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     ASSERT_TRUE(state.linked());
     state.settings().analysis.TimeoutSeconds = "0.5";
     sim->setTricklePeriodMs(100);
     sim->setFault(SimFault::OneByte);
     const size_t boxes = ui.boxes.size();
-    state.WFStartCommand_Click(ui);
+    EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
     ASSERT_EQ(ui.boxes.size(), boxes + 1);
     EXPECT_NE(ui.boxes.back().text.find("did not end within 0.5 s"), std::string::npos) << ui.boxes.back().text;
     EXPECT_FALSE(state.linked());
@@ -449,7 +449,7 @@ TEST_F(AcquisitionRun, APassFileThatCannotBeWrittenEndsTheSeries) {
         a.*c.check = true;
         const size_t boxes = ui.boxes.size();
         const size_t lines = resultLines();
-        state.WFStartCommand_Click(ui);
+        EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
         ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
         EXPECT_EQ(ui.boxes.back().title, kRunTimeErrorTitle) << c.name;
         EXPECT_NE(ui.boxes.back().text.find(notAFolder.string()), std::string::npos) << ui.boxes.back().text;

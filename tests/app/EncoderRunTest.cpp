@@ -52,7 +52,7 @@ TEST(EncoderRun, HandTurnedEncoderMatchesItsTruth) {
             ASSERT_TRUE(SetSettingByName(state.settings(), name, value).ok());
 
         // Without bounce removal every burst reads as reversals.
-        state.WFStartCommand_Click(ui);
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
         const EncoderResult& raw = state.results().encoder;
         ASSERT_TRUE(raw.analysed) << raw.note;
         EXPECT_GT(raw.reversals, truth.reversals + truth.bounces);
@@ -60,7 +60,7 @@ TEST(EncoderRun, HandTurnedEncoderMatchesItsTruth) {
 
         const double sampleSec = state.record().SampleSec;
         state.settings().analysis.MinStateWidth = std::to_string(truth.bounceSamples * sampleSec);
-        state.LimitPoints_KeyPress(ui);
+        ASSERT_TRUE(state.LimitPoints_KeyPress(ui).ok());
         const EncoderResult& r = state.results().encoder;
         ASSERT_TRUE(r.analysed) << r.note;
         EXPECT_EQ(r.position, truth.position);

@@ -121,7 +121,7 @@ TEST_F(RunStateFile, GateAndReanalysisAndComparator) {
     // A margin of one division on each side of the gate: fewer cycles, and
     // the re-analysis appends its own result line.
     state.settings().analysis.LimitPoints = "1";
-    state.LimitPoints_KeyPress(ui);
+    ASSERT_TRUE(state.LimitPoints_KeyPress(ui).ok());
     EXPECT_LT(state.results().table.at(0, 2).Counts, counts);
     EXPECT_EQ(resultLines().size(), 4u);
 

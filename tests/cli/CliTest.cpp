@@ -1,3 +1,5 @@
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
 #include "cli/Cli.h"
 #include "cli/Json.h"
 
@@ -17,6 +19,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 using namespace mervasto;
@@ -242,6 +245,74 @@ TEST_F(CliTest, JsonOfAFileNameThatIsNoUtf8IsStillUtf8) {
     ASSERT_EQ(run({"analyze", "--no-save", "--format", "json", odd.string()}), kExitOk) << err.str();
     EXPECT_TRUE(validUtf8(out.str()));
     EXPECT_NE(out.str().find("\\ufffd\\ufffd-\\ufffd\\ufffd.csv"), std::string::npos);
+}
+
+// Each failure at the boundary of its handler: one kind, which decides the
+// exit status; what has a legacy form is shown by the handler in it and
+// marked reported, anything else is left to the front end to show.
+TEST_F(CliTest, HandlerOutcomesDecideWhatIsShownAndTheExitStatus) {
+    std::ofstream(dir_ / "bad.txt", std::ios::binary) << "9,1,2\r\n";
+    struct Case {
+        const char* name;
+        std::function<Outcome(RunState&, ScriptedUi&)> handler;
+        ErrorCode kind;
+        const char* shown;  // status panel 1, or "title: text" of the last box; "" for nothing
+        int exitStatus;
+    };
+    const std::string missing = (dir_ / "missing.csv").string();
+    const Case cases[] = {
+        {"file input",
+         [&](RunState& s, ScriptedUi& ui) {
+             ui.files = {example("pulses")};
+             return s.InputFromFile_Click(ui);
+         },
+         ErrorCode::None, "Saved Test Results to the ", kExitOk},
+        {"missing wave file",
+         [&](RunState& s, ScriptedUi& ui) {
+             ui.files = {missing};
+             return s.InputFromFile_Click(ui);
+         },
+         ErrorCode::FileNotFound, "Input from File canceled.", kExitFileError},
+        {"missing comparator", [&](RunState& s, ScriptedUi& ui) { return s.LoadComparator(ui, missing); },
+         ErrorCode::FileNotFound, "No File.", kExitFileError},
+        {"bad comparator",
+         [&](RunState& s, ScriptedUi& ui) { return s.LoadComparator(ui, (dir_ / "bad.txt").string()); },
+         ErrorCode::TypeMismatch, "Confirmation: Illegal Character.", kExitFileError},
+        {"unreachable instrument", [](RunState& s, ScriptedUi& ui) { return s.WFStartCommand_Click(ui); },
+         ErrorCode::Link, "Confirmation: DSO not connected normally.", kExitNoInstrument},
+        {"sample name outside its folder",
+         [](RunState& s, ScriptedUi& ui) {
+             s.settings().analysis.SampleNo = "../up";
+             s.settings().analysis.SaveWavesCheck = true;
+             return s.WaveSave_Click(ui);
+         },
+         ErrorCode::TypeMismatch, "", kExitFileError},
+        {"limit beyond 32 bits",
+         [&](RunState& s, ScriptedUi& ui) {
+             ui.files = {example("pulses")};
+             (void)s.InputFromFile_Click(ui);
+             Grid grid;
+             const auto rows = s.BuildLimitGrid(grid);
+             return s.EditLimit(ui, grid, rows, 1, kCycleColLL, "3e9");
+         },
+         ErrorCode::Overflow, "", kExitFileError},
+    };
+    for (const auto& c : cases) {
+        RunState state;
+        state.FormLoad((dir_ / "data").string());
+        state.settings().analysis.IPAdressText = "127.0.0.1:1";
+        ScriptedUi ui;
+        const Outcome o = c.handler(state, ui);
+        EXPECT_EQ(o.code(), c.kind) << c.name << ": " << o.text();
+        EXPECT_EQ(ExitStatusOf(o), c.exitStatus) << c.name;
+        const std::string shown = ui.boxes.empty() ? ui.status[1] : ui.boxes.back().title + ": " + ui.boxes.back().text;
+        EXPECT_EQ(o.wasReported(), !o.ok() && *c.shown) << c.name;
+        if (*c.shown) {
+            EXPECT_NE(shown.find(c.shown), std::string::npos) << c.name << ": " << shown;
+        }
+    }
+    EXPECT_EQ(ExitStatusOf({ErrorCode::BadOption, "x"}), kExitBadOptions);
+    EXPECT_EQ(ExitStatusOf({ErrorCode::VerdictNg, "x"}), kExitNg);
 }
 
 TEST_F(CliTest, UnreachableInstrumentIsExitStatusFour) {

@@ -164,7 +164,7 @@ TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
     std::vector<size_t> seen;  // points when each pass ends, as a view sees them
     const Subscription watch =
         state.passFinished.subscribe([&] { seen.push_back(window->series().channel(0).size()); });
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     EXPECT_EQ(seen, (std::vector<size_t>{1, 2, 3, 4}));
     EXPECT_EQ(window->series().passes(), 4);
     const auto points = window->series().channel(0);
@@ -195,7 +195,7 @@ TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
     EXPECT_EQ(header.rfind("Pass,Min (", 0), 0u) << header;
 
     a.TotalRepeats = "1";
-    state.WFStartCommand_Click(ui);
+    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
     EXPECT_EQ(window->series().passes(), 1);
 }
 

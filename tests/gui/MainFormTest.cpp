@@ -605,7 +605,7 @@ TEST_F(MainFormTest, ADroppedFileLoadsAsInputFromFileDoes) {
         takenDuringRun = dropFiles(*form, {own});
         form->state().Stop_Click();
     });
-    form->state().WFStartCommand_Click(form->ui());
+    ASSERT_TRUE(form->state().WFStartCommand_Click(form->ui()).ok());
     EXPECT_FALSE(takenDuringRun);
     EXPECT_NE(form->state().setup().Model, "IMPORT-2");  // the instrument's record, not the file
     EXPECT_EQ(resultLines(*form).size(), 3u);            // the pass's line, none for the file

@@ -68,19 +68,19 @@ TEST(LoadComparator, ReadsFieldsAndStopsAtTheFirstBadLine) {
         ChannelResultTable t = preset, expect = preset;
         for (const auto& [ch, kind, LL, UL, l1, l2] : c.changed)
             expect.at(ch, kind) = {.LL = LL, .UL = UL, .ValueLimit1 = l1, .ValueLimit2 = l2};
-        const ComparatorLoad load = LoadComparatorText(c.text, t);
-        EXPECT_EQ(load.ok, c.ok) << c.text;
-        EXPECT_EQ(load.message, c.ok ? "" : "Illegal Character.") << c.text;
+        const Outcome load = LoadComparatorText(c.text, t);
+        EXPECT_EQ(load.ok(), c.ok) << c.text;
+        EXPECT_EQ(load.text(), c.ok ? "" : "Illegal Character.") << c.text;
         EXPECT_EQ(limits(t), limits(expect)) << c.text;
     }
 
     const std::filesystem::path file = std::filesystem::temp_directory_path() / "mervasto_comparator_test.txt";
     std::ofstream(file, std::ios::binary) << "% ch,LL,UL\r\n2,10,20\r\n";
     ChannelResultTable t;
-    EXPECT_TRUE(LoadComparatorFile(file.string(), t).ok);
+    EXPECT_TRUE(LoadComparatorFile(file.string(), t).ok());
     EXPECT_EQ(t.at(1, 0).UL, 20);
     std::filesystem::remove(file);
-    EXPECT_EQ(LoadComparatorFile(file.string(), t).message, "No File.");
+    EXPECT_EQ(LoadComparatorFile(file.string(), t).text(), "No File.");
 }
 
 std::string rowText(const Grid& g, int32_t row) {

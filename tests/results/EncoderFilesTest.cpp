@@ -48,15 +48,15 @@ TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
     const std::string file = (dir / "EncoderData.csv").string();
     std::filesystem::create_directories(file);  // a folder in its place refuses the write
     std::vector<std::string> lines = {"a,1", "b,2"};
-    SaveOutcome out = SaveEncoderLines(file, lines);
-    EXPECT_FALSE(out.ok);
-    EXPECT_EQ(out.status, kFailedToSaveEncoderData);
+    const Outcome out = SaveEncoderLines(file, lines);
+    EXPECT_FALSE(out.ok());
+    EXPECT_EQ(out.text(), kFailedToSaveEncoderData);
     EXPECT_EQ(lines.size(), 2u);
     std::filesystem::remove(file);
-    EXPECT_TRUE(SaveEncoderLines(file, lines).ok);
+    EXPECT_TRUE(SaveEncoderLines(file, lines).ok());
     EXPECT_TRUE(lines.empty());
     lines = {"c,3"};
-    EXPECT_TRUE(SaveEncoderLines(file, lines).ok);
+    EXPECT_TRUE(SaveEncoderLines(file, lines).ok());
     std::ifstream f(file, std::ios::binary);
     std::vector<std::string> got;
     for (std::string l; std::getline(f, l);) got.push_back(l);

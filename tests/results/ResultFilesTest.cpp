@@ -45,10 +45,8 @@ TEST_F(ResultFilesTest, HeaderOnceThenOneLinePerRunColumnsAligned) {
     t.at(1, 2) = {.Min = 0.5, .Max = 1.25, .Mean = 0.0123, .Sigma = 1e-7, .Counts = 42};
     t.at(1, 0).Counts = 999;  // only kind 2 is written
 
-    const SaveOutcome s = SaveTestResults(file, "S1", types_, t);
-    EXPECT_TRUE(s.ok);
-    EXPECT_EQ(s.status, "Saved Test Results to the " + file + ".");
-    EXPECT_TRUE(SaveTestResults(file, "S2", {"x", "x", "x", "x"}, t).ok);  // no second header
+    EXPECT_TRUE(SaveTestResults(file, "S1", types_, t).ok());
+    EXPECT_TRUE(SaveTestResults(file, "S2", {"x", "x", "x", "x"}, t).ok());  // no second header
 
     const auto l = lines(file);
     ASSERT_EQ(l.size(), 4u);
@@ -72,7 +70,7 @@ TEST_F(ResultFilesTest, HeaderOnceThenOneLinePerRunColumnsAligned) {
 TEST_F(ResultFilesTest, SampleNameWithCommaShiftsColumns) {
     ChannelResultTable t;
     t.at(0, 2).Counts = 5;
-    ASSERT_TRUE(SaveTestResults(path("r.csv"), "A,B1", types_, t).ok);
+    ASSERT_TRUE(SaveTestResults(path("r.csv"), "A,B1", types_, t).ok());
     const auto d = SplitFields(lines(path("r.csv"))[2]);
     EXPECT_EQ(d[0] + "|" + d[1] + "|" + d[6], "A|B1|5");
 }
@@ -122,11 +120,11 @@ TEST_F(ResultFilesTest, UnwritablePlacesFail) {
         fs::remove_all(folder);
         const std::string file = (folder / "ResultData.csv").string();
         if (!c.prepare(file)) continue;
-        const SaveOutcome s = SaveTestResults(file, "S", types_, t);
-        EXPECT_FALSE(s.ok) << c.name;
-        EXPECT_EQ(s.status, "Failed to save Test Results.") << c.name;
+        const Outcome s = SaveTestResults(file, "S", types_, t);
+        EXPECT_EQ(s.code(), ErrorCode::FileIo) << c.name;
+        EXPECT_EQ(s.text(), "Failed to save Test Results.") << c.name;
         c.repair(file);
-        ASSERT_TRUE(SaveTestResults(file, "S", types_, t).ok) << c.name;
+        ASSERT_TRUE(SaveTestResults(file, "S", types_, t).ok()) << c.name;
         EXPECT_EQ(lines(file).size(), 3u) << c.name;
     }
     fs::remove_all(folder);

@@ -1,0 +1,98 @@
+// What the commands share: telling failures, and the run state prepared from
+// the options.
+#include "cli/Commands.h"
+
+#include "app/RunState.h"
+#include "app/ScriptedUi.h"
+#include "app/core/SettingsTable.h"
+#include "cli/Plots.h"
+#include "common/Numeric.h"
+#include "common/TextUtil.h"
+#include "wavefile/GenericCsv.h"
+
+#include <filesystem>
+#include <iostream>
+
+namespace mervasto::cli {
+
+void KeepFirst(Outcome& first, const Outcome& next) {
+    if (first && !next) first = next;
+}
+
+Outcome Told(std::ostream& err, const Outcome& failed) {
+    err << "mervasto-cli: " << failed.text() << '\n';
+    return failed;
+}
+
+Outcome UsageError(std::ostream& err, const std::string& command, const std::string& text) {
+    err << "mervasto-cli " << command << ": " << text << '\n';
+    return {ErrorCode::BadOption, text};
+}
+
+WaveImportOptions ImportOptionsOf(const Options& o) {
+    WaveImportOptions w;
+    w.sampleInterval = o.importInterval;
+    return w;
+}
+
+void ApplyTimeout(RunState& state, const Options& o) {
+    if (!o.timeoutMs) return;
+    state.setReplyTimeoutMs(*o.timeoutMs);
+    state.setExchangeDeadlineMs(*o.timeoutMs);
+    state.settings().analysis.TimeoutSeconds = ShortestText(*o.timeoutMs / 1000.0);
+}
+
+Outcome PrepareState(RunState& state, const Options& o, std::ostream& err) {
+    state.FormLoad(o.dataFolder.value_or(""));
+    if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
+        err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
+        return {ErrorCode::BadOption, "cannot read the settings file " + *o.settingsFile};
+    }
+    for (const auto& problem : state.settingsProblems())
+        err << "mervasto-cli: warning: settings file, " << problem << '\n';
+    for (const auto& [name, value] : o.sets) {
+        Outcome set = SetSettingByName(state.settings(), name, value);
+        // Names that become part of file names stay in their folder.
+        if (set && (name == "SampleNo" || name == "SampleIndex" || name == "DetailBaseName" || name == "WaveBaseName"))
+            set = CheckFileNamePart(value, name);
+        if (!set) {
+            err << "mervasto-cli: --set " << name << '=' << value << ": " << set.text() << '\n';
+            return {ErrorCode::BadOption, set.text()};
+        }
+    }
+    state.setSaveResultLine(!o.noSave);
+    state.setImportOptions(ImportOptionsOf(o));
+    ApplyTimeout(state, o);
+    return Outcome::Ok();
+}
+
+Outcome LoadComparatorOption(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
+    if (!o.comparator) return Outcome::Ok();
+    const Outcome loaded = state.LoadComparator(ui, *o.comparator);
+    if (!loaded) err << "mervasto-cli: comparator " << *o.comparator << ": " << loaded.text() << '\n';
+    return loaded;
+}
+
+Outcome WritePlots(const RunState& state, const Options& o, const std::string& base, std::ostream& err,
+                   const SeriesTrend* series) {
+    std::error_code ec;
+    std::filesystem::create_directories(*o.plots, ec);
+    std::vector<std::string> written;
+    const Outcome plotted = WriteChannelPlots(state, *o.plots, base, written, series);
+    for (const auto& name : written) err << "mervasto-cli: plot " << name << '\n';
+    return plotted ? plotted : Told(err, plotted);
+}
+
+Outcome ReportUnsaved(RunState& state, std::ostream& err) {
+    ScriptedUi quiet;
+    Outcome left = state.SaveUnsavedResults(quiet);
+    if (left) return left;
+    std::string text = left.text();
+    for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
+    err << "mervasto-cli: " << text << '\n';
+    return left;
+}
+
+void EchoToStderr(const std::string& line) { std::cerr << line << '\n'; }
+
+}  // namespace mervasto::cli
