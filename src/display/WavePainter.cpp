@@ -165,12 +165,12 @@ void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTa
         c.volts = w.size() >= static_cast<size_t>(std::max(record.WaveLength, 0))
                       ? std::span<const float>(w.data(), static_cast<size_t>(std::max(record.WaveLength, 0)))
                       : std::span<const float>();
-        const ChannelResult& r = table.at(ch, 0);
+        const ChannelResult& r = table.levels(ch);
         c.HighLevel = r.HighLevel;
         c.LowLevel = r.LowLevel;
         c.Level = r.Level;
     }
-    const ChannelResult& ch4 = table.at(3, 0);
+    const ChannelResult& ch4 = table.window();
     view.AnaStart = ch4.AnaStart;
     view.AnaEnd = ch4.AnaEnd;
     view.GateStart = ch4.GateStart;

@@ -247,10 +247,10 @@ TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     record.ensureLength(100);
     record.wave[3].resize(50);  // shorter than the record: not drawn
     ChannelResultTable table;
-    table.at(1, 0).HighLevel = 3;
-    table.at(1, 1).HighLevel = 9;  // another row: not a level
-    table.at(3, 0).AnaStart = 10;
-    table.at(3, 0).GateEnd = 99;
+    table.levels(1).HighLevel = 3;
+    table.at(1, Measure::Duty).HighLevel = 9;  // another row: not a level
+    table.window().AnaStart = 10;
+    table.window().GateEnd = 99;
     CycleTable cycles;
     WaveView v;
     SetViewData(v, record, table, cycles);

@@ -175,7 +175,7 @@ TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
         EXPECT_LE(points[i].mean, points[i].max);
     }
     // The same pass, as the result grid shows it.
-    EXPECT_EQ(points.back().max, state.results().table.at(0, 2).Max);
+    EXPECT_EQ(points.back().max, state.results().table.at(0, Measure::OfType).Max);
 
     // The channel's colour is in the picture: the bars are drawn.
     const QImage im = window->seriesPicture(QSize(600, 300));
