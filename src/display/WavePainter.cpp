@@ -11,9 +11,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -116,29 +115,6 @@ QColor ColorFromBgr(uint32_t bgr) {
 uint32_t BgrFromColor(const QColor& color) {
     return static_cast<uint32_t>(color.red()) | (static_cast<uint32_t>(color.green()) << 8) |
            (static_cast<uint32_t>(color.blue()) << 16);
-}
-
-std::string SiText(double value, const char* unit) {
-    if (value == 0 || !std::isfinite(value)) return std::string("0 ") + unit;
-    // Round to three significant digits first, so 999.7 becomes "1 k", not "1000".
-    char buf[48];
-    std::snprintf(buf, sizeof buf, "%.2e", value);
-    char* e = std::strchr(buf, 'e');
-    const int exponent = e ? std::atoi(e + 1) : 0;
-    if (e) *e = '\0';
-    const double mantissa = std::atof(buf);
-    int group = static_cast<int>(std::floor(exponent / 3.0)) * 3;
-    group = std::clamp(group, -12, 9);
-    static const char* const kPrefix[] = {"p", "n", "u", "m", "", "k", "M", "G"};
-    const double scaled = mantissa * std::pow(10.0, exponent - group);
-    const int decimals = std::clamp(2 - (exponent - group), 0, 2);
-    std::snprintf(buf, sizeof buf, "%.*f", decimals, scaled);
-    std::string text(buf);
-    if (text.find('.') != std::string::npos) {
-        while (text.back() == '0') text.pop_back();
-        if (text.back() == '.') text.pop_back();
-    }
-    return text + " " + kPrefix[(group + 12) / 3] + unit;
 }
 
 int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {

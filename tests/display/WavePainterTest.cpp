@@ -63,18 +63,6 @@ TEST(WavePainter, ColoursConvertFromBlueGreenRed) {
     EXPECT_EQ(ColorFromBgr(0x000000FF), QColor(Qt::red));
 }
 
-TEST(WavePainter, SiTextPicksPrefixAndDigits) {
-    const struct {
-        double value;
-        const char *unit, *text;
-    } cases[] = {
-        {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},     {2, "V", "2 V"},          {0, "s", "0 s"},
-        {999.7, "Hz", "1 kHz"},    {1e-9, "s", "1 ns"},       {-0.02, "V", "-20 mV"},   {12.5e-6, "s", "12.5 us"},
-        {0.1, "s", "100 ms"},      {1.5e-13, "s", "0.15 ps"}, {2.5e6, "Hz", "2.5 MHz"},
-    };
-    for (const auto& c : cases) EXPECT_EQ(SiText(c.value, c.unit), c.text) << c.value;
-}
-
 TEST(WavePainter, GeometryClampsZoomAndScroll) {
     WaveView v;
     v.WaveLength = 1000;

@@ -15,6 +15,7 @@
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
+#include "results/SiFormat.h"
 #include "sim/DsoSimulator.h"
 #include "support/SeriesFaults.h"
 #include "support/ExampleFiles.h"

@@ -19,6 +19,7 @@
 #include "app/ScriptedUi.h"
 #include "gui/HistogramWindow.h"
 #include "gui/WaveWindow.h"
+#include "results/SiFormat.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
