@@ -57,6 +57,7 @@ struct Run {
         ClearChannelResult(res.table, ch);
         res.cycles.channel[static_cast<size_t>(ch)].clear();
         res.jitter[static_cast<size_t>(ch)] = JitterResult{};
+        ClearTieTrend(res.tie[static_cast<size_t>(ch)]);
     }
 
     void gate(AnalysisWorkspace::Lane& lane) {
@@ -107,7 +108,7 @@ struct Run {
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
                                 res.table, res.cycles.channel[c], lane.smoothed, &more);
         res.cycleLimitReached[c] = more;
-        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
+        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec, &res.tie[c]);
         if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
 
@@ -188,6 +189,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
             ChannelResult& r0 = results.table.levels(3);
             r0.HighLevel = r0.LowLevel = r0.Level = 0;
             results.jitter[3] = JitterResult{};
+            ClearTieTrend(results.tie[3]);
         } else if (type < 0 || type > kTypeMin || !run.recorded(ch) || win.end < win.start) {
             run.clearChannel(ch);
         } else {

@@ -222,6 +222,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
         res.table.at(ch, Measure::OfType).LL = 4;
         res.table.levels(ch).HighLevel = 3;
         res.cycles.channel[static_cast<size_t>(ch)].resize(5);
+        res.tie[static_cast<size_t>(ch)].error.resize(5);
     }
     p.OmitRangeEffect = p.rejectFlag = true;  // a reject range that does not fit the window
     p.rejectStart = 0;
@@ -232,6 +233,7 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
         EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, false, 4)) << ch;
         EXPECT_EQ(res.table.levels(ch).HighLevel, 3) << ch;  // levels stay
         EXPECT_TRUE(res.cycles.channel[static_cast<size_t>(ch)].empty()) << ch;
+        EXPECT_TRUE(res.tie[static_cast<size_t>(ch)].error.empty()) << ch;
     }
     EXPECT_EQ(res.table.window().AnaStart, 0);
     EXPECT_EQ(res.table.window().AnaEnd, 999);

@@ -191,6 +191,8 @@ TEST_F(RunStateFile, JitterOneLinePerAnalysisBesideTheResultLine) {
     // One difference fewer than periods, one edge more.
     EXPECT_EQ(state.results().jitter[0].Counts, state.results().table.at(0, Measure::OfType).Counts - 1);
     EXPECT_EQ(state.results().jitter[0].TieCounts, state.results().table.at(0, Measure::OfType).Counts + 1);
+    // Each of those edges' error is kept for the plots.
+    EXPECT_EQ(state.results().tie[0].error.size(), static_cast<size_t>(state.results().jitter[0].TieCounts));
 }
 
 // A results or jitter file that cannot be written for two runs (a folder
