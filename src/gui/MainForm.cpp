@@ -33,7 +33,7 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/SettingsBinding.h"
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 #include "gui/WaveWindow.h"
 
 namespace mervasto {
@@ -227,7 +227,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     waveAll_ = new WaveWindow(state_, WaveWindow::Mode::All, this);
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
     detail_ = new DetailCyclesForm(state_, *ui_, this);
-    histogram_ = new HistogramWindow(state_, this);
+    plots_ = new PlotWindow(state_, this);
 
     lockedDuringRun_ = {WFStartCommand_, save, readRange, InputFromFile_, LimitPoints_, OmitRangeEffect_};
     actionsLockedDuringRun_ = {inputFile};
@@ -278,9 +278,9 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         waveEach_->raise();
     });
     auto openHistogram = [this] {
-        histogram_->refresh();
-        histogram_->show();
-        histogram_->raise();
+        plots_->refresh();
+        plots_->show();
+        plots_->raise();
     };
     connect(histogram, &QPushButton::clicked, this, openHistogram);
     connect(showHistogram, &QAction::triggered, this, openHistogram);
@@ -300,7 +300,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
         showCycle(ch, cycle);
     });
 
-    connect(histogram_, &HistogramWindow::cycleChosen, this, showCycle);
+    connect(plots_, &PlotWindow::cycleChosen, this, showCycle);
 
     auto enter = [this](QLineEdit* box, const std::function<void()>& h) {
         connect(box, &QLineEdit::returnPressed, this, [this, h] { run(h); });
@@ -456,7 +456,7 @@ void MainForm::showResults() {
     applyColumnWidths(JitterGrid_, jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
-    if (histogram_->isVisible()) histogram_->refresh();
+    if (plots_->isVisible()) plots_->refresh();
 }
 
 void MainForm::showGrids() {
@@ -517,7 +517,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     GuardedApplication::report(saved);
     waveAll_->close();
     waveEach_->close();
-    histogram_->close();
+    plots_->close();
     detail_->close();
     e->accept();
 }

@@ -1,4 +1,4 @@
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 
 #include <QBuffer>
 #include <QComboBox>
@@ -36,7 +36,7 @@ Outcome savePng(const QImage& image, const std::string& fileName) {
 
 }  // namespace
 
-class HistogramWindow::Canvas : public QWidget {
+class PlotWindow::Canvas : public QWidget {
 public:
     Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint,
            std::function<void(double)> click = {})
@@ -60,8 +60,8 @@ private:
     std::function<void(double)> click_;
 };
 
-HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
-    setObjectName("HistogramForm");
+PlotWindow::PlotWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
+    setObjectName("PlotForm");
     setWindowTitle("Histogram / Trend");
     auto* layout = new QVBoxLayout(this);
     auto* bar = new QHBoxLayout;
@@ -144,11 +144,11 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     resize(900, 820);
 }
 
-int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
+int PlotWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
 
-std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
+std::string PlotWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
 
-HistogramWindow::TrendData HistogramWindow::trend() const {
+PlotWindow::TrendData PlotWindow::trend() const {
     switch (trendOf_->currentIndex()) {
     case 1: return {&plots_.tie, "s", "time interval error"};
     case 2: return {&plots_.encoder, "", "encoder position"};
@@ -156,14 +156,14 @@ HistogramWindow::TrendData HistogramWindow::trend() const {
     }
 }
 
-void HistogramWindow::paintTrend(QPainter& p, const QRect& r) const {
+void PlotWindow::paintTrend(QPainter& p, const QRect& r) const {
     const TrendData t = trend();
     PlotStyle st = style(t.what);
     st.unit = t.unit;
     PaintTrend(p, r, trendXUnit().empty() ? plots_.numbers : t.series->times, t.series->values, trendXUnit(), st);
 }
 
-PlotStyle HistogramWindow::style(const char* what) const {
+PlotStyle PlotWindow::style(const char* what) const {
     const int ch = channel();
     const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     PlotStyle st;
@@ -173,7 +173,7 @@ PlotStyle HistogramWindow::style(const char* what) const {
     return st;
 }
 
-void HistogramWindow::refresh() {
+void PlotWindow::refresh() {
     plots_ = RunChannelPlots(state_, channel(), bins_->value());
     selection_.clear();
     const auto bars = static_cast<int>(plots_.histogram.counts.size());
@@ -185,7 +185,7 @@ void HistogramWindow::refresh() {
     seriesCanvas_->update();
 }
 
-void HistogramWindow::clickBar(int32_t bin) {
+void PlotWindow::clickBar(int32_t bin) {
     const int ch = channel();
     const int32_t cycle = bin < 0 ? -1
                                   : selection_.click(plots_.histogram, plots_.cycles.values,
@@ -204,28 +204,28 @@ void HistogramWindow::clickBar(int32_t bin) {
     emit cycleChosen(ch, cycle);
 }
 
-QImage HistogramWindow::histogramPicture(const QSize& size) const {
+QImage PlotWindow::histogramPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
     PaintHistogram(p, image.rect(), plots_.histogram, style("histogram"));
     return image;
 }
 
-QImage HistogramWindow::trendPicture(const QSize& size) const {
+QImage PlotWindow::trendPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
     paintTrend(p, image.rect());
     return image;
 }
 
-QImage HistogramWindow::seriesPicture(const QSize& size) const {
+QImage PlotWindow::seriesPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
     PaintSeriesTrend(p, image.rect(), series_.channel(channel()), style("per pass"));
     return image;
 }
 
-Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
+Outcome PlotWindow::savePlots(std::vector<std::string>& names) {
     const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
     auto name = [&](const char* suffix) {
         return CaptureFileName(state_.dataFolder(), state_.sampleName(), state_.captureCounter(), channelPart + suffix);

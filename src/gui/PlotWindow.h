@@ -21,14 +21,15 @@ namespace mervasto {
 
 class RunState;
 
-// "Histogram / Trend": the spread of one channel's per-cycle values (the
-// quantity its type names); those values, the time interval error of its
-// edges or the encoder's position against cycle number or time; and over a
-// repeat series each pass's Min, Max and Mean against its number.
-class HistogramWindow : public QWidget {
+// The plots of one channel, titled "Histogram / Trend": the spread of its
+// per-cycle values (the quantity its type names); those values, the time
+// interval error of its edges or the encoder's position against cycle number
+// or time; and over a repeat series each pass's Min, Max and Mean against its
+// number.
+class PlotWindow : public QWidget {
     Q_OBJECT
 public:
-    HistogramWindow(RunState& state, QWidget* parent = nullptr);
+    PlotWindow(RunState& state, QWidget* parent = nullptr);
 
     // The record, the results or the channel settings changed.
     void refresh();
