@@ -108,7 +108,7 @@ void runAndReport(benchmark::State& state, const PulseRecord& rec, const Analysi
         AnalysisOutcome out = RunAnalysis(rec.in, p, res);
         benchmark::DoNotOptimize(out);
     }
-    state.counters["cycles_ch1"] = res.table.at(0, 2).Counts;
+    state.counters["cycles_ch1"] = res.table.at(0, Measure::OfType).Counts;
     state.counters["allocs_per_run"] =
         static_cast<double>(gAllocations.load() - before) / static_cast<double>(state.iterations());
 }

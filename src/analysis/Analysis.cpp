@@ -57,10 +57,11 @@ struct Run {
         ClearChannelResult(res.table, ch);
         res.cycles.channel[static_cast<size_t>(ch)].clear();
         res.jitter[static_cast<size_t>(ch)] = JitterResult{};
+        ClearTieTrend(res.tie[static_cast<size_t>(ch)]);
     }
 
     void gate(AnalysisWorkspace::Lane& lane) {
-        ChannelResult& w = res.table.at(3, 0);
+        ChannelResult& w = res.table.window();
         const float vdiv = in.VoltsPerDiv[3];
         const GateLevels g = GetGateLevels(in.raw[3], n, vdiv, in.Offset[3], par.levelMethod, lane.histogram);
         if (!par.MemoryInput && (!g.ok || vdiv / 3.0f >= g.HighLevel - g.LowLevel)) {
@@ -75,8 +76,8 @@ struct Run {
     void channel(int ch, AnalysisWorkspace::Lane& lane) {
         const size_t c = static_cast<size_t>(ch);
         const ChannelParams& cp = par.channel[c];
-        const ChannelResult& w = res.table.at(3, 0);
-        ChannelResult& r0 = res.table.at(ch, 0);
+        const ChannelResult& w = res.table.window();
+        ChannelResult& r0 = res.table.levels(ch);
         const float vdiv = in.VoltsPerDiv[c];
 
         const SignalLevels keep{r0.HighLevel, r0.LowLevel, r0.Level, true};
@@ -107,7 +108,7 @@ struct Run {
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
                                 res.table, res.cycles.channel[c], lane.smoothed, &more);
         res.cycleLimitReached[c] = more;
-        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
+        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec, &res.tie[c]);
         if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
     }
 
@@ -122,7 +123,7 @@ struct Run {
             out.note = kEncoderSameChannel;
             return;
         }
-        const ChannelResult& w = res.table.at(3, 0);
+        const ChannelResult& w = res.table.window();
         EncoderLine line[3];
         for (int l = 0; l < lines; ++l) {
             const int ch = chs[l];
@@ -138,7 +139,7 @@ struct Run {
                 out.note = EncoderNote(l, kEncoderLevelsClose);
                 return;
             }
-            const ChannelResult& r0 = res.table.at(ch, 0);
+            const ChannelResult& r0 = res.table.levels(ch);
             line[l] = {in.volts[static_cast<size_t>(ch)].first(static_cast<size_t>(n)), r0.Level, r0.HighLevel};
         }
         if (w.AnaEnd < w.AnaStart || n <= 0) {
@@ -169,7 +170,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     for (auto& note : results.note) note.clear();
     results.cycleLimitReached.fill(false);
 
-    ChannelResult& w = results.table.at(3, 0);
+    ChannelResult& w = results.table.window();
     w.GateStart = 0;
     w.GateEnd = n - 1;
     if (run.inUse(3) && params.channel[3].SignalType == kTypeGate && run.recorded(3) && n > 0) run.gate(ws.lanes[0]);
@@ -185,9 +186,10 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
             run.clearChannel(ch);
         } else if (ch == 3 && type == kTypeGate) {
             // The gate keeps its statistics; it has no levels of its own.
-            ChannelResult& r0 = results.table.at(3, 0);
+            ChannelResult& r0 = results.table.levels(3);
             r0.HighLevel = r0.LowLevel = r0.Level = 0;
             results.jitter[3] = JitterResult{};
+            ClearTieTrend(results.tie[3]);
         } else if (type < 0 || type > kTypeMin || !run.recorded(ch) || win.end < win.start) {
             run.clearChannel(ch);
         } else {

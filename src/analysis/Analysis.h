@@ -101,6 +101,8 @@ struct AnalysisResults {
     std::array<bool, kAnaChannels> cycleLimitReached{};
     // Cycle-to-cycle jitter and time interval error of each channel's edges.
     std::array<JitterResult, kAnaChannels> jitter{};
+    // Each rising edge's time interval error, for the plots.
+    std::array<TieTrend, kAnaChannels> tie;
     AnalysisWorkspace workspace;
     EncoderResult encoder;  // analysed only when the encoder analysis is on
 };

@@ -13,7 +13,6 @@ namespace mervasto {
 
 constexpr int kAnaChannels = kChannels;  // Ch1..Ch4, index 0..3
 constexpr int kResultChannels = 6;       // rows of the result table (0..5, 0..3 used)
-constexpr int kKinds = 7;                // measured kinds 0..6
 constexpr int32_t kCycleLimitMax = 500000;
 
 // The channel types, by list index of the type list.
@@ -38,6 +37,15 @@ inline bool IsPulseType(int32_t type) { return type == kTypePwPercent || type ==
 // Where an edge lies in time: on the whole sample the scan gives, or where
 // the signal crosses the level between two samples.
 enum class EdgeTiming { Samples, Interpolated };
+
+// The measured kinds: the rows of a channel's results, numbered as the
+// comparator file and the output number them. OfType holds the quantity the
+// channel's type names (what the result grid shows); every other kind holds
+// one quantity whatever the type.
+enum class Measure : int { PulseWidth = 0, Duty = 1, OfType = 2, Period = 3, Freq = 4, Ample = 5, Rms = 6 };
+constexpr int kKinds = 7;
+constexpr std::array<Measure, kKinds> kMeasures = {
+    Measure::PulseWidth, Measure::Duty, Measure::OfType, Measure::Period, Measure::Freq, Measure::Ample, Measure::Rms};
 
 // Statistics and levels of one channel and one measured kind.
 struct ChannelResult {
@@ -65,9 +73,18 @@ struct ChannelResult {
 // channel + 6 x kind addressing, as the comparator and the result file use it.
 struct ChannelResultTable {
     std::array<ChannelResult, kResultChannels * kKinds> cell{};
-    ChannelResult& at(int channel, int kind) { return cell[static_cast<size_t>(channel + kResultChannels * kind)]; }
-    const ChannelResult& at(int channel, int kind) const {
-        return cell[static_cast<size_t>(channel + kResultChannels * kind)];
+    ChannelResult& at(int channel, Measure kind) { return cell[index(channel, kind)]; }
+    const ChannelResult& at(int channel, Measure kind) const { return cell[index(channel, kind)]; }
+    // A channel's levels live in its PulseWidth record, the analysis window
+    // and the gate in Ch4's.
+    ChannelResult& levels(int channel) { return at(channel, Measure::PulseWidth); }
+    const ChannelResult& levels(int channel) const { return at(channel, Measure::PulseWidth); }
+    ChannelResult& window() { return levels(kAnaChannels - 1); }
+    const ChannelResult& window() const { return levels(kAnaChannels - 1); }
+
+private:
+    static size_t index(int channel, Measure kind) {
+        return static_cast<size_t>(channel + kResultChannels * static_cast<int>(kind));
     }
 };
 

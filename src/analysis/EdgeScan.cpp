@@ -214,7 +214,7 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
     const int32_t n = static_cast<int32_t>(window.size());
     PlainSamples src(window.data(), n);
     bool more = false;
-    const int32_t count = scanCycles(src, n, start, s, table.at(ch, 0), cycles, more);
+    const int32_t count = scanCycles(src, n, start, s, table.levels(ch), cycles, more);
     if (moreCycles) *moreCycles = more;
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     return count;
@@ -227,7 +227,7 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
     bool more = false;
     ScanSettings s = settings;
     s.halfSmooth = HalfSmooth(SmoothingNo);
-    const ChannelResult& levels = table.at(ch, 0);
+    const ChannelResult& levels = table.levels(ch);
     int32_t found = 0;
     if (count <= 0 || start < 0 || static_cast<size_t>(start) + static_cast<size_t>(count) > record.size()) {
         cycles.clear();

@@ -36,7 +36,7 @@ bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength);
 
 // ExtractCycles: scans the (smoothed) samples of channel ch over the window
 // that starts at sample `start`; window[k] is sample start + k. Levels come
-// from table.at(ch, 0). Replaces `cycles` with the cycles found, clears the
+// from table.levels(ch). Replaces `cycles` with the cycles found, clears the
 // channel's statistics and summarises the cycles into rows 0..6. Returns the
 // number of cycles. *moreCycles, when given, tells whether the scan stopped at
 // the cycle limit with at least one more whole cycle left in the window.

@@ -55,7 +55,7 @@ struct JitterRun {
 
 JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec, TieTrend* trend) {
     JitterRun acc{{}, {}, 0, SampleSec, trend};
-    if (trend) *trend = {};
+    if (trend) ClearTieTrend(*trend);
     const bool pulse = IsPulseType(signalType);
     // Cycles first..last - 1 make one run: their rising edges, and for period
     // types the closing rising edge of the last one.

@@ -37,6 +37,11 @@ struct TieTrend {
     std::vector<double> at;     // rising edges, record samples
     std::vector<double> error;  // seconds
 };
+// Empties a trend but keeps its memory for the next run.
+inline void ClearTieTrend(TieTrend& t) {
+    t.at.clear();
+    t.error.clear();
+}
 JitterResult MeasureJitter(int32_t signalType, std::span<const CycleRecord> cycles, double SampleSec,
                            TieTrend* trend = nullptr);
 

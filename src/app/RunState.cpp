@@ -193,8 +193,7 @@ void RunState::LimitEdited(UiPort& ui) {
 std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
     SetupDetailCycleGrid(grid);
     // Every measured kind of a channel gets its row.
-    static const std::vector<int> kAllKinds = {0, 1, 2, 3, 4, 5, 6};
-    return BuildDetailCycleGrid(grid, channelDisplays(), results_.table, kAllKinds);
+    return BuildDetailCycleGrid(grid, channelDisplays(), results_.table, kMeasures);
 }
 
 Outcome RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,

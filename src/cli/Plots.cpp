@@ -1,21 +1,18 @@
 #include "cli/Plots.h"
 
-#include "analysis/Jitter.h"
-
 #include <QImage>
 #include <QPainter>
 
 #include "app/RunState.h"
 #include "app/core/DataFolders.h"
 #include "cli/Report.h"
-#include "common/Numeric.h"
 #include "common/TextFile.h"
+#include "display/ChannelPlots.h"
 #include "display/PlotPainter.h"
 #include "display/RunWaveView.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "results/CycleSeries.h"
-#include "results/ResultGrids.h"
 #include "results/SeriesTrend.h"
 
 namespace mervasto {
@@ -57,35 +54,32 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         if (!analysedChannel(state, ch)) continue;
         const auto& s = state.settings().channels[static_cast<size_t>(ch)];
         const auto& cycles = state.results().cycles.channel[static_cast<size_t>(ch)];
-        const double sampleSec = state.record().SampleSec;
-        const std::vector<double> values = CycleValues(s.ChInputSignal, cycles, sampleSec, Val(s.VRate));
+        const ChannelPlots plots = RunChannelPlots(state, ch);
         PlotStyle style;
-        style.unit = DetailUnit(s.ChInputSignal);
+        style.unit = plots.unit;
         style.colour = static_cast<uint32_t>(s.BackColor);
-        const Histogram h = MakeHistogram(values, 0, ValueQuantum(style.unit, cycles, sampleSec));
-        const std::vector<double> numbers = CycleNumbers(values.size());
 
         const std::string stem = JoinPath(dir, base + "_Ch" + std::to_string(ch + 1));
         std::vector<std::pair<QImage, std::string>> files;
-        files.emplace_back(wavePicture(state, ch, FindExtremeCycles(values, cycles)), stem + "_Wave.png");
+        files.emplace_back(wavePicture(state, ch, FindExtremeCycles(plots.cycles.values, cycles)), stem + "_Wave.png");
         style.title = channelTitle(state, ch, "histogram");
-        files.emplace_back(valuePicture([&](QPainter& p, const QRect& r) { PaintHistogram(p, r, h, style); }),
-                           stem + "_Histogram.png");
-        style.title = channelTitle(state, ch, "trend");
         files.emplace_back(
-            valuePicture([&](QPainter& p, const QRect& r) { PaintTrend(p, r, numbers, values, "", style); }),
-            stem + "_Trend.png");
+            valuePicture([&](QPainter& p, const QRect& r) { PaintHistogram(p, r, plots.histogram, style); }),
+            stem + "_Histogram.png");
+        style.title = channelTitle(state, ch, "trend");
+        files.emplace_back(valuePicture([&](QPainter& p, const QRect& r) {
+                               PaintTrend(p, r, plots.numbers, plots.cycles.values, "", style);
+                           }),
+                           stem + "_Trend.png");
         // The time interval error of the rising edges against time.
-        TieTrend tie;
-        (void)MeasureJitter(s.ChInputSignal, cycles, sampleSec, &tie);
-        if (!tie.at.empty()) {
-            const std::vector<double> times = SampleTimes(tie.at, sampleSec, RecordStartTime(state.setup()));
+        if (!plots.tie.times.empty()) {
             PlotStyle tieStyle = style;
             tieStyle.unit = "s";
             tieStyle.title = channelTitle(state, ch, "time interval error");
-            files.emplace_back(
-                valuePicture([&](QPainter& p, const QRect& r) { PaintTrend(p, r, times, tie.error, "s", tieStyle); }),
-                stem + "_TIE.png");
+            files.emplace_back(valuePicture([&](QPainter& p, const QRect& r) {
+                                   PaintTrend(p, r, plots.tie.times, plots.tie.values, "s", tieStyle);
+                               }),
+                               stem + "_TIE.png");
         }
         if (series && series->passes() > 0) {
             style.title = channelTitle(state, ch, "per pass");
@@ -99,15 +93,13 @@ Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const s
         }
     }
     // The encoder's position against time, once for the pair.
-    const EncoderResult& encoder = state.results().encoder;
-    if (encoder.analysed && !encoder.stepAt.empty()) {
-        const std::vector<double> times =
-            SampleTimes(encoder.stepAt, state.record().SampleSec, RecordStartTime(state.setup()));
+    if (state.results().encoder.analysed && !state.results().encoder.stepAt.empty()) {
+        const PlotSeries position = RunEncoderPositions(state);
         PlotStyle style;
         style.title = "Encoder position (x4 counts)";
         style.colour = static_cast<uint32_t>(state.settings().channels[0].BackColor);
         const QImage image = valuePicture(
-            [&](QPainter& p, const QRect& r) { PaintTrend(p, r, times, encoder.stepPosition, "s", style); });
+            [&](QPainter& p, const QRect& r) { PaintTrend(p, r, position.times, position.values, "s", style); });
         const std::string name = JoinPath(dir, base + "_Position.png");
         if (Outcome saved = SavePlotPicture(image, name); !saved) return saved;
         written.push_back(name);

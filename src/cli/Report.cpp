@@ -191,12 +191,13 @@ ReportWriter::ReportWriter(std::ostream& out, std::string format, bool cycles)
 bool ReportWriter::pass(const std::string& file, const RunState& state, const std::vector<ScriptedUi::Box>& messages,
                         bool verdicts, std::optional<int32_t> passNumber) {
     const auto& t = state.results().table;
-    const auto& w = t.at(3, 0);  // the analysis window lives in the Ch4 row
+    const auto& w = t.window();
     Grid verdictView;
     bool ng = verdicts && verdictGrid(state, verdictView);
     auto verdictOf = [&](int ch) -> std::string {
         if (!verdicts) return "";
-        return JudgeCount(t.at(ch, 0).Counts, t.at(ch, 0).LL, t.at(ch, 0).UL) ? kVerdictGo : kVerdictNg;
+        const ChannelResult& r = t.at(ch, Measure::PulseWidth);  // where the comparator puts the count limits
+        return JudgeCount(r.Counts, r.LL, r.UL) ? kVerdictGo : kVerdictNg;
     };
 
     if (format_ == "table") {
@@ -219,7 +220,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         out_ << '\n';
     } else if (format_ == "csv") {
         for (int ch = 0; ch < kAnaChannels; ++ch) {
-            const auto& r = t.at(ch, 2);
+            const auto& r = t.at(ch, Measure::OfType);
             out_ << file << ',' << (passNumber ? std::to_string(*passNumber) : "") << ',' << ch + 1 << ','
                  << state.settings().channels[static_cast<size_t>(ch)].signalText() << ','
                  << (analysedChannel(state, ch) ? "true" : "false") << ',' << ExactText(r.Min) << ','
@@ -244,7 +245,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         j.endArray();
         j.key("channels").beginArray();
         for (int ch = 0; ch < kAnaChannels; ++ch) {
-            const auto& lv = t.at(ch, 0);
+            const auto& lv = t.levels(ch);
             j.beginObject();
             j.key("channel").value(ch + 1);
             j.key("type").value(state.settings().channels[static_cast<size_t>(ch)].signalText());
@@ -255,10 +256,10 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.key("level").value(double{lv.Level});
             if (verdicts) j.key("verdict").value(verdictOf(ch));
             j.key("rows").beginArray();
-            for (int kind = 0; kind < kKinds; ++kind) {
+            for (Measure kind : kMeasures) {
                 const auto& r = t.at(ch, kind);
                 j.beginObject();
-                j.key("kind").value(kind);
+                j.key("kind").value(static_cast<int32_t>(kind));
                 j.key("min").value(r.Min);
                 j.key("max").value(r.Max);
                 j.key("mean").value(r.Mean);

@@ -13,6 +13,7 @@
 
 #include "app/core/Settings.h"
 #include "display/WavePainter.h"
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -57,11 +58,10 @@ void drawText(QPainter& p, const QRectF& box, int align, const std::string& text
 void drawValueAxis(QPainter& p, const QRectF& r, double lo, double hi, const std::string& unit) {
     p.setPen(kTextColour);
     const double y = r.bottom() + 3;
-    drawText(p, QRectF(r.left() - 40, y, 120, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop, PlotValueText(lo, unit));
+    drawText(p, QRectF(r.left() - 40, y, 120, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop, SiText(lo, unit));
     drawText(p, QRectF(r.center().x() - 60, y, 120, kBottomStrip - 4), Qt::AlignHCenter | Qt::AlignTop,
-             PlotValueText((lo + hi) / 2, unit));
-    drawText(p, QRectF(r.right() - 120, y, 120, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop,
-             PlotValueText(hi, unit));
+             SiText((lo + hi) / 2, unit));
+    drawText(p, QRectF(r.right() - 120, y, 120, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop, SiText(hi, unit));
 }
 
 // Dotted lines at the quarters of the plot's height.
@@ -93,7 +93,7 @@ void drawTrendValues(QPainter& p, const QRect& area, const TrendScale& t, const 
     for (int k = 0; k <= 2; ++k) {
         const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
         drawText(p, QRectF(area.left(), t.yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
-                 PlotValueText(v, unit));
+                 SiText(v, unit));
     }
 }
 
@@ -105,15 +105,6 @@ void drawEndTexts(QPainter& p, const QRectF& r, const std::string& first, const 
 }
 
 }  // namespace
-
-std::string PlotValueText(double value, const std::string& unit) {
-    if (unit == "%") {
-        char buf[32];
-        std::snprintf(buf, sizeof buf, "%.3g %%", value);
-        return buf;
-    }
-    return SiText(value, unit.c_str());
-}
 
 std::string ChannelPlotTitle(int ch, const ChannelSettings& s, const char* what) {
     const std::string label = "Ch" + std::to_string(ch + 1);
@@ -183,8 +174,8 @@ void PaintHistogram(QPainter& p, const QRect& area, const Histogram& h, const Pl
         if (bins > 0) drawValueAxis(p, r, lo, hi, style.unit);
         std::string title = style.title;
         if (h.total > 0)
-            title += "   mean " + PlotValueText(h.mean, style.unit) + "   \xCF\x83 " +
-                     PlotValueText(h.sigma, style.unit) + "   n " + std::to_string(h.total);
+            title += "   mean " + SiText(h.mean, style.unit) + "   \xCF\x83 " + SiText(h.sigma, style.unit) + "   n " +
+                     std::to_string(h.total);
         drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
                  title);
     }
@@ -326,9 +317,9 @@ void PaintSeriesTrend(QPainter& p, const QRect& area, std::span<const SeriesPoin
                          "pass " + std::to_string(points.back().pass));
         std::string title = style.title;
         if (!points.empty())
-            title += "   last pass: min " + PlotValueText(points.back().min, style.unit) + "   max " +
-                     PlotValueText(points.back().max, style.unit) +
-                     (std::isfinite(points.back().mean) ? "   mean " + PlotValueText(points.back().mean, style.unit)
+            title += "   last pass: min " + SiText(points.back().min, style.unit) + "   max " +
+                     SiText(points.back().max, style.unit) +
+                     (std::isfinite(points.back().mean) ? "   mean " + SiText(points.back().mean, style.unit)
                                                         : std::string());
         drawText(p, QRectF(r.left(), area.top() + 2, r.width(), kTopStrip - 4), Qt::AlignLeft | Qt::AlignVCenter,
                  title);

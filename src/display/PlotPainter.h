@@ -24,9 +24,6 @@ struct PlotStyle {
     bool labels = true;            // texts (need a QGuiApplication for fonts; skipped without one)
 };
 
-// A value as the axes write it: "1.25 ms", "50 %".
-std::string PlotValueText(double value, const std::string& unit);
-
 // A channel plot's title: "Ch2", the channel's own name when it has one, its
 // type and what the plot shows.
 std::string ChannelPlotTitle(int ch, const ChannelSettings& s, const char* what);

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -56,9 +57,7 @@ std::string CycleTip(int ch, int index, const CycleRecord& r, float sampleSec) {
     auto line = [&tip](const char* name, const std::string& value) { tip += std::string("\n") + name + " " + value; };
     line("Period", SiText(r.Period * dt, "s"));
     line("Width", SiText(r.PulseWidth * dt, "s"));
-    char duty[32];
-    std::snprintf(duty, sizeof duty, "%.3g %%", r.Duty);
-    line("Duty", duty);
+    line("Duty", SiText(r.Duty, "%"));
     line("Frequency", SiText(r.Freq, "Hz"));
     line("Amplitude", SiText(r.Ample, "V"));
     line("Rms", SiText(r.Rms, "V"));

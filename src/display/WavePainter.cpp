@@ -11,9 +11,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -118,29 +117,6 @@ uint32_t BgrFromColor(const QColor& color) {
            (static_cast<uint32_t>(color.blue()) << 16);
 }
 
-std::string SiText(double value, const char* unit) {
-    if (value == 0 || !std::isfinite(value)) return std::string("0 ") + unit;
-    // Round to three significant digits first, so 999.7 becomes "1 k", not "1000".
-    char buf[48];
-    std::snprintf(buf, sizeof buf, "%.2e", value);
-    char* e = std::strchr(buf, 'e');
-    const int exponent = e ? std::atoi(e + 1) : 0;
-    if (e) *e = '\0';
-    const double mantissa = std::atof(buf);
-    int group = static_cast<int>(std::floor(exponent / 3.0)) * 3;
-    group = std::clamp(group, -12, 9);
-    static const char* const kPrefix[] = {"p", "n", "u", "m", "", "k", "M", "G"};
-    const double scaled = mantissa * std::pow(10.0, exponent - group);
-    const int decimals = std::clamp(2 - (exponent - group), 0, 2);
-    std::snprintf(buf, sizeof buf, "%.*f", decimals, scaled);
-    std::string text(buf);
-    if (text.find('.') != std::string::npos) {
-        while (text.back() == '0') text.pop_back();
-        if (text.back() == '.') text.pop_back();
-    }
-    return text + " " + kPrefix[(group + 12) / 3] + unit;
-}
-
 int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre) {
     const int32_t count = VisibleSamples(waveLength, zoom);
     if (count == 0) return 0;
@@ -165,12 +141,12 @@ void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTa
         c.volts = w.size() >= static_cast<size_t>(std::max(record.WaveLength, 0))
                       ? std::span<const float>(w.data(), static_cast<size_t>(std::max(record.WaveLength, 0)))
                       : std::span<const float>();
-        const ChannelResult& r = table.at(ch, 0);
+        const ChannelResult& r = table.levels(ch);
         c.HighLevel = r.HighLevel;
         c.LowLevel = r.LowLevel;
         c.Level = r.Level;
     }
-    const ChannelResult& ch4 = table.at(3, 0);
+    const ChannelResult& ch4 = table.window();
     view.AnaStart = ch4.AnaStart;
     view.AnaEnd = ch4.AnaEnd;
     view.GateStart = ch4.GateStart;

@@ -29,10 +29,6 @@ namespace mervasto {
 QColor ColorFromBgr(uint32_t bgr);
 uint32_t BgrFromColor(const QColor& color);
 
-// "1.25 ms", "500 us", "2 V", "0 s": up to three significant digits and an SI
-// prefix (p n u m k M G).
-std::string SiText(double value, const char* unit);
-
 // The marks over the cycles with the smallest and largest value, 0x00BBGGRR.
 constexpr uint32_t kMinMarkColour = 0x00FF9040;
 constexpr uint32_t kMaxMarkColour = 0x004040FF;

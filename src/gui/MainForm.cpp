@@ -26,7 +26,7 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/SettingsBinding.h"
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 #include "gui/WaveWindow.h"
 
 namespace mervasto {
@@ -83,7 +83,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     waveAll_ = new WaveWindow(state_, WaveWindow::Mode::All, this);
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
     detail_ = new DetailCyclesForm(state_, *ui_, this);
-    histogram_ = new HistogramWindow(state_, this);
+    plots_ = new PlotWindow(state_, this);
     lockedDuringRun_ = {WFStartCommand_, commands.save, commands.readRange,
                         InputFromFile_,  LimitPoints_,  OmitRangeEffect_};
     actionsLockedDuringRun_ = {commands.inputFile};
@@ -151,9 +151,9 @@ void MainForm::connectViews(const Commands& c) {
         waveEach_->raise();
     });
     auto openHistogram = [this] {
-        histogram_->refresh();
-        histogram_->show();
-        histogram_->raise();
+        plots_->refresh();
+        plots_->show();
+        plots_->raise();
     };
     connect(c.histogram, &QPushButton::clicked, this, openHistogram);
     connect(c.showHistogram, &QAction::triggered, this, openHistogram);
@@ -170,7 +170,7 @@ void MainForm::connectViews(const Commands& c) {
         if (ch < 0 || ch >= kChannels || cycle < 0) return;
         showCycle(ch, cycle);
     });
-    connect(histogram_, &HistogramWindow::cycleChosen, this, showCycle);
+    connect(plots_, &PlotWindow::cycleChosen, this, showCycle);
     connect(ZoomRate_, &QLineEdit::returnPressed, this, [this] {
         waveAll_->refresh();
         waveEach_->refresh();
@@ -273,7 +273,7 @@ void MainForm::showResults() {
     applyColumnWidths(JitterGrid_, jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
-    if (histogram_->isVisible()) histogram_->refresh();
+    if (plots_->isVisible()) plots_->refresh();
 }
 
 void MainForm::showGrids() {
@@ -333,7 +333,7 @@ void MainForm::closeEvent(QCloseEvent* e) {
     GuardedApplication::report(saved);
     waveAll_->close();
     waveEach_->close();
-    histogram_->close();
+    plots_->close();
     detail_->close();
     e->accept();
 }

@@ -26,7 +26,7 @@ class DetailCyclesForm;
 class SettingsBinding;
 class GridModel;
 class GuiUi;
-class HistogramWindow;
+class PlotWindow;
 class WaveWindow;
 
 // The main window: every setting as a control named as the user's manual
@@ -43,7 +43,7 @@ public:
     WaveWindow* waveAll() { return waveAll_; }
     WaveWindow* waveEach() { return waveEach_; }
     DetailCyclesForm* detailCycles() { return detail_; }
-    HistogramWindow* histogram() { return histogram_; }
+    PlotWindow* plots() { return plots_; }
 
     // Every control from the settings (after they were loaded or set from
     // outside); a control's own changes reach the settings by themselves.
@@ -157,7 +157,7 @@ private:
     WaveWindow* waveAll_;
     WaveWindow* waveEach_;
     DetailCyclesForm* detail_;
-    HistogramWindow* histogram_;
+    PlotWindow* plots_;
     SettingsBinding* binding_;
     std::vector<QWidget*> lockedDuringRun_;
     std::vector<QAction*> actionsLockedDuringRun_;

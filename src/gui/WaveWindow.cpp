@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "common/Numeric.h"
+#include "display/ChannelPlots.h"
 #include "display/RunWaveView.h"
 #include "results/CycleSeries.h"
 
@@ -207,15 +208,9 @@ void WaveWindow::setCursors(double c1, double c2) {
 const std::array<ExtremeCycles, kWaveChannels>& WaveWindow::extremes() const {
     // Found when first drawn, not on every pass of a series behind a hidden window.
     if (!extremesStale_) return extremes_;
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
-        const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
-        const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
-        const bool measured = s.ChInputSignal >= 0 && s.ChInputSignal != kGateIndex;
+    for (int ch = 0; ch < kWaveChannels; ++ch)
         extremes_[static_cast<size_t>(ch)] =
-            measured ? FindExtremeCycles(CycleValues(s.ChInputSignal, cycles, state_.record().SampleSec, Val(s.VRate)),
-                                         cycles)
-                     : ExtremeCycles();
-    }
+            FindExtremeCycles(RunCycleValues(state_, ch), state_.results().cycles.channel[static_cast<size_t>(ch)]);
     extremesStale_ = false;
     return extremes_;
 }

@@ -12,7 +12,7 @@
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
 #include "sim/DsoSimulator.h"
@@ -120,14 +120,14 @@ int main(int argc, char** argv) {
             a.RepeatCheck = a.DaqCheck = true;
             a.TotalRepeats = "20";
             form.showSettings();
-            form.histogram()->show();
+            form.plots()->show();
             GuardedApplication::report(form.state().WFStartCommand_Click(form.ui()));
             form.refreshViews();
             form.grab().save(dir + "/main-window.png");
             // The widest cycle, as a user finds it: its bar, clicked.
-            form.histogram()->refresh();
-            form.histogram()->clickBar(static_cast<int32_t>(form.histogram()->histogram().counts.size()) - 1);
-            form.histogram()->grab().save(dir + "/histogram-window.png");
+            form.plots()->refresh();
+            form.plots()->clickBar(static_cast<int32_t>(form.plots()->histogram().counts.size()) - 1);
+            form.plots()->grab().save(dir + "/histogram-window.png");
             // Lanes, so that each channel's edges and marks stand apart.
             a.Stacked = true;
             form.waveAll()->refresh();

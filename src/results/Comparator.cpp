@@ -16,7 +16,7 @@ namespace {
 struct LimitLine {
     int channel = 0;
     std::optional<int32_t> LL, UL;
-    std::optional<float> limit[4];  // kind 0 first/second, kind 1 first/second
+    std::optional<float> limit[4];  // PulseWidth first/second, Duty first/second
 };
 
 // Too many fields is no bad character: SplitFields' fault goes to the caller.
@@ -40,8 +40,8 @@ std::optional<LimitLine> parseLine(std::string_view line) {
 }
 
 void apply(const LimitLine& l, ChannelResultTable& table) {
-    ChannelResult& k0 = table.at(l.channel, 0);
-    ChannelResult& k1 = table.at(l.channel, 1);
+    ChannelResult& k0 = table.at(l.channel, Measure::PulseWidth);
+    ChannelResult& k1 = table.at(l.channel, Measure::Duty);
     if (l.LL) k0.LL = *l.LL;
     if (l.UL) k0.UL = *l.UL;
     if (l.limit[0]) k0.ValueLimit1 = *l.limit[0];
@@ -135,14 +135,14 @@ void SetupDetailCycleGrid(Grid& grid) {
 }
 
 std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
-                                               const std::vector<int>& kinds) {
+                                               std::span<const Measure> kinds) {
     RedrawOff off(grid);
     if (grid.cols() != kCycleGridCols || grid.rows() < 1) SetupDetailCycleGrid(grid);
     std::vector<CycleGridRow> rows;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
         if (!cd.shown()) continue;
-        for (int kind : kinds) {
+        for (Measure kind : kinds) {
             rows.push_back({ch, kind, !cd.isGate() && cd.typeText != kRowNoLimits});
         }
     }

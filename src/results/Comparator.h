@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,12 +40,12 @@ bool JudgeCount(int32_t count, int32_t LL, int32_t UL);
 void JudgeAll(ChannelResultTable& table);
 
 // Reads a comparator file into the table: per line channel (1..6), LL and
-// UL of kind 0, the two value limits of kind 0, the two of kind 1. Empty
-// lines and lines starting with "%" are skipped, an empty field keeps the
-// stored value. A bad line stops the reading; earlier lines stay in force.
-// Lines end at LF; carriage returns inside a line are dropped. A failure says
-// "No File.", "Illegal Character." or, for a line too long or of too many
-// fields, names the file and the line.
+// UL of kind 0 (PulseWidth), its two value limits, the two of kind 1 (Duty).
+// Empty lines and lines starting with "%" are skipped, an empty field keeps
+// the stored value. A bad line stops the reading; earlier lines stay in
+// force. Lines end at LF; carriage returns inside a line are dropped. A
+// failure says "No File.", "Illegal Character." or, for a line too long or of
+// too many fields, names the file and the line.
 Outcome LoadComparatorFile(std::string_view path, ChannelResultTable& table);
 // The same over text already in memory.
 Outcome LoadComparatorText(std::string_view text, ChannelResultTable& table);
@@ -51,17 +53,21 @@ Outcome LoadComparatorText(std::string_view text, ChannelResultTable& table);
 // Which record a row of the cycle grid shows.
 struct CycleGridRow {
     int channel = 0;
-    int kind = 0;
+    Measure kind = Measure::PulseWidth;
     bool limits = true;  // false for the gate and rows marked "No"
 };
 
 // Header "Ch" "Signal" "Total" "LL" "UL" "Go/NG" and an empty body.
 void SetupDetailCycleGrid(Grid& grid);
 
+// Every kind counts the same cycles, and the comparator file holds the
+// count limits of the first: one row per channel.
+inline constexpr std::array<Measure, 1> kLimitKinds = {Measure::PulseWidth};
+
 // One row per shown channel and kind in `kinds`, with verdicts recomputed
 // and stored in the records. Returns what each body row (from row 1) shows.
 std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
-                                               const std::vector<int>& kinds = {0});
+                                               std::span<const Measure> kinds = kLimitKinds);
 
 // An edit of the LL (column 3) or UL (column 4) cell: stores the whole
 // number, judges the row again and rewrites its cells. Other cells and rows

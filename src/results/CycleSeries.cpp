@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "results/ResultGrids.h"
+#include "analysis/CycleQuantity.h"
 
 namespace mervasto {
 
@@ -12,7 +12,8 @@ std::vector<double> CycleValues(int32_t typeIndex, std::span<const CycleRecord> 
                                 double VRate) {
     std::vector<double> out;
     out.reserve(cycles.size());
-    for (const CycleRecord& c : cycles) out.push_back(CycleValue(typeIndex, c, SampleSec, VRate));
+    const CycleQuantity quantity = QuantityOfType(typeIndex);
+    for (const CycleRecord& c : cycles) out.push_back(quantity.of(c, SampleSec, VRate));
     return out;
 }
 

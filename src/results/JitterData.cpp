@@ -2,9 +2,7 @@
 
 #include "common/Numeric.h"
 #include "common/TextFile.h"
-#include <cmath>
-#include <cstdio>
-#include <utility>
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -25,18 +23,8 @@ std::array<double, kJitterColumns.size()> values(const JitterResult& j) {
 bool isCount(size_t column) { return column == 4 || column == 7; }
 
 // Jitter lives in picoseconds to microseconds, where the result grid's
-// fixed six characters show little but zeros: four significant digits and
-// the prefix that keeps the mantissa from 1 to 999 instead.
-std::string secondsText(double s) {
-    static constexpr std::array<std::pair<double, const char*>, 5> kPrefixes = {
-        {{1, " s"}, {1e-3, " ms"}, {1e-6, " us"}, {1e-9, " ns"}, {1e-12, " ps"}}};
-    if (s == 0 || !std::isfinite(s)) return "0 s";
-    size_t k = 0;
-    while (k + 1 < kPrefixes.size() && std::fabs(s) < kPrefixes[k].first * 0.9995) ++k;
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g%s", s / kPrefixes[k].first, kPrefixes[k].second);
-    return text;
-}
+// fixed six characters show little but zeros: a fourth significant digit.
+constexpr int kJitterDigits = 4;
 
 }  // namespace
 
@@ -102,7 +90,7 @@ void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults
         const auto v = values(j);
         for (size_t c = 0; c < v.size(); ++c)
             grid.text(row, static_cast<int32_t>(3 + c)) =
-                isCount(c) ? std::to_string(static_cast<int64_t>(v[c])) : secondsText(v[c]);
+                isCount(c) ? std::to_string(static_cast<int64_t>(v[c])) : SiText(v[c], "s", kJitterDigits);
     }
 }
 

@@ -27,7 +27,7 @@ std::string ResultHeaderLine2() {
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table) {
     std::string line(sampleName);
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        const ChannelResult& r = table.at(ch, 2);
+        const ChannelResult& r = table.at(ch, Measure::OfType);
         AppendStatisticColumns(line, r.Min, r.Max, r.Mean, r.Sigma, r.Counts);
         line += ',';
     }

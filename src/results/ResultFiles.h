@@ -27,7 +27,7 @@ inline constexpr const char* kCanceled = "Canceled.";
 // The two header lines a new results file starts with.
 std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts);
 std::string ResultHeaderLine2();
-// The run's line: the sample name, then per channel the kind-2 Min, Max,
+// The run's line: the sample name, then per channel the OfType Min, Max,
 // Mean, Sigma and Counts followed by an empty column.
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table);
 // Appends ",Min,Max,Mean,Sigma,Counts", the five columns of one statistic in

@@ -4,6 +4,7 @@
 #include <bit>
 #include <vector>
 
+#include "analysis/CycleQuantity.h"
 #include "common/Numeric.h"
 #include "results/SiFormat.h"
 
@@ -40,35 +41,7 @@ UnitPair ResultUnits(int32_t typeIndex) {
     }
 }
 
-const char* DetailUnit(int32_t typeIndex) {
-    switch (typeIndex) {
-    case kTypePwPercent:
-    case kTypeDuty: return "%";
-    case kTypePeriod:
-    case kTypePw: return "s";
-    case kTypeFreq: return "Hz";
-    case kTypeAmple:
-    case kTypeRms:
-    case kTypeMax:
-    case kTypeMin: return "V";
-    default: return "";
-    }
-}
-
-double CycleValue(int32_t typeIndex, const CycleRecord& c, double SampleSec, double VRate) {
-    switch (typeIndex) {
-    case kTypePwPercent:
-    case kTypeDuty: return c.Duty;
-    case kTypePeriod: return c.Period * SampleSec;
-    case kTypeAmple: return c.Ample * VRate;
-    case kTypePw: return c.PulseWidth * SampleSec;
-    case kTypeFreq: return c.Freq;
-    case kTypeRms: return c.Rms * VRate;
-    case kTypeMax: return c.MaxValue * VRate;
-    case kTypeMin: return c.MinValue * VRate;
-    default: return 0;
-    }
-}
+const char* DetailUnit(int32_t typeIndex) { return QuantityOfType(typeIndex).unit; }
 
 void SetupResultGrid1(Grid& grid) {
     RedrawOff off(grid);
@@ -147,7 +120,7 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
             continue;
         }
         if (cd.shown()) {
-            const ChannelResult& r = table.at(ch, 2);
+            const ChannelResult& r = table.at(ch, Measure::OfType);
             if (r.Valid) {
                 const UnitPair u = ResultUnits(cd.typeIndex);
                 texts[0] = siText(r.Min, u.first);
@@ -239,8 +212,9 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
             std::string text;
         };
         std::array<Slot, 256> recent{};
+        const CycleQuantity quantity = QuantityOfType(cd.typeIndex);
         for (size_t i = 0; i < list.size(); ++i) {
-            const float v = ToSingle(CycleValue(cd.typeIndex, list[i], ss, cd.VRate));
+            const float v = ToSingle(quantity.of(list[i], ss, cd.VRate));
             const uint32_t bits = std::bit_cast<uint32_t>(v);
             Slot& slot = recent[(bits ^ (bits >> 8) ^ (bits >> 16) ^ (bits >> 24)) & 0xFF];
             if (!slot.used || slot.bits != bits) {

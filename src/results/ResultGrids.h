@@ -82,7 +82,7 @@ void SetupDetailDataGrid(Grid& grid, int32_t cycles);
 void ResizeLogGrid(Grid& grid, int32_t TotalRepeats);
 void ResizeDetailDataGrid(Grid& grid, int32_t cycles);
 
-// Fills ResultGrid1 from the kind-2 records and returns the text of the
+// Fills ResultGrid1 from the Measure::OfType records and returns the text of the
 // wave length box ("Wave Length=<n>").
 std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& channels,
                         const ChannelResultTable& table);
@@ -94,9 +94,5 @@ void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const
 // One row per cycle: the quantity the channel's type names, with its unit.
 // The grid is sized to the longest channel.
 void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTable& cycles, float SampleSec);
-
-// The value of a cycle that the channel's type names (times in seconds,
-// volts times VRate).
-double CycleValue(int32_t typeIndex, const CycleRecord& c, double SampleSec, double VRate);
 
 }  // namespace mervasto

@@ -17,8 +17,7 @@ void SeriesTrend::clear() {
 void SeriesTrend::add(int32_t pass, const ChannelResultTable& table, const ChannelDisplays& channels) {
     ++passes_;
     for (int ch = 0; ch < kAnaChannels; ++ch) {
-        // Row 2 holds the statistics of the quantity the channel type names.
-        const ChannelResult& r = table.at(ch, 2);
+        const ChannelResult& r = table.at(ch, Measure::OfType);
         if (!r.Valid) continue;
         // "P.W.(%)" gives Min and Max in percent but the Mean in seconds.
         const UnitPair units = ResultUnits(channels[static_cast<size_t>(ch)].typeIndex);

@@ -1,6 +1,10 @@
 #include "results/SiFormat.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "common/Numeric.h"
 
@@ -24,6 +28,35 @@ std::string scaledFromText(float x, double divisor, const char* suffix) {
 }
 
 }  // namespace
+
+std::string SiText(double value, std::string_view unit, int digits) {
+    char buf[48];
+    if (unit == "%") {
+        std::snprintf(buf, sizeof buf, "%.*g %%", digits, value);
+        return buf;
+    }
+    if (value == 0 || !std::isfinite(value)) return "0 " + std::string(unit);
+    // Rounded to its digits before the prefix is chosen, so 999.7 becomes
+    // "1 k", not "1000".
+    std::snprintf(buf, sizeof buf, "%.*e", digits - 1, value);
+    char* e = std::strchr(buf, 'e');
+    const int exponent = e ? std::atoi(e + 1) : 0;
+    if (e) *e = '\0';
+    const double mantissa = std::atof(buf);
+    const int group = std::clamp(static_cast<int>(std::floor(exponent / 3.0)) * 3, -12, 9);
+    const double scaled = mantissa * std::pow(10.0, exponent - group);
+    if (exponent < group)  // below 1 p: still significant digits, not a rounded 0
+        std::snprintf(buf, sizeof buf, "%.*g", digits, scaled);
+    else
+        std::snprintf(buf, sizeof buf, "%.*f", std::clamp(digits - 1 - (exponent - group), 0, digits - 1), scaled);
+    std::string text(buf);
+    if (text.find('.') != std::string::npos && text.find('e') == std::string::npos) {
+        while (text.back() == '0') text.pop_back();
+        if (text.back() == '.') text.pop_back();
+    }
+    static const char* const kPrefix[] = {"p", "n", "u", "m", "", "k", "M", "G"};
+    return text + " " + kPrefix[(group + 12) / 3] + std::string(unit);
+}
 
 std::string FormatSiValue(float x) {
     const double a = std::fabs(static_cast<double>(x));

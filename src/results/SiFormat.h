@@ -9,6 +9,13 @@
 // Short value texts with an SI prefix letter, and their reading back.
 namespace mervasto {
 
+// The texts of the newer views (wave and plot labels, the jitter tab), not
+// of the result grids: `digits` significant digits, trailing zeros dropped,
+// and the prefix (p n u m k M G) that keeps the mantissa from 1 to 999:
+// "1.25 ms", "500 us", "0 s". Below 1 p the digits stay significant
+// ("0.455 ps"). "%" takes no prefix ("52.5 %").
+std::string SiText(double value, std::string_view unit, int digits = 3);
+
 // At most 6 characters of the number (cut, not rounded; a minus sign counts)
 // and a prefix letter: "M" above 1e6, "k" above 1000, none above 1, "m" up
 // to and including 1 (so 1 is "1000m"), "u" above 1e-9, "n" below; "0.0"

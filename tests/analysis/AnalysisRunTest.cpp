@@ -69,15 +69,15 @@ TEST(RunAnalysis, GateWindowWithAndWithoutMargin) {
         AnalysisParams p = params({0, 3}, true);
         p.LimitPoints = static_cast<float>(margin);
         AnalysisResults res;
-        res.table.at(3, 2).Counts = 7;  // the gate channel keeps its statistics
-        res.table.at(3, 0).Level = 9;
+        res.table.at(3, Measure::OfType).Counts = 7;  // the gate channel keeps its statistics
+        res.table.levels(3).Level = 9;
         EXPECT_TRUE(RunAnalysis(r.input(), p, res).messages.empty());
-        const ChannelResult& w = res.table.at(3, 0);
+        const ChannelResult& w = res.table.window();
         EXPECT_EQ(std::make_tuple(w.GateStart, w.GateEnd, w.AnaStart, w.AnaEnd),
                   std::make_tuple(299, 700, anaStart, anaEnd))
             << margin;
         EXPECT_EQ(w.Level, 0);
-        EXPECT_EQ(res.table.at(3, 2).Counts, 7);
+        EXPECT_EQ(res.table.at(3, Measure::OfType).Counts, 7);
         EXPECT_EQ(res.note[3], "");
         // Ch1: only whole cycles inside the window.
         const auto& cyc = res.cycles.channel[0];
@@ -86,7 +86,7 @@ TEST(RunAnalysis, GateWindowWithAndWithoutMargin) {
             EXPECT_GE(c.MidEdge - c.PulseWidth, anaStart);
             EXPECT_LE(c.MidEdge - c.PulseWidth + c.Period, anaEnd);
         }
-        EXPECT_NEAR(res.table.at(0, 2).Mean, 20e-6, 1e-12);
+        EXPECT_NEAR(res.table.at(0, Measure::OfType).Mean, 20e-6, 1e-12);
     }
 }
 
@@ -110,7 +110,7 @@ TEST(RunAnalysis, GateOpeningAtAnOddSampleKeepsTheEdges) {
         for (int32_t i = opens; i < opens + 700; ++i) g.volts[3][static_cast<size_t>(i)] = 5;
         AnalysisResults gated;
         RunAnalysis(g.input(), params({0, 3}, true), gated);
-        ASSERT_EQ(gated.table.at(3, 0).AnaStart, opens - 1);
+        ASSERT_EQ(gated.table.window().AnaStart, opens - 1);
         const auto& in = gated.cycles.channel[0];
         ASSERT_GT(in.size(), 5u) << opens;
         for (const auto& c : in) {
@@ -145,11 +145,11 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
         r.codes(3, [&](int32_t i) { return i >= 100 && i < 300 ? c.highCode : int16_t{0}; });
         AnalysisResults res;
         const AnalysisOutcome out = RunAnalysis(r.in, params({0, 3}, true), res);
-        EXPECT_EQ(res.table.at(0, 2).Counts > 0, c.channelAnalysed) << c.name;
+        EXPECT_EQ(res.table.at(0, Measure::OfType).Counts > 0, c.channelAnalysed) << c.name;
         EXPECT_EQ(res.note[0], c.channelAnalysed ? "" : kNoteLevelsClose) << c.name;
         EXPECT_EQ(res.note[3], c.gateAccepted ? "" : kNoteGateLevelsClose) << c.name;
-        EXPECT_EQ(res.table.at(3, 0).GateStart, c.gateAccepted ? 99 : 0) << c.name;
-        EXPECT_EQ(res.table.at(3, 0).GateEnd, c.gateAccepted ? 300 : n - 1) << c.name;
+        EXPECT_EQ(res.table.window().GateStart, c.gateAccepted ? 99 : 0) << c.name;
+        EXPECT_EQ(res.table.window().GateEnd, c.gateAccepted ? 300 : n - 1) << c.name;
         ASSERT_EQ(out.messages.size(), c.gateAccepted ? 0u : 1u) << c.name;
         if (!c.gateAccepted) {
             EXPECT_EQ(out.messages[0].title, "Gate Signal");
@@ -177,12 +177,12 @@ TEST(RunAnalysis, StateAndMessageSwitchesDecideChannelsAndMessages) {
         p.requireStateOn = c.requireStateOn;
         for (auto& ch : p.channel) ch.channelStateOn = c.stateOn;
         AnalysisResults res;
-        res.table.at(1, 2).Counts = 3;
+        res.table.at(1, Measure::OfType).Counts = 3;
         res.cycles.channel[1].resize(3);
         const AnalysisOutcome out = RunAnalysis(r.input(), p, res);
         const int mode = 2 * c.produceMessages + c.requireStateOn;
-        EXPECT_EQ(res.table.at(1, 2).Counts, c.analysed ? 18 : 0) << mode << c.stateOn;
-        EXPECT_EQ(static_cast<int32_t>(res.cycles.channel[1].size()), res.table.at(1, 2).Counts);
+        EXPECT_EQ(res.table.at(1, Measure::OfType).Counts, c.analysed ? 18 : 0) << mode << c.stateOn;
+        EXPECT_EQ(static_cast<int32_t>(res.cycles.channel[1].size()), res.table.at(1, Measure::OfType).Counts);
         EXPECT_EQ(out.messages.size(), c.messages) << mode << c.stateOn;
         EXPECT_EQ(res.note[3], c.analysed ? kNoteGateLevelsClose : "") << mode << c.stateOn;
     }
@@ -206,7 +206,7 @@ TEST(RunAnalysis, NoteTellsThatTheScanStoppedAtMaxPeriods) {
         RunAnalysis(r.input(), p, res);
         EXPECT_EQ(res.note[0], note) << maxCycles;
         EXPECT_EQ(res.cycleLimitReached[0], !note.empty()) << maxCycles;
-        EXPECT_EQ(res.table.at(0, 2).Counts, std::min(maxCycles, 18)) << maxCycles;
+        EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, std::min(maxCycles, 18)) << maxCycles;
     }
     EXPECT_EQ(MaxPeriodsNote(500000), "stopped at Max Periods (500000); the record holds more cycles");
 }
@@ -218,28 +218,30 @@ TEST(RunAnalysis, SwitchedOffChannelsAreClearedGateIncluded) {
     p.channel[3].SignalType = kTypeGate;  // switched off: cleared, and no gate
     AnalysisResults res;
     for (int ch = 1; ch < 4; ++ch) {
-        res.table.at(ch, 2) = ChannelResult{1, 2, 3, 4, 5, true, true};
-        res.table.at(ch, 2).LL = 4;
-        res.table.at(ch, 0).HighLevel = 3;
+        res.table.at(ch, Measure::OfType) = ChannelResult{1, 2, 3, 4, 5, true, true};
+        res.table.at(ch, Measure::OfType).LL = 4;
+        res.table.levels(ch).HighLevel = 3;
         res.cycles.channel[static_cast<size_t>(ch)].resize(5);
+        res.tie[static_cast<size_t>(ch)].error.resize(5);
     }
     p.OmitRangeEffect = p.rejectFlag = true;  // a reject range that does not fit the window
     p.rejectStart = 0;
     p.rejectEnd = 20;
     EXPECT_TRUE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
     for (int ch = 1; ch < 4; ++ch) {
-        const ChannelResult& c = res.table.at(ch, 2);
+        const ChannelResult& c = res.table.at(ch, Measure::OfType);
         EXPECT_EQ(std::make_tuple(c.Mean, c.Counts, c.Valid, c.LL), std::make_tuple(0.0, 0, false, 4)) << ch;
-        EXPECT_EQ(res.table.at(ch, 0).HighLevel, 3) << ch;  // levels stay
+        EXPECT_EQ(res.table.levels(ch).HighLevel, 3) << ch;  // levels stay
         EXPECT_TRUE(res.cycles.channel[static_cast<size_t>(ch)].empty()) << ch;
+        EXPECT_TRUE(res.tie[static_cast<size_t>(ch)].error.empty()) << ch;
     }
-    EXPECT_EQ(res.table.at(3, 0).AnaStart, 0);
-    EXPECT_EQ(res.table.at(3, 0).AnaEnd, 999);
-    EXPECT_EQ(res.table.at(0, 2).Counts, 8);
+    EXPECT_EQ(res.table.window().AnaStart, 0);
+    EXPECT_EQ(res.table.window().AnaEnd, 999);
+    EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, 8);
     p.rejectStart = 220;  // fits: only cycles wholly outside 220..520 count
     p.rejectEnd = 520;
     EXPECT_FALSE(RunAnalysis(r.input(), p, res).rejectRangeDropped);
-    EXPECT_EQ(res.table.at(0, 2).Counts, 4);  // (100..200) and three from 600 on
+    EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, 4);  // (100..200) and three from 600 on
 }
 
 TEST(RunAnalysis, FlatSignalAndMissingChannel) {
@@ -252,14 +254,14 @@ TEST(RunAnalysis, FlatSignalAndMissingChannel) {
     // Peaks: the second level falls to the bottom of the scale; the channel
     // passes the check and simply has no edges.
     EXPECT_TRUE(RunAnalysis(r.input(), p, res).messages.empty());
-    EXPECT_FLOAT_EQ(res.table.at(0, 0).HighLevel, 1.0f);
-    EXPECT_FLOAT_EQ(res.table.at(0, 0).LowLevel, -4.0f);
-    EXPECT_EQ(res.table.at(0, 2).Counts, 0);
-    EXPECT_EQ(res.table.at(2, 2).Counts, 0);
+    EXPECT_FLOAT_EQ(res.table.levels(0).HighLevel, 1.0f);
+    EXPECT_FLOAT_EQ(res.table.levels(0).LowLevel, -4.0f);
+    EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, 0);
+    EXPECT_EQ(res.table.at(2, Measure::OfType).Counts, 0);
     EXPECT_EQ(res.note, (std::array<std::string, 4>{}));
     p.levelMethod = LevelMethod::Halves;
     RunAnalysis(r.input(), p, res);
-    EXPECT_FLOAT_EQ(res.table.at(0, 0).LowLevel, 1.0f);
+    EXPECT_FLOAT_EQ(res.table.levels(0).LowLevel, 1.0f);
     EXPECT_EQ(res.note[0], kNoteLevelsClose);
     p.MemoryInput = true;  // from memory the check is skipped
     RunAnalysis(r.input(), p, res);
@@ -281,12 +283,12 @@ TEST(RunAnalysis, HalvesMatchesPeaksOnCleanSignals) {
     p.levelMethod = LevelMethod::Halves;
     RunAnalysis(r.input(), p, halves);
     for (int ch = 0; ch < 4; ++ch) {
-        EXPECT_GT(peaks.table.at(ch, 2).Counts, 0) << ch;
-        for (int kind = 0; kind < kKinds; ++kind) {
+        EXPECT_GT(peaks.table.at(ch, Measure::OfType).Counts, 0) << ch;
+        for (Measure kind : kMeasures) {
             const ChannelResult &a = peaks.table.at(ch, kind), &b = halves.table.at(ch, kind);
             EXPECT_EQ(std::make_tuple(a.HighLevel, a.LowLevel, a.Counts, a.Mean, a.Sigma),
                       std::make_tuple(b.HighLevel, b.LowLevel, b.Counts, b.Mean, b.Sigma))
-                << ch << " " << kind;
+                << ch << " " << static_cast<int>(kind);
         }
     }
 }
@@ -309,16 +311,16 @@ TEST(RunAnalysis, EightBitNoiseNeedsHalves) {
     AnalysisResults res;
     RunAnalysis(r.in, p, res);
     EXPECT_EQ(res.note[0], kNoteLevelsClose);
-    EXPECT_EQ(res.table.at(0, 2).Counts, 0);
-    EXPECT_NEAR(res.table.at(0, 0).HighLevel - res.table.at(0, 0).LowLevel, vdiv / 32, 1e-6);
+    EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, 0);
+    EXPECT_NEAR(res.table.levels(0).HighLevel - res.table.levels(0).LowLevel, vdiv / 32, 1e-6);
 
     p.levelMethod = LevelMethod::Halves;
     RunAnalysis(r.in, p, res);
     EXPECT_EQ(res.note[0], "");
-    EXPECT_NEAR(res.table.at(0, 0).HighLevel - res.table.at(0, 0).LowLevel, 3.3, 0.05);
-    EXPECT_EQ(res.table.at(0, 2).Counts, n / 400 - 2);  // starts high
-    EXPECT_NEAR(res.table.at(0, 2).Mean, 400e-6, 1e-9);
-    EXPECT_NEAR(res.table.at(0, 1).Mean, 60, 0.5);
+    EXPECT_NEAR(res.table.levels(0).HighLevel - res.table.levels(0).LowLevel, 3.3, 0.05);
+    EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, n / 400 - 2);  // starts high
+    EXPECT_NEAR(res.table.at(0, Measure::OfType).Mean, 400e-6, 1e-9);
+    EXPECT_NEAR(res.table.at(0, Measure::Duty).Mean, 60, 0.5);
 }
 
 TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
@@ -341,8 +343,7 @@ TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
             const CycleRecord &a = one.cycles.channel[ch][k], &b = many.cycles.channel[ch][k];
             EXPECT_EQ(std::make_pair(a.Rms, a.MidEdge), std::make_pair(b.Rms, b.MidEdge));
         }
-        for (int kind = 0; kind < kKinds; ++kind)
-            EXPECT_EQ(one.table.at(ch, kind).Sigma, many.table.at(ch, kind).Sigma);
+        for (Measure kind : kMeasures) EXPECT_EQ(one.table.at(ch, kind).Sigma, many.table.at(ch, kind).Sigma);
     }
 }
 

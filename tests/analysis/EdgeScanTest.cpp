@@ -18,9 +18,9 @@ using Edges = std::tuple<int32_t, int32_t, int32_t>;
 // Levels 0 / 10, decision level 5, hysteresis 20 %: band 4..6, h = 1.
 ChannelResultTable levelsTable(int ch, float low = 0, float high = 10, float level = 5) {
     ChannelResultTable t;
-    t.at(ch, 0).LowLevel = low;
-    t.at(ch, 0).HighLevel = high;
-    t.at(ch, 0).Level = level;
+    t.levels(ch).LowLevel = low;
+    t.levels(ch).HighLevel = high;
+    t.levels(ch).Level = level;
     return t;
 }
 
@@ -36,7 +36,7 @@ ScanSettings settings(int32_t type = kTypePeriod) {
 std::vector<Edges> scanEdges(const std::vector<float>& v, const ScanSettings& s, int32_t start = 0) {
     auto table = levelsTable(0);
     std::vector<CycleRecord> cycles;
-    EXPECT_EQ(ExtractCycles(0, v, start, s, table, cycles), table.at(0, 2).Counts);
+    EXPECT_EQ(ExtractCycles(0, v, start, s, table, cycles), table.at(0, Measure::OfType).Counts);
     std::vector<Edges> e;
     for (const auto& c : cycles) {
         const int32_t e0 = c.MidEdge - static_cast<int32_t>(c.PulseWidth);
@@ -295,11 +295,11 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         s.SampleSec = 0.5f;
         s.VRate = 2;
         ASSERT_EQ(ExtractCycles(0, v, 0, s, table, cycles), 2) << type;
-        EXPECT_TRUE(near(rowOf(table.at(0, 2)), row2)) << type;
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::OfType)), row2)) << type;
         const bool pulse = type == kTypePw || type == kTypePwPercent;
         const Row duty = pulse ? Row{0, third, third / 2, third / 2} : Row{third, 2 * third, 50, third / 2};
-        EXPECT_TRUE(near(rowOf(table.at(0, 1)), duty)) << type;
-        for (int kind = 0; kind < kKinds; ++kind) {
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::Duty)), duty)) << type;
+        for (Measure kind : kMeasures) {
             EXPECT_EQ(table.at(0, kind).Counts, 2);
             EXPECT_TRUE(table.at(0, kind).Valid);
         }
@@ -308,26 +308,26 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         EXPECT_EQ(cycles[0].MinValue, 2);
         EXPECT_EQ(cycles[0].Ample, 10);
         EXPECT_NEAR(cycles[1].Rms, rms1, 1e-12);
-        EXPECT_TRUE(near(rowOf(table.at(0, 0)), Row{1, 2, 1.5, 0.5}));                // pulse width, s
-        EXPECT_TRUE(near(rowOf(table.at(0, 3)), Row{3, 3, 3, 0}));                    // period, s
-        EXPECT_TRUE(near(rowOf(table.at(0, 4)), Row{1.0 / 3, 1.0 / 3, 1.0 / 3, 0}));  // Hz
-        EXPECT_TRUE(near(rowOf(table.at(0, 5)), Row{20, 20, 20, 0}));                 // amplitude x VRate
-        EXPECT_TRUE(near(rowOf(table.at(0, 6)), Row{2 * rms0, 2 * rms1, rms0 + rms1, rms1 - rms0}));
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::PulseWidth)), Row{1, 2, 1.5, 0.5}));          // pulse width, s
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::Period)), Row{3, 3, 3, 0}));                  // period, s
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::Freq)), Row{1.0 / 3, 1.0 / 3, 1.0 / 3, 0}));  // Hz
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::Ample)), Row{20, 20, 20, 0}));                // amplitude x VRate
+        EXPECT_TRUE(near(rowOf(table.at(0, Measure::Rms)), Row{2 * rms0, 2 * rms1, rms0 + rms1, rms1 - rms0}));
     }
 }
 
 TEST(ExtractCycles, NoCyclesClearsTheStatisticsOnly) {
     auto table = levelsTable(0);
-    table.at(0, 2) = ChannelResult{5, 6, 7, 8, 9, true, true};
-    table.at(0, 2).UL = 77;
+    table.at(0, Measure::OfType) = ChannelResult{5, 6, 7, 8, 9, true, true};
+    table.at(0, Measure::OfType).UL = 77;
     std::vector<CycleRecord> cycles(3);
     EXPECT_EQ(ExtractCycles(0, std::vector<float>(50, 10.0f), 0, settings(), table, cycles), 0);
     EXPECT_TRUE(cycles.empty());
-    const ChannelResult& r = table.at(0, 2);
+    const ChannelResult& r = table.at(0, Measure::OfType);
     EXPECT_EQ(std::make_tuple(r.Min, r.Max, r.Mean, r.Sigma, r.Counts, r.Go, r.Valid),
               std::make_tuple(0.0, 0.0, 0.0, 0.0, 0, false, false));
     EXPECT_EQ(r.UL, 77);
-    EXPECT_EQ(table.at(0, 0).Level, 5);
+    EXPECT_EQ(table.levels(0).Level, 5);
 }
 
 // The scan straight from the record (averages worked out on the way, in a

@@ -25,9 +25,9 @@ struct Scan {
 Scan scan(const ClockWave& w, const ClockWaveParams& p, EdgeTiming timing, int32_t type = kTypePeriod,
           int32_t rejectStart = 0, int32_t rejectEnd = 0) {
     Scan r;
-    r.table.at(0, 0).LowLevel = p.low;
-    r.table.at(0, 0).HighLevel = p.high;
-    r.table.at(0, 0).Level = (p.low + p.high) / 2;
+    r.table.levels(0).LowLevel = p.low;
+    r.table.levels(0).HighLevel = p.high;
+    r.table.levels(0).Level = (p.low + p.high) / 2;
     ScanSettings s;
     s.signalType = type;
     s.Histerisis = 10;
@@ -118,7 +118,7 @@ TEST(EdgeTiming, SamplesKeepWholeEdgesAndInterpolationLeavesTheRestAlone) {
     EXPECT_NEAR(sigmaOf(periods), std::sqrt(0.37 * 0.63), 0.05);
     // What is left is the noise: 10 mV on a slope of 1/6 V per sample moves
     // each edge by 0.06 sample.
-    EXPECT_LT(fine.table.at(0, 2).Sigma, 0.15);
+    EXPECT_LT(fine.table.at(0, Measure::OfType).Sigma, 0.15);
 }
 
 TEST(EdgeTiming, MeasuredSpreadFollowsTheInjectedOne) {
@@ -145,7 +145,7 @@ TEST(EdgeTiming, MeasuredSpreadFollowsTheInjectedOne) {
         p.seed = 7;
         const ClockWave w = MakeClockWave(p, kLength);
         const Scan got = scan(w, p, EdgeTiming::Interpolated);
-        const ChannelResult& periods = got.table.at(0, 2);
+        const ChannelResult& periods = got.table.at(0, Measure::OfType);
         ASSERT_GT(periods.Counts, 900) << c.name;
         // The mean period rests on the first and last edge only.
         const CycleRecord& first = got.cycles.front();

@@ -112,23 +112,23 @@ TEST_F(RunStateFile, GateAndReanalysisAndComparator) {
     state.settings().channels[3].ChInputSignal = kGateIndex;
     ui.files = {example("gated")};
     ASSERT_TRUE(state.InputFromFile_Click(ui));
-    const auto& w = state.results().table.at(3, 0);
+    const auto& w = state.results().table.window();
     EXPECT_NEAR(w.GateStart, 3000, 2);
     EXPECT_NEAR(w.GateEnd, 7000, 2);
-    const int32_t counts = state.results().table.at(0, 2).Counts;
+    const int32_t counts = state.results().table.at(0, Measure::OfType).Counts;
     EXPECT_NEAR(counts, 19, 1);  // period 200 inside a 4000-sample gate
 
     // A margin of one division on each side of the gate: fewer cycles, and
     // the re-analysis appends its own result line.
     state.settings().analysis.LimitPoints = "1";
     ASSERT_TRUE(state.LimitPoints_KeyPress(ui).ok());
-    EXPECT_LT(state.results().table.at(0, 2).Counts, counts);
+    EXPECT_LT(state.results().table.at(0, Measure::OfType).Counts, counts);
     EXPECT_EQ(resultLines().size(), 4u);
 
     std::ofstream(dir_ / "limits.txt", std::ios::binary) << "% Ch1 needs 100 cycles\r\n1,100,200\r\n";
     EXPECT_TRUE(state.LoadComparator(ui, (dir_ / "limits.txt").string()));
-    EXPECT_FALSE(JudgeCount(state.results().table.at(0, 0).Counts, 100, 200));
-    EXPECT_FALSE(state.results().table.at(0, 0).Go);
+    EXPECT_FALSE(JudgeCount(state.results().table.at(0, Measure::PulseWidth).Counts, 100, 200));
+    EXPECT_FALSE(state.results().table.at(0, Measure::PulseWidth).Go);
 }
 
 TEST_F(RunStateFile, ResumeFileSurvivesCloseAndRestart) {
@@ -157,14 +157,15 @@ TEST_F(RunStateFile, HalvesMatchesPeaksOnTheBundledExamples) {
             tables[static_cast<size_t>(m)] = state.results().table;
         }
         for (int ch = 0; ch < kAnaChannels; ++ch)
-            for (int kind = 0; kind < kKinds; ++kind) {
+            for (Measure kind : kMeasures) {
                 const auto& a = tables[0].at(ch, kind);
                 const auto& b = tables[1].at(ch, kind);
                 EXPECT_EQ(a.HighLevel, b.HighLevel) << name << ch;
                 EXPECT_EQ(a.LowLevel, b.LowLevel) << name << ch;
-                EXPECT_EQ(a.Counts, b.Counts) << name << ch << kind;
-                EXPECT_EQ(a.Mean, b.Mean) << name << ch << kind;
-                EXPECT_EQ(a.Sigma, b.Sigma) << name << ch << kind;
+                const int k = static_cast<int>(kind);
+                EXPECT_EQ(a.Counts, b.Counts) << name << ch << k;
+                EXPECT_EQ(a.Mean, b.Mean) << name << ch << k;
+                EXPECT_EQ(a.Sigma, b.Sigma) << name << ch << k;
             }
     }
 }
@@ -188,8 +189,10 @@ TEST_F(RunStateFile, JitterOneLinePerAnalysisBesideTheResultLine) {
     for (const auto& l : lines) EXPECT_EQ(std::count(l.begin(), l.end(), ','), 36) << l;
     EXPECT_EQ(linesOf(state.resultFileName()).size(), 4u);
     // One difference fewer than periods, one edge more.
-    EXPECT_EQ(state.results().jitter[0].Counts, state.results().table.at(0, 2).Counts - 1);
-    EXPECT_EQ(state.results().jitter[0].TieCounts, state.results().table.at(0, 2).Counts + 1);
+    EXPECT_EQ(state.results().jitter[0].Counts, state.results().table.at(0, Measure::OfType).Counts - 1);
+    EXPECT_EQ(state.results().jitter[0].TieCounts, state.results().table.at(0, Measure::OfType).Counts + 1);
+    // Each of those edges' error is kept for the plots.
+    EXPECT_EQ(state.results().tie[0].error.size(), static_cast<size_t>(state.results().jitter[0].TieCounts));
 }
 
 // A results or jitter file that cannot be written for two runs (a folder

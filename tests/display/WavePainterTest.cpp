@@ -64,18 +64,6 @@ TEST(WavePainter, ColoursConvertFromBlueGreenRed) {
     EXPECT_EQ(ColorFromBgr(0x000000FF), QColor(Qt::red));
 }
 
-TEST(WavePainter, SiTextPicksPrefixAndDigits) {
-    const struct {
-        double value;
-        const char *unit, *text;
-    } cases[] = {
-        {0.00125, "s", "1.25 ms"}, {5e-4, "s", "500 us"},     {2, "V", "2 V"},          {0, "s", "0 s"},
-        {999.7, "Hz", "1 kHz"},    {1e-9, "s", "1 ns"},       {-0.02, "V", "-20 mV"},   {12.5e-6, "s", "12.5 us"},
-        {0.1, "s", "100 ms"},      {1.5e-13, "s", "0.15 ps"}, {2.5e6, "Hz", "2.5 MHz"},
-    };
-    for (const auto& c : cases) EXPECT_EQ(SiText(c.value, c.unit), c.text) << c.value;
-}
-
 TEST(WavePainter, GeometryClampsZoomAndScroll) {
     WaveView v;
     v.WaveLength = 1000;
@@ -248,10 +236,10 @@ TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     record.ensureLength(100);
     record.wave[3].resize(50);  // shorter than the record: not drawn
     ChannelResultTable table;
-    table.at(1, 0).HighLevel = 3;
-    table.at(1, 1).HighLevel = 9;  // another row: not a level
-    table.at(3, 0).AnaStart = 10;
-    table.at(3, 0).GateEnd = 99;
+    table.levels(1).HighLevel = 3;
+    table.at(1, Measure::Duty).HighLevel = 9;  // another row: not a level
+    table.window().AnaStart = 10;
+    table.window().GateEnd = 99;
     CycleTable cycles;
     WaveView v;
     SetViewData(v, record, table, cycles);

@@ -17,8 +17,9 @@
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 #include "gui/WaveWindow.h"
+#include "results/SiFormat.h"
 #include "support/ExampleFiles.h"
 #include "support/TestFolder.h"
 #include "wavefile/ExampleRecords.h"
@@ -267,10 +268,10 @@ TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
 
     // The trend against time uses the same times: Ch1's first cycle starts
     // at its first rising edge, 50 rows in.
-    HistogramWindow histogram(state);
-    histogram.refresh();
+    PlotWindow plots(state);
+    plots.refresh();
     std::vector<std::string> names;
-    ASSERT_TRUE(histogram.savePlots(names).ok());
+    ASSERT_TRUE(plots.savePlots(names).ok());
     std::ifstream trend(names[3]);
     std::string header, first;
     std::getline(trend, header);

@@ -31,7 +31,7 @@ TEST(JudgeCount, LimitsBelongToGo) {
 std::string limits(const ChannelResultTable& t) {
     std::string s;
     for (int ch = 0; ch < kResultChannels; ++ch)
-        for (int k = 0; k < 2; ++k) {
+        for (Measure k : {Measure::PulseWidth, Measure::Duty}) {
             const ChannelResult& r = t.at(ch, k);
             s += std::to_string(r.LL) + "," + std::to_string(r.UL) + "," + std::to_string(r.ValueLimit1) + "," +
                  std::to_string(r.ValueLimit2) + ";";
@@ -67,7 +67,7 @@ TEST(LoadComparator, ReadsFieldsAndStopsAtTheFirstBadLine) {
     for (const Case& c : cases) {
         ChannelResultTable t = preset, expect = preset;
         for (const auto& [ch, kind, LL, UL, l1, l2] : c.changed)
-            expect.at(ch, kind) = {.LL = LL, .UL = UL, .ValueLimit1 = l1, .ValueLimit2 = l2};
+            expect.at(ch, static_cast<Measure>(kind)) = {.LL = LL, .UL = UL, .ValueLimit1 = l1, .ValueLimit2 = l2};
         const Outcome load = LoadComparatorText(c.text, t);
         EXPECT_EQ(load.ok(), c.ok) << c.text;
         EXPECT_EQ(load.text(), c.ok ? "" : "Illegal Character.") << c.text;
@@ -78,7 +78,7 @@ TEST(LoadComparator, ReadsFieldsAndStopsAtTheFirstBadLine) {
     std::ofstream(file, std::ios::binary) << "% ch,LL,UL\r\n2,10,20\r\n";
     ChannelResultTable t;
     EXPECT_TRUE(LoadComparatorFile(file.string(), t).ok());
-    EXPECT_EQ(t.at(1, 0).UL, 20);
+    EXPECT_EQ(t.at(1, Measure::PulseWidth).UL, 20);
     std::filesystem::remove(file);
     EXPECT_EQ(LoadComparatorFile(file.string(), t).text(), "No File.");
 }
@@ -96,9 +96,9 @@ TEST(DetailCycleGrid, BuildsJudgesAndEditsLimits) {
     chs[2].typeText = "Duty";
     chs[3].typeText = "Gate";
     ChannelResultTable t;
-    t.at(0, 0) = {.Counts = 50, .LL = 10, .UL = 100};
-    t.at(2, 0) = {.Counts = 5, .LL = 10, .UL = 100};
-    t.at(3, 0) = {.Counts = 1, .LL = 3, .UL = 2};
+    t.at(0, Measure::PulseWidth) = {.Counts = 50, .LL = 10, .UL = 100};
+    t.at(2, Measure::PulseWidth) = {.Counts = 5, .LL = 10, .UL = 100};
+    t.at(3, Measure::PulseWidth) = {.Counts = 1, .LL = 3, .UL = 2};
 
     Grid g;
     SetupDetailCycleGrid(g);
@@ -108,19 +108,19 @@ TEST(DetailCycleGrid, BuildsJudgesAndEditsLimits) {
     EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|Go|");
     EXPECT_EQ(rowText(g, 2), "3|Duty|5|10|100|NG|");
     EXPECT_EQ(rowText(g, 3), "4|Gate|1|||NG|");  // the gate shows no limits
-    EXPECT_TRUE(t.at(0, 0).Go);
-    EXPECT_FALSE(t.at(2, 0).Go);
+    EXPECT_TRUE(t.at(0, Measure::PulseWidth).Go);
+    EXPECT_FALSE(t.at(2, Measure::PulseWidth).Go);
     EXPECT_EQ(g.cellColour(1, 5)->back, 0x00FF00u);
     EXPECT_EQ(g.cellColour(2, 5)->back, kNgBackColour);
 
     // LL down to the count: Go; UL below the count: NG.
     EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 2, 3, "5"));
     EXPECT_EQ(rowText(g, 2), "3|Duty|5|5|100|Go|");
-    EXPECT_TRUE(t.at(2, 0).Go);
+    EXPECT_TRUE(t.at(2, Measure::PulseWidth).Go);
     EXPECT_EQ(g.cellColour(2, 5)->back, chs[2].backColour);
     EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, 4, "49"));
     EXPECT_EQ(rowText(g, 1), "1|Period|50|10|49|NG|");
-    EXPECT_EQ(t.at(0, 0).UL, 49);
+    EXPECT_EQ(t.at(0, Measure::PulseWidth).UL, 49);
     // Not a limit column, the gate row, the header.
     EXPECT_FALSE(EditDetailCycleLimit(g, rows, chs, t, 1, 2, "7"));
     EXPECT_FALSE(EditDetailCycleLimit(g, rows, chs, t, 3, 3, "0"));

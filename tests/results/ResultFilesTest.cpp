@@ -42,8 +42,8 @@ protected:
 TEST_F(ResultFilesTest, HeaderOnceThenOneLinePerRunColumnsAligned) {
     const std::string file = path("ResultData.csv");
     ChannelResultTable t;
-    t.at(1, 2) = {.Min = 0.5, .Max = 1.25, .Mean = 0.0123, .Sigma = 1e-7, .Counts = 42};
-    t.at(1, 0).Counts = 999;  // only kind 2 is written
+    t.at(1, Measure::OfType) = {.Min = 0.5, .Max = 1.25, .Mean = 0.0123, .Sigma = 1e-7, .Counts = 42};
+    t.at(1, Measure::PulseWidth).Counts = 999;  // only OfType is written
 
     EXPECT_TRUE(SaveTestResults(file, "S1", types_, t).ok());
     EXPECT_TRUE(SaveTestResults(file, "S2", {"x", "x", "x", "x"}, t).ok());  // no second header
@@ -69,7 +69,7 @@ TEST_F(ResultFilesTest, HeaderOnceThenOneLinePerRunColumnsAligned) {
 
 TEST_F(ResultFilesTest, SampleNameWithCommaShiftsColumns) {
     ChannelResultTable t;
-    t.at(0, 2).Counts = 5;
+    t.at(0, Measure::OfType).Counts = 5;
     ASSERT_TRUE(SaveTestResults(path("r.csv"), "A,B1", types_, t).ok());
     const auto d = SplitFields(lines(path("r.csv"))[2]);
     EXPECT_EQ(d[0] + "|" + d[1] + "|" + d[6], "A|B1|5");
@@ -79,7 +79,7 @@ TEST_F(ResultFilesTest, SampleNameWithCommaShiftsColumns) {
 // is writable again the next save starts a clean file.
 TEST_F(ResultFilesTest, UnwritablePlacesFail) {
     ChannelResultTable t;
-    t.at(0, 2).Counts = 7;
+    t.at(0, Measure::OfType).Counts = 7;
     struct Case {
         const char* name;
         std::function<bool(const std::string& file)> prepare;  // false: cannot be set up here

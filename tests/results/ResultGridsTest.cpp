@@ -35,7 +35,7 @@ TEST(DispResult, UnitPairsByType) {
         Grid g;
         SetupResultGrid1(g);
         ChannelResultTable t;
-        t.at(0, 2) = result(0.5, 0.5, 0.25, 0.25, 3);
+        t.at(0, Measure::OfType) = result(0.5, 0.5, 0.25, 0.25, 3);
         Disp_Result(g, 10, {channel(type), channel(0, "", true), channel(0, "", true), channel(0, "", true)}, t);
         EXPECT_EQ(rowText(g, 2, 3, 6), expected[type]) << type;
     }
@@ -50,9 +50,9 @@ TEST(DispResult, RowsPerChannelGateAndChannelsWithoutResults) {
     chs[2].channelState = "OFF";
     chs[3].note = "gate levels closer than 1/3 div";
     ChannelResultTable t;
-    t.at(0, 2) = result(0.001, 0.0123, 1, 2e-7, 812);
-    t.at(0, 0) = result(9, 9, 9, 9, 9);  // only kind 2 is shown
-    t.at(2, 2) = result(50, 50, 50, 0, 4);
+    t.at(0, Measure::OfType) = result(0.001, 0.0123, 1, 2e-7, 812);
+    t.at(0, Measure::PulseWidth) = result(9, 9, 9, 9, 9);  // only OfType is shown
+    t.at(2, Measure::OfType) = result(50, 50, 50, 0, 4);
     for (int c = 3; c <= 14; ++c) g.text(4, c) = g.text(6, c) = g.text(8, c) = "stale";
 
     EXPECT_EQ(Disp_Result(g, 100000, chs, t), "Wave Length=100000");
@@ -70,8 +70,8 @@ TEST(CopyResultToLog, AppendsOneRowPerPassAndGrows) {
     ASSERT_EQ(log.rows(), 6);
     ChannelDisplays chs{channel(kTypePeriod, "A"), channel(kTypeFreq, "B"), channel(0, "", true), channel(0, "", true)};
     ChannelResultTable t;
-    t.at(0, 2) = result(0.0123, 0.0125, 0.0124, 1e-5, 7);
-    t.at(1, 2) = result(10200, 10300, 10250, 5, 9);
+    t.at(0, Measure::OfType) = result(0.0123, 0.0125, 0.0124, 1e-5, 7);
+    t.at(1, Measure::OfType) = result(10200, 10300, 10250, 5, 9);
     Disp_Result(res, 10, chs, t);
 
     for (int p = 1; p <= 10; ++p) CopyResultToLog(p, res, log, chs);

@@ -11,12 +11,12 @@ namespace {
 ChannelResultTable pass(double base, bool ch2Valid) {
     ChannelResultTable t;
     auto set = [&t](int ch, double min, double max, double mean, bool valid) {
-        ChannelResult& r = t.at(ch, 2);
+        ChannelResult& r = t.at(ch, Measure::OfType);
         r.Min = min;
         r.Max = max;
         r.Mean = mean;
         r.Valid = valid;
-        t.at(ch, 0).Min = -1;  // the raw row: never what the trend shows
+        t.at(ch, Measure::PulseWidth).Min = -1;  // another kind: never what the trend shows
     };
     set(0, base, base + 2, base + 1, true);
     set(1, 10 * base, 10 * base + 1, 10 * base + 0.5, ch2Valid);

@@ -32,6 +32,34 @@ TEST(FormatSiValue, PrefixBoundariesAndCutting) {
     for (const auto& [x, text] : cases) EXPECT_EQ(FormatSiValue(x), text) << x;
 }
 
+TEST(SiText, PrefixAndSignificantDigits) {
+    const struct {
+        double value;
+        const char* unit;
+        int digits;
+        const char* text;
+    } cases[] = {
+        {0.00125, "s", 3, "1.25 ms"},
+        {5e-4, "s", 3, "500 us"},
+        {2, "V", 3, "2 V"},
+        {0, "s", 3, "0 s"},
+        {999.7, "Hz", 3, "1 kHz"},  // rounded before the prefix is chosen
+        {1e-9, "s", 3, "1 ns"},
+        {-0.02, "V", 3, "-20 mV"},
+        {12.5e-6, "s", 3, "12.5 us"},
+        {0.1, "s", 3, "100 ms"},
+        {1.5e-13, "s", 3, "0.15 ps"},  // below the smallest prefix
+        {2.5e6, "Hz", 3, "2.5 MHz"},
+        {52.5, "%", 3, "52.5 %"},  // no prefix for a share
+        {999.6e-9, "s", 4, "999.6 ns"},
+        {999.96e-9, "s", 4, "1 us"},
+        {0.5e-15, "s", 4, "0.0005 ps"},
+        {4.55e-13, "s", 3, "0.455 ps"},
+        {-7.479e-23, "s", 4, "-7.479e-11 ps"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(SiText(c.value, c.unit, c.digits), c.text) << c.value;
+}
+
 TEST(GetValUnit, SplitsUnitAndPrefix) {
     const std::array<const char*, 3> cases[] = {
         {"5.1 V", "5.1", "V"},

@@ -1,4 +1,4 @@
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 
 #include <QBuffer>
 #include <QComboBox>
@@ -14,14 +14,11 @@
 #include <functional>
 #include <utility>
 
-#include "analysis/Jitter.h"
 #include "app/RunState.h"
-#include "common/Numeric.h"
 #include "common/TextFile.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
 #include "gui/GuardedApplication.h"
-#include "results/ResultGrids.h"
 
 namespace mervasto {
 
@@ -39,7 +36,7 @@ Outcome savePng(const QImage& image, const std::string& fileName) {
 
 }  // namespace
 
-class HistogramWindow::Canvas : public QWidget {
+class PlotWindow::Canvas : public QWidget {
 public:
     Canvas(QWidget* parent, const char* name, std::function<void(QPainter&, const QRect&)> paint,
            std::function<void(double)> click = {})
@@ -63,8 +60,8 @@ private:
     std::function<void(double)> click_;
 };
 
-HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
-    setObjectName("HistogramForm");
+PlotWindow::PlotWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::Window), state_(state) {
+    setObjectName("PlotForm");
     setWindowTitle("Histogram / Trend");
     auto* layout = new QVBoxLayout(this);
     auto* bar = new QHBoxLayout;
@@ -104,8 +101,10 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     layout->addLayout(bar);
     histogramCanvas_ = new Canvas(
         this, "HistogramCanvas",
-        [this](QPainter& p, const QRect& r) { PaintHistogram(p, r, histogram_, style("histogram"), selection_.bin()); },
-        [this](double x) { clickBar(HistogramBarAt(histogramCanvas_->rect(), histogram_, true, x)); });
+        [this](QPainter& p, const QRect& r) {
+            PaintHistogram(p, r, plots_.histogram, style("histogram"), selection_.bin());
+        },
+        [this](double x) { clickBar(HistogramBarAt(histogramCanvas_->rect(), plots_.histogram, true, x)); });
     histogramCanvas_->setToolTip("Click a bar to see its cycles in the wave windows, one per click");
     trendCanvas_ = new Canvas(this, "TrendCanvas", [this](QPainter& p, const QRect& r) { paintTrend(p, r); });
     seriesCanvas_ = new Canvas(this, "SeriesCanvas", [this](QPainter& p, const QRect& r) {
@@ -145,74 +144,52 @@ HistogramWindow::HistogramWindow(RunState& state, QWidget* parent) : QWidget(par
     resize(900, 820);
 }
 
-int HistogramWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
+int PlotWindow::channel() const { return std::max(channel_->currentIndex(), 0); }
 
-std::string HistogramWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
+std::string PlotWindow::trendXUnit() const { return trendAxis_->currentIndex() == 1 ? "s" : ""; }
 
-HistogramWindow::TrendData HistogramWindow::trend() const {
+PlotWindow::TrendData PlotWindow::trend() const {
     switch (trendOf_->currentIndex()) {
-    case 1: return {&tieTimes_, &tieValues_, "s", "time interval error"};
-    case 2: return {&stepTimes_, &stepValues_, "", "encoder position"};
-    default: return {&times_, &values_, unit_, "trend"};
+    case 1: return {&plots_.tie, "s", "time interval error"};
+    case 2: return {&plots_.encoder, "", "encoder position"};
+    default: return {&plots_.cycles, plots_.unit, "trend"};
     }
 }
 
-void HistogramWindow::paintTrend(QPainter& p, const QRect& r) const {
+void PlotWindow::paintTrend(QPainter& p, const QRect& r) const {
     const TrendData t = trend();
     PlotStyle st = style(t.what);
     st.unit = t.unit;
-    PaintTrend(p, r, trendXUnit().empty() ? numbers_ : *t.times, *t.values, trendXUnit(), st);
+    PaintTrend(p, r, trendXUnit().empty() ? plots_.numbers : t.series->times, t.series->values, trendXUnit(), st);
 }
 
-PlotStyle HistogramWindow::style(const char* what) const {
+PlotStyle PlotWindow::style(const char* what) const {
     const int ch = channel();
     const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
     PlotStyle st;
     st.title = ChannelPlotTitle(ch, s, what);
-    st.unit = unit_;
+    st.unit = plots_.unit;
     st.colour = static_cast<uint32_t>(s.BackColor);
     return st;
 }
 
-void HistogramWindow::refresh() {
-    const int ch = channel();
-    const auto& s = state_.settings().channels[static_cast<size_t>(ch)];
-    const int32_t type = s.ChInputSignal;
-    const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
-    const double sampleSec = state_.record().SampleSec;
-    const bool measured = type >= 0 && type != kGateIndex;
-    unit_ = measured ? DetailUnit(type) : "";
-    values_ = measured ? CycleValues(type, cycles, sampleSec, Val(s.VRate)) : std::vector<double>();
-    times_ = CycleTimes(cycles, sampleSec);
-    // On the wave windows' time axis: from the trigger, or the imported file's own times.
-    const double start = RecordStartTime(state_.setup());
-    for (double& t : times_) t += start;
-    times_.resize(values_.size());
-    TieTrend tie;
-    (void)MeasureJitter(type, cycles, sampleSec, &tie);
-    tieTimes_ = SampleTimes(tie.at, sampleSec, start);
-    tieValues_ = std::move(tie.error);
-    const EncoderResult& encoder = state_.results().encoder;
-    stepTimes_ = SampleTimes(encoder.stepAt, sampleSec, start);
-    stepValues_ = encoder.stepPosition;
-    // One count for all three trends: each is drawn against as many as it has values.
-    numbers_ = CycleNumbers(std::max({values_.size(), tieValues_.size(), stepValues_.size()}));
-    histogram_ = MakeHistogram(values_, bins_->value(), ValueQuantum(unit_, cycles, sampleSec));
+void PlotWindow::refresh() {
+    plots_ = RunChannelPlots(state_, channel(), bins_->value());
     selection_.clear();
-    const auto bars = static_cast<int>(histogram_.counts.size());
-    binNote_->setText(values_.empty()     ? QStringLiteral("no cycles")
-                      : histogram_.chosen ? QStringLiteral("%1 bins, chosen from the data").arg(bars)
-                                          : QStringLiteral("%1 bins").arg(bars));
+    const auto bars = static_cast<int>(plots_.histogram.counts.size());
+    binNote_->setText(plots_.cycles.values.empty() ? QStringLiteral("no cycles")
+                      : plots_.histogram.chosen    ? QStringLiteral("%1 bins, chosen from the data").arg(bars)
+                                                   : QStringLiteral("%1 bins").arg(bars));
     histogramCanvas_->update();
     trendCanvas_->update();
     seriesCanvas_->update();
 }
 
-void HistogramWindow::clickBar(int32_t bin) {
+void PlotWindow::clickBar(int32_t bin) {
     const int ch = channel();
-    const int32_t cycle =
-        bin < 0 ? -1
-                : selection_.click(histogram_, values_, state_.results().cycles.channel[static_cast<size_t>(ch)], bin);
+    const int32_t cycle = bin < 0 ? -1
+                                  : selection_.click(plots_.histogram, plots_.cycles.values,
+                                                     state_.results().cycles.channel[static_cast<size_t>(ch)], bin);
     if (cycle < 0) {
         binNote_->setText(bin < 0 ? binNote_->text() : QStringLiteral("no cycle in that bar to show"));
         histogramCanvas_->update();
@@ -227,43 +204,43 @@ void HistogramWindow::clickBar(int32_t bin) {
     emit cycleChosen(ch, cycle);
 }
 
-QImage HistogramWindow::histogramPicture(const QSize& size) const {
+QImage PlotWindow::histogramPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
-    PaintHistogram(p, image.rect(), histogram_, style("histogram"));
+    PaintHistogram(p, image.rect(), plots_.histogram, style("histogram"));
     return image;
 }
 
-QImage HistogramWindow::trendPicture(const QSize& size) const {
+QImage PlotWindow::trendPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
     paintTrend(p, image.rect());
     return image;
 }
 
-QImage HistogramWindow::seriesPicture(const QSize& size) const {
+QImage PlotWindow::seriesPicture(const QSize& size) const {
     QImage image(size, QImage::Format_RGB32);
     QPainter p(&image);
     PaintSeriesTrend(p, image.rect(), series_.channel(channel()), style("per pass"));
     return image;
 }
 
-Outcome HistogramWindow::savePlots(std::vector<std::string>& names) {
+Outcome PlotWindow::savePlots(std::vector<std::string>& names) {
     const std::string channelPart = "_Ch" + std::to_string(channel() + 1);
     auto name = [&](const char* suffix) {
         return CaptureFileName(state_.dataFolder(), state_.sampleName(), state_.captureCounter(), channelPart + suffix);
     };
     names = {name("_Histogram.png"), name("_Histogram.csv"), name("_Trend.png"), name("_Trend.csv")};
     Outcome o = savePng(histogramPicture(kSavedPictureSize), names[0]);
-    if (o) o = WriteFileReplacing(names[1], HistogramCsv(histogram_, unit_));
+    if (o) o = WriteFileReplacing(names[1], HistogramCsv(plots_.histogram, plots_.unit));
     if (o) o = savePng(trendPicture(kSavedPictureSize), names[2]);
     const TrendData t = trend();
-    if (o) o = WriteFileReplacing(names[3], TrendCsv(*t.values, *t.times, t.unit));
+    if (o) o = WriteFileReplacing(names[3], TrendCsv(t.series->values, t.series->times, t.unit));
     if (o && series_.passes() > 0) {
         names.push_back(name("_Series.png"));
         names.push_back(name("_Series.csv"));
         o = savePng(seriesPicture(kSavedPictureSize), names[4]);
-        if (o) o = WriteFileReplacing(names[5], SeriesTrendCsv(series_.channel(channel()), unit_));
+        if (o) o = WriteFileReplacing(names[5], SeriesTrendCsv(series_.channel(channel()), plots_.unit));
     }
     if (!o) return o;
     // Like the window pictures: the next save never overwrites this one.

@@ -7,6 +7,7 @@
 
 #include "common/Event.h"
 #include "common/Outcome.h"
+#include "display/ChannelPlots.h"
 #include "display/PlotPainter.h"
 #include "results/CycleSeries.h"
 #include "results/SeriesTrend.h"
@@ -20,18 +21,20 @@ namespace mervasto {
 
 class RunState;
 
-// "Histogram / Trend": the spread of one channel's per-cycle values (the
-// quantity its type names), the same values against cycle number or time,
-// and over a repeat series each pass's Min, Max and Mean against its number.
-class HistogramWindow : public QWidget {
+// The plots of one channel, titled "Histogram / Trend": the spread of its
+// per-cycle values (the quantity its type names); those values, the time
+// interval error of its edges or the encoder's position against cycle number
+// or time; and over a repeat series each pass's Min, Max and Mean against its
+// number.
+class PlotWindow : public QWidget {
     Q_OBJECT
 public:
-    HistogramWindow(RunState& state, QWidget* parent = nullptr);
+    PlotWindow(RunState& state, QWidget* parent = nullptr);
 
     // The record, the results or the channel settings changed.
     void refresh();
 
-    const Histogram& histogram() const { return histogram_; }
+    const Histogram& histogram() const { return plots_.histogram; }
     const BinSelection& selection() const { return selection_; }
     // A click on bar `bin` of the histogram (as the mouse does it).
     void clickBar(int32_t bin);
@@ -58,8 +61,7 @@ private:
     // What the trend shows: the channel's values, the time interval error of
     // its edges, or the encoder's position.
     struct TrendData {
-        const std::vector<double>* times;
-        const std::vector<double>* values;
+        const PlotSeries* series;
         std::string unit;
         const char* what;
     };
@@ -77,15 +79,7 @@ private:
     Canvas* trendCanvas_;
     Canvas* seriesCanvas_;
 
-    std::string unit_;
-    std::vector<double> values_;
-    std::vector<double> times_;
-    std::vector<double> numbers_;  // 1, 2, ... for the trends against cycle number
-    // Time interval error of each rising edge, and the encoder's position
-    // after each step: their times and values.
-    std::vector<double> tieTimes_, tieValues_;
-    std::vector<double> stepTimes_, stepValues_;
-    Histogram histogram_;
+    ChannelPlots plots_;
     BinSelection selection_;
     // Filled on every pass whether shown or not; drawn only when shown.
     SeriesTrend series_;

@@ -13,8 +13,9 @@
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
-#include "gui/HistogramWindow.h"
+#include "gui/PlotWindow.h"
 #include "gui/WaveWindow.h"
+#include "results/SiFormat.h"
 #include "sim/DsoSimulator.h"
 #include "support/SeriesFaults.h"
 #include "support/ExampleFiles.h"
@@ -29,17 +30,17 @@ using namespace mervasto;
 namespace {
 
 // duty-sweep.csv: Ch1 measures pulse widths ("P.W."), Ch2 periods.
-class HistogramWindowTest : public ::testing::Test {
+class PlotWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = mervasto::test::FreshTestFolder("mervasto-histogram-");
+        dir_ = mervasto::test::FreshTestFolder("mervasto-plots-");
         state.FormLoad((dir_ / "data").string());
         const std::string file = test::WriteExample(dir_, "duty-sweep");
         state.settings().channels[0].ChInputSignal = 4;
         state.settings().channels[1].ChInputSignal = 1;
         ui.files = {file};
         ASSERT_TRUE(state.InputFromFile_Click(ui));
-        window = std::make_unique<HistogramWindow>(state);
+        window = std::make_unique<PlotWindow>(state);
         window->show();
         window->refresh();
     }
@@ -47,10 +48,10 @@ protected:
     std::filesystem::path dir_;
     RunState state;
     ScriptedUi ui;
-    std::unique_ptr<HistogramWindow> window;
+    std::unique_ptr<PlotWindow> window;
 };
 
-TEST_F(HistogramWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
+TEST_F(PlotWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
     const auto& cycles = state.results().cycles.channel[0];
     const Histogram& h = window->histogram();
     EXPECT_EQ(h.total, static_cast<int32_t>(cycles.size()));
@@ -78,7 +79,7 @@ TEST_F(HistogramWindowTest, BarsHoldEveryCycleAndTheWidestPulseIsInTheLastBar) {
     EXPECT_LE(steady.counts.size(), 3u);
 }
 
-TEST_F(HistogramWindowTest, SavesBothPlotsAndTheirDataIntoTheOutputFolder) {
+TEST_F(PlotWindowTest, SavesBothPlotsAndTheirDataIntoTheOutputFolder) {
     std::vector<std::string> names;
     ASSERT_TRUE(window->savePlots(names).ok());
     ASSERT_EQ(names.size(), 4u);
@@ -109,11 +110,11 @@ TEST_F(HistogramWindowTest, SavesBothPlotsAndTheirDataIntoTheOutputFolder) {
     EXPECT_NE(failed.text().find("Histogram.png"), std::string::npos) << failed.text();
 }
 
-TEST_F(HistogramWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWindow) {
+TEST_F(PlotWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWindow) {
     WaveWindow wave(state, WaveWindow::Mode::All);
     wave.show();
     wave.refresh();
-    QObject::connect(window.get(), &HistogramWindow::cycleChosen, &wave, &WaveWindow::showCycle);
+    QObject::connect(window.get(), &PlotWindow::cycleChosen, &wave, &WaveWindow::showCycle);
 
     // Fine bars, so that the widest bar holds a few pulses.
     window->findChild<QSpinBox*>("HistogramBins")->setValue(20);
@@ -153,7 +154,7 @@ TEST_F(HistogramWindowTest, ClicksOnTheWidestBarStepThroughItsPulsesInTheWaveWin
 
 // A repeat series against the simulator: the per-pass view gains a point per
 // pass, starts afresh with the next run, and is saved beside the others.
-TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
+TEST_F(PlotWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto& a = state.settings().analysis;
@@ -175,7 +176,7 @@ TEST_F(HistogramWindowTest, ASeriesDrawsEachPassMinMaxAndMean) {
         EXPECT_LE(points[i].mean, points[i].max);
     }
     // The same pass, as the result grid shows it.
-    EXPECT_EQ(points.back().max, state.results().table.at(0, 2).Max);
+    EXPECT_EQ(points.back().max, state.results().table.at(0, Measure::OfType).Max);
 
     // The channel's colour is in the picture: the bars are drawn.
     const QImage im = window->seriesPicture(QSize(600, 300));
