@@ -19,6 +19,10 @@ std::string MaxPeriodsNote(int32_t limit) {
     return std::string(kNoteMaxPeriodsHead) + std::to_string(limit) + kNoteMaxPeriodsTail;
 }
 
+std::string SchmittNote(int32_t passed) {
+    return kNoteSchmittHead + std::to_string(passed) + (passed == 1 ? " level crossing" : " level crossings");
+}
+
 namespace {
 
 // The settings that say whether and where samples are rejected.
@@ -51,6 +55,11 @@ struct Run {
         const float vdiv = in.VoltsPerDiv[static_cast<size_t>(ch)];
         return vdiv > 0 && std::isfinite(vdiv) && in.volts[static_cast<size_t>(ch)].size() >= static_cast<size_t>(n) &&
                in.raw[static_cast<size_t>(ch)].size() >= static_cast<size_t>(n);
+    }
+
+    void addNote(int ch, const std::string& text) {
+        std::string& note = res.note[static_cast<size_t>(ch)];
+        note += (note.empty() ? "" : "; ") + text;
     }
 
     void clearChannel(int ch) {
@@ -89,7 +98,8 @@ struct Run {
 
         if (!par.MemoryInput && lv.ok && vdiv / 3.0f > std::fabs(lv.HighLevel - lv.LowLevel)) {
             clearChannel(ch);
-            res.note[c] = kNoteLevelsClose;
+            addNote(ch, kNoteLevelsClose);
+            res.leftOut[c] = true;
             return;
         }
 
@@ -103,12 +113,15 @@ struct Run {
         s.SampleSec = in.SampleSec;
         s.VRate = cp.VRate;
         s.edgeTiming = par.edgeTiming;
+        s.edgeRule = par.edgeRule;
         bool more = false;
+        int32_t passed = 0;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
-                                res.table, res.cycles.channel[c], lane.smoothed, &more);
+                                res.table, res.cycles.channel[c], lane.smoothed, &more, &passed);
         res.cycleLimitReached[c] = more;
         res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
-        if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
+        if (par.edgeRule == EdgeRule::Auto && passed > 0) addNote(ch, SchmittNote(passed));
+        if (more) addNote(ch, MaxPeriodsNote(CycleLimit(par.MaxCycles)));
     }
 
     // After the channels: A, B and Z take the levels their channels found.
@@ -134,7 +147,7 @@ struct Run {
                 out.note = EncoderNote(l, kEncoderGateChannel);
                 return;
             }
-            if (res.note[static_cast<size_t>(ch)] == kNoteLevelsClose) {
+            if (res.leftOut[static_cast<size_t>(ch)]) {
                 out.note = EncoderNote(l, kEncoderLevelsClose);
                 return;
             }
@@ -168,6 +181,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     if (ws.lanes.empty()) ws.lanes.resize(1);
     for (auto& note : results.note) note.clear();
     results.cycleLimitReached.fill(false);
+    results.leftOut.fill(false);
 
     ChannelResult& w = results.table.at(3, 0);
     w.GateStart = 0;

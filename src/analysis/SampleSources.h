@@ -382,6 +382,37 @@ struct BandWalk {
             prev = j;
         } while (!(std::fabs(w - p) >= h) && j < bound);
     }
+
+    // The same quiet stretch, but the sample that ends it is looked at next
+    // (j is left one short of it) with the one before it as the previous
+    // sample, so a crossing it makes is seen.
+    void settleThenLook(float w) {
+        float last = w;
+        int32_t lastAt = j;
+        for (;;) {
+            ++j;
+            const float x = sample(j);
+            if (std::fabs(w - x) >= h || j >= bound) break;
+            last = x;
+            lastAt = j;
+        }
+        p = last;
+        prev = lastAt;
+        --j;
+    }
+
+    // After settle(w) at sample j < segEnd: 1 when that sample crossed the
+    // level and skipping it hides the crossing. It lies beyond the band on
+    // the other side from w, or inside the band at or past the level with
+    // the next sample beyond it; either way no edge would be recorded.
+    int32_t passedOver(float w, int32_t segEnd) {
+        if (j >= segEnd) return 0;
+        const bool up = w > level;
+        auto beyond = [&](float x) { return up ? x <= lowT : x >= highT; };
+        if (beyond(p)) return 1;
+        const bool past = up ? p <= level : p >= level;
+        return past && j + 1 < segEnd && beyond(src.at(j + 1)) ? 1 : 0;
+    }
 };
 
 // Where the signal crosses `level` between window samples from and to

@@ -139,6 +139,9 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
     p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.edgeRule = a.EdgeRule == kEdgeRuleSchmitt ? EdgeRule::Schmitt
+                 : a.EdgeRule == kEdgeRuleAuto  ? EdgeRule::Auto
+                                                : EdgeRule::Legacy;
     p.encoder = EncoderParamsOf(a);
     p.edgeTiming = a.EdgeTiming == kEdgeInterpolated ? EdgeTiming::Interpolated : EdgeTiming::Samples;
     return p;
@@ -167,7 +170,10 @@ void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
     // Ch3 and Ch4 of a file whose model gives no channel count: say why they are empty.
     if (InputSource == kInputTypeFile && !lastFileLoad_.channelCountNote.empty())
         for (size_t ch = 2; ch < kChannels; ++ch)
-            if (results_.note[ch].empty()) results_.note[ch] = lastFileLoad_.channelCountNote;
+            if (results_.note[ch].empty()) {
+                results_.note[ch] = lastFileLoad_.channelCountNote;
+                results_.leftOut[ch] = true;
+            }
     if (lastOutcome.rejectRangeDropped) settings_.RejectRangeSet = false;
     if (ui)
         for (const auto& m : lastOutcome.messages) ui->messageBox(m.text, MsgButtons::Ok, m.title);

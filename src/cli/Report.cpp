@@ -44,9 +44,8 @@ void printGrid(std::ostream& out, const Grid& grid) {
 bool analysedChannel(const RunState& state, int ch) {
     const auto& c = state.settings().channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
-    // A channel cut at "Max Periods" has a note and results.
-    return (state.results().note[static_cast<size_t>(ch)].empty() ||
-            state.results().cycleLimitReached[static_cast<size_t>(ch)]) &&
+    // A note alone does not leave a channel out ("Max Periods", "Edge rule").
+    return !state.results().leftOut[static_cast<size_t>(ch)] &&
            static_cast<int32_t>(state.record().raw[static_cast<size_t>(ch)].size()) >= state.record().WaveLength &&
            state.record().WaveLength > 0;
 }

@@ -107,6 +107,14 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     levelLabel->setBuddy(LevelMethod_);
     g->addWidget(levelLabel, 6, 0);
     g->addWidget(LevelMethod_, 6, 1);
+    auto* ruleLabel = new QLabel("Edge Rule", settingsBox);
+    auto* edgeRule = new QComboBox(settingsBox);
+    edgeRule->setObjectName("EdgeRule");
+    edgeRule->addItems({"Legacy", "Schmitt", "Auto"});
+    edgeRule->setToolTip("Auto: the Legacy edges unless that rule passes over a level crossing, then Schmitt");
+    ruleLabel->setBuddy(edgeRule);
+    g->addWidget(ruleLabel, 6, 2);
+    g->addWidget(edgeRule, 6, 3);
     auto* edgeLabel = new QLabel("Edge Timing", settingsBox);
     EdgeTiming_ = new QComboBox(settingsBox);
     EdgeTiming_->setObjectName("EdgeTiming");

@@ -132,11 +132,12 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
         float offset;
         int16_t highCode;
         bool channelAnalysed, gateAccepted;
+        const char* note;
     };
     const Case cases[] = {
-        {"exactly a third", -100000.0f, 2730, true, false},
-        {"just below", 0.0f, 2730, false, false},
-        {"just above", 0.0f, 2731, true, true},
+        {"exactly a third", -100000.0f, 2730, true, false, ""},
+        {"just below", 0.0f, 2730, false, false, kNoteLevelsClose},
+        {"just above", 0.0f, 2731, true, true, ""},
     };
     for (const auto& c : cases) {
         const int32_t n = 400;
@@ -146,7 +147,8 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
         AnalysisResults res;
         const AnalysisOutcome out = RunAnalysis(r.in, params({0, 3}, true), res);
         EXPECT_EQ(res.table.at(0, 2).Counts > 0, c.channelAnalysed) << c.name;
-        EXPECT_EQ(res.note[0], c.channelAnalysed ? "" : kNoteLevelsClose) << c.name;
+        EXPECT_EQ(res.note[0], c.note) << c.name;
+        EXPECT_EQ(res.leftOut[0], !c.channelAnalysed) << c.name;
         EXPECT_EQ(res.note[3], c.gateAccepted ? "" : kNoteGateLevelsClose) << c.name;
         EXPECT_EQ(res.table.at(3, 0).GateStart, c.gateAccepted ? 99 : 0) << c.name;
         EXPECT_EQ(res.table.at(3, 0).GateEnd, c.gateAccepted ? 300 : n - 1) << c.name;
@@ -344,6 +346,45 @@ TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
         for (int kind = 0; kind < kKinds; ++kind)
             EXPECT_EQ(one.table.at(ch, kind).Sigma, many.table.at(ch, kind).Sigma);
     }
+}
+
+// A 0 / 3.3 V square of 200 samples per period whose every rise has one
+// sample at the middle: the legacy rule passes over every fall and finds
+// half the periods, twice as long, with any level method and edge timing.
+TEST(RunAnalysis, EdgeRuleFindsEveryPeriodWhereLegacyPassesOverTheFalls) {
+    Record r(10000, 1.0f, -1.65f);
+    for (size_t i = 0; i < r.volts[0].size(); ++i) {
+        const size_t t = i % 200;
+        r.volts[0][i] = t < 100 ? 0.0f : t == 100 ? 1.65f : 3.3f;
+    }
+    struct Case {
+        EdgeRule rule;
+        int32_t cycles;
+        double period;
+        const char* note;
+    };
+    const Case cases[] = {
+        {EdgeRule::Legacy, 24, 400e-6, ""},
+        {EdgeRule::Schmitt, 49, 200e-6, ""},
+        {EdgeRule::Auto, 49, 200e-6, "Edge rule Schmitt: the legacy rule passed over 49 level crossings"},
+    };
+    for (LevelMethod method : {LevelMethod::Peaks, LevelMethod::Halves})
+        for (EdgeTiming timing : {EdgeTiming::Samples, EdgeTiming::Interpolated})
+            for (const auto& c : cases) {
+                AnalysisParams p = params({0});
+                p.levelMethod = method;
+                p.edgeTiming = timing;
+                p.edgeRule = c.rule;
+                AnalysisResults res;
+                RunAnalysis(r.input(), p, res);
+                const auto what = ::testing::Message()
+                                  << static_cast<int>(method) << static_cast<int>(timing) << static_cast<int>(c.rule);
+                EXPECT_EQ(res.table.at(0, 3).Counts, c.cycles) << what;
+                EXPECT_NEAR(res.table.at(0, 3).Mean, c.period, 1e-9) << what;
+                EXPECT_EQ(res.note[0], c.note) << what;
+                EXPECT_FALSE(res.leftOut[0]) << what;
+            }
+    EXPECT_EQ(SchmittNote(1), "Edge rule Schmitt: the legacy rule passed over 1 level crossing");
 }
 
 }  // namespace

@@ -164,10 +164,16 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     EXPECT_TRUE(ng);
 }
 
-// The Edge Timing list beside the level method sets the setting; the Jitter
-// tab shows each shown channel's jitter after an analysis.
+// The Edge Timing and Edge Rule lists beside the level method set their
+// settings; the Jitter tab shows each shown channel's jitter after an
+// analysis.
 TEST_F(MainFormTest, EdgeTimingListAndJitterTab) {
     auto form = open();
+    auto* rule = find<QComboBox>(*form, "EdgeRule");
+    ASSERT_EQ(rule->count(), 3);
+    EXPECT_EQ(rule->currentText(), "Auto");
+    rule->setCurrentText("Schmitt");
+    EXPECT_EQ(form->state().settings().analysis.EdgeRule, "Schmitt");
     auto* timing = find<QComboBox>(*form, "EdgeTiming");
     ASSERT_EQ(timing->count(), 2);
     EXPECT_EQ(timing->currentText(), "Samples");

@@ -25,6 +25,9 @@ inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
 inline constexpr std::string_view kEdgeSamples = "Samples";
 inline constexpr std::string_view kEdgeInterpolated = "Interpolated";
+inline constexpr std::string_view kEdgeRuleLegacy = "Legacy";
+inline constexpr std::string_view kEdgeRuleSchmitt = "Schmitt";
+inline constexpr std::string_view kEdgeRuleAuto = "Auto";
 
 inline constexpr std::array<std::string_view, 4> kEncoderChannels = {"1", "2", "3", "4"};
 inline constexpr std::array<std::string_view, 5> kEncoderIndexChannels = {"0", "1", "2", "3", "4"};
@@ -68,6 +71,9 @@ struct AnalysisSettings {
     // Edges on whole samples ("Samples") or where the signal crosses the
     // level between two ("Interpolated").
     std::string EdgeTiming = std::string(kEdgeSamples);
+    // What the edge scan does after a walk through the band: "Legacy",
+    // "Schmitt", or "Auto" (Legacy's results unless it passed a crossing over).
+    std::string EdgeRule = std::string(kEdgeRuleAuto);
 };
 
 struct ChannelSettings {

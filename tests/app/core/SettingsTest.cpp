@@ -63,6 +63,9 @@ TEST(SettingsTest, SetSettingByName) {
         {"MinStateWidth", "x", false},
         {"EdgeTiming", "Interpolated", true},
         {"EdgeTiming", "Linear", false},
+        {"EdgeRule", "Schmitt", true},
+        {"EdgeRule", "Legacy", true},
+        {"EdgeRule", "legacy", false},
     };
     for (const auto& c : cases) {
         Settings s;
