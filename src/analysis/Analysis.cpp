@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdio>
 #include <exception>
 #include <thread>
 
@@ -17,6 +18,13 @@ std::string SignalCheckText(int ch) {
 
 std::string MaxPeriodsNote(int32_t limit) {
     return std::string(kNoteMaxPeriodsHead) + std::to_string(limit) + kNoteMaxPeriodsTail;
+}
+
+std::string LevelsCloseNote(float low, float high, float voltsPerDiv) {
+    char text[96];
+    std::snprintf(text, sizeof text, "levels %.4g V and %.4g V span %.4g", static_cast<double>(low),
+                  static_cast<double>(high), std::fabs(static_cast<double>(high) - low) / voltsPerDiv);
+    return text + std::string(kNoteLevelsCloseTail);
 }
 
 std::string SchmittNote(int32_t passed) {
@@ -95,10 +103,11 @@ struct Run {
         r0.LowLevel = lv.LowLevel;
         r0.Level = lv.Level;
         if (!lv.ok && withMessages) channelMessages[c].push_back({kSignalCheckTitle, SignalCheckText(ch)});
+        if (*lv.note) addNote(ch, lv.note);
 
         if (!par.MemoryInput && lv.ok && vdiv / 3.0f > std::fabs(lv.HighLevel - lv.LowLevel)) {
             clearChannel(ch);
-            addNote(ch, kNoteLevelsClose);
+            addNote(ch, LevelsCloseNote(lv.LowLevel, lv.HighLevel, vdiv));
             res.leftOut[c] = true;
             return;
         }
@@ -147,11 +156,13 @@ struct Run {
                 out.note = EncoderNote(l, kEncoderGateChannel);
                 return;
             }
+            const ChannelResult& r0 = res.table.at(ch, 0);
             if (res.leftOut[static_cast<size_t>(ch)]) {
-                out.note = EncoderNote(l, kEncoderLevelsClose);
+                const std::string why =
+                    " " + LevelsCloseNote(r0.LowLevel, r0.HighLevel, in.VoltsPerDiv[static_cast<size_t>(ch)]);
+                out.note = EncoderNote(l, why.c_str());
                 return;
             }
-            const ChannelResult& r0 = res.table.at(ch, 0);
             line[l] = {in.volts[static_cast<size_t>(ch)].first(static_cast<size_t>(n)), r0.Level, r0.HighLevel};
         }
         if (w.AnaEnd < w.AnaStart || n <= 0) {

@@ -23,8 +23,9 @@ inline constexpr const char* kSignalCheckTitle = "Signal Check";
 inline constexpr const char* kSignalCheckTextHead = "Overflowed or Underflowed or Smaller Ch";
 inline constexpr const char* kSignalCheckTextTail = " Signal. Check Signal !";
 inline constexpr const char* kCompletedAnalysis = "Completed Analysis.";
-// Why a channel has no results although it is switched on.
-inline constexpr const char* kNoteLevelsClose = "levels closer than 1/3 div";
+// Why a channel has no results although it is switched on: the measured
+// levels and how far apart they are (LevelsCloseNote), or the gate's.
+inline constexpr const char* kNoteLevelsCloseTail = " div (less than 1/3 div)";
 inline constexpr const char* kNoteGateLevelsClose = "gate levels closer than 1/3 div";
 // Auto took the Schmitt rule's results: kNoteSchmittHead + N + " level
 // crossing(s)".
@@ -97,8 +98,8 @@ struct AnalysisWorkspace {
 struct AnalysisResults {
     ChannelResultTable table;
     CycleTable cycles;  // cycles[ch].size() == Counts
-    // Why a channel has no results, or what it should be read with (edges by
-    // another rule, the scan stopped at the cycle limit), joined
+    // Why a channel has no results, or what it should be read with (levels
+    // or edges by another rule, the scan stopped at the cycle limit), joined
     // by "; "; empty otherwise.
     std::array<std::string, kAnaChannels> note;
     // Switched on and recorded but not analysed (its note says why).
@@ -126,6 +127,9 @@ std::string SignalCheckText(int ch);
 
 // "stopped at Max Periods (<limit>); the record holds more cycles"
 std::string MaxPeriodsNote(int32_t limit);
+
+// "levels 1.65 V and 1.66 V span 0.01 div (less than 1/3 div)"
+std::string LevelsCloseNote(float low, float high, float voltsPerDiv);
 
 // "Edge rule Schmitt: the legacy rule passed over 3 level crossings"
 std::string SchmittNote(int32_t passed);

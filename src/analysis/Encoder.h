@@ -15,7 +15,6 @@ namespace mervasto {
 inline constexpr const char* kEncoderSameChannel = "A, B and Z must be different channels";
 inline constexpr const char* kEncoderGateChannel = " is the gate";  // "A is the gate"
 inline constexpr const char* kEncoderChannelOff = " is off";        // "B is off"
-inline constexpr const char* kEncoderLevelsClose = " levels closer than 1/3 div";
 inline constexpr const char* kEncoderNoWindow = "no analysis window";
 
 struct EncoderParams {

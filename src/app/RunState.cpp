@@ -138,7 +138,9 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.rejectEnd = settings_.RejectEnd;
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
-    p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves
+                    : a.LevelMethod == kLevelAuto ? LevelMethod::Auto
+                                                  : LevelMethod::Peaks;
     p.edgeRule = a.EdgeRule == kEdgeRuleSchmitt ? EdgeRule::Schmitt
                  : a.EdgeRule == kEdgeRuleAuto  ? EdgeRule::Auto
                                                 : EdgeRule::Legacy;

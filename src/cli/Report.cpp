@@ -44,7 +44,7 @@ void printGrid(std::ostream& out, const Grid& grid) {
 bool analysedChannel(const RunState& state, int ch) {
     const auto& c = state.settings().channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
-    // A note alone does not leave a channel out ("Max Periods", "Edge rule").
+    // A note alone does not leave a channel out ("Max Periods", "levels by Halves").
     return !state.results().leftOut[static_cast<size_t>(ch)] &&
            static_cast<int32_t>(state.record().raw[static_cast<size_t>(ch)].size()) >= state.record().WaveLength &&
            state.record().WaveLength > 0;

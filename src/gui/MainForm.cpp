@@ -103,7 +103,8 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     auto* levelLabel = new QLabel("Level Method", settingsBox);
     LevelMethod_ = new QComboBox(settingsBox);
     LevelMethod_->setObjectName("LevelMethod");
-    LevelMethod_->addItems({"Peaks", "Halves"});
+    LevelMethod_->addItems({"Peaks", "Halves", "Auto"});
+    LevelMethod_->setToolTip("Auto: the Peaks levels unless the Halves levels fit the samples far better");
     levelLabel->setBuddy(LevelMethod_);
     g->addWidget(levelLabel, 6, 0);
     g->addWidget(LevelMethod_, 6, 1);

@@ -127,6 +127,7 @@ TEST(RunAnalysis, GateOpeningAtAnOddSampleKeepsTheEdges) {
 // Levels a third of a division apart: with a large offset the float levels
 // are exactly a third apart; without, just below or just above.
 TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
+    // Left out, the note names the levels measured and what they span.
     struct Case {
         const char* name;
         float offset;
@@ -136,7 +137,7 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
     };
     const Case cases[] = {
         {"exactly a third", -100000.0f, 2730, true, false, ""},
-        {"just below", 0.0f, 2730, false, false, kNoteLevelsClose},
+        {"just below", 0.0f, 2730, false, false, "levels 0 V and 0.9998 V span 0.3333 div (less than 1/3 div)"},
         {"just above", 0.0f, 2731, true, true, ""},
     };
     for (const auto& c : cases) {
@@ -262,7 +263,7 @@ TEST(RunAnalysis, FlatSignalAndMissingChannel) {
     p.levelMethod = LevelMethod::Halves;
     RunAnalysis(r.input(), p, res);
     EXPECT_FLOAT_EQ(res.table.at(0, 0).LowLevel, 1.0f);
-    EXPECT_EQ(res.note[0], kNoteLevelsClose);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(1.0f, 1.0f, 1.0f));
     p.MemoryInput = true;  // from memory the check is skipped
     RunAnalysis(r.input(), p, res);
     EXPECT_EQ(res.note[0], "");
@@ -310,14 +311,16 @@ TEST(RunAnalysis, EightBitNoiseNeedsHalves) {
     p.SmoothingNo = 3;
     AnalysisResults res;
     RunAnalysis(r.in, p, res);
-    EXPECT_EQ(res.note[0], kNoteLevelsClose);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(res.table.at(0, 0).LowLevel, res.table.at(0, 0).HighLevel, vdiv));
     EXPECT_EQ(res.table.at(0, 2).Counts, 0);
     EXPECT_NEAR(res.table.at(0, 0).HighLevel - res.table.at(0, 0).LowLevel, vdiv / 32, 1e-6);
 
-    p.levelMethod = LevelMethod::Halves;
-    RunAnalysis(r.in, p, res);
-    EXPECT_EQ(res.note[0], "");
-    EXPECT_NEAR(res.table.at(0, 0).HighLevel - res.table.at(0, 0).LowLevel, 3.3, 0.05);
+    for (LevelMethod m : {LevelMethod::Halves, LevelMethod::Auto}) {
+        p.levelMethod = m;
+        RunAnalysis(r.in, p, res);
+        EXPECT_EQ(res.note[0], m == LevelMethod::Auto ? kNoteHalvesOneCluster : "");
+        EXPECT_NEAR(res.table.at(0, 0).HighLevel - res.table.at(0, 0).LowLevel, 3.3, 0.05);
+    }
     EXPECT_EQ(res.table.at(0, 2).Counts, n / 400 - 2);  // starts high
     EXPECT_NEAR(res.table.at(0, 2).Mean, 400e-6, 1e-9);
     EXPECT_NEAR(res.table.at(0, 1).Mean, 60, 0.5);
@@ -348,6 +351,35 @@ TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
     }
 }
 
+// A 0 to 3.3 V pulse train (20 % high) imported with 5 mV of noise: every
+// code of the low level's noise is more frequent than any of the high
+// level's, so Peaks finds both levels in the low one and the channel is left
+// out, with the levels it measured; Auto takes Halves' levels and says so.
+TEST(RunAnalysis, AutoLevelsOnANoisyImport) {
+    const int32_t n = 50000;
+    Record r(n, 0.5f, -1.65f);
+    std::mt19937 rng(7);
+    std::normal_distribution<float> noise(0.0f, 0.005f);
+    for (int32_t i = 0; i < n; ++i) r.volts[0][static_cast<size_t>(i)] = (i % 500 < 100 ? 3.3f : 0.0f) + noise(rng);
+    AnalysisParams p = params({0});
+    AnalysisResults res;
+    RunAnalysis(r.input(), p, res);
+    const ChannelResult& lv = res.table.at(0, 0);
+    EXPECT_TRUE(res.leftOut[0]);
+    EXPECT_LT(lv.HighLevel - lv.LowLevel, 0.05);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(lv.LowLevel, lv.HighLevel, 0.5f));
+    EXPECT_EQ(res.note[0].rfind("levels ", 0), 0u) << res.note[0];
+
+    p.levelMethod = LevelMethod::Auto;
+    RunAnalysis(r.input(), p, res);
+    EXPECT_FALSE(res.leftOut[0]);
+    EXPECT_EQ(res.note[0], kNoteHalvesOneCluster);
+    EXPECT_NEAR(lv.HighLevel, 3.3, 0.02);
+    EXPECT_NEAR(lv.LowLevel, 0, 0.02);
+    EXPECT_EQ(res.table.at(0, 3).Counts, n / 500 - 2);  // starts high
+    EXPECT_NEAR(res.table.at(0, 1).Mean, 20, 0.5);
+}
+
 // A 0 / 3.3 V square of 200 samples per period whose every rise has one
 // sample at the middle: the legacy rule passes over every fall and finds
 // half the periods, twice as long, with any level method and edge timing.
@@ -368,7 +400,7 @@ TEST(RunAnalysis, EdgeRuleFindsEveryPeriodWhereLegacyPassesOverTheFalls) {
         {EdgeRule::Schmitt, 49, 200e-6, ""},
         {EdgeRule::Auto, 49, 200e-6, "Edge rule Schmitt: the legacy rule passed over 49 level crossings"},
     };
-    for (LevelMethod method : {LevelMethod::Peaks, LevelMethod::Halves})
+    for (LevelMethod method : {LevelMethod::Peaks, LevelMethod::Halves, LevelMethod::Auto})
         for (EdgeTiming timing : {EdgeTiming::Samples, EdgeTiming::Interpolated})
             for (const auto& c : cases) {
                 AnalysisParams p = params({0});

@@ -326,7 +326,7 @@ TEST(Encoder, RunAnalysisReasonsAndWindow) {
         {0, 1, 1, false, false, kEncoderSameChannel, 0},
         {0, 1, 3, true, false, "Z is the gate", 0},
         {0, 1, -1, false, true, "A is off", 0},
-        {0, 2, -1, false, false, "B levels closer than 1/3 div", 0},
+        {0, 2, -1, false, false, "B levels 0 V and 0.2 V span 0.2 div (less than 1/3 div)", 0},
     };
     for (const auto& c : cases) {
         AnalysisParams par;

@@ -165,11 +165,13 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
 }
 
 // The Edge Timing and Edge Rule lists beside the level method set their
-// settings; the Jitter tab shows each shown channel's jitter after an
-// analysis.
+// settings ("Auto" by default where there is one); the Jitter tab shows each
+// shown channel's jitter after an analysis.
 TEST_F(MainFormTest, EdgeTimingListAndJitterTab) {
     auto form = open();
+    auto* level = find<QComboBox>(*form, "LevelMethod");
     auto* rule = find<QComboBox>(*form, "EdgeRule");
+    EXPECT_EQ(level->currentText(), "Auto");
     ASSERT_EQ(rule->count(), 3);
     EXPECT_EQ(rule->currentText(), "Auto");
     rule->setCurrentText("Schmitt");

@@ -23,6 +23,7 @@ inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
 
 inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
+inline constexpr std::string_view kLevelAuto = "Auto";
 inline constexpr std::string_view kEdgeSamples = "Samples";
 inline constexpr std::string_view kEdgeInterpolated = "Interpolated";
 inline constexpr std::string_view kEdgeRuleLegacy = "Legacy";
@@ -51,9 +52,10 @@ struct AnalysisSettings {
     bool WDSaveCheck = false;
     bool DaqCheck = false;
     bool OmitRangeEffect = false;
-    // How the two signal levels are found: "Peaks" (histogram peaks) or
-    // "Halves".
-    std::string LevelMethod = std::string(kLevelPeaks);
+    // How the two signal levels are found: "Peaks" (histogram peaks),
+    // "Halves", or "Auto" (Peaks unless Halves fits the samples far better).
+    // A resume file without the line takes Auto; one with it keeps its word.
+    std::string LevelMethod = std::string(kLevelAuto);
     // Seconds an exchange with the instrument may take before the link gives
     // up on it.
     std::string TimeoutSeconds = "10";

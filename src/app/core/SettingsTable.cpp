@@ -17,7 +17,7 @@ using C = ChannelSettings;
 using S = Settings;
 using W = WindowPositions;
 
-constexpr std::array<std::string_view, 2> kLevelMethods = {kLevelPeaks, kLevelHalves};
+constexpr std::array<std::string_view, 3> kLevelMethods = {kLevelPeaks, kLevelHalves, kLevelAuto};
 constexpr std::array<std::string_view, 2> kEdgeTimings = {kEdgeSamples, kEdgeInterpolated};
 constexpr std::array<std::string_view, 3> kEdgeRules = {kEdgeRuleLegacy, kEdgeRuleSchmitt, kEdgeRuleAuto};
 

@@ -159,7 +159,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
     EXPECT_EQ(ls[44], "トリガチェック, 0 ");
     EXPECT_EQ(ls[45], "センタレベル,50");
-    EXPECT_EQ(ls[46], "LevelMethod,Peaks");
+    EXPECT_EQ(ls[46], "LevelMethod,Auto");
     EXPECT_EQ(ls[47], "PPCheck1,0");
     EXPECT_EQ(ls[55], "TimeoutSeconds,10");
     EXPECT_EQ(ls[56], "Stacked,0");
@@ -243,7 +243,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);
     EXPECT_EQ(old.analysis.PLevel, "40");
-    EXPECT_EQ(old.analysis.LevelMethod, "Peaks");
+    EXPECT_EQ(old.analysis.LevelMethod, "Auto");
 }
 
 // A comment line of 1 MiB is a setting like any other; a longer line, or a
@@ -304,9 +304,9 @@ TEST_F(ResumeFileTest, OptionalLinesByLabel) {
         {{"TimeoutSeconds,4", "PPCheck3,1", "LevelMethod,Halves"}, "Halves", "4", true, 0},
         {{"NewerThanThisProgram,7", "LevelMethod,Halves"}, "Halves", "10", false, 0},
         {{"レベル検出方式,Halves"}, "Halves", "10", false, 0},  // the label of earlier builds
-        {{"LevelMethod,Valleys", "TimeoutSeconds,3", "PPCheck3,2"}, "Peaks", "3", false, 2},
+        {{"LevelMethod,Valleys", "TimeoutSeconds,3", "PPCheck3,2"}, "Auto", "3", false, 2},
         {{"TimeoutSeconds,-1", "LevelMethod,Halves", "no comma here", ""}, "Halves", "10", false, 1},
-        {{}, "Peaks", "10", false, 0},
+        {{}, "Auto", "10", false, 0},
     };
     for (const auto& c : cases) {
         std::vector<std::string> file = legacy;
