@@ -230,8 +230,15 @@ bool RunState::SaveResults(UiPort& ui) {
     const auto types = typeTexts();
     const std::string sample = sampleName();
     bool encoderSaved = true;
-    if (settings_.analysis.Encoder)
+    if (settings_.analysis.Encoder) {
+        const std::string notice = EncoderFirstColumnsNotice(encoderFileName());
+        if (std::find(notices_.begin(), notices_.end(), notice) == notices_.end() &&
+            EncoderFileHasFirstColumns(encoderFileName())) {
+            notices_.push_back(notice);
+            ui.setStatus(2, notice);
+        }
         encoderSaved = encoderLines_.append(ui, encoderFileName(), types, EncoderDataLine(sample, results_.encoder));
+    }
     const bool saved = resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table));
     const bool jitterSaved = jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter));
     return saved && jitterSaved && encoderSaved;

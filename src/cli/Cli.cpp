@@ -184,6 +184,12 @@ void echoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 // Prepares the run state: data folder, settings, overrides.
 // Result lines the results file could not take are tried once more, then
 // printed, so that none is lost. False when some could not be written.
+// What the run said once in the status bar that a command line would not
+// show otherwise.
+void reportNotices(const RunState& state, std::ostream& err) {
+    for (const auto& notice : state.notices()) err << "mervasto-cli: " << notice << '\n';
+}
+
 bool reportUnsaved(RunState& state, std::ostream& err) {
     ScriptedUi quiet;
     if (state.SaveUnsavedResults(quiet)) return true;
@@ -354,6 +360,7 @@ int commandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
         if (o.format != "json") err << ui.status[1] << '\n';
     }
     report.finish();
+    reportNotices(state, err);
     if (!reportUnsaved(state, err)) return kExitFileError;
     if (status == kExitOk && anyNg) status = kExitNg;
     return status;
@@ -494,6 +501,7 @@ int commandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     stopWatch.stop();
     std::signal(SIGINT, previous);
     report.finish();
+    if (!ui.echo) reportNotices(state, err);
     const bool saved = reportUnsaved(state, err);
     const bool plotted = !o.plots || passes == 0 || writePlots(state, o, state.sampleName(), err, &series);
     err << "mervasto-cli acquire: " << passes << " pass(es), " << std::max(state.logGrid().nextRow - kLogHeaderRows, 0)

@@ -71,15 +71,17 @@ void printEncoderCsv(std::ostream& out, const std::string& file, std::optional<i
                      const EncoderResult& r) {
     const std::string head = file + ',' + (passNumber ? std::to_string(*passNumber) : "") + ",encoder,";
     const char* analysed = r.analysed ? "true" : "false";
-    for (const auto& row : EncoderStatisticRows()) {
-        const EncoderStatistic& s = r.*(row.member);
-        out << head << row.key << ',' << analysed << ',' << ExactText(s.Min) << ',' << ExactText(s.Max) << ','
+    auto statistic = [&](const char* key, const EncoderStatistic& s) {
+        out << head << key << ',' << analysed << ',' << ExactText(s.Min) << ',' << ExactText(s.Max) << ','
             << ExactText(s.Mean) << ',' << ExactText(s.Sigma) << ',' << s.Counts << ",," << r.note << '\n';
-    }
+    };
+    statistic("phase", r.phase);
+    for (const auto& row : EncoderStatisticRows()) statistic(row.key, r.*(row.member));
     const std::pair<const char*, int64_t> totals[] = {{"position", r.position},
                                                       {"reversals", r.reversals},
                                                       {"droppedBounces", r.droppedBounces},
-                                                      {"indexCount", r.indexCount}};
+                                                      {"indexCount", r.indexCount},
+                                                      {"illegal", r.illegal}};
     for (const auto& [key, v] : totals) out << head << key << ',' << analysed << ",,,,," << v << ",," << r.note << '\n';
 }
 
@@ -98,8 +100,11 @@ void writeEncoderJson(JsonWriter& j, const EncoderResult& r) {
     j.key("reversals").value(r.reversals);
     j.key("droppedBounces").value(r.droppedBounces);
     j.key("indexCount").value(r.indexCount);
+    j.key("illegal").value(r.illegal);
     j.key("revolutions").value(r.revolutions);
     j.key("speed").value(r.speed);
+    j.key("phase");  // over all A cycles, turning either way
+    writeEncoderStatistic(j, r.phase);
     for (const auto& row : EncoderStatisticRows()) {
         j.key(row.key);
         writeEncoderStatistic(j, r.*(row.member));

@@ -565,9 +565,9 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     form->findChild<QAction*>("InputFromFileAction")->trigger();
     ASSERT_TRUE(form->state().results().encoder.analysed) << form->state().results().encoder.note;
     EXPECT_EQ(cell(grid, 0, 1), "Min");
-    EXPECT_EQ(cell(grid, 8, 0), "Position");
-    EXPECT_EQ(cell(grid, 8, 1).toStdString(), std::to_string(form->state().results().encoder.position));
-    EXPECT_FALSE(cell(grid, 2, 1).isEmpty());  // state widths
+    EXPECT_EQ(cell(grid, 9, 0), "Position");
+    EXPECT_EQ(cell(grid, 9, 1).toStdString(), std::to_string(form->state().results().encoder.position));
+    EXPECT_FALSE(cell(grid, 3, 1).isEmpty());  // state widths
 
     find<QComboBox>(*form, "EncoderZ")->setCurrentText("3");
     form->findChild<QAction*>("InputFromFileAction")->trigger();
