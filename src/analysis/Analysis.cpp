@@ -128,7 +128,12 @@ struct Run {
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
                                 res.table, res.cycles.channel[c], lane.smoothed, &more, &passed);
         res.cycleLimitReached[c] = more;
-        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
+        JitterResult& jitter = res.jitter[c];
+        jitter = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec);
+        // Whole-sample edges alone move a period by up to one sample either
+        // way, so successive periods differ by -1, 0 or 1 sample.
+        jitter.withinOneSample = par.edgeTiming == EdgeTiming::Samples && jitter.Valid &&
+                                 jitter.Sigma <= static_cast<double>(in.SampleSec) * (1 + 1e-9);
         if (par.edgeRule == EdgeRule::Auto && passed > 0) addNote(ch, SchmittNote(passed));
         if (more) addNote(ch, MaxPeriodsNote(CycleLimit(par.MaxCycles)));
     }

@@ -280,6 +280,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.key("c2cCounts").value(jr.Counts);
             j.key("tieRms").value(jr.TieRms).key("tiePeakToPeak").value(jr.TiePeakToPeak);
             j.key("tieCounts").value(jr.TieCounts).key("runs").value(jr.Runs);
+            j.key("note").value(jr.withinOneSample ? kJitterWholeSampleHint : "");
             j.endObject();
             if (cycles_) {
                 j.key("cycles").beginArray();

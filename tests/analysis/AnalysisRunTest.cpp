@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "analysis/Analysis.h"
+#include "sim/ClockWave.h"
 
 namespace mervasto {
 namespace {
@@ -378,6 +379,37 @@ TEST(RunAnalysis, AutoLevelsOnANoisyImport) {
     EXPECT_NEAR(lv.LowLevel, 0, 0.02);
     EXPECT_EQ(res.table.at(0, 3).Counts, n / 500 - 2);  // starts high
     EXPECT_NEAR(res.table.at(0, 1).Mean, 20, 0.5);
+}
+
+// Whole-sample edges round each period to a whole sample, so successive
+// periods of a clean clock differ by up to one sample: the hint points to
+// interpolated edges there, not where the jitter is larger or already
+// measured between samples.
+TEST(RunAnalysis, JitterWithinOneSampleHintsAtInterpolatedEdges) {
+    struct Case {
+        double jitter;  // samples
+        EdgeTiming timing;
+        bool hint;
+    };
+    const Case cases[] = {
+        {0, EdgeTiming::Samples, true},
+        {0, EdgeTiming::Interpolated, false},
+        {2, EdgeTiming::Samples, false},
+    };
+    for (const auto& c : cases) {
+        ClockWaveParams cp;
+        cp.high = 3.3f;
+        cp.jitter = c.jitter;
+        Record r(20000, 1.0f, -1.65f);
+        r.volts[0] = MakeClockWave(cp, 20000).samples;
+        AnalysisParams p = params({0});
+        p.edgeTiming = c.timing;
+        AnalysisResults res;
+        RunAnalysis(r.input(), p, res);
+        const JitterResult& j = res.jitter[0];
+        ASSERT_TRUE(j.Valid) << c.jitter;
+        EXPECT_EQ(j.withinOneSample, c.hint) << c.jitter << " " << static_cast<int>(c.timing) << " " << j.Sigma;
+    }
 }
 
 // A 0 / 3.3 V square of 200 samples per period whose every rise has one
