@@ -38,10 +38,11 @@ constexpr int32_t kCrossingReach = 16384;
 // the interpolated crossings; without it the scan is the whole-sample one,
 // untouched. schmitt: the Schmitt edge rule, otherwise the legacy one, which
 // counts in `passed` the crossings it passes over and the walks through the
-// band that the window ends.
+// band that the window ends; with onlyCount, once it has passed one over
+// its cycles are not measured any more (Auto will scan again).
 template <bool Interp, class Src>
 int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                        std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed) {
+                        std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed, bool onlyCount) {
     const int32_t limit = CycleLimit(s.MaxCycles);
     ReserveCycles(cycles, limit);
     cycles.clear();
@@ -96,7 +97,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
             if (fine[2] <= fine[0]) fine[2] = fine[0] + 1;
             const int32_t e0 = edge[0], e1 = edge[1], e2 = edge[2];
             const double period = e2 - e0;
-            const SpanMeasure m = src.measure(e0, std::min(e2, n - 1));
+            const SpanMeasure m = onlyCount && passed > 0 ? SpanMeasure{0, 0, 0} : src.measure(e0, std::min(e2, n - 1));
             CycleRecord& c = cycles[static_cast<size_t>(cycle)];
             double timePeriod = period;
             if constexpr (Interp) {
@@ -153,8 +154,9 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
                     const int32_t e = walk.bandEdge(start, j);
                     double f = e;
                     if constexpr (Interp)
-                        f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j,
-                                                  level, e);
+                        if (!(onlyCount && passed > 0))
+                            f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j,
+                                                      level, e);
                     if (recordEdge(e, f)) {
                         stopped = true;
                         break;
@@ -201,10 +203,11 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
 
 template <class Src>
 int32_t scanCyclesRule(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                       std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed) {
+                       std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed,
+                       bool onlyCount = false) {
     if (s.edgeTiming == EdgeTiming::Interpolated)
-        return scanCyclesTimed<true>(src, n, start, s, levels, cycles, more, schmitt, passed);
-    return scanCyclesTimed<false>(src, n, start, s, levels, cycles, more, schmitt, passed);
+        return scanCyclesTimed<true>(src, n, start, s, levels, cycles, more, schmitt, passed, onlyCount);
+    return scanCyclesTimed<false>(src, n, start, s, levels, cycles, more, schmitt, passed, onlyCount);
 }
 
 // Auto scans again only a channel on which the legacy rule passed something
@@ -214,8 +217,9 @@ int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, co
                    std::vector<CycleRecord>& cycles, bool& more, int32_t& passed) {
     passed = 0;
     if (s.edgeRule == EdgeRule::Schmitt) return scanCyclesRule(src, n, start, s, levels, cycles, more, true, passed);
-    const int32_t found = scanCyclesRule(src, n, start, s, levels, cycles, more, false, passed);
-    if (s.edgeRule != EdgeRule::Auto || passed == 0) return found;
+    const bool automatic = s.edgeRule == EdgeRule::Auto;
+    const int32_t found = scanCyclesRule(src, n, start, s, levels, cycles, more, false, passed, automatic);
+    if (!automatic || passed == 0) return found;
     src.restart(0);
     int32_t again = 0;
     return scanCyclesRule(src, n, start, s, levels, cycles, more, true, again);
