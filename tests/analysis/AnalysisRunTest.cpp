@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "analysis/Analysis.h"
@@ -386,29 +387,20 @@ TEST(RunAnalysis, AutoLevelsOnANoisyImport) {
 // interpolated edges there, not where the jitter is larger or already
 // measured between samples.
 TEST(RunAnalysis, JitterWithinOneSampleHintsAtInterpolatedEdges) {
-    struct Case {
-        double jitter;  // samples
-        EdgeTiming timing;
-        bool hint;
-    };
-    const Case cases[] = {
-        {0, EdgeTiming::Samples, true},
-        {0, EdgeTiming::Interpolated, false},
-        {2, EdgeTiming::Samples, false},
-    };
-    for (const auto& c : cases) {
+    const std::tuple<double, EdgeTiming, bool> cases[] = {
+        {0, EdgeTiming::Samples, true}, {0, EdgeTiming::Interpolated, false}, {2, EdgeTiming::Samples, false}};
+    for (const auto& [jitter, timing, hint] : cases) {
         ClockWaveParams cp;
         cp.high = 3.3f;
-        cp.jitter = c.jitter;
+        cp.jitter = jitter;  // samples
         Record r(20000, 1.0f, -1.65f);
         r.volts[0] = MakeClockWave(cp, 20000).samples;
         AnalysisParams p = params({0});
-        p.edgeTiming = c.timing;
+        p.edgeTiming = timing;
         AnalysisResults res;
         RunAnalysis(r.input(), p, res);
-        const JitterResult& j = res.jitter[0];
-        ASSERT_TRUE(j.Valid) << c.jitter;
-        EXPECT_EQ(j.withinOneSample, c.hint) << c.jitter << " " << static_cast<int>(c.timing) << " " << j.Sigma;
+        EXPECT_TRUE(res.jitter[0].Valid);
+        EXPECT_EQ(res.jitter[0].withinOneSample, hint) << jitter << " " << static_cast<int>(timing);
     }
 }
 

@@ -118,10 +118,11 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     ASSERT_TRUE(state.InputFromFile_Click(ui));
     auto lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0].rfind("Sample Name,Phase(deg),", 0), 0u);
+    EXPECT_EQ(lines[0], EncoderHeaderLine1() + "\r");
     EXPECT_EQ(lines[2].rfind("Sample2,", 0), 0u);
     EXPECT_EQ(lines[3].rfind("Sample3,", 0), 0u);
-    EXPECT_EQ(fileLines(state.resultFileName()).size(), 5u);  // ResultData.csv as ever
+    EXPECT_EQ(std::count(lines[3].begin(), lines[3].end(), ','), 40);  // every column
+    EXPECT_EQ(fileLines(state.resultFileName()).size(), 5u);           // ResultData.csv as ever
 
     state.setSaveResultLine(false);
     ASSERT_TRUE(state.InputFromFile_Click(ui));
@@ -137,8 +138,8 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     EXPECT_EQ(lines[4].rfind("Sample5,0,0,0,0,0,", 0), 0u) << lines[4];
 }
 
-// A file begun with the first layout keeps its columns: the new statistics
-// are left out of it, and the run says so once.
+// A file begun with the first layout keeps its columns, header and lines:
+// the new statistics are left out of it, and the run says so once.
 TEST(EncoderRun, AnOlderEncoderFileKeepsItsColumnsAndIsToldOnce) {
     const auto dir = mervasto::test::FreshTestFolder("mervasto-encold-");
     RunState state;
@@ -158,7 +159,8 @@ TEST(EncoderRun, AnOlderEncoderFileKeepsItsColumnsAndIsToldOnce) {
     EXPECT_EQ(state.notices(), std::vector<std::string>{notice});
     const auto lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 4u);
-    for (const auto& l : lines) EXPECT_EQ(std::count(l.begin(), l.end(), ','), kEncoderFirstFields - 1) << l;
+    EXPECT_EQ(lines[0], FirstEncoderColumns(EncoderHeaderLine1()) + "\r");
+    EXPECT_EQ(lines[3], FirstEncoderColumns(EncoderDataLine("Sample2", state.results().encoder)) + "\r");
 }
 
 }  // namespace

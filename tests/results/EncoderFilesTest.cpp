@@ -55,41 +55,6 @@ TEST(EncoderFiles, HeaderAndDataColumnsLineUp) {
               "Position,Reversals,Dropped Bounces,Index Count");
 }
 
-// The header is written once: a file that began with the first layout keeps
-// its columns, a new one gets them all.
-TEST(EncoderFiles, AFileKeepsTheColumnsItBeganWith) {
-    const auto dir = test::FreshTestFolder("mervasto-enccols-");
-    const std::string line = EncoderDataLine("P", sample());
-    const std::string first[] = {FirstEncoderColumns(EncoderHeaderLine1()), FirstEncoderColumns(EncoderHeaderLine2())};
-    struct Case {
-        const char* name;
-        std::vector<std::string> before;  // the file's lines before the save; none: no file
-        bool firstColumns;
-        std::string header, written;
-    };
-    const Case cases[] = {
-        {"new file", {}, false, EncoderHeaderLine1(), line},
-        {"first layout", {first[0], first[1], "O,1"}, true, first[0], FirstEncoderColumns(line)},
-        {"present layout", {EncoderHeaderLine1(), EncoderHeaderLine2()}, false, EncoderHeaderLine1(), line},
-    };
-    for (const auto& c : cases) {
-        const std::string file = (dir / (std::string(c.name) + ".csv")).string();
-        if (!c.before.empty()) {
-            std::ofstream out(file, std::ios::binary);
-            for (const auto& l : c.before) out << l << "\r\n";
-        }
-        EXPECT_EQ(EncoderFileHasFirstColumns(file), c.firstColumns) << c.name;
-        std::vector<std::string> lines = {line};
-        EXPECT_TRUE(SaveEncoderLines(file, lines).ok) << c.name;
-        std::ifstream f(file, std::ios::binary);
-        std::vector<std::string> got;
-        for (std::string l; std::getline(f, l);) got.push_back(l.substr(0, l.size() - 1));
-        ASSERT_GE(got.size(), 3u) << c.name;
-        EXPECT_EQ(got.front(), c.header) << c.name;
-        EXPECT_EQ(got.back(), c.written) << c.name;
-    }
-}
-
 TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
     const auto dir = test::FreshTestFolder("mervasto-encfile-");
     const std::string file = (dir / "EncoderData.csv").string();
