@@ -1,7 +1,9 @@
 // Whole analysis runs over long records: 4 channels x 5,000,000 samples of
 // pulses, one channel with 500,000 cycles, and an encoder pair of 2 x
 // 5,000,000 samples with and without the encoder analysis (the difference is
-// what the encoder adds).
+// what the encoder adds). The edge rules: "Auto" against "Legacy" on pulses
+// where the legacy scan passes over nothing (what Auto costs on every
+// record) and on pulses where it passes over every fall (Auto scans again).
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -84,6 +86,15 @@ struct PulseRecord {
           }) {}
 };
 
+// The same pulses with a sharp rise that leaves one sample at the middle and
+// a fall straight across: unsmoothed, the legacy scan passes over the fall.
+float midRisePulse(int32_t t, int32_t width, uint32_t& seed) {
+    seed = seed * 1664525u + 1013904223u;
+    const float noise = (static_cast<float>(seed >> 8) / 16777216.0f - 0.5f) * 0.02f;
+    const float level = t == 0 ? 2.5f : t < width ? 5.0f : 0.0f;
+    return std::nearbyint((level + noise - 2.5f) * 32.0f) / 32.0f + 2.5f;
+}
+
 AnalysisParams benchParams(int channels, LevelMethod method, int threads, EdgeTiming timing = EdgeTiming::Samples) {
     AnalysisParams p;
     p.edgeTiming = timing;
@@ -134,6 +145,29 @@ void BM_FourChannelsInterpolated(benchmark::State& state) {
                  benchParams(4, LevelMethod::Peaks, static_cast<int>(state.range(0)), EdgeTiming::Interpolated));
 }
 BENCHMARK(BM_FourChannelsInterpolated)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Arg 0: "Legacy", arg 1: "Auto", one thread: on these pulses the legacy
+// scan passes over nothing, so Auto only watches for it.
+void BM_FourChannelsEdgeRule(benchmark::State& state) {
+    AnalysisParams p = benchParams(4, LevelMethod::Peaks, 1);
+    p.edgeRule = state.range(0) != 0 ? EdgeRule::Auto : EdgeRule::Legacy;
+    runAndReport(state, fourChannels(), p);
+}
+BENCHMARK(BM_FourChannelsEdgeRule)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same on pulses whose every fall the legacy scan passes over: Auto
+// scans each channel a second time with the Schmitt rule.
+void BM_FourChannelsEdgeRulePassedOver(benchmark::State& state) {
+    static const PulseRecord rec(4, [seed = uint32_t{4321}](int ch, int32_t i) mutable {
+        const int32_t p = 500 + ch * 3;
+        return midRisePulse(i % p, p * (30 + 10 * ch) / 100, seed);
+    });
+    AnalysisParams p = benchParams(4, LevelMethod::Peaks, 1);
+    p.SmoothingNo = 1;
+    p.edgeRule = state.range(0) != 0 ? EdgeRule::Auto : EdgeRule::Legacy;
+    runAndReport(state, rec, p);
+}
+BENCHMARK(BM_FourChannelsEdgeRulePassedOver)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // 500,000 cycles of 10 samples on one channel: the cycle limit, and no
 // allocation inside the scan once the table has its size.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdio>
 #include <exception>
 #include <thread>
 
@@ -17,6 +18,17 @@ std::string SignalCheckText(int ch) {
 
 std::string MaxPeriodsNote(int32_t limit) {
     return std::string(kNoteMaxPeriodsHead) + std::to_string(limit) + kNoteMaxPeriodsTail;
+}
+
+std::string LevelsCloseNote(float low, float high, float voltsPerDiv) {
+    char text[96];
+    std::snprintf(text, sizeof text, "levels %.4g V and %.4g V span %.4g", static_cast<double>(low),
+                  static_cast<double>(high), std::fabs(static_cast<double>(high) - low) / voltsPerDiv);
+    return text + std::string(kNoteLevelsCloseTail);
+}
+
+std::string SchmittNote(int32_t passed) {
+    return kNoteSchmittHead + std::to_string(passed) + (passed == 1 ? " level crossing" : " level crossings");
 }
 
 namespace {
@@ -53,6 +65,11 @@ struct Run {
                in.raw[static_cast<size_t>(ch)].size() >= static_cast<size_t>(n);
     }
 
+    void addNote(int ch, const std::string& text) {
+        std::string& note = res.note[static_cast<size_t>(ch)];
+        note += (note.empty() ? "" : "; ") + text;
+    }
+
     void clearChannel(int ch) {
         ClearChannelResult(res.table, ch);
         res.cycles.channel[static_cast<size_t>(ch)].clear();
@@ -87,10 +104,12 @@ struct Run {
         r0.LowLevel = lv.LowLevel;
         r0.Level = lv.Level;
         if (!lv.ok && withMessages) channelMessages[c].push_back({kSignalCheckTitle, SignalCheckText(ch)});
+        if (*lv.note) addNote(ch, lv.note);
 
         if (!par.MemoryInput && lv.ok && vdiv / 3.0f > std::fabs(lv.HighLevel - lv.LowLevel)) {
             clearChannel(ch);
-            res.note[c] = kNoteLevelsClose;
+            addNote(ch, LevelsCloseNote(lv.LowLevel, lv.HighLevel, vdiv));
+            res.leftOut[c] = true;
             return;
         }
 
@@ -104,12 +123,20 @@ struct Run {
         s.SampleSec = in.SampleSec;
         s.VRate = cp.VRate;
         s.edgeTiming = par.edgeTiming;
+        s.edgeRule = par.edgeRule;
         bool more = false;
+        int32_t passed = 0;
         ExtractCyclesFromRecord(ch, in.volts[c].first(static_cast<size_t>(n)), w.AnaStart, len, par.SmoothingNo, s,
-                                res.table, res.cycles.channel[c], lane.smoothed, &more);
+                                res.table, res.cycles.channel[c], lane.smoothed, &more, &passed);
         res.cycleLimitReached[c] = more;
-        res.jitter[c] = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec, &res.tie[c]);
-        if (more) res.note[c] = MaxPeriodsNote(CycleLimit(par.MaxCycles));
+        JitterResult& jitter = res.jitter[c];
+        jitter = MeasureJitter(cp.SignalType, res.cycles.channel[c], in.SampleSec, &res.tie[c]);
+        // Whole-sample edges alone move a period by up to one sample either
+        // way, so successive periods differ by -1, 0 or 1 sample.
+        jitter.withinOneSample = par.edgeTiming == EdgeTiming::Samples && jitter.Valid &&
+                                 jitter.Sigma <= static_cast<double>(in.SampleSec) * (1 + 1e-9);
+        if (par.edgeRule == EdgeRule::Auto && passed > 0) addNote(ch, SchmittNote(passed));
+        if (more) addNote(ch, MaxPeriodsNote(CycleLimit(par.MaxCycles)));
     }
 
     // After the channels: A, B and Z take the levels their channels found.
@@ -135,11 +162,13 @@ struct Run {
                 out.note = EncoderNote(l, kEncoderGateChannel);
                 return;
             }
-            if (res.note[static_cast<size_t>(ch)] == kNoteLevelsClose) {
-                out.note = EncoderNote(l, kEncoderLevelsClose);
+            const ChannelResult& r0 = res.table.levels(ch);
+            if (res.leftOut[static_cast<size_t>(ch)]) {
+                const std::string why =
+                    " " + LevelsCloseNote(r0.LowLevel, r0.HighLevel, in.VoltsPerDiv[static_cast<size_t>(ch)]);
+                out.note = EncoderNote(l, why.c_str());
                 return;
             }
-            const ChannelResult& r0 = res.table.levels(ch);
             line[l] = {in.volts[static_cast<size_t>(ch)].first(static_cast<size_t>(n)), r0.Level, r0.HighLevel};
         }
         if (w.AnaEnd < w.AnaStart || n <= 0) {
@@ -169,6 +198,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     if (ws.lanes.empty()) ws.lanes.resize(1);
     for (auto& note : results.note) note.clear();
     results.cycleLimitReached.fill(false);
+    results.leftOut.fill(false);
 
     ChannelResult& w = results.table.window();
     w.GateStart = 0;

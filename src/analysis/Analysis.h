@@ -23,9 +23,13 @@ inline constexpr const char* kSignalCheckTitle = "Signal Check";
 inline constexpr const char* kSignalCheckTextHead = "Overflowed or Underflowed or Smaller Ch";
 inline constexpr const char* kSignalCheckTextTail = " Signal. Check Signal !";
 inline constexpr const char* kCompletedAnalysis = "Completed Analysis.";
-// Why a channel has no results although it is switched on.
-inline constexpr const char* kNoteLevelsClose = "levels closer than 1/3 div";
+// Why a channel has no results although it is switched on: the measured
+// levels and how far apart they are (LevelsCloseNote), or the gate's.
+inline constexpr const char* kNoteLevelsCloseTail = " div (less than 1/3 div)";
 inline constexpr const char* kNoteGateLevelsClose = "gate levels closer than 1/3 div";
+// Auto took the Schmitt rule's results: kNoteSchmittHead + N + " level
+// crossing(s)".
+inline constexpr const char* kNoteSchmittHead = "Edge rule Schmitt: the legacy rule passed over ";
 // A channel with results whose scan ended at the cycle limit with more cycles
 // left: kNoteMaxPeriodsHead + limit + kNoteMaxPeriodsTail. No comma, so that
 // it stands as one field in comma-separated output.
@@ -73,6 +77,7 @@ struct AnalysisParams {
     bool requireStateOn = false;
     LevelMethod levelMethod = LevelMethod::Peaks;
     EdgeTiming edgeTiming = EdgeTiming::Samples;
+    EdgeRule edgeRule = EdgeRule::Legacy;
     int threads = 0;  // 0: one per core (at most one per channel)
     EncoderParams encoder;
 };
@@ -93,9 +98,12 @@ struct AnalysisWorkspace {
 struct AnalysisResults {
     ChannelResultTable table;
     CycleTable cycles;  // cycles[ch].size() == Counts
-    // Why a channel has no results, or that its scan stopped at the cycle
-    // limit; empty otherwise.
+    // Why a channel has no results, or what it should be read with (levels
+    // or edges by another rule, the scan stopped at the cycle limit), joined
+    // by "; "; empty otherwise.
     std::array<std::string, kAnaChannels> note;
+    // Switched on and recorded but not analysed (its note says why).
+    std::array<bool, kAnaChannels> leftOut{};
     // The scan stopped at the cycle limit and the window holds more cycles
     // (the note says so; the channel has results).
     std::array<bool, kAnaChannels> cycleLimitReached{};
@@ -121,5 +129,11 @@ std::string SignalCheckText(int ch);
 
 // "stopped at Max Periods (<limit>); the record holds more cycles"
 std::string MaxPeriodsNote(int32_t limit);
+
+// "levels 1.65 V and 1.66 V span 0.01 div (less than 1/3 div)"
+std::string LevelsCloseNote(float low, float high, float voltsPerDiv);
+
+// "Edge rule Schmitt: the legacy rule passed over 3 level crossings"
+std::string SchmittNote(int32_t passed);
 
 }  // namespace mervasto

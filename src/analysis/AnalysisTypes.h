@@ -47,6 +47,13 @@ constexpr int kKinds = 7;
 constexpr std::array<Measure, kKinds> kMeasures = {
     Measure::PulseWidth, Measure::Duty, Measure::OfType, Measure::Period, Measure::Freq, Measure::Ample, Measure::Rms};
 
+// What the scan does with the sample that ends the quiet stretch after a
+// walk through the band. Legacy skips it; Schmitt looks at it like any other
+// sample and records no edge for a walk the window ends; Auto keeps Legacy's
+// results for a channel where skipping passed over no crossing and takes
+// Schmitt's otherwise (see docs/analysis.md, "Edge rule").
+enum class EdgeRule { Legacy, Schmitt, Auto };
+
 // Statistics and levels of one channel and one measured kind.
 struct ChannelResult {
     double Min = 0;

@@ -36,10 +36,13 @@ constexpr int32_t kCrossingReach = 16384;
 // after the cycle limit was reached: the scan goes on, recording nothing,
 // until it finds one or reaches the end. Interp: the time fields come from
 // the interpolated crossings; without it the scan is the whole-sample one,
-// untouched.
+// untouched. schmitt: the Schmitt edge rule, otherwise the legacy one, which
+// counts in `passed` the crossings it passes over and the walks through the
+// band that the window ends; with onlyCount, once it has passed one over
+// its cycles are not measured any more (Auto will scan again).
 template <bool Interp, class Src>
 int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                        std::vector<CycleRecord>& cycles, bool& more) {
+                        std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed, bool onlyCount) {
     const int32_t limit = CycleLimit(s.MaxCycles);
     ReserveCycles(cycles, limit);
     cycles.clear();
@@ -94,7 +97,7 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
             if (fine[2] <= fine[0]) fine[2] = fine[0] + 1;
             const int32_t e0 = edge[0], e1 = edge[1], e2 = edge[2];
             const double period = e2 - e0;
-            const SpanMeasure m = src.measure(e0, std::min(e2, n - 1));
+            const SpanMeasure m = onlyCount && passed > 0 ? SpanMeasure{0, 0, 0} : src.measure(e0, std::min(e2, n - 1));
             CycleRecord& c = cycles[static_cast<size_t>(cycle)];
             double timePeriod = period;
             if constexpr (Interp) {
@@ -146,16 +149,25 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
             if (v > walk.lowT && v < walk.highT) {
                 // Inside the band: the edge is the middle of the traversal.
                 const float w = walk.crossBand(v);
-                const int32_t e = walk.bandEdge(start, j);
-                double f = e;
-                if constexpr (Interp)
-                    f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j, level,
-                                              e);
-                if (recordEdge(e, f)) {
-                    stopped = true;
-                    break;
+                const bool finished = std::fabs(w - v) >= walk.exitDistance;
+                if (finished || !schmitt) {
+                    const int32_t e = walk.bandEdge(start, j);
+                    double f = e;
+                    if constexpr (Interp)
+                        if (!(onlyCount && passed > 0))
+                            f = samples::crossingNear(src, std::max({j - 1, lowest, walk.j - kCrossingReach}), walk.j,
+                                                      level, e);
+                    if (recordEdge(e, f)) {
+                        stopped = true;
+                        break;
+                    }
                 }
-                walk.settle(w);
+                if (schmitt) {
+                    walk.settleThenLook(w);
+                } else {
+                    walk.settle(w);
+                    passed += finished ? walk.passedOver(w, segEnd) : 1;
+                }
             } else if (v <= walk.lowT || v >= walk.highT) {
                 if ((v - level) * (walk.p - level) >= 0.0f) {
                     walk.p = v;
@@ -190,41 +202,63 @@ int32_t scanCyclesTimed(Src& src, int32_t n, int32_t start, const ScanSettings& 
 }
 
 template <class Src>
+int32_t scanCyclesRule(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
+                       std::vector<CycleRecord>& cycles, bool& more, bool schmitt, int32_t& passed,
+                       bool onlyCount = false) {
+    if (s.edgeTiming == EdgeTiming::Interpolated)
+        return scanCyclesTimed<true>(src, n, start, s, levels, cycles, more, schmitt, passed, onlyCount);
+    return scanCyclesTimed<false>(src, n, start, s, levels, cycles, more, schmitt, passed, onlyCount);
+}
+
+// Auto scans again only a channel on which the legacy rule passed something
+// over; `passed` keeps what the legacy scan counted.
+template <class Src>
 int32_t scanCycles(Src& src, int32_t n, int32_t start, const ScanSettings& s, const ChannelResult& levels,
-                   std::vector<CycleRecord>& cycles, bool& more) {
-    if (s.edgeTiming == EdgeTiming::Interpolated) return scanCyclesTimed<true>(src, n, start, s, levels, cycles, more);
-    return scanCyclesTimed<false>(src, n, start, s, levels, cycles, more);
+                   std::vector<CycleRecord>& cycles, bool& more, int32_t& passed) {
+    passed = 0;
+    if (s.edgeRule == EdgeRule::Schmitt) return scanCyclesRule(src, n, start, s, levels, cycles, more, true, passed);
+    const bool automatic = s.edgeRule == EdgeRule::Auto;
+    const int32_t found = scanCyclesRule(src, n, start, s, levels, cycles, more, false, passed, automatic);
+    if (!automatic || passed == 0) return found;
+    src.restart(0);
+    int32_t again = 0;
+    return scanCyclesRule(src, n, start, s, levels, cycles, more, true, again);
 }
 
 template <int HS>
 int32_t scanMeans(std::span<const float> record, int32_t start, int32_t count, const ScanSettings& s,
                   const ChannelResult& levels, std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
-                  bool& more) {
+                  bool& more, int32_t& passed) {
     const MeanSamples<HS> mean(record.data(), static_cast<int32_t>(record.size()), start, count);
     if (scratch.size() < RingSamples<HS>::kFloats) scratch.resize(RingSamples<HS>::kFloats);
     RingSamples<HS> src(mean, scratch.data());
-    return scanCycles(src, count, start, s, levels, cycles, more);
+    return scanCycles(src, count, start, s, levels, cycles, more, passed);
 }
 
 }  // namespace
 
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles) {
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles,
+                      int32_t* passedOver) {
     ClearChannelResult(table, ch);
     const int32_t n = static_cast<int32_t>(window.size());
     PlainSamples src(window.data(), n);
     bool more = false;
-    const int32_t count = scanCycles(src, n, start, s, table.levels(ch), cycles, more);
+    int32_t passed = 0;
+    const int32_t count = scanCycles(src, n, start, s, table.levels(ch), cycles, more, passed);
     if (moreCycles) *moreCycles = more;
+    if (passedOver) *passedOver = passed;
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     return count;
 }
 
 int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
-                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch, bool* moreCycles) {
+                                std::vector<CycleRecord>& cycles, std::vector<float>& scratch, bool* moreCycles,
+                                int32_t* passedOver) {
     ClearChannelResult(table, ch);
     bool more = false;
+    int32_t passed = 0;
     ScanSettings s = settings;
     s.halfSmooth = HalfSmooth(SmoothingNo);
     const ChannelResult& levels = table.levels(ch);
@@ -235,28 +269,29 @@ int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t s
         switch (s.halfSmooth) {
         case 0: {
             PlainSamples src(record.data() + start, count);
-            found = scanCycles(src, count, start, s, levels, cycles, more);
+            found = scanCycles(src, count, start, s, levels, cycles, more, passed);
             break;
         }
-        case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch, more); break;
-        case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch, more); break;
+        case 1: found = scanMeans<1>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 2: found = scanMeans<2>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 3: found = scanMeans<3>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 4: found = scanMeans<4>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 5: found = scanMeans<5>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 6: found = scanMeans<6>(record, start, count, s, levels, cycles, scratch, more, passed); break;
+        case 7: found = scanMeans<7>(record, start, count, s, levels, cycles, scratch, more, passed); break;
         default: {
             if (scratch.size() < static_cast<size_t>(count)) scratch.resize(static_cast<size_t>(count));
             const std::span<float> smoothed(scratch.data(), static_cast<size_t>(count));
             SmoothSamples(record, start, count, SmoothingNo, smoothed);
             PlainSamples src(smoothed.data(), count);
-            found = scanCycles(src, count, start, s, levels, cycles, more);
+            found = scanCycles(src, count, start, s, levels, cycles, more, passed);
             break;
         }
         }
     }
     SummariseCycles(ch, s.signalType, cycles, s.SampleSec, s.VRate, table);
     if (moreCycles) *moreCycles = more;
+    if (passedOver) *passedOver = passed;
     return found;
 }
 

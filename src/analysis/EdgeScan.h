@@ -25,6 +25,7 @@ struct ScanSettings {
     int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
     EdgeTiming edgeTiming = EdgeTiming::Samples;
+    EdgeRule edgeRule = EdgeRule::Legacy;
 };
 
 // Most cycles recorded per channel: MaxCycles, at least 1, at most 500000.
@@ -40,8 +41,12 @@ bool RejectRangeInForce(const ScanSettings& s, int32_t windowLength);
 // channel's statistics and summarises the cycles into rows 0..6. Returns the
 // number of cycles. *moreCycles, when given, tells whether the scan stopped at
 // the cycle limit with at least one more whole cycle left in the window.
+// *passedOver, when given, counts what the legacy rule passed over (crossings
+// and walks through the band the window ended); under Auto the results are
+// the Schmitt rule's when it is not 0.
 int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, const ScanSettings& s,
-                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles = nullptr);
+                      ChannelResultTable& table, std::vector<CycleRecord>& cycles, bool* moreCycles = nullptr,
+                      int32_t* passedOver = nullptr);
 
 // The same scan straight from the channel's record (volts) over samples
 // start .. start + count - 1, smoothed with SmoothingNo as SmoothSamples does
@@ -50,6 +55,6 @@ int32_t ExtractCycles(int ch, std::span<const float> window, int32_t start, cons
 int32_t ExtractCyclesFromRecord(int ch, std::span<const float> record, int32_t start, int32_t count,
                                 int32_t SmoothingNo, const ScanSettings& settings, ChannelResultTable& table,
                                 std::vector<CycleRecord>& cycles, std::vector<float>& scratch,
-                                bool* moreCycles = nullptr);
+                                bool* moreCycles = nullptr, int32_t* passedOver = nullptr);
 
 }  // namespace mervasto

@@ -14,6 +14,11 @@ std::string EncoderNote(int line, const char* text) {
     return std::string(kLines[std::clamp(line, 0, 2)]) + text;
 }
 
+std::string IllegalNote(int32_t illegal) {
+    return std::to_string(illegal) + (illegal == 1 ? " illegal transition" : " illegal transitions") +
+           kEncoderIllegalTail;
+}
+
 namespace {
 
 // The quadrature step an A (line 0) or B edge makes from the lines' states
@@ -85,11 +90,14 @@ void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vec
             const int32_t j = walk.j;
             const float v = x[j];
             if (v > lowT && v < highT) {
+                // A walk the window ends has not decided where the line goes.
                 const float w = walk.crossBand(v);
-                const int32_t e = walk.bandEdge(start, j);
-                record(e, w > v,
-                       interpolated ? samples::crossingNear(src, std::max(j - 1, lowest), walk.j, level, e) : e);
-                walk.settle(w);
+                if (std::fabs(w - v) >= walk.exitDistance) {
+                    const int32_t e = walk.bandEdge(start, j);
+                    record(e, w > v,
+                           interpolated ? samples::crossingNear(src, std::max(j - 1, lowest), walk.j, level, e) : e);
+                }
+                walk.settleThenLook(w);
             } else {
                 if ((v - level) * (walk.p - level) < 0.0f)
                     record(walk.jumpEdge(start, j), v > level, walk.jumpCrossing(j, v));
@@ -166,7 +174,8 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     int64_t position = 0;
     int32_t lastStep = 0;
     int32_t reversals = 0;
-    RunningStatistic phase, width, dutyA, dutyB, direction;
+    int32_t illegal = 0;
+    RunningStatistic phase, phasePlus, phaseMinus, width, dutyA, dutyB, direction;
 
     // One cycle of a line (rising edge to rising edge): whether the direction
     // stayed the same through it, and what happened inside it.
@@ -184,21 +193,48 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
         if (c.open && c.steady && step == c.step && t > c.start) {
             if (c.fall >= 0) duty.add((c.fall - c.start) * 100.0 / (t - c.start));
             if (isA) direction.add(step);
-            if (isA && c.otherRises == 1) phase.add((c.otherRise - c.start) * 360.0 / (t - c.start));
+            if (isA && c.otherRises == 1) {
+                const double degrees = (c.otherRise - c.start) * 360.0 / (t - c.start);
+                phase.add(degrees);
+                (step > 0 ? phasePlus : phaseMinus).add(degrees);
+            }
         }
         c = Cycle{true, t, step, true, -1, 0, 0};
     };
 
+    // Steps of the merged edges, kept for the index below.
+    auto& steps = ws.steps;
+    steps.assign(merged.size(), 0);
+    double lastAt = 0;
+    bool anyStep = false;
     for (size_t i = 0; i < merged.size(); ++i) {
         const EncoderEdge& e = merged[i];
+        // A and B changing on one sample: the order, and so the direction,
+        // is unknown. Both lines take their new levels, the position stays,
+        // and the cycles in progress are left out.
+        if (i + 1 < merged.size() && e.line == 0 && merged[i + 1].line == 1 && merged[i + 1].at == e.at &&
+            e.high != a && merged[i + 1].high != b) {
+            a = e.high;
+            b = merged[i + 1].high;
+            ++illegal;
+            if (anyStep) width.add((e.at - lastAt) * SampleSec);
+            cycleA.open = cycleB.open = false;
+            lastAt = e.at;
+            anyStep = true;
+            ++i;
+            continue;
+        }
         const int32_t step = quadratureStep(e, a, b);
+        steps[i] = static_cast<int8_t>(step);
         if (step == 0) continue;
         position += step;
         out.stepAt.push_back(e.at);
         out.stepPosition.push_back(static_cast<double>(position));
         if (lastStep != 0 && step != lastStep) ++reversals;
         lastStep = step;
-        if (i > 0) width.add((e.at - merged[i - 1].at) * SampleSec);
+        if (anyStep) width.add((e.at - lastAt) * SampleSec);
+        lastAt = e.at;
+        anyStep = true;
 
         for (Cycle* c : {&cycleA, &cycleB})
             if (c->open && step != c->step) c->steady = false;
@@ -232,12 +268,10 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     {
         size_t k = 0;
         int64_t pos = 0;
-        bool la = aBefore;
-        bool lb = bBefore;
         double riseAt = -1;
         for (size_t i = 0; i < zAt.size(); ++i) {
             if (zRising[i]) {
-                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) pos += quadratureStep(merged[k], la, lb);
+                for (; k < merged.size() && merged[k].at <= zAt[i]; ++k) pos += steps[k];
                 ++indexCount;
                 zPosition.add(static_cast<double>(pos));
                 riseAt = zAt[i];
@@ -251,7 +285,11 @@ void DecodeEncoder(std::span<const double> aAt, std::span<const uint8_t> aRising
     out.position = position;
     out.reversals = reversals;
     out.directionAtEnd = lastStep;
+    out.illegal = illegal;
+    if (illegal > 0) out.note = IllegalNote(illegal);
     out.phase = StatisticOf(phase);
+    out.phasePlus = StatisticOf(phasePlus);
+    out.phaseMinus = StatisticOf(phaseMinus);
     out.stateWidth = StatisticOf(width);
     out.dutyA = StatisticOf(dutyA);
     out.dutyB = StatisticOf(dutyB);

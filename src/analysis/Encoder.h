@@ -15,8 +15,9 @@ namespace mervasto {
 inline constexpr const char* kEncoderSameChannel = "A, B and Z must be different channels";
 inline constexpr const char* kEncoderGateChannel = " is the gate";  // "A is the gate"
 inline constexpr const char* kEncoderChannelOff = " is off";        // "B is off"
-inline constexpr const char* kEncoderLevelsClose = " levels closer than 1/3 div";
 inline constexpr const char* kEncoderNoWindow = "no analysis window";
+// Analysed, with A and B changing on one sample: IllegalNote.
+inline constexpr const char* kEncoderIllegalTail = ": A and B changed on the same sample";
 
 struct EncoderParams {
     bool on = false;
@@ -46,9 +47,12 @@ struct EncoderEdge {
 
 struct EncoderResult {
     bool analysed = false;
-    std::string note;  // why it was left out; empty when analysed
+    // Why it was left out; when analysed, that some changes were illegal.
+    std::string note;
 
     EncoderStatistic phase;          // degrees, B's rising edge within each A cycle
+    EncoderStatistic phasePlus;      // the same over the cycles turning forward
+    EncoderStatistic phaseMinus;     // and turning back
     EncoderStatistic stateWidth;     // seconds between successive edges of A and B
     EncoderStatistic dutyA;          // percent
     EncoderStatistic dutyB;          // percent
@@ -60,6 +64,7 @@ struct EncoderResult {
     int32_t reversals = 0;
     int32_t droppedBounces = 0;  // states shorter than the min. state width dropped, A and B
     int32_t indexCount = 0;
+    int32_t illegal = 0;         // A and B changed on the same sample: no step
     double revolutions = 0;      // position / counts per revolution (0 when unknown)
     double speed = 0;            // revolutions per second over the window (0 when unknown)
     int32_t directionAtEnd = 0;  // +1, -1, 0 when nothing moved
@@ -97,13 +102,14 @@ struct EncoderWorkspace {
     std::vector<double> edges[3];
     std::vector<uint8_t> rising[3];
     std::vector<EncoderEdge> merged;
+    std::vector<int8_t> steps;
 };
 
 // Every edge of one channel in the window with the hysteresis scan of the
-// per-channel analysis (no cycle limit): positions in `at`, the new level in
-// `rising` (1 = high). The list alternates; unlike the per-channel scan, a
-// channel that starts high is taken as high, so that its first falling edge
-// counts.
+// per-channel analysis under the Schmitt rule (no cycle limit): positions in
+// `at`, the new level in `rising` (1 = high). The list alternates; unlike
+// the per-channel scan, a channel that starts high is taken as high, so that
+// its first falling edge counts.
 void ScanEncoderEdges(const EncoderLine& line, const EncoderScan& scan, std::vector<float>& scratch,
                       std::vector<double>& at, std::vector<uint8_t>& rising);
 
@@ -125,5 +131,8 @@ void AnalyseEncoder(const EncoderLine lines[3], const EncoderScan& scan, const E
 
 // "A", "B" or "Z" + text.
 std::string EncoderNote(int line, const char* text);
+
+// "2 illegal transitions: A and B changed on the same sample"
+std::string IllegalNote(int32_t illegal);
 
 }  // namespace mervasto

@@ -25,7 +25,13 @@ struct JitterResult {
     int32_t TieCounts = 0;  // edges in runs of three or more
     int32_t Runs = 0;       // unbroken runs of edges
     bool Valid = false;     // at least one difference of periods
+    // Whole-sample edges and a cycle-to-cycle σ of at most one sample: the
+    // spread may be no more than the rounding of the edges (the run sets it).
+    bool withinOneSample = false;
 };
+
+inline constexpr const char* kJitterWholeSampleHint =
+    "cycle-to-cycle jitter within one sample: whole-sample edges hide it; choose Edge Timing Interpolated";
 
 // Runs are broken where the cycles do not share an edge (a reject range) and
 // end with the records (the cycle limit). Pulse types take each pulse's

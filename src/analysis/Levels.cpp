@@ -117,10 +117,40 @@ TwoLevels LevelHistogram::halves() const {
     return ordered(fullestBin(merged_, lowest, middle), fullestBin(merged_, middle + 1, highest));
 }
 
+TwoLevels LevelHistogram::automatic(const char** note) const {
+    *note = "";
+    const TwoLevels p = peaks();
+    const TwoLevels h = halves();
+    if (p.high == h.high && p.low == h.low) return p;
+    // Sum over the samples of the distance to the nearer level, in codes:
+    // exact in 64 bits for any record (5e6 samples x 65536 codes).
+    auto misfit = [this](const TwoLevels& t) {
+        uint64_t sum = 0;
+        for (int b = 0; b < kBins; ++b) {
+            const uint32_t c = merged_[static_cast<size_t>(b)];
+            if (c == 0) continue;
+            const int v = b - 32768;
+            sum += uint64_t{c} * static_cast<uint64_t>(std::min(std::abs(v - t.high), std::abs(v - t.low)));
+        }
+        return sum;
+    };
+    if (2 * misfit(h) >= misfit(p)) return p;
+    // Both of Peaks' levels nearer the same one of Halves' levels.
+    const int middle = h.high + h.low;  // twice the midpoint, to stay whole
+    *note = (2 * p.high > middle) == (2 * p.low > middle) ? kNoteHalvesOneCluster : kNoteHalvesNearer;
+    return h;
+}
+
 bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out,
-                   LevelHistogram& histogram) {
+                   LevelHistogram& histogram, const char** note) {
     if (!histogram.count(raw, first, last)) return false;
-    out = method == LevelMethod::Halves ? histogram.halves() : histogram.peaks();
+    const char* why = "";
+    switch (method) {
+    case LevelMethod::Peaks: out = histogram.peaks(); break;
+    case LevelMethod::Halves: out = histogram.halves(); break;
+    case LevelMethod::Auto: out = histogram.automatic(&why); break;
+    }
+    if (note) *note = why;
     return true;
 }
 
@@ -150,8 +180,10 @@ void RawFromVolts(std::span<const float> volts, float voltsPerDiv, float offset,
 SignalLevels GetSignalLevels(std::span<const int16_t> raw, int32_t first, int32_t last, float voltsPerDiv, float offset,
                              float PLevel, LevelMethod method, LevelHistogram& histogram, const SignalLevels& keep) {
     TwoLevels two;
-    if (!FindTwoLevels(raw, first, last, method, two, histogram)) return keep;
+    const char* note = "";
+    if (!FindTwoLevels(raw, first, last, method, two, histogram, &note)) return keep;
     SignalLevels r;
+    r.note = note;
     r.HighLevel = VoltsFromRaw(two.high, voltsPerDiv, offset);
     r.LowLevel = VoltsFromRaw(two.low, voltsPerDiv, offset);
     const double p = PLevel;

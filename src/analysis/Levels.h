@@ -11,7 +11,12 @@ namespace mervasto {
 enum class LevelMethod {
     Peaks,   // the two most populated codes at least 8 codes apart
     Halves,  // the most populated code of each half of the occupied range
+    Auto,    // Peaks, unless Halves' levels lie much nearer the samples
 };
+
+// Why Auto took Halves' levels.
+inline constexpr const char* kNoteHalvesOneCluster = "levels by Halves: Peaks found both levels inside one cluster";
+inline constexpr const char* kNoteHalvesNearer = "levels by Halves: Peaks' levels lie far from the samples";
 
 // Two levels as 16-bit samples.
 struct TwoLevels {
@@ -33,6 +38,10 @@ public:
     uint32_t at(int bin) const { return merged_[static_cast<size_t>(bin)]; }
     TwoLevels peaks() const;
     TwoLevels halves() const;
+    // Auto: Peaks' levels unless the mean distance from each sample to the
+    // nearer of Halves' two levels is less than half of that to the nearer
+    // of Peaks'. *note says why Halves was taken ("" when it was not).
+    TwoLevels automatic(const char** note) const;
 
 private:
     std::vector<uint32_t> parts_;
@@ -41,8 +50,9 @@ private:
 
 // Levels of samples first..last by the given method. Returns false and leaves
 // out untouched when there is nothing to count.
+// *note, when given, says why Auto took Halves' levels ("" otherwise).
 bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out,
-                   LevelHistogram& histogram);
+                   LevelHistogram& histogram, const char** note = nullptr);
 bool FindTwoLevels(std::span<const int16_t> raw, int32_t first, int32_t last, LevelMethod method, TwoLevels& out);
 
 // Sample code to volts: (s / 8192) x VoltsPerDiv - Offset.
@@ -56,8 +66,9 @@ void RawFromVolts(std::span<const float> volts, float voltsPerDiv, float offset,
 struct SignalLevels {
     float HighLevel = 0;
     float LowLevel = 0;
-    float Level = 0;  // decision level, PLevel percent from low to high
-    bool ok = true;   // the check word: the level step cannot fail at present
+    float Level = 0;        // decision level, PLevel percent from low to high
+    bool ok = true;         // the check word: the level step cannot fail at present
+    const char* note = "";  // why Auto took Halves' levels
 };
 
 struct GateLevels {

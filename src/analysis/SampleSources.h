@@ -252,6 +252,19 @@ int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
         src, j, end, [t](float v) { return v >= t; }, four);
 }
 
+// First index in [j, end) whose sample lies h or more from w (or end).
+template <class Src>
+int32_t firstAwayFrom(Src& src, int32_t j, int32_t end, float w, float h) {
+#if defined(__SSE2__)
+    const __m128 wv = _mm_set1_ps(w), hv = _mm_set1_ps(h), sign = _mm_set1_ps(-0.0f);
+    auto four = [=](__m128 v) { return _mm_movemask_ps(_mm_cmpge_ps(_mm_andnot_ps(sign, _mm_sub_ps(wv, v)), hv)); };
+#else
+    auto four = [](float) { return 0; };
+#endif
+    return firstFailing(
+        src, j, end, [w, h](float v) { return !(std::fabs(w - v) >= h); }, four);
+}
+
 template <class Src>
 int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 #if defined(__SSE2__)
@@ -374,13 +387,41 @@ struct BandWalk {
         return prev + (static_cast<double>(level) - p) / (static_cast<double>(v) - p) * (k - prev);
     }
 
+    // The sample that ends the quiet stretch after an edge that left the
+    // band at w at sample j: the first one h or more from w, or bound.
+    int32_t quietEnd(float w) const {
+        if (j + 1 >= bound) return j + 1;
+        return firstAwayFrom(src, j + 1, bound, w, h);
+    }
+
     // Past the ripple smaller than h after an edge that left the band at w.
     void settle(float w) {
-        do {
-            ++j;
-            p = sample(j);
-            prev = j;
-        } while (!(std::fabs(w - p) >= h) && j < bound);
+        j = quietEnd(w);
+        p = sample(j);
+        prev = j;
+    }
+
+    // The same quiet stretch, but the sample that ends it is looked at next
+    // (j is left one short of it) with the one before it as the previous
+    // sample, so a crossing it makes is seen.
+    void settleThenLook(float w) {
+        const int32_t end = quietEnd(w);
+        p = end - 1 > j ? sample(end - 1) : w;
+        prev = end - 1;
+        j = end - 1;
+    }
+
+    // After settle(w) at sample j < segEnd: 1 when that sample crossed the
+    // level and skipping it hides the crossing. It lies beyond the band on
+    // the other side from w, or inside the band at or past the level with
+    // the next sample beyond it; either way no edge would be recorded.
+    int32_t passedOver(float w, int32_t segEnd) {
+        if (j >= segEnd) return 0;
+        const bool up = w > level;
+        auto beyond = [&](float x) { return up ? x <= lowT : x >= highT; };
+        if (beyond(p)) return 1;
+        const bool past = up ? p <= level : p >= level;
+        return past && j + 1 < segEnd && beyond(src.at(j + 1)) ? 1 : 0;
     }
 };
 

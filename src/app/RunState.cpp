@@ -127,7 +127,12 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.rejectEnd = settings_.RejectEnd;
     p.produceMessages = entry != AnalysisEntry::CommAnaProcess;
     p.requireStateOn = entry != AnalysisEntry::AnalysisCommon;
-    p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves : LevelMethod::Peaks;
+    p.levelMethod = a.LevelMethod == kLevelHalves ? LevelMethod::Halves
+                    : a.LevelMethod == kLevelAuto ? LevelMethod::Auto
+                                                  : LevelMethod::Peaks;
+    p.edgeRule = a.EdgeRule == kEdgeRuleSchmitt ? EdgeRule::Schmitt
+                 : a.EdgeRule == kEdgeRuleAuto  ? EdgeRule::Auto
+                                                : EdgeRule::Legacy;
     p.encoder = EncoderParamsOf(a);
     p.edgeTiming = a.EdgeTiming == kEdgeInterpolated ? EdgeTiming::Interpolated : EdgeTiming::Samples;
     return p;
@@ -156,7 +161,10 @@ void RunState::runAnalysis(UiPort* ui, AnalysisEntry entry) {
     // Ch3 and Ch4 of a file whose model gives no channel count: say why they are empty.
     if (InputSource == kInputTypeFile && !lastFileLoad_.channelCountNote.empty())
         for (size_t ch = 2; ch < kChannels; ++ch)
-            if (results_.note[ch].empty()) results_.note[ch] = lastFileLoad_.channelCountNote;
+            if (results_.note[ch].empty()) {
+                results_.note[ch] = lastFileLoad_.channelCountNote;
+                results_.leftOut[ch] = true;
+            }
     if (lastOutcome.rejectRangeDropped) settings_.RejectRangeSet = false;
     if (ui)
         for (const auto& m : lastOutcome.messages) ui->messageBox(m.text, MsgButtons::Ok, m.title);
@@ -216,8 +224,15 @@ Outcome RunState::SaveResults(UiPort& ui) {
     const auto keep = [this](Outcome saved) {
         if (!saved) lastSave_ = std::move(saved);
     };
-    if (settings_.analysis.Encoder)
+    if (settings_.analysis.Encoder) {
+        const std::string notice = EncoderFirstColumnsNotice(encoderFileName());
+        if (std::find(notices_.begin(), notices_.end(), notice) == notices_.end() &&
+            EncoderFileHasFirstColumns(encoderFileName())) {
+            notices_.push_back(notice);
+            ui.setStatus(2, notice);
+        }
         keep(encoderLines_.append(ui, encoderFileName(), types, EncoderDataLine(sample, results_.encoder)));
+    }
     keep(resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table)));
     keep(jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter)));
     return lastSave_;

@@ -178,6 +178,9 @@ public:
     const ResultLineQueue& resultLines() const { return resultLines_; }
     const ResultLineQueue& encoderLines() const { return encoderLines_; }
     const ResultLineQueue& jitterLines() const { return jitterLines_; }
+    // What the run told the user once in status panel 2 and a command line
+    // repeats at its end (an EncoderData.csv that keeps its first columns).
+    const std::vector<std::string>& notices() const { return notices_; }
 
     bool running() const { return running_; }  // a run is in progress
     bool runDone() const { return runDone_; }  // results of a record are in place
@@ -289,6 +292,7 @@ private:
                                   kFailedToSaveEncoderData,
                                   " encoder line(s) are kept until the encoder file can be written."};
     bool saveResultLine_ = true;
+    std::vector<std::string> notices_;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
     // InputFromFile_Click up to its boundary; analysing tells a fault of the

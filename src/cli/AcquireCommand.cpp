@@ -72,6 +72,7 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     });
     Outcome result = runStoppable(state, ui);
     report.finish();
+    if (!ui.echo) ReportNotices(state, err);
     const Outcome saved = ReportUnsaved(state, err);
     const Outcome plotted =
         !o.plots || passes == 0 ? Outcome::Ok() : WritePlots(state, o, state.sampleName(), err, &series);

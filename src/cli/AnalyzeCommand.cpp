@@ -63,6 +63,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
         err << (saved ? kSavedTestResults + state.resultFileName() + "." : saved.text()) << '\n';
     }
     report.finish();
+    ReportNotices(state, err);
     KeepFirst(result, ReportUnsaved(state, err));
     if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
     return result;

@@ -93,6 +93,10 @@ Outcome ReportUnsaved(RunState& state, std::ostream& err) {
     return left;
 }
 
+void ReportNotices(const RunState& state, std::ostream& err) {
+    for (const auto& notice : state.notices()) err << "mervasto-cli: " << notice << '\n';
+}
+
 void EchoToStderr(const std::string& line) { std::cerr << line << '\n'; }
 
 }  // namespace mervasto::cli

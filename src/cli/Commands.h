@@ -49,6 +49,9 @@ Outcome WritePlots(const RunState& state, const Options& o, const std::string& b
 // Result lines the results file could not take are tried once more, then
 // printed, so that none is lost.
 Outcome ReportUnsaved(RunState& state, std::ostream& err);
+// What the run said once in the status bar that a command line would not
+// show otherwise (an older encoder file keeping its columns, say).
+void ReportNotices(const RunState& state, std::ostream& err);
 // A status text or box of a run without a window, on stderr.
 void EchoToStderr(const std::string& line);
 

@@ -44,9 +44,8 @@ void printGrid(std::ostream& out, const Grid& grid) {
 bool analysedChannel(const RunState& state, int ch) {
     const auto& c = state.settings().channels[static_cast<size_t>(ch)];
     if (c.DispOffCheck || c.ChInputSignal == kGateIndex) return false;
-    // A channel cut at "Max Periods" has a note and results.
-    return (state.results().note[static_cast<size_t>(ch)].empty() ||
-            state.results().cycleLimitReached[static_cast<size_t>(ch)]) &&
+    // A note alone does not leave a channel out ("Max Periods", "levels by Halves").
+    return !state.results().leftOut[static_cast<size_t>(ch)] &&
            static_cast<int32_t>(state.record().raw[static_cast<size_t>(ch)].size()) >= state.record().WaveLength &&
            state.record().WaveLength > 0;
 }
@@ -72,15 +71,17 @@ void printEncoderCsv(std::ostream& out, const std::string& file, std::optional<i
                      const EncoderResult& r) {
     const std::string head = file + ',' + (passNumber ? std::to_string(*passNumber) : "") + ",encoder,";
     const char* analysed = r.analysed ? "true" : "false";
-    for (const auto& row : EncoderStatisticRows()) {
-        const EncoderStatistic& s = r.*(row.member);
-        out << head << row.key << ',' << analysed << ',' << ExactText(s.Min) << ',' << ExactText(s.Max) << ','
+    auto statistic = [&](const char* key, const EncoderStatistic& s) {
+        out << head << key << ',' << analysed << ',' << ExactText(s.Min) << ',' << ExactText(s.Max) << ','
             << ExactText(s.Mean) << ',' << ExactText(s.Sigma) << ',' << s.Counts << ",," << r.note << '\n';
-    }
+    };
+    statistic("phase", r.phase);
+    for (const auto& row : EncoderStatisticRows()) statistic(row.key, r.*(row.member));
     const std::pair<const char*, int64_t> totals[] = {{"position", r.position},
                                                       {"reversals", r.reversals},
                                                       {"droppedBounces", r.droppedBounces},
-                                                      {"indexCount", r.indexCount}};
+                                                      {"indexCount", r.indexCount},
+                                                      {"illegal", r.illegal}};
     for (const auto& [key, v] : totals) out << head << key << ',' << analysed << ",,,,," << v << ",," << r.note << '\n';
 }
 
@@ -99,8 +100,11 @@ void writeEncoderJson(JsonWriter& j, const EncoderResult& r) {
     j.key("reversals").value(r.reversals);
     j.key("droppedBounces").value(r.droppedBounces);
     j.key("indexCount").value(r.indexCount);
+    j.key("illegal").value(r.illegal);
     j.key("revolutions").value(r.revolutions);
     j.key("speed").value(r.speed);
+    j.key("phase");  // over all A cycles, turning either way
+    writeEncoderStatistic(j, r.phase);
     for (const auto& row : EncoderStatisticRows()) {
         j.key(row.key);
         writeEncoderStatistic(j, r.*(row.member));
@@ -277,6 +281,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.key("c2cCounts").value(jr.Counts);
             j.key("tieRms").value(jr.TieRms).key("tiePeakToPeak").value(jr.TiePeakToPeak);
             j.key("tieCounts").value(jr.TieCounts).key("runs").value(jr.Runs);
+            j.key("note").value(jr.withinOneSample ? kJitterWholeSampleHint : "");
             j.endObject();
             if (cycles_) {
                 j.key("cycles").beginArray();

@@ -14,7 +14,8 @@ namespace mervasto {
 inline constexpr const char* kEncoderFileName = "EncoderData.csv";
 inline constexpr const char* kFailedToSaveEncoderData = "Failed to save Encoder Data.";
 
-// The statistics in the order of the file's columns and the grid's rows.
+// The statistics in the order of the grid's rows and the JSON's keys (the
+// phase over all A cycles, "phase", is in the JSON and the file only).
 struct EncoderStatisticRow {
     const char* name;  // as the grid and the table form show it
     const char* key;   // as the JSON and the csv form name it
@@ -22,27 +23,35 @@ struct EncoderStatisticRow {
     const EncoderStatistic EncoderResult::*member;
 };
 const std::vector<EncoderStatisticRow>& EncoderStatisticRows();
-// The five statistics of the results file (phase, state width, A and B duty,
-// Z width); the direction and the index position live in the grid and JSON only.
-inline constexpr int kEncoderFileStatistics = 5;
 
-// Header line 1: "Sample Name", each statistic's name over its five columns,
-// then "Position,Reversals,Dropped Bounces,Index Count".
+// The file's columns: "Sample Name", Phase (all A cycles), State Width, A
+// and B Duty, Z Width (five columns each: Min, Max, Mean, σ, Counts), then
+// Position, Reversals, Dropped Bounces, Index Count: the first layout, whose
+// kEncoderFirstFields columns every line starts with. Then Phase+, Phase- and
+// Illegal.
+inline constexpr int kEncoderFirstFields = 30;
 std::string EncoderHeaderLine1();
-// Header line 2: ",Min,Max,Mean,σ,Counts" per statistic, then four empty columns.
 std::string EncoderHeaderLine2();
-// The sample name, Min, Max, Mean, σ and Counts of each statistic, then the
-// final position, reversals, dropped bounces and index count. An analysis
-// that was left out writes zeros, so that the columns stay aligned.
+// An analysis that was left out writes zeros, so that the columns stay aligned.
 std::string EncoderDataLine(std::string_view sampleName, const EncoderResult& r);
 
-// Like SaveResultLines, with the encoder file's own header.
+// A line (or header) cut to the first layout's columns.
+std::string FirstEncoderColumns(std::string_view line);
+// The file exists and began with the first layout's header: its lines keep
+// those columns.
+bool EncoderFileHasFirstColumns(std::string_view fileName);
+
+// "<file> keeps its first columns: Phase+, Phase- and Illegal are left out of it."
+std::string EncoderFirstColumnsNotice(std::string_view fileName);
+
+// Like SaveResultLines, with the encoder file's own header; lines for a file
+// of the first layout are cut to its columns.
 Outcome SaveEncoderLines(std::string_view fileName, std::vector<std::string>& lines);
 
 // The grid of the window's Encoder tab: a header row, a row per statistic
 // (Min, Max, Mean, σ, Counts with units), then Position, Reversals, Dropped
-// Bounces, Index Count, Revolutions and Speed; a left-out analysis shows its
-// reason in place of the values.
+// Bounces, Index Count, Revolutions, Speed and Illegal (the note beside it);
+// a left-out analysis shows its reason in place of the values.
 void FillEncoderGrid(Grid& grid, const EncoderResult& r, bool on);
 
 }  // namespace mervasto

@@ -77,6 +77,7 @@ void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults
     grid.text(0, 1) = "Sig. Name";
     grid.text(0, 2) = "Sig. Type";
     for (size_t c = 0; c < kJitterColumns.size(); ++c) grid.text(0, static_cast<int32_t>(3 + c)) = kJitterColumns[c];
+    grid.text(0, kJitterGridCols - 1) = "Note";
     for (int ch = 0; ch < kAnaChannels; ++ch) {
         const ChannelDisplay& d = channels[static_cast<size_t>(ch)];
         const JitterResult& j = jitter[static_cast<size_t>(ch)];
@@ -91,6 +92,7 @@ void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults
         for (size_t c = 0; c < v.size(); ++c)
             grid.text(row, static_cast<int32_t>(3 + c)) =
                 isCount(c) ? std::to_string(static_cast<int64_t>(v[c])) : SiText(v[c], "s", kJitterDigits);
+        if (j.withinOneSample) grid.text(row, kJitterGridCols - 1) = kJitterWholeSampleHint;
     }
 }
 

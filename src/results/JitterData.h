@@ -39,9 +39,9 @@ Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string,
 
 // The "Jitter" grid: a header row, then one row per channel: "Ch<n>", its
 // name and type, then the values with a prefix and four significant digits
-// ("1.235 ns"); a channel not shown, the
+// ("1.235 ns") and a note (kJitterWholeSampleHint); a channel not shown, the
 // gate, or one without a difference of periods has empty values.
-inline constexpr int32_t kJitterGridCols = 3 + static_cast<int32_t>(kJitterColumns.size());
+inline constexpr int32_t kJitterGridCols = 4 + static_cast<int32_t>(kJitterColumns.size());
 void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults& jitter);
 
 }  // namespace mervasto

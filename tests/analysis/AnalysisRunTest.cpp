@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <functional>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "analysis/Analysis.h"
+#include "sim/ClockWave.h"
 
 namespace mervasto {
 namespace {
@@ -127,16 +129,18 @@ TEST(RunAnalysis, GateOpeningAtAnOddSampleKeepsTheEdges) {
 // Levels a third of a division apart: with a large offset the float levels
 // are exactly a third apart; without, just below or just above.
 TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
+    // Left out, the note names the levels measured and what they span.
     struct Case {
         const char* name;
         float offset;
         int16_t highCode;
         bool channelAnalysed, gateAccepted;
+        const char* note;
     };
     const Case cases[] = {
-        {"exactly a third", -100000.0f, 2730, true, false},
-        {"just below", 0.0f, 2730, false, false},
-        {"just above", 0.0f, 2731, true, true},
+        {"exactly a third", -100000.0f, 2730, true, false, ""},
+        {"just below", 0.0f, 2730, false, false, "levels 0 V and 0.9998 V span 0.3333 div (less than 1/3 div)"},
+        {"just above", 0.0f, 2731, true, true, ""},
     };
     for (const auto& c : cases) {
         const int32_t n = 400;
@@ -146,7 +150,8 @@ TEST(RunAnalysis, AmplitudeChecksAtAThirdOfADivision) {
         AnalysisResults res;
         const AnalysisOutcome out = RunAnalysis(r.in, params({0, 3}, true), res);
         EXPECT_EQ(res.table.at(0, Measure::OfType).Counts > 0, c.channelAnalysed) << c.name;
-        EXPECT_EQ(res.note[0], c.channelAnalysed ? "" : kNoteLevelsClose) << c.name;
+        EXPECT_EQ(res.note[0], c.note) << c.name;
+        EXPECT_EQ(res.leftOut[0], !c.channelAnalysed) << c.name;
         EXPECT_EQ(res.note[3], c.gateAccepted ? "" : kNoteGateLevelsClose) << c.name;
         EXPECT_EQ(res.table.window().GateStart, c.gateAccepted ? 99 : 0) << c.name;
         EXPECT_EQ(res.table.window().GateEnd, c.gateAccepted ? 300 : n - 1) << c.name;
@@ -262,7 +267,7 @@ TEST(RunAnalysis, FlatSignalAndMissingChannel) {
     p.levelMethod = LevelMethod::Halves;
     RunAnalysis(r.input(), p, res);
     EXPECT_FLOAT_EQ(res.table.levels(0).LowLevel, 1.0f);
-    EXPECT_EQ(res.note[0], kNoteLevelsClose);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(1.0f, 1.0f, 1.0f));
     p.MemoryInput = true;  // from memory the check is skipped
     RunAnalysis(r.input(), p, res);
     EXPECT_EQ(res.note[0], "");
@@ -310,14 +315,16 @@ TEST(RunAnalysis, EightBitNoiseNeedsHalves) {
     p.SmoothingNo = 3;
     AnalysisResults res;
     RunAnalysis(r.in, p, res);
-    EXPECT_EQ(res.note[0], kNoteLevelsClose);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(res.table.levels(0).LowLevel, res.table.levels(0).HighLevel, vdiv));
     EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, 0);
     EXPECT_NEAR(res.table.levels(0).HighLevel - res.table.levels(0).LowLevel, vdiv / 32, 1e-6);
 
-    p.levelMethod = LevelMethod::Halves;
-    RunAnalysis(r.in, p, res);
-    EXPECT_EQ(res.note[0], "");
-    EXPECT_NEAR(res.table.levels(0).HighLevel - res.table.levels(0).LowLevel, 3.3, 0.05);
+    for (LevelMethod m : {LevelMethod::Halves, LevelMethod::Auto}) {
+        p.levelMethod = m;
+        RunAnalysis(r.in, p, res);
+        EXPECT_EQ(res.note[0], m == LevelMethod::Auto ? kNoteHalvesOneCluster : "");
+        EXPECT_NEAR(res.table.levels(0).HighLevel - res.table.levels(0).LowLevel, 3.3, 0.05);
+    }
     EXPECT_EQ(res.table.at(0, Measure::OfType).Counts, n / 400 - 2);  // starts high
     EXPECT_NEAR(res.table.at(0, Measure::OfType).Mean, 400e-6, 1e-9);
     EXPECT_NEAR(res.table.at(0, Measure::Duty).Mean, 60, 0.5);
@@ -345,6 +352,96 @@ TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
         }
         for (Measure kind : kMeasures) EXPECT_EQ(one.table.at(ch, kind).Sigma, many.table.at(ch, kind).Sigma);
     }
+}
+
+// A 0 to 3.3 V pulse train (20 % high) imported with 5 mV of noise: every
+// code of the low level's noise is more frequent than any of the high
+// level's, so Peaks finds both levels in the low one and the channel is left
+// out, with the levels it measured; Auto takes Halves' levels and says so.
+TEST(RunAnalysis, AutoLevelsOnANoisyImport) {
+    const int32_t n = 50000;
+    Record r(n, 0.5f, -1.65f);
+    std::mt19937 rng(7);
+    std::normal_distribution<float> noise(0.0f, 0.005f);
+    for (int32_t i = 0; i < n; ++i) r.volts[0][static_cast<size_t>(i)] = (i % 500 < 100 ? 3.3f : 0.0f) + noise(rng);
+    AnalysisParams p = params({0});
+    AnalysisResults res;
+    RunAnalysis(r.input(), p, res);
+    const ChannelResult& lv = res.table.levels(0);
+    EXPECT_TRUE(res.leftOut[0]);
+    EXPECT_LT(lv.HighLevel - lv.LowLevel, 0.05);
+    EXPECT_EQ(res.note[0], LevelsCloseNote(lv.LowLevel, lv.HighLevel, 0.5f));
+    EXPECT_EQ(res.note[0].rfind("levels ", 0), 0u) << res.note[0];
+
+    p.levelMethod = LevelMethod::Auto;
+    RunAnalysis(r.input(), p, res);
+    EXPECT_FALSE(res.leftOut[0]);
+    EXPECT_EQ(res.note[0], kNoteHalvesOneCluster);
+    EXPECT_NEAR(lv.HighLevel, 3.3, 0.02);
+    EXPECT_NEAR(lv.LowLevel, 0, 0.02);
+    EXPECT_EQ(res.table.at(0, Measure::Period).Counts, n / 500 - 2);  // starts high
+    EXPECT_NEAR(res.table.at(0, Measure::Duty).Mean, 20, 0.5);
+}
+
+// Whole-sample edges round each period to a whole sample, so successive
+// periods of a clean clock differ by up to one sample: the hint points to
+// interpolated edges there, not where the jitter is larger or already
+// measured between samples.
+TEST(RunAnalysis, JitterWithinOneSampleHintsAtInterpolatedEdges) {
+    const std::tuple<double, EdgeTiming, bool> cases[] = {
+        {0, EdgeTiming::Samples, true}, {0, EdgeTiming::Interpolated, false}, {2, EdgeTiming::Samples, false}};
+    for (const auto& [jitter, timing, hint] : cases) {
+        ClockWaveParams cp;
+        cp.high = 3.3f;
+        cp.jitter = jitter;  // samples
+        Record r(20000, 1.0f, -1.65f);
+        r.volts[0] = MakeClockWave(cp, 20000).samples;
+        AnalysisParams p = params({0});
+        p.edgeTiming = timing;
+        AnalysisResults res;
+        RunAnalysis(r.input(), p, res);
+        EXPECT_TRUE(res.jitter[0].Valid);
+        EXPECT_EQ(res.jitter[0].withinOneSample, hint) << jitter << " " << static_cast<int>(timing);
+    }
+}
+
+// A 0 / 3.3 V square of 200 samples per period whose every rise has one
+// sample at the middle: the legacy rule passes over every fall and finds
+// half the periods, twice as long, with any level method and edge timing.
+TEST(RunAnalysis, EdgeRuleFindsEveryPeriodWhereLegacyPassesOverTheFalls) {
+    Record r(10000, 1.0f, -1.65f);
+    for (size_t i = 0; i < r.volts[0].size(); ++i) {
+        const size_t t = i % 200;
+        r.volts[0][i] = t < 100 ? 0.0f : t == 100 ? 1.65f : 3.3f;
+    }
+    struct Case {
+        EdgeRule rule;
+        int32_t cycles;
+        double period;
+        const char* note;
+    };
+    const Case cases[] = {
+        {EdgeRule::Legacy, 24, 400e-6, ""},
+        {EdgeRule::Schmitt, 49, 200e-6, ""},
+        {EdgeRule::Auto, 49, 200e-6, "Edge rule Schmitt: the legacy rule passed over 49 level crossings"},
+    };
+    for (LevelMethod method : {LevelMethod::Peaks, LevelMethod::Halves, LevelMethod::Auto})
+        for (EdgeTiming timing : {EdgeTiming::Samples, EdgeTiming::Interpolated})
+            for (const auto& c : cases) {
+                AnalysisParams p = params({0});
+                p.levelMethod = method;
+                p.edgeTiming = timing;
+                p.edgeRule = c.rule;
+                AnalysisResults res;
+                RunAnalysis(r.input(), p, res);
+                const auto what = ::testing::Message()
+                                  << static_cast<int>(method) << static_cast<int>(timing) << static_cast<int>(c.rule);
+                EXPECT_EQ(res.table.at(0, Measure::Period).Counts, c.cycles) << what;
+                EXPECT_NEAR(res.table.at(0, Measure::Period).Mean, c.period, 1e-9) << what;
+                EXPECT_EQ(res.note[0], c.note) << what;
+                EXPECT_FALSE(res.leftOut[0]) << what;
+            }
+    EXPECT_EQ(SchmittNote(1), "Edge rule Schmitt: the legacy rule passed over 1 level crossing");
 }
 
 }  // namespace

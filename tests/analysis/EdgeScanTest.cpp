@@ -367,5 +367,108 @@ TEST(ExtractCyclesFromRecord, SameAsSmoothingFirst) {
     }
 }
 
+// Pulses on levels 0 / 10 (band 4..6): each period is 5 samples low, the
+// rise's samples, 5 high, the fall's samples; a low stretch ends the record,
+// then `end` (samples the record ends on).
+std::vector<float> pulses(int periods, const std::vector<float>& rise, const std::vector<float>& fall,
+                          const std::vector<float>& end = {}) {
+    std::vector<float> v;
+    for (int k = 0; k < periods; ++k) {
+        v.insert(v.end(), 5, 0.0f);
+        v.insert(v.end(), rise.begin(), rise.end());
+        v.insert(v.end(), 5, 10.0f);
+        v.insert(v.end(), fall.begin(), fall.end());
+    }
+    v.insert(v.end(), 5, 0.0f);
+    v.insert(v.end(), end.begin(), end.end());
+    return v;
+}
+
+// The legacy rule ignores the sample that ends the quiet stretch after a walk
+// through the band; the Schmitt rule looks at it. Auto gives the legacy
+// results exactly where nothing was passed over, the Schmitt ones otherwise.
+TEST(ExtractCycles, EdgeRules) {
+    struct Case {
+        const char* name;
+        std::vector<float> v;
+        int32_t legacy, schmitt;  // cycles
+        int32_t passed;           // what the legacy rule passed over
+        double period;            // of every Schmitt cycle (0: not one period)
+    };
+    const Case cases[] = {
+        {"clean jumps", pulses(10, {}, {}), 9, 9, 0, 10},
+        {"a sample at the level on each rise: each fall is passed over", pulses(10, {5}, {}), 4, 9, 10, 11},
+        {"and inside the band past the level on each fall", pulses(10, {5}, {4.5f}), 4, 9, 10, 12},
+        // Each dip is an edge either way (ripple larger than h).
+        {"past the level inside the band and back up: nothing passed over", pulses(10, {5}, {4.5f, 10, 0}), 14, 14, 0,
+         0},
+        {"the record ends inside the band", pulses(10, {}, {}, {5.5f, 5.5f, 5.5f}), 10, 9, 1, 10},
+    };
+    auto run = [](const std::vector<float>& v, EdgeRule rule, EdgeTiming timing, int32_t& passed) {
+        ScanSettings s = settings();
+        s.edgeRule = rule;
+        s.edgeTiming = timing;
+        auto table = levelsTable(0);
+        std::vector<CycleRecord> cycles;
+        ExtractCycles(0, v, 0, s, table, cycles, nullptr, &passed);
+        return cycles;
+    };
+    using Fields = std::tuple<int32_t, int32_t, int32_t, double, double, double>;
+    auto fields = [](const std::vector<CycleRecord>& cycles) {
+        std::vector<Fields> f;
+        for (const auto& c : cycles) f.emplace_back(c.FirstEdge, c.MidEdge, c.LastEdge, c.Period, c.Rms, c.MidCrossing);
+        return f;
+    };
+    for (const auto& c : cases) {
+        for (EdgeTiming timing : {EdgeTiming::Samples, EdgeTiming::Interpolated}) {
+            int32_t passed = -1, schmittPassed = -1, autoPassed = -1;
+            const auto legacy = run(c.v, EdgeRule::Legacy, timing, passed);
+            const auto schmitt = run(c.v, EdgeRule::Schmitt, timing, schmittPassed);
+            const auto automatic = run(c.v, EdgeRule::Auto, timing, autoPassed);
+            EXPECT_EQ(static_cast<int32_t>(legacy.size()), c.legacy) << c.name;
+            EXPECT_EQ(static_cast<int32_t>(schmitt.size()), c.schmitt) << c.name;
+            EXPECT_EQ(passed, c.passed) << c.name;
+            EXPECT_EQ(autoPassed, c.passed) << c.name;
+            EXPECT_EQ(schmittPassed, 0) << c.name;
+            EXPECT_EQ(fields(automatic), fields(c.passed ? schmitt : legacy)) << c.name;
+            for (const auto& cycle : schmitt) {
+                if (timing == EdgeTiming::Samples && c.period > 0) {
+                    EXPECT_EQ(cycle.Period, c.period) << c.name;
+                }
+            }
+        }
+    }
+}
+
+// The scan straight from the record scans again from its start when Auto
+// takes the Schmitt rule: the averages worked out on the way start over too.
+TEST(ExtractCyclesFromRecord, AutoScansAgainFromTheStart) {
+    // Falls that ring below the low level: averaged over three samples the
+    // first sample after the top lies beyond the band at once.
+    std::vector<float> rec;
+    for (int k = 0; k < 3000; ++k)
+        for (float x : {0.0f, 0.0f, 0.0f, 0.0f, 7.5f, 10.0f, 10.0f, 10.0f, 10.0f, 10.0f, -10.0f, 0.0f, 0.0f})
+            rec.push_back(x);
+    const auto n = static_cast<int32_t>(rec.size());
+    std::array<std::vector<CycleRecord>, 2> got;
+    int32_t passed = 0;
+    for (EdgeRule rule : {EdgeRule::Auto, EdgeRule::Schmitt}) {
+        ScanSettings s = settings();
+        s.MaxCycles = 500000;
+        s.edgeRule = rule;
+        auto table = levelsTable(0);
+        std::vector<float> scratch;
+        ExtractCyclesFromRecord(0, rec, 0, n, 3, s, table, got[rule == EdgeRule::Schmitt], scratch, nullptr,
+                                rule == EdgeRule::Auto ? &passed : nullptr);
+    }
+    EXPECT_EQ(passed, 3000);
+    ASSERT_EQ(got[0].size(), 2999u);
+    ASSERT_EQ(got[0].size(), got[1].size());
+    for (size_t k = 0; k < got[0].size(); ++k)
+        ASSERT_EQ(std::make_tuple(got[0][k].MidEdge, got[0][k].Period, got[0][k].Rms),
+                  std::make_tuple(got[1][k].MidEdge, got[1][k].Period, got[1][k].Rms))
+            << "cycle " << k;
+}
+
 }  // namespace
 }  // namespace mervasto

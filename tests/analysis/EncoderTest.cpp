@@ -129,6 +129,104 @@ TEST(Encoder, CycleWithAReversalIsLeftOutOfThePhase) {
     EXPECT_EQ(r.direction.Counts, r.phase.Counts);
     EXPECT_NEAR(r.phase.Min, 90, 1.5);
     EXPECT_NEAR(r.phase.Max, 270, 1.5);
+    // Each way on its own.
+    EXPECT_NEAR(r.phasePlus.Mean, 90, 1.5);
+    EXPECT_NEAR(r.phaseMinus.Mean, 270, 1.5);
+    EXPECT_LT(r.phasePlus.Sigma + r.phaseMinus.Sigma, 2);
+    EXPECT_EQ(r.phasePlus.Counts + r.phaseMinus.Counts, r.phase.Counts);
+}
+
+// Forward 10 A cycles, back 5.75, forward 4.25, 200 samples per A cycle; every
+// turn lies in the middle of a state, so every state is 50 samples wide.
+double backAndForth(int32_t i) {
+    const double t = i / 200.0;
+    const double start = 0.125;
+    if (t < 10) return start + t;
+    if (t < 15.75) return start + 10 - (t - 10);
+    return start + 4.25 + (t - 15.75);
+}
+
+// What a perfect decoder counts on the lines as generated.
+std::pair<int64_t, int32_t> truthSteps(const Pair& p) {
+    int64_t position = 0;
+    int32_t reversals = 0, last = 0;
+    for (size_t i = 1; i < p.a.size(); ++i) {
+        const bool a0 = p.a[i - 1] > 2.5f, a1 = p.a[i] > 2.5f, b0 = p.b[i - 1] > 2.5f, b1 = p.b[i] > 2.5f;
+        int32_t step = 0;
+        if (a0 != a1) step = a1 != b1 ? 1 : -1;
+        if (b0 != b1) step = a1 == b1 ? 1 : -1;
+        if (step == 0) continue;
+        position += step;
+        if (last != 0 && step != last) ++reversals;
+        last = step;
+    }
+    return {position, reversals};
+}
+
+// Acceptance: the count does not depend on how many samples of A's edges
+// fall inside the band, on the record ending inside the band, on the
+// hysteresis or on the smoothing; no state is 0 samples wide.
+TEST(Encoder, CountHoldsOverBandSamplesRecordEndsHysteresisAndSmoothing) {
+    const int32_t n = 4000;
+    const Pair clean(n, backAndForth);
+    const auto [position, reversals] = truthSteps(clean);
+    ASSERT_EQ(reversals, 2);
+    // The samples before each change of A's level that are inside the band.
+    const std::vector<float> rise[] = {{}, {2.5f}, {2.4f, 2.6f}}, fall[] = {{}, {2.5f}, {2.6f, 2.4f}};
+    const std::vector<float> ends[] = {{}, {2.6f, 2.6f, 2.6f}, {2.4f, 2.4f, 2.4f}};
+    for (float hysteresis : {5.0f, 10.0f, 20.0f, 30.0f})
+        for (int32_t smoothing : {1, 3, 5, 9}) {
+            double narrowest = -1;
+            for (int k = 0; k < 3; ++k)
+                for (const auto& end : ends) {
+                    Pair p = clean;
+                    for (size_t i = 1; i < p.a.size(); ++i) {
+                        if (clean.a[i] == clean.a[i - 1]) continue;
+                        const auto& band = clean.a[i] > 0 ? rise[k] : fall[k];
+                        std::copy(band.begin(), band.end(), p.a.begin() + static_cast<std::ptrdiff_t>(i - band.size()));
+                    }
+                    std::copy(end.begin(), end.end(), p.a.end() - static_cast<std::ptrdiff_t>(end.size()));
+                    std::copy(end.begin(), end.end(), p.b.end() - static_cast<std::ptrdiff_t>(end.size()));
+                    EncoderLine lines[3] = {{p.a, 2.5f, kHigh}, {p.b, 2.5f, kHigh}, {p.z, 2.5f, kHigh}};
+                    EncoderScan scan;
+                    scan.count = n;
+                    scan.Histerisis = hysteresis;
+                    scan.SmoothingNo = smoothing;
+                    scan.SampleSec = 1;
+                    EncoderParams params;
+                    params.on = true;
+                    EncoderWorkspace ws;
+                    EncoderResult r;
+                    AnalyseEncoder(lines, scan, params, ws, r);
+                    const auto what = ::testing::Message() << hysteresis << "% smoothing " << smoothing << " band " << k
+                                                           << " end " << (end.empty() ? 0 : end[0]);
+                    EXPECT_EQ(r.position, position) << what;
+                    EXPECT_EQ(r.reversals, reversals) << what;
+                    EXPECT_EQ(r.illegal, 0) << what;
+                    if (narrowest < 0) narrowest = r.stateWidth.Min;
+                    EXPECT_NEAR(r.stateWidth.Min, narrowest, 1) << what;
+                    EXPECT_GE(r.stateWidth.Min, 45) << what;
+                }
+        }
+}
+
+// A and B changing on one sample: no step (which came first is unknown), an
+// illegal transition counted and said, and no state of width 0.
+TEST(Encoder, SimultaneousChangesAreIllegal) {
+    const int32_t n = 4000;
+    Pair p(n, backAndForth);
+    const int64_t truth = truthSteps(p).first;
+    // Forward: A rises, 50 samples later B rises. Move one B rise onto A's.
+    size_t rise = 1000;
+    while (!(p.a[rise] > 0 && p.a[rise - 1] == 0)) ++rise;
+    for (size_t i = rise; i < rise + 50; ++i) p.b[i] = kHigh;
+    const EncoderResult r = analyse(p);
+    EXPECT_EQ(r.illegal, 1);
+    EXPECT_EQ(r.note, "1 illegal transition: A and B changed on the same sample");
+    EXPECT_EQ(r.position, truth - 2);
+    EXPECT_GT(r.stateWidth.Min, 0);
+    EXPECT_EQ(r.reversals, 2);
+    EXPECT_EQ(IllegalNote(3), "3 illegal transitions: A and B changed on the same sample");
 }
 
 TEST(Encoder, MinStateWidthRemovesBounceBursts) {
@@ -328,7 +426,7 @@ TEST(Encoder, RunAnalysisReasonsAndWindow) {
         {0, 1, 1, false, false, kEncoderSameChannel, 0},
         {0, 1, 3, true, false, "Z is the gate", 0},
         {0, 1, -1, false, true, "A is off", 0},
-        {0, 2, -1, false, false, "B levels closer than 1/3 div", 0},
+        {0, 2, -1, false, false, "B levels 0 V and 0.2 V span 0.2 div (less than 1/3 div)", 0},
     };
     for (const auto& c : cases) {
         AnalysisParams par;

@@ -45,6 +45,37 @@ TEST(FindTwoLevels, PicksPeaksOrHalves) {
     }
 }
 
+// Auto keeps Peaks' levels unless Halves' lie much nearer the samples: one
+// code of an 8-bit instrument (or noise wider than 8 codes, see
+// RunAnalysis.AutoLevelsOnANoisyImport) puts both of Peaks' levels inside
+// the longer level's cluster; rare spikes do not.
+TEST(FindTwoLevels, AutoTakesHalvesOnlyWherePeaksMissesALevel) {
+    struct Case {
+        const char* name;
+        std::vector<int16_t> samples;
+        int16_t high, low;
+        const char* note;
+    };
+    const Case cases[] = {
+        {"two clean levels", repeated({{100, 3}, {-200, 5}}), 100, -200, ""},
+        {"flat: as Peaks", repeated({{500, 9}}), 500, -32768, ""},
+        {"rare spikes far above", repeated({{-20000, 500}, {0, 500}, {30000, 10}}), 0, -20000, ""},
+        {"8-bit, one code of noise on the longer level",
+         repeated({{105 * 256, 36}, {106 * 256, 34}, {-106 * 256, 16}, {-105 * 256, 14}}), 105 * 256, -106 * 256,
+         kNoteHalvesOneCluster},
+    };
+    for (const auto& c : cases) {
+        TwoLevels got;
+        const char* note = "unset";
+        LevelHistogram histogram;
+        ASSERT_TRUE(FindTwoLevels(c.samples, 0, static_cast<int32_t>(c.samples.size()) - 1, LevelMethod::Auto, got,
+                                  histogram, &note))
+            << c.name;
+        EXPECT_EQ(std::make_pair(got.high, got.low), std::make_pair(c.high, c.low)) << c.name;
+        EXPECT_STREQ(note, c.note) << c.name;
+    }
+}
+
 TEST(FindTwoLevels, CountsOnlyTheRange) {
     const auto s = repeated({{-900, 50}, {100, 3}, {-200, 5}, {900, 50}});
     TwoLevels got{1, 1};

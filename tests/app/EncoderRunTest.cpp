@@ -1,12 +1,14 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "app/core/SettingsTable.h"
+#include "results/EncoderFiles.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
 #include "sim/HandTurned.h"
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -116,10 +118,11 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     ASSERT_TRUE(state.InputFromFile_Click(ui));
     auto lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0].rfind("Sample Name,Phase(deg),", 0), 0u);
+    EXPECT_EQ(lines[0], EncoderHeaderLine1() + "\r");
     EXPECT_EQ(lines[2].rfind("Sample2,", 0), 0u);
     EXPECT_EQ(lines[3].rfind("Sample3,", 0), 0u);
-    EXPECT_EQ(fileLines(state.resultFileName()).size(), 5u);  // ResultData.csv as ever
+    EXPECT_EQ(std::count(lines[3].begin(), lines[3].end(), ','), 40);  // every column
+    EXPECT_EQ(fileLines(state.resultFileName()).size(), 5u);           // ResultData.csv as ever
 
     state.setSaveResultLine(false);
     ASSERT_TRUE(state.InputFromFile_Click(ui));
@@ -133,6 +136,31 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 5u);
     EXPECT_EQ(lines[4].rfind("Sample5,0,0,0,0,0,", 0), 0u) << lines[4];
+}
+
+// A file begun with the first layout keeps its columns, header and lines:
+// the new statistics are left out of it, and the run says so once.
+TEST(EncoderRun, AnOlderEncoderFileKeepsItsColumnsAndIsToldOnce) {
+    const auto dir = mervasto::test::FreshTestFolder("mervasto-encold-");
+    RunState state;
+    ScriptedUi ui;
+    state.FormLoad((dir / "data").string());
+    state.settings().analysis.Encoder = true;
+    const std::string pulses = test::WriteExample(dir, "pulses");
+    std::ofstream(state.encoderFileName(), std::ios::binary) << FirstEncoderColumns(EncoderHeaderLine1()) << "\r\n"
+                                                             << FirstEncoderColumns(EncoderHeaderLine2()) << "\r\n";
+    ui.files = {pulses, pulses};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    const std::string notice = EncoderFirstColumnsNotice(state.encoderFileName());
+    EXPECT_EQ(ui.status[2], notice);
+    ui.status[2].clear();
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    EXPECT_EQ(ui.status[2], "");
+    EXPECT_EQ(state.notices(), std::vector<std::string>{notice});
+    const auto lines = fileLines(state.encoderFileName());
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0], FirstEncoderColumns(EncoderHeaderLine1()) + "\r");
+    EXPECT_EQ(lines[3], FirstEncoderColumns(EncoderDataLine("Sample2", state.results().encoder)) + "\r");
 }
 
 }  // namespace

@@ -170,6 +170,27 @@ TEST_F(RunStateFile, HalvesMatchesPeaksOnTheBundledExamples) {
     }
 }
 
+// The legacy rules pass over nothing on the bundled examples and Peaks finds
+// their levels, so the "Auto" defaults write today's lines to the results
+// and jitter files, byte for byte, and say nothing.
+TEST_F(RunStateFile, AutoRulesKeepTodaysFilesOnTheBundledExamples) {
+    auto afterName = [](const std::string& line) { return line.substr(line.find(',')); };
+    for (const char* name : {"pulses", "duty-sweep", "gated"}) {
+        for (int m = 0; m < 2; ++m) {
+            state.settings().analysis.LevelMethod = m == 0 ? "Peaks" : "Auto";
+            state.settings().analysis.EdgeRule = m == 0 ? "Legacy" : "Auto";
+            ui.files = {example(name)};
+            ASSERT_TRUE(state.InputFromFile_Click(ui)) << name;
+            EXPECT_EQ(state.results().note, (std::array<std::string, kAnaChannels>{})) << name;
+        }
+        for (const std::string& file : {state.resultFileName(), state.jitterFileName()}) {
+            const auto lines = linesOf(file);
+            ASSERT_GE(lines.size(), 4u);
+            EXPECT_EQ(afterName(lines[lines.size() - 1]), afterName(lines[lines.size() - 2])) << name << " " << file;
+        }
+    }
+}
+
 // One line per analysis, as the results file gets, with columns that line
 // up: the sample name and four blocks of nine columns.
 TEST_F(RunStateFile, JitterOneLinePerAnalysisBesideTheResultLine) {

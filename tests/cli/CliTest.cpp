@@ -1,6 +1,7 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "cli/Cli.h"
+#include "analysis/Jitter.h"
 #include "cli/Json.h"
 
 #include "common/PackageVersion.h"
@@ -85,12 +86,17 @@ TEST_F(CliTest, JitterInJsonTableAndFile) {
         << err.str();
     for (const char* key : {"\"jitter\": {", "\"c2cSigma\"", "\"tieRms\"", "\"tiePeakToPeak\"", "\"runs\": 1"})
         EXPECT_NE(out.str().find(key), std::string::npos) << key;
+    EXPECT_EQ(out.str().find(kJitterWholeSampleHint), std::string::npos);
+    // Whole-sample edges on the example's clean clock: the spread is all rounding.
+    ASSERT_EQ(run({"analyze", "--no-save", "--format", "json", example("pulses")}), kExitOk) << err.str();
+    EXPECT_NE(out.str().find(std::string("\"note\": \"") + kJitterWholeSampleHint), std::string::npos) << out.str();
     ASSERT_EQ(run({"analyze", "--no-save", example("pulses")}), kExitOk) << err.str();
     const std::string table = out.str();
     const size_t block = table.find("\nJitter\n");
     ASSERT_NE(block, std::string::npos) << table;
     EXPECT_NE(table.find("C2C Min", block), std::string::npos) << table;
     EXPECT_NE(table.find("TIE RMS", block), std::string::npos) << table;
+    EXPECT_NE(table.find(kJitterWholeSampleHint, block), std::string::npos) << table;
     const auto lines = outputLines("JitterData.csv");
     ASSERT_EQ(lines.size(), 3u);  // --no-save wrote nothing
     EXPECT_EQ(lines[2].rfind("Sample1,", 0), 0u);

@@ -34,9 +34,10 @@ TEST_F(EncoderCli, EachFormGainsAnEncoderBlock) {
     const Case cases[] = {
         {"json",
          {"\"encoder\": {", "\"analysed\": true", "\"position\": ", "\"reversals\": ", "\"droppedBounces\": ",
-          "\"phase\": {", "\"stateWidth\": {", "\"dutyA\": {", "\"zWidth\": {", "\"direction\": {", "\"sigma\": "}},
+          "\"illegal\": 0", "\"phase\": {", "\"phasePlus\": {", "\"phaseMinus\": {", "\"stateWidth\": {",
+          "\"dutyA\": {", "\"zWidth\": {", "\"direction\": {", "\"sigma\": "}},
         {"csv", {",encoder,phase,true,", ",encoder,position,true,", ",encoder,droppedBounces,true,"}},
-        {"table", {"Encoder\n", "Phase(deg)", "Dropped Bounces", "Index Count"}},
+        {"table", {"Encoder\n", "Phase+(deg)", "Phase-(deg)", "Dropped Bounces", "Index Count", "Illegal"}},
     };
     for (const auto& c : cases) {
         ASSERT_EQ(run({"analyze", "--format", c.format, "--no-save", "--set", "Encoder=1", "--set",

@@ -164,10 +164,18 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     EXPECT_TRUE(ng);
 }
 
-// The Edge Timing list beside the level method sets the setting; the Jitter
-// tab shows each shown channel's jitter after an analysis.
+// The Edge Timing and Edge Rule lists beside the level method set their
+// settings ("Auto" by default where there is one); the Jitter tab shows each
+// shown channel's jitter after an analysis.
 TEST_F(MainFormTest, EdgeTimingListAndJitterTab) {
     auto form = open();
+    auto* level = find<QComboBox>(*form, "LevelMethod");
+    auto* rule = find<QComboBox>(*form, "EdgeRule");
+    EXPECT_EQ(level->currentText(), "Auto");
+    ASSERT_EQ(rule->count(), 3);
+    EXPECT_EQ(rule->currentText(), "Auto");
+    rule->setCurrentText("Schmitt");
+    EXPECT_EQ(form->state().settings().analysis.EdgeRule, "Schmitt");
     auto* timing = find<QComboBox>(*form, "EdgeTiming");
     ASSERT_EQ(timing->count(), 2);
     EXPECT_EQ(timing->currentText(), "Samples");
@@ -557,9 +565,9 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     form->findChild<QAction*>("InputFromFileAction")->trigger();
     ASSERT_TRUE(form->state().results().encoder.analysed) << form->state().results().encoder.note;
     EXPECT_EQ(cell(grid, 0, 1), "Min");
-    EXPECT_EQ(cell(grid, 8, 0), "Position");
-    EXPECT_EQ(cell(grid, 8, 1).toStdString(), std::to_string(form->state().results().encoder.position));
-    EXPECT_FALSE(cell(grid, 2, 1).isEmpty());  // state widths
+    EXPECT_EQ(cell(grid, 9, 0), "Position");
+    EXPECT_EQ(cell(grid, 9, 1).toStdString(), std::to_string(form->state().results().encoder.position));
+    EXPECT_FALSE(cell(grid, 3, 1).isEmpty());  // state widths
 
     find<QComboBox>(*form, "EncoderZ")->setCurrentText("3");
     form->findChild<QAction*>("InputFromFileAction")->trigger();

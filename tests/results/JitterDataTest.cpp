@@ -56,9 +56,15 @@ TEST(JitterData, GridShowsShownChannelsWithValues) {
     EXPECT_EQ(g.text(1, 4), "1.235 us");
     EXPECT_EQ(g.text(1, 5), "0.0005 ps");
     EXPECT_EQ(g.text(1, 6), "12.5 ns");
+    EXPECT_EQ(g.text(0, kJitterGridCols - 1), "Note");
+    EXPECT_EQ(g.text(1, kJitterGridCols - 1), "");
+    small[0].withinOneSample = true;
+    DispJitter(g, d, small);
+    EXPECT_EQ(g.text(1, kJitterGridCols - 1), kJitterWholeSampleHint);
     // A second fill with nothing valid empties the values.
     DispJitter(g, d, JitterResults{});
     EXPECT_EQ(g.text(1, 3), "");
+    EXPECT_EQ(g.text(1, kJitterGridCols - 1), "");
     EXPECT_EQ(g.text(1, 1), "Clock");
 }
 

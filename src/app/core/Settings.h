@@ -23,8 +23,12 @@ inline constexpr int ChannelTypeCount(int ch) { return ch == 3 ? 10 : 9; }
 
 inline constexpr std::string_view kLevelPeaks = "Peaks";
 inline constexpr std::string_view kLevelHalves = "Halves";
+inline constexpr std::string_view kLevelAuto = "Auto";
 inline constexpr std::string_view kEdgeSamples = "Samples";
 inline constexpr std::string_view kEdgeInterpolated = "Interpolated";
+inline constexpr std::string_view kEdgeRuleLegacy = "Legacy";
+inline constexpr std::string_view kEdgeRuleSchmitt = "Schmitt";
+inline constexpr std::string_view kEdgeRuleAuto = "Auto";
 
 inline constexpr std::array<std::string_view, 4> kEncoderChannels = {"1", "2", "3", "4"};
 inline constexpr std::array<std::string_view, 5> kEncoderIndexChannels = {"0", "1", "2", "3", "4"};
@@ -48,9 +52,10 @@ struct AnalysisSettings {
     bool WDSaveCheck = false;
     bool DaqCheck = false;
     bool OmitRangeEffect = false;
-    // How the two signal levels are found: "Peaks" (histogram peaks) or
-    // "Halves".
-    std::string LevelMethod = std::string(kLevelPeaks);
+    // How the two signal levels are found: "Peaks" (histogram peaks),
+    // "Halves", or "Auto" (Peaks unless Halves fits the samples far better).
+    // A resume file without the line takes Auto; one with it keeps its word.
+    std::string LevelMethod = std::string(kLevelAuto);
     // Seconds an exchange with the instrument may take before the link gives
     // up on it.
     std::string TimeoutSeconds = "10";
@@ -68,6 +73,9 @@ struct AnalysisSettings {
     // Edges on whole samples ("Samples") or where the signal crosses the
     // level between two ("Interpolated").
     std::string EdgeTiming = std::string(kEdgeSamples);
+    // What the edge scan does after a walk through the band: "Legacy",
+    // "Schmitt", or "Auto" (Legacy's results unless it passed a crossing over).
+    std::string EdgeRule = std::string(kEdgeRuleAuto);
 };
 
 struct ChannelSettings {

@@ -17,8 +17,9 @@ using C = ChannelSettings;
 using S = Settings;
 using W = WindowPositions;
 
-constexpr std::array<std::string_view, 2> kLevelMethods = {kLevelPeaks, kLevelHalves};
+constexpr std::array<std::string_view, 3> kLevelMethods = {kLevelPeaks, kLevelHalves, kLevelAuto};
 constexpr std::array<std::string_view, 2> kEdgeTimings = {kEdgeSamples, kEdgeInterpolated};
+constexpr std::array<std::string_view, 3> kEdgeRules = {kEdgeRuleLegacy, kEdgeRuleSchmitt, kEdgeRuleAuto};
 
 SettingField text(std::string_view name, std::string A::*m) { return {name, FieldKind::Text, m}; }
 SettingField check(std::string_view name, bool A::*m) { return {name, FieldKind::Check, m}; }
@@ -119,6 +120,7 @@ const std::vector<SettingField>& table() {
             optionalLine(number("EncoderCountsPerRev", &A::EncoderCountsPerRev, 0, 1e9)),
             optionalLine(number("MinStateWidth", &A::MinStateWidth, 0, 1)),
             optionalLine(choice("EdgeTiming", &A::EdgeTiming, kEdgeTimings)),
+            optionalLine(choice("EdgeRule", &A::EdgeRule, kEdgeRules)),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

@@ -138,7 +138,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 64u);
+    ASSERT_EQ(ls.size(), 65u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -159,7 +159,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
     EXPECT_EQ(ls[44], "トリガチェック, 0 ");
     EXPECT_EQ(ls[45], "センタレベル,50");
-    EXPECT_EQ(ls[46], "LevelMethod,Peaks");
+    EXPECT_EQ(ls[46], "LevelMethod,Auto");
     EXPECT_EQ(ls[47], "PPCheck1,0");
     EXPECT_EQ(ls[55], "TimeoutSeconds,10");
     EXPECT_EQ(ls[56], "Stacked,0");
@@ -168,6 +168,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[60], "EncoderZ,0");
     EXPECT_EQ(ls[62], "MinStateWidth,0");
     EXPECT_EQ(ls[63], "EdgeTiming,Samples");
+    EXPECT_EQ(ls[64], "EdgeRule,Auto");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -237,12 +238,12 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 18});
+    writeLines({full.begin(), full.end() - 19});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);
     EXPECT_EQ(old.analysis.PLevel, "40");
-    EXPECT_EQ(old.analysis.LevelMethod, "Peaks");
+    EXPECT_EQ(old.analysis.LevelMethod, "Auto");
 }
 
 // A comment line of 1 MiB is a setting like any other; a longer line, or a
@@ -303,9 +304,9 @@ TEST_F(ResumeFileTest, OptionalLinesByLabel) {
         {{"TimeoutSeconds,4", "PPCheck3,1", "LevelMethod,Halves"}, "Halves", "4", true, 0},
         {{"NewerThanThisProgram,7", "LevelMethod,Halves"}, "Halves", "10", false, 0},
         {{"レベル検出方式,Halves"}, "Halves", "10", false, 0},  // the label of earlier builds
-        {{"LevelMethod,Valleys", "TimeoutSeconds,3", "PPCheck3,2"}, "Peaks", "3", false, 2},
+        {{"LevelMethod,Valleys", "TimeoutSeconds,3", "PPCheck3,2"}, "Auto", "3", false, 2},
         {{"TimeoutSeconds,-1", "LevelMethod,Halves", "no comma here", ""}, "Halves", "10", false, 1},
-        {{}, "Peaks", "10", false, 0},
+        {{}, "Auto", "10", false, 0},
     };
     for (const auto& c : cases) {
         std::vector<std::string> file = legacy;

@@ -63,6 +63,10 @@ TEST(SettingsTest, SetSettingByName) {
         {"MinStateWidth", "x", false},
         {"EdgeTiming", "Interpolated", true},
         {"EdgeTiming", "Linear", false},
+        {"LevelMethod", "Auto", true},
+        {"EdgeRule", "Schmitt", true},
+        {"EdgeRule", "Legacy", true},
+        {"EdgeRule", "legacy", false},
     };
     for (const auto& c : cases) {
         Settings s;
