@@ -54,13 +54,20 @@ void drawText(QPainter& p, const QRectF& box, int align, const std::string& text
     p.drawText(box, align, QString::fromStdString(text));
 }
 
+// The value between lo and hi at fraction f. On an axis around zero the
+// middle is 0, not what rounding of the two ends leaves of it.
+double axisValue(double lo, double hi, double f) {
+    const double v = lo + (hi - lo) * f;
+    return std::abs(v) <= 1e-9 * std::max(std::abs(lo), std::abs(hi)) ? 0.0 : v;
+}
+
 // Texts under the plot at its left, middle and right.
 void drawValueAxis(QPainter& p, const QRectF& r, double lo, double hi, const std::string& unit) {
     p.setPen(kTextColour);
     const double y = r.bottom() + 3;
     drawText(p, QRectF(r.left() - 40, y, 120, kBottomStrip - 4), Qt::AlignLeft | Qt::AlignTop, SiText(lo, unit));
     drawText(p, QRectF(r.center().x() - 60, y, 120, kBottomStrip - 4), Qt::AlignHCenter | Qt::AlignTop,
-             SiText((lo + hi) / 2, unit));
+             SiText(axisValue(lo, hi, 0.5), unit));
     drawText(p, QRectF(r.right() - 120, y, 120, kBottomStrip - 4), Qt::AlignRight | Qt::AlignTop, SiText(hi, unit));
 }
 
@@ -91,7 +98,7 @@ struct TrendScale {
 // A trend's bottom, middle and top values beside its left edge.
 void drawTrendValues(QPainter& p, const QRect& area, const TrendScale& t, const std::string& unit) {
     for (int k = 0; k <= 2; ++k) {
-        const double v = t.yLo + (t.yHi - t.yLo) * k / 2;
+        const double v = axisValue(t.yLo, t.yHi, k / 2.0);
         drawText(p, QRectF(area.left(), t.yOf(v) - 8, kLeftStrip - 6, 16), Qt::AlignRight | Qt::AlignVCenter,
                  SiText(v, unit));
     }
