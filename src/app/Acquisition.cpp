@@ -143,6 +143,12 @@ Outcome RunState::runPass(UiPort& ui) {
     return Outcome::Ok();
 }
 
+Outcome RunState::shownInRunBox(UiPort& ui, Outcome failed) const {
+    if (failed.ok()) return failed;
+    if (!failed.wasReported() && !link_->aborted()) ui.messageBox(failed.text(), MsgButtons::Ok, kLinkErrorTitle);
+    return std::move(failed).reported();
+}
+
 void RunState::passWriteFailed(UiPort& ui, const Outcome& failed) {
     ui.messageBox(failed.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     TransferFailed = true;
@@ -157,15 +163,15 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
     if (!link_->DsoLinked) {
         Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
-        runFailure_ = StopToStatus(ui, ShownInLinkBox(ui, std::move(linked)));
-        if (!runFailure_) return runFailure_;
+        runFailure_ = shownInRunBox(ui, StopToStatus(ui, ShownInLinkBox(ui, std::move(linked))));
+        if (!runFailure_) {
+            runEnded(runFailure_);
+            return runFailure_;
+        }
     }
     running_ = true;
-    if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended) {
-        ended = StopToStatus(ui, std::move(ended));
-        if (!ended.wasReported() && !link_->aborted()) ui.messageBox(ended.text(), MsgButtons::Ok, kLinkErrorTitle);
-        runFailure_ = std::move(ended).reported();
-    }
+    if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended)
+        runFailure_ = shownInRunBox(ui, StopToStatus(ui, std::move(ended)));
     const Outcome local = ReturnToLocal(*link_);
     if (!local) ui.setStatus(2, local.text());
     running_ = false;

@@ -93,10 +93,9 @@ public:
     Outcome EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
                       const std::string& text);
 
-    // An instrument run. Whatever ended it early has been shown (a link
-    // box, the run's box, a status text for a Stop) and comes back reported,
-    // as runFailure() keeps it; only a connection that failed without a box
-    // of its own is left to the front end.
+    // An instrument run. Whatever ended it early, its connection included,
+    // has been shown (a link box, the run's "DSO" box, a status text for a
+    // Stop) and comes back reported, as runFailure() keeps it.
     Outcome WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
     Outcome ReadRejectRange_Click(UiPort& ui);
@@ -150,7 +149,8 @@ public:
     Event<> runStarted;       // an instrument run began (Running is true)
     Event<> passFinished;     // an instrument pass is analysed, logged and saved
     // An instrument run ended (Running is false again): ok when it ran through
-    // or was stopped, else why it ended early (also kept in RunFailure).
+    // or was stopped, else why it ended early, its connection included (also
+    // kept in RunFailure).
     Event<const Outcome&> runEnded;
 
     // --- what the views read -------------------------------------------------
@@ -302,6 +302,9 @@ private:
     // grids and files. A failure ends the run.
     Outcome runSeries(UiPort& ui);
     Outcome runPass(UiPort& ui);
+    // What ended a run, in the run's "DSO" box unless it was shown in a form
+    // of its own (or the program is closing); reported either way.
+    Outcome shownInRunBox(UiPort& ui, Outcome failed) const;
     // A file of the pass could not be written: the run-time error box names
     // it and why, and the series ends after this pass.
     void passWriteFailed(UiPort& ui, const Outcome& failed);

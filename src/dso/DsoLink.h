@@ -182,7 +182,9 @@ private:
 // Connects and identifies when DsoLinked is false: "Connecting to the DSO."
 // in status panel 1, LinkToSLA, and when it answers 9 the outcome
 // "DSO not connected normally." (ErrorCode::Link). Otherwise "*IDN?" gives
-// the model and the channel count and DsoLinked is set. Ok when linked.
+// the model and the channel count and DsoLinked is set; a reply that names
+// no model of 2 or 4 channels closes the link (ErrorCode::Link, naming the
+// reply) and leaves the setup as it was. Ok when linked.
 Outcome ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
 
 // The box the window shows for an outcome of the instrument layer: the two

@@ -238,28 +238,48 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
     EXPECT_EQ(sim.commandLog().front(), "*IDN?");
 }
 
-// The instrument fails in the third pass of a series: one box says why, the
-// two passes already logged stay, the window is usable again, and the next
+// The instrument fails in the third pass of a series, or names no known
+// model when it is connected: one box says why, the passes already logged
+// stay, the window is usable again, and the next
 // press connects to the instrument once it is healthy.
 TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto form = open();
-    prepareSeries(*form, sim, 5);
-    sim.setFaultAfter(test::kFrontEndFault.fault, 8);  // four channels a pass: the third pass fails
-    find<QPushButton>(*form, "WFStartCommand")->click();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_NE(boxes[0].find(test::kFrontEndFault.message), std::string::npos) << boxes[0];
-    EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2);
-    EXPECT_EQ(form->state().resultLines().written(), 2);
-    EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+    const test::SeriesFault identification = {"identification", SimFault::BadSetup,
+                                              "names no model with 2 or 4 channels: \"\"", false, "IDN"};
+    struct Case {
+        const test::SeriesFault& fault;
+        int passesKept;
+    };
+    // Identification first, while the window has never been linked.
+    for (const Case& c : {Case{identification, 0}, Case{test::kFrontEndFault, 2}, Case{test::kFrontEndSetupFault, 2}}) {
+        SCOPED_TRACE(c.fault.name);
+        boxes.clear();
+        prepareSeries(*form, sim, 5);
+        const int64_t written = form->state().resultLines().written();
+        if (c.passesKept > 0) {
+            test::ShowInThirdPass(sim, c.fault);
+        } else {
+            sim.setBadSetupField(c.fault.setupField);
+            sim.setFault(c.fault.fault);
+        }
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        ASSERT_EQ(boxes.size(), 1u);
+        EXPECT_EQ(boxes[0].rfind("DSO: ", 0), 0u) << boxes[0];
+        EXPECT_NE(boxes[0].find(c.fault.message), std::string::npos) << boxes[0];
+        EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + c.passesKept);
+        EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept);
+        EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
 
-    sim.setFault(SimFault::None);
-    find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
-    find<QPushButton>(*form, "WFStartCommand")->click();
-    EXPECT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
-    EXPECT_EQ(form->state().resultLines().written(), 3);
+        sim.setCommandHook(nullptr);
+        sim.setFault(SimFault::None);
+        find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        EXPECT_EQ(boxes.size(), 1u);
+        EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+        EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept + 1);
+    }
 }
 
 // A fault no handler caught itself ends in the run-time error box, whichever
