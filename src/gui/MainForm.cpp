@@ -324,13 +324,16 @@ void MainForm::closeEvent(QCloseEvent* e) {
     }
     storeWindowPositions();
     state_.abortLink();
-    if (const Outcome left = state_.SaveUnsavedResults(*ui_); !left) {
+    sessionEnd_ = state_.SaveUnsavedResults(*ui_);
+    if (!sessionEnd_) {
         // The last chance for lines the results file would not take.
-        ui_->setClipboardText(left.text());
-        ui_->messageBox(left.text() + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
+        ui_->setClipboardText(sessionEnd_.text());
+        ui_->messageBox(sessionEnd_.text() + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok,
+                        kFailedToSaveTestResults);
     }
-    Outcome saved = state_.FormUnload();
+    const Outcome saved = state_.FormUnload();
     GuardedApplication::report(saved);
+    if (sessionEnd_) sessionEnd_ = saved;
     waveAll_->close();
     waveEach_->close();
     histogram_->close();

@@ -6,15 +6,16 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "app/core/Startup.h"
 #include "common/PackageVersion.h"
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
-#include "gui/HistogramWindow.h"
 #include "gui/MainForm.h"
 #include "gui/WaveWindow.h"
+#include "gui/Unattended.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -111,45 +112,20 @@ int main(int argc, char** argv) {
     form.show();
     form.waveAll()->show();
 
+    // Runs no person watches end with the command line's exit statuses.
+    std::optional<int> unattendedStatus;
     if (parser.isSet(screenshot)) {
-        const QString dir = parser.value(screenshot);
-        QTimer::singleShot(100, [&, dir] {
-            auto& a = form.state().settings().analysis;
-            a.IPAdressText = sim->address();
-            // A short series, so that the per-pass view has something to show.
-            a.RepeatCheck = a.DaqCheck = true;
-            a.TotalRepeats = "20";
-            form.showSettings();
-            form.histogram()->show();
-            GuardedApplication::report(form.state().WFStartCommand_Click(form.ui()));
-            form.refreshViews();
-            form.grab().save(dir + "/main-window.png");
-            // The widest cycle, as a user finds it: its bar, clicked.
-            form.histogram()->refresh();
-            form.histogram()->clickBar(static_cast<int32_t>(form.histogram()->histogram().counts.size()) - 1);
-            form.histogram()->grab().save(dir + "/histogram-window.png");
-            // Lanes, so that each channel's edges and marks stand apart.
-            a.Stacked = true;
-            form.waveAll()->refresh();
-            form.waveAll()->grab().save(dir + "/wave-window.png");
-            form.close();
+        const std::string dir = parser.value(screenshot).toStdString();
+        QTimer::singleShot(100, &form, [&, dir] {
+            unattendedStatus = SaveScreenshotsUnattended(form, dir, std::cerr);
             app.quit();
         });
-    }
-    Subscription quitAfterSeries;
-    if (parser.isSet(series)) {
-        auto& a = form.state().settings().analysis;
-        a.RepeatCheck = a.DaqCheck = true;
-        a.TotalRepeats = parser.value(series).toStdString();
-        form.showSettings();
-        quitAfterSeries = form.state().runEnded.subscribe([&](const Outcome& end) {
-            if (!end) std::cerr << "mervasto: the series ended early: " << end.text() << '\n';
-            QTimer::singleShot(0, &form, [&] {
-                form.close();
-                app.quit();
-            });
+    } else if (parser.isSet(series)) {
+        const int passes = parser.value(series).toInt();
+        QTimer::singleShot(0, &form, [&, passes] {
+            unattendedStatus = RunSeriesUnattended(form, passes, std::cerr);
+            app.quit();
         });
-        QTimer::singleShot(0, &form, [&] { GuardedApplication::report(form.state().WFStartCommand_Click(form.ui())); });
     }
     if (parser.isSet(demo)) {
         StartDemoSeries(form, [&](const std::string& report) {
@@ -167,6 +143,6 @@ int main(int argc, char** argv) {
             });
         });
     }
-    int rc = app.exec();
-    return rc;
+    const int rc = app.exec();
+    return unattendedStatus.value_or(rc);
 }

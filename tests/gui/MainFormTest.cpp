@@ -2,6 +2,7 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
+#include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
 #include "common/TextFile.h"
 #include "dso/DsoLink.h"
@@ -20,6 +21,7 @@
 #include <QDropEvent>
 #include <QItemSelectionModel>
 #include <QGroupBox>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
@@ -29,6 +31,7 @@
 #include <QTest>
 #include <QUrl>
 
+#include "app/core/ExitStatus.h"
 #include "app/core/ResumeFile.h"
 #include "common/RuntimeError.h"
 #include "results/ResultFiles.h"
@@ -44,6 +47,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 using namespace mervasto;
 
@@ -280,6 +284,94 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
         EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept + 1);
     }
+}
+
+// Runs no person watches (--series) never wait on a box: each is written to
+// stderr with its title and answered as its default button would be, and the
+// program ends with the command line's exit statuses.
+TEST_F(MainFormTest, UnattendedSeriesTellEveryBoxAndEndWithTheExitStatus) {
+    namespace fs = std::filesystem;
+    DsoSimulator sim(test::SeriesSimOptions());
+    DsoSimulator off;
+    ASSERT_TRUE(sim.start());
+    ASSERT_TRUE(off.start());
+    off.setFault(SimFault::Refuse);  // nothing listens there
+    struct Case {
+        const char* name;
+        std::function<bool(const fs::path& folder)> prepare;  // false: cannot be set up here
+        std::string address;
+        int status;
+        std::vector<std::string> told;  // parts of stderr, in order
+    };
+    const Case cases[] = {
+        {"healthy", [](const fs::path&) { return true; }, sim.address(), kExitOk, {}},
+        {"unreachable instrument",
+         [](const fs::path&) { return true; },
+         off.address(),
+         kExitNoInstrument,
+         {"mervasto: Confirmation: DSO not connected normally.\n",
+          "mervasto: the series ended early: DSO not connected normally.\n"}},
+        {"data folder that is a file",
+         [](const fs::path& folder) {
+             std::ofstream(folder) << "x";
+             return true;
+         },
+         sim.address(),
+         kExitFileError,
+         {"mervasto: Failed to save Test Results.: Failed to save Test Results. These 2 line(s) belong in ",
+          "They are on the clipboard.\n", "mervasto: Run-time error: ", "Resume340.txt: Not a directory.\n"}},
+        {"read-only data folder",
+         [](const fs::path& folder) {
+             fs::create_directories(folder);
+             fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+             return !std::ofstream(folder / "probe").is_open();  // the administrator writes anywhere
+         },
+         sim.address(),
+         kExitFileError,
+         {"These 2 line(s) belong in ", "Resume340.txt: Permission denied.\n"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const fs::path folder = dir_ / c.name;
+        if (!c.prepare(folder)) continue;
+        std::ostringstream err;
+        int status = -1;
+        {
+            MainForm form(folder.string());
+            form.state().settings().analysis.IPAdressText = c.address;
+            form.show();
+            status = RunSeriesUnattended(form, 2, err);
+            EXPECT_FALSE(form.isVisible());
+        }
+        fs::permissions(folder, fs::perms::owner_all);
+        EXPECT_EQ(status, c.status) << err.str();
+        size_t at = 0;
+        for (const auto& part : c.told) {
+            at = err.str().find(part, at);
+            ASSERT_NE(at, std::string::npos) << part << " in:\n" << err.str();
+        }
+        if (c.told.empty()) {
+            EXPECT_EQ(err.str(), "");
+        }
+    }
+}
+
+// --screenshot: the pictures are written whole or the file is named, and
+// the run ends with exit status 1.
+TEST_F(MainFormTest, UnattendedScreenshotsNameAPictureThatCannotBeWritten) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::filesystem::path pictures = dir_ / "pictures";
+    std::filesystem::create_directories(pictures / "main-window.png");  // a folder in the picture's place
+    std::ostringstream err;
+    MainForm form((dir_ / "data").string());
+    form.state().settings().analysis.IPAdressText = sim.address();
+    form.show();
+    EXPECT_EQ(SaveScreenshotsUnattended(form, pictures.string(), err), kExitFileError);
+    EXPECT_EQ(err.str(), "mervasto: " + (pictures / "main-window.png").string() + ": Is a directory.\n");
+    for (const char* written : {"histogram-window.png", "wave-window.png"})
+        EXPECT_FALSE(QImage(QString::fromStdString((pictures / written).string())).isNull()) << written;
+    EXPECT_EQ(form.state().passesDone(), 20);
 }
 
 // A fault no handler caught itself ends in the run-time error box, whichever
