@@ -96,6 +96,16 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
 }
 
 Outcome RunState::runPass(UiPort& ui) {
+    if (linkedElsewhere()) {
+        // Another instrument since the last pass: the old one gets its front
+        // panel back, the new one is connected and identified as at a start.
+        if (const Outcome local = ReturnToLocal(*link_); !local) ui.setStatus(2, local.text());
+        link_->close();
+    }
+    if (!link_->DsoLinked) {
+        Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
+        if (!linked) return ShownInLinkBox(ui, std::move(linked));
+    }
     PrepareDsoForPass(*link_, setup_);
     if (settings_.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
@@ -161,6 +171,7 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     // A Stop left over from an earlier run must not cut this run's connect.
     link_->clearStop();
     ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+    if (linkedElsewhere()) link_->close();
     if (!link_->DsoLinked) {
         Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
         runFailure_ = shownInRunBox(ui, StopToStatus(ui, ShownInLinkBox(ui, std::move(linked))));
@@ -213,7 +224,22 @@ Outcome RunState::runSeries(UiPort& ui) {
 
 void RunState::Stop_Click() { link_->requestStop(); }
 
+void RunState::IPAdressText_Change() {
+    if (!running_ && linkedElsewhere()) link_->close();
+}
+
+bool RunState::linkedElsewhere() const {
+    const std::string peer = link_->peer();
+    const DsoAddress wanted = ParseDsoAddress(settings_.analysis.IPAdressText);
+    return !peer.empty() && peer != wanted.host + ":" + wanted.port;
+}
+
 bool RunState::linked() const { return link_->DsoLinked; }
+
+std::string RunState::linkedInstrument() const {
+    const std::string peer = link_->peer();
+    return link_->DsoLinked && !peer.empty() ? setup_.Model + " at " + peer : std::string();
+}
 void RunState::setReplyTimeoutMs(int ms) { link_->setReplyTimeoutMs(ms); }
 void RunState::setExchangeDeadlineMs(int ms) { link_->setExchangeDeadlineMs(ms); }
 void RunState::abortLink() { link_->abort(); }
@@ -235,6 +261,7 @@ Outcome RunState::readRejectRange(UiPort& ui) {
     return Guarded([&]() -> Outcome {
         ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
         settings_.RejectRangeSet = false;
+        if (!running_ && linkedElsewhere()) link_->close();
         if (!link_->DsoLinked) {
             const Outcome linked = ShownInLinkBox(
                 ui, InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText)));
@@ -278,6 +305,7 @@ Outcome RunState::WaveSave_Click(UiPort& ui) {
             }
         }
         if (!settings_.analysis.SaveScreenCheck) return Outcome::Ok();
+        if (!running_ && linkedElsewhere()) link_->close();
         makeFolder(screenDir);
         ui.setStatus(1, kStoringScreen);
         Outcome screen = ShownInLinkBox(

@@ -98,6 +98,10 @@ public:
     // Stop) and comes back reported, as runFailure() keeps it.
     Outcome WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
+    // The address box names another instrument: the link to the old one is
+    // closed at once, or during a run after the pass in progress (the next
+    // pass connects to the new one), so that nothing more comes from it.
+    void IPAdressText_Change();
     Outcome ReadRejectRange_Click(UiPort& ui);
     Outcome WaveSave_Click(UiPort& ui);
     Outcome SelDataSaveFile_Click(UiPort& ui);
@@ -220,6 +224,9 @@ public:
 
     // --- the instrument link -----------------------------------------------
     bool linked() const;
+    // The instrument while it is linked, "<model> at <host>:<port>"; empty
+    // when it is not.
+    std::string linkedInstrument() const;
     // The longest silence within a reply, and the longest whole exchange.
     void setReplyTimeoutMs(int ms);
     void setExchangeDeadlineMs(int ms);
@@ -296,6 +303,8 @@ private:
     Outcome inputFromFile(UiPort& ui, bool& analysing);
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
+    // The link is open to another address than the box names.
+    bool linkedElsewhere() const;
     // ReadRejectRange_Click within a pass: a Stop is left to the run.
     Outcome readRejectRange(UiPort& ui);
     // The passes of a run, and one pass: acquisition, transfer, analysis,

@@ -129,6 +129,9 @@ public:
 
     int16_t state() const;
     bool aborted() const { return aborted_.load(); }
+    // "host:port" of the open connection, as LinkToSLA was given them; empty
+    // when the socket is not connected.
+    std::string peer() const { return state() == kLinkConnected ? peer_ : std::string(); }
 
     // A silent instrument ends an exchange after this long without a byte
     // (0 = wait for ever). Also bounds connecting and sending.
@@ -169,6 +172,7 @@ private:
     QEventLoop* loop_ = nullptr;
     QThread* ownerThread_ = nullptr;
     std::string pending_;  // bytes read from the socket, not yet consumed
+    std::string peer_;
     std::atomic<bool> aborted_{false};
     std::atomic<bool> hardStop_{false};
     bool socketError_ = false;

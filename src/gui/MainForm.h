@@ -110,6 +110,8 @@ private:
     void showWaves();
     void showResults();
     void showGrids();
+    // Status panel 4: the instrument while it is linked.
+    void showLink();
     void storeWindowPositions();
 
     RunState state_;

@@ -243,8 +243,8 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
 }
 
 // The instrument fails in the third pass of a series, or names no known
-// model when it is connected: one box says why, the passes already logged
-// stay, the window is usable again, and the next
+// model when it is connected: one box says why (and panel 2 keeps it), the
+// passes already logged stay, the window is usable again, and the next
 // press connects to the instrument once it is healthy.
 TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
@@ -272,9 +272,11 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         ASSERT_EQ(boxes.size(), 1u);
         EXPECT_EQ(boxes[0].rfind("DSO: ", 0), 0u) << boxes[0];
         EXPECT_NE(boxes[0].find(c.fault.message), std::string::npos) << boxes[0];
+        EXPECT_EQ("DSO: " + form->ui().statusText(2), boxes[0]);
         EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + c.passesKept);
         EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept);
         EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+        EXPECT_EQ(form->ui().statusText(4), "");
 
         sim.setCommandHook(nullptr);
         sim.setFault(SimFault::None);
@@ -282,8 +284,57 @@ TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
         find<QPushButton>(*form, "WFStartCommand")->click();
         EXPECT_EQ(boxes.size(), 1u);
         EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+        EXPECT_EQ(form->ui().statusText(2), "");
         EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept + 1);
     }
+}
+
+// The status bar: the legacy texts in panel 1, the instrument in panel 4
+// while it is linked. A new "TCP/IP Address" closes the old link at once;
+// during a series the next pass comes from the new instrument.
+TEST_F(MainFormTest, ANewAddressLeavesTheOldInstrumentAtOnce) {
+    DsoSimulator first(test::SeriesSimOptions());
+    SimOptions twoChannels = test::SeriesSimOptions();
+    twoChannels.state.model = "DS-5352";
+    DsoSimulator second(twoChannels);
+    ASSERT_TRUE(first.start());
+    ASSERT_TRUE(second.start());
+    auto form = open();
+    auto* address = find<QLineEdit>(*form, "IPAdressText");
+    prepareSeries(*form, first, 1);
+    find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+    EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
+
+    address->setText(QString::fromStdString(second.address()));
+    EXPECT_EQ(form->ui().statusText(4), "");
+    EXPECT_TRUE(first.waitUntil([](const std::vector<std::string>&, int open) { return open == 0; }));
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(form->ui().statusText(4), "DS-5352 at " + second.address());
+    EXPECT_EQ(second.commandLog().front(), "*IDN?");
+
+    // In a series: the pass in progress ends on the old instrument, which
+    // gets its front panel back; the next passes come from the new one.
+    prepareSeries(*form, second, 3);
+    first.clearLog();
+    second.clearLog();
+    Subscription moveAfterOne = form->state().passFinished.subscribe([&] {
+        if (form->state().repeatCounter() == 1)
+            address->setText(QString::fromStdString(first.address()));
+        else
+            EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
+    });
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
+    EXPECT_EQ(form->state().passesDone(), 2 + 3);
+    const auto log = second.commandLog();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "DTWAVE?"), 2);  // one pass, two channels
+    EXPECT_EQ(log.back(), "GTL");
+    EXPECT_TRUE(second.waitUntil([](const std::vector<std::string>&, int open) { return open == 0; }));
+    EXPECT_EQ(first.commandLog().front(), "*IDN?");
+    EXPECT_TRUE(first.waitForLastCommand("GTL"));
+    EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
 }
 
 // Runs no person watches (--series) never wait on a box: each is written to
