@@ -166,6 +166,25 @@ TEST_F(CliTest, RepliesThatCannotBeMeasuredWithWriteNothing) {
     }
 }
 
+// Without "New Acquisition" a series makes one pass, as the window's does;
+// the command line says so before the pass.
+TEST_F(CliTest, RepeatsWithoutNewAcquisitionAreOnePassAndSaySo) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::string warning =
+        "mervasto-cli acquire: warning: repeats need \"New Acquisition\" "
+        "(--new-acquisition); this run makes one pass, not 3.";
+    ASSERT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "3", "--no-save", "--format", "csv"}), kExitOk)
+        << err.str();
+    EXPECT_LT(err.str().find(warning), err.str().find("Repeat count=1")) << err.str();
+    EXPECT_NE(err.str().find("1 pass(es)"), std::string::npos) << err.str();
+    ASSERT_EQ(
+        run({"acquire", "--ip", sim.address(), "--repeat", "3", "--new-acquisition", "--no-save", "--format", "csv"}),
+        kExitOk);
+    EXPECT_EQ(err.str().find("warning"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("3 pass(es)"), std::string::npos) << err.str();
+}
+
 // A detail file the pass cannot write: exit status 1 with the file and the
 // reason, after the first pass.
 TEST_F(CliTest, APassFileThatCannotBeWritten) {
