@@ -113,7 +113,7 @@ Outcome RunState::runPass(UiPort& ui) {
     }
     ui.setStatus(1, kTransferingWaves);
     InputSource = kInputTypeDso;
-    const Outcome transferred = WaveTrans(ui, kInputTypeDso, {});
+    Outcome transferred = WaveTrans(ui, kInputTypeDso, {});
     WavesPresent = true;
     recordChanged();
     if (!transferred) {
@@ -263,7 +263,7 @@ Outcome RunState::readRejectRange(UiPort& ui) {
         settings_.RejectRangeSet = false;
         if (!running_ && linkedElsewhere()) link_->close();
         if (!link_->DsoLinked) {
-            const Outcome linked = ShownInLinkBox(
+            Outcome linked = ShownInLinkBox(
                 ui, InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText)));
             if (!linked) return linked;
         }

@@ -25,7 +25,7 @@ Outcome runSeries(MainForm& form, int passes, std::ostream& err) {
     a.RepeatCheck = a.DaqCheck = true;
     a.TotalRepeats = std::to_string(passes);
     form.showSettings();
-    const Outcome ran = form.state().WFStartCommand_Click(form.ui());
+    Outcome ran = form.state().WFStartCommand_Click(form.ui());
     GuardedApplication::report(ran);
     form.refreshViews();
     if (!ran) err << "mervasto: the series ended early: " << ran.text() << '\n';

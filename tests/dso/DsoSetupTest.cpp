@@ -191,7 +191,7 @@ TEST_F(SimTest, MalformedSetupEndsTheReadoutNamingTheField) {
         {"DTINF?", withLength("5000011")}, {"C1:VDIV?", "1e-35"},
     };
     for (const auto& [query, reply] : fine) {
-        SCOPED_TRACE(query + " -> \"" + reply + "\"");
+        SCOPED_TRACE(testing::Message() << query << " -> \"" << reply << "\"");
         sim->clearReplyOverrides();
         sim->setReplyOverride(query, reply);
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
