@@ -14,8 +14,8 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
-#include "gui/WaveWindow.h"
 #include "gui/Unattended.h"
+#include "gui/WaveWindow.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -49,13 +49,15 @@ int main(int argc, char** argv) {
         "simulate", "Start a simulated instrument on this machine and connect to it (scenarios: " + scenarios + ").",
         "SCENARIO");
     QCommandLineOption screenshot("screenshot",
-                                  "Run one acquisition from the simulated instrument, save pictures of the "
-                                  "main window and the wave window into DIR and quit.",
+                                  "Run a short series from the simulated instrument, save pictures of the "
+                                  "main window, the histogram window and the wave window into DIR and quit "
+                                  "(exit status 1 when a picture could not be written).",
                                   "DIR");
     QCommandLineOption dso("dso", "Talk to the instrument at this address (HOST or HOST:PORT).", "ADDRESS");
     QCommandLineOption series("series",
                               "Start a series of this many passes with New Acquisition at once, and quit when "
-                              "it has ended (long runs and memory checks).",
+                              "it has ended (long runs and memory checks). No box waits for an answer: each is "
+                              "written to stderr, and the exit status is mervasto-cli's (4 instrument, 1 files).",
                               "PASSES");
     parser.addOption(dataFolder);
     parser.addOption(simulate);
