@@ -328,9 +328,9 @@ TEST_F(MainFormTest, ANewAddressLeavesTheOldInstrumentAtOnce) {
     find<QPushButton>(*form, "WFStartCommand")->click();
     EXPECT_TRUE(boxes.empty()) << boxes.front();
     EXPECT_EQ(form->state().passesDone(), 2 + 3);
+    EXPECT_TRUE(second.waitForLastCommand("GTL"));
     const auto log = second.commandLog();
     EXPECT_EQ(std::count(log.begin(), log.end(), "DTWAVE?"), 2);  // one pass, two channels
-    EXPECT_EQ(log.back(), "GTL");
     EXPECT_TRUE(second.waitUntil([](const std::vector<std::string>&, int open) { return open == 0; }));
     EXPECT_EQ(first.commandLog().front(), "*IDN?");
     EXPECT_TRUE(first.waitForLastCommand("GTL"));
