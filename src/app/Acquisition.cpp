@@ -96,6 +96,16 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
 }
 
 Outcome RunState::runPass(UiPort& ui) {
+    if (linkedElsewhere()) {
+        // Another instrument since the last pass: the old one gets its front
+        // panel back, the new one is connected and identified as at a start.
+        if (const Outcome local = ReturnToLocal(*link_); !local) ui.setStatus(2, local.text());
+        link_->close();
+    }
+    if (!link_->DsoLinked) {
+        Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
+        if (!linked) return ShownInLinkBox(ui, std::move(linked));
+    }
     PrepareDsoForPass(*link_, setup_);
     if (settings_.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
@@ -103,7 +113,7 @@ Outcome RunState::runPass(UiPort& ui) {
     }
     ui.setStatus(1, kTransferingWaves);
     InputSource = kInputTypeDso;
-    const Outcome transferred = WaveTrans(ui, kInputTypeDso, {});
+    Outcome transferred = WaveTrans(ui, kInputTypeDso, {});
     WavesPresent = true;
     recordChanged();
     if (!transferred) {
@@ -143,6 +153,12 @@ Outcome RunState::runPass(UiPort& ui) {
     return Outcome::Ok();
 }
 
+Outcome RunState::shownInRunBox(UiPort& ui, Outcome failed) const {
+    if (failed.ok()) return failed;
+    if (!failed.wasReported() && !link_->aborted()) ui.messageBox(failed.text(), MsgButtons::Ok, kLinkErrorTitle);
+    return std::move(failed).reported();
+}
+
 void RunState::passWriteFailed(UiPort& ui, const Outcome& failed) {
     ui.messageBox(failed.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     TransferFailed = true;
@@ -155,17 +171,18 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     // A Stop left over from an earlier run must not cut this run's connect.
     link_->clearStop();
     ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+    if (linkedElsewhere()) link_->close();
     if (!link_->DsoLinked) {
         Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
-        runFailure_ = StopToStatus(ui, ShownInLinkBox(ui, std::move(linked)));
-        if (!runFailure_) return runFailure_;
+        runFailure_ = shownInRunBox(ui, StopToStatus(ui, ShownInLinkBox(ui, std::move(linked))));
+        if (!runFailure_) {
+            runEnded(runFailure_);
+            return runFailure_;
+        }
     }
     running_ = true;
-    if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended) {
-        ended = StopToStatus(ui, std::move(ended));
-        if (!ended.wasReported() && !link_->aborted()) ui.messageBox(ended.text(), MsgButtons::Ok, kLinkErrorTitle);
-        runFailure_ = std::move(ended).reported();
-    }
+    if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended)
+        runFailure_ = shownInRunBox(ui, StopToStatus(ui, std::move(ended)));
     const Outcome local = ReturnToLocal(*link_);
     if (!local) ui.setStatus(2, local.text());
     running_ = false;
@@ -207,7 +224,22 @@ Outcome RunState::runSeries(UiPort& ui) {
 
 void RunState::Stop_Click() { link_->requestStop(); }
 
+void RunState::IPAdressText_Change() {
+    if (!running_ && linkedElsewhere()) link_->close();
+}
+
+bool RunState::linkedElsewhere() const {
+    const std::string peer = link_->peer();
+    const DsoAddress wanted = ParseDsoAddress(settings_.analysis.IPAdressText);
+    return !peer.empty() && peer != wanted.host + ":" + wanted.port;
+}
+
 bool RunState::linked() const { return link_->DsoLinked; }
+
+std::string RunState::linkedInstrument() const {
+    const std::string peer = link_->peer();
+    return link_->DsoLinked && !peer.empty() ? setup_.Model + " at " + peer : std::string();
+}
 void RunState::setReplyTimeoutMs(int ms) { link_->setReplyTimeoutMs(ms); }
 void RunState::setExchangeDeadlineMs(int ms) { link_->setExchangeDeadlineMs(ms); }
 void RunState::abortLink() { link_->abort(); }
@@ -229,8 +261,9 @@ Outcome RunState::readRejectRange(UiPort& ui) {
     return Guarded([&]() -> Outcome {
         ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
         settings_.RejectRangeSet = false;
+        if (!running_ && linkedElsewhere()) link_->close();
         if (!link_->DsoLinked) {
-            const Outcome linked = ShownInLinkBox(
+            Outcome linked = ShownInLinkBox(
                 ui, InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText)));
             if (!linked) return linked;
         }
@@ -272,6 +305,7 @@ Outcome RunState::WaveSave_Click(UiPort& ui) {
             }
         }
         if (!settings_.analysis.SaveScreenCheck) return Outcome::Ok();
+        if (!running_ && linkedElsewhere()) link_->close();
         makeFolder(screenDir);
         ui.setStatus(1, kStoringScreen);
         Outcome screen = ShownInLinkBox(

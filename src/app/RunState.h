@@ -93,12 +93,15 @@ public:
     Outcome EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
                       const std::string& text);
 
-    // An instrument run. Whatever ended it early has been shown (a link
-    // box, the run's box, a status text for a Stop) and comes back reported,
-    // as runFailure() keeps it; only a connection that failed without a box
-    // of its own is left to the front end.
+    // An instrument run. Whatever ended it early, its connection included,
+    // has been shown (a link box, the run's "DSO" box, a status text for a
+    // Stop) and comes back reported, as runFailure() keeps it.
     Outcome WFStartCommand_Click(UiPort& ui);
     void Stop_Click();
+    // The address box names another instrument: the link to the old one is
+    // closed at once, or during a run after the pass in progress (the next
+    // pass connects to the new one), so that nothing more comes from it.
+    void IPAdressText_Change();
     Outcome ReadRejectRange_Click(UiPort& ui);
     Outcome WaveSave_Click(UiPort& ui);
     Outcome SelDataSaveFile_Click(UiPort& ui);
@@ -150,7 +153,8 @@ public:
     Event<> runStarted;       // an instrument run began (Running is true)
     Event<> passFinished;     // an instrument pass is analysed, logged and saved
     // An instrument run ended (Running is false again): ok when it ran through
-    // or was stopped, else why it ended early (also kept in RunFailure).
+    // or was stopped, else why it ended early, its connection included (also
+    // kept in RunFailure).
     Event<const Outcome&> runEnded;
 
     // --- what the views read -------------------------------------------------
@@ -223,6 +227,9 @@ public:
 
     // --- the instrument link -----------------------------------------------
     bool linked() const;
+    // The instrument while it is linked, "<model> at <host>:<port>"; empty
+    // when it is not.
+    std::string linkedInstrument() const;
     // The longest silence within a reply, and the longest whole exchange.
     void setReplyTimeoutMs(int ms);
     void setExchangeDeadlineMs(int ms);
@@ -300,12 +307,17 @@ private:
     Outcome inputFromFile(UiPort& ui, bool& analysing);
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
+    // The link is open to another address than the box names.
+    bool linkedElsewhere() const;
     // ReadRejectRange_Click within a pass: a Stop is left to the run.
     Outcome readRejectRange(UiPort& ui);
     // The passes of a run, and one pass: acquisition, transfer, analysis,
     // grids and files. A failure ends the run.
     Outcome runSeries(UiPort& ui);
     Outcome runPass(UiPort& ui);
+    // What ended a run, in the run's "DSO" box unless it was shown in a form
+    // of its own (or the program is closing); reported either way.
+    Outcome shownInRunBox(UiPort& ui, Outcome failed) const;
     // A file of the pass could not be written: the run-time error box names
     // it and why, and the series ends after this pass.
     void passWriteFailed(UiPort& ui, const Outcome& failed);

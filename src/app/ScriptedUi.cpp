@@ -16,16 +16,7 @@ MsgAnswer ScriptedUi::messageBox(const std::string& text, MsgButtons buttons, co
         answers.pop_front();
         return a;
     }
-    switch (buttons) {
-    case MsgButtons::Ok:
-    case MsgButtons::OkCancel: return MsgAnswer::Ok;
-    case MsgButtons::AbortRetryIgnore: return MsgAnswer::Abort;
-    case MsgButtons::YesNoCancel:
-    case MsgButtons::YesNo: return MsgAnswer::Yes;
-    case MsgButtons::RetryCancel: return MsgAnswer::Retry;
-    case MsgButtons::CancelTryContinue: return MsgAnswer::Cancel;
-    }
-    return MsgAnswer::Ok;
+    return DefaultAnswer(buttons);
 }
 
 std::optional<std::string> ScriptedUi::chooseOpenFile(const std::string& title, const std::string&, const std::string&,

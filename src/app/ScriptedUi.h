@@ -30,8 +30,8 @@ public:
     void progress(int64_t done, int64_t total) override;
     void setClipboardText(const std::string& text) override { clipboard = text; }
 
-    // Answers given in order; when empty, the first button of the set
-    // (OK, Yes, Cancel for the Cancel/Try Again/Continue set) is answered.
+    // Answers given in order; when empty, the default button of the set
+    // (DefaultAnswer) is answered.
     std::deque<MsgAnswer> answers;
     // File choices given in order; when empty, the dialog is cancelled.
     std::deque<std::optional<std::string>> files;

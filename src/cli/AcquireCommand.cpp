@@ -4,6 +4,7 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "cli/Report.h"
+#include "common/Numeric.h"
 #include "results/SeriesTrend.h"
 
 #include <QObject>
@@ -59,6 +60,13 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     ui.keepStatusLog = false;
     ui.echo = o.format == "json" ? nullptr : &EchoToStderr;
     if (Outcome limits = LoadComparatorOption(state, ui, o, err); !limits) return limits;
+
+    // A series repeats only with "New Acquisition" ticked, as the window's does.
+    const AnalysisSettings& a = state.settings().analysis;
+    if (a.RepeatCheck && !a.DaqCheck && Val(a.TotalRepeats) > 1)
+        err << "mervasto-cli acquire: warning: repeats need \"New Acquisition\" (--new-acquisition); this run makes "
+               "one pass, not "
+            << a.TotalRepeats << ".\n";
 
     ReportWriter report(out, o.format, o.cycles);
     bool anyNg = false;

@@ -11,19 +11,6 @@
 
 namespace mervasto {
 
-int ExitStatusOf(const Outcome& outcome) {
-    switch (outcome.code()) {
-    case ErrorCode::None: return kExitOk;
-    case ErrorCode::BadOption: return kExitBadOptions;
-    case ErrorCode::VerdictNg: return kExitNg;
-    // The only cancel a command meets is a Stop (Ctrl+C) that had to cut an
-    // exchange, which closes the link.
-    case ErrorCode::Link:
-    case ErrorCode::Canceled: return kExitNoInstrument;
-    default: return kExitFileError;  // files, and the faults of what was read from them
-    }
-}
-
 int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     for (const auto& a : args) {
         if (a == "--help" || a == "-h") {

@@ -32,6 +32,22 @@ enum class MsgAnswer : int {
     Continue = 11,
 };
 
+// The answer of a box's default button, the first of its set: OK, Yes,
+// Abort, Retry, and Cancel for Cancel / Try Again / Continue. What a box
+// gets where no person can answer it.
+constexpr MsgAnswer DefaultAnswer(MsgButtons buttons) {
+    switch (buttons) {
+    case MsgButtons::Ok:
+    case MsgButtons::OkCancel: return MsgAnswer::Ok;
+    case MsgButtons::AbortRetryIgnore: return MsgAnswer::Abort;
+    case MsgButtons::YesNoCancel:
+    case MsgButtons::YesNo: return MsgAnswer::Yes;
+    case MsgButtons::RetryCancel: return MsgAnswer::Retry;
+    case MsgButtons::CancelTryContinue: return MsgAnswer::Cancel;
+    }
+    return MsgAnswer::Cancel;
+}
+
 // Everything the program logic asks of its user interface. The windows
 // implement it with dialogs; the command line and the tests with scripted
 // answers. Nothing below the windows layer shows anything by itself.

@@ -1,10 +1,13 @@
 #include "display/WindowPicture.h"
 
+#include <QBuffer>
+#include <QByteArray>
 #include <QImage>
 #include <QImageWriter>
 #include <QPainter>
-#include <QSaveFile>
 #include <QString>
+
+#include "common/TextFile.h"
 
 namespace mervasto {
 
@@ -37,14 +40,16 @@ Outcome savePicture(const QImage& image, const std::string& fileName, const char
     };
     if (image.isNull()) return failed(QStringLiteral("there is no picture to write."));
     if (fileName.empty()) return failed(QStringLiteral("no file name."));
-    // Written beside the target and renamed over it, so a failed write keeps
-    // the old picture and never leaves half a file.
-    QSaveFile file(QString::fromStdString(fileName));
-    if (!file.open(QIODevice::WriteOnly)) return failed(file.errorString());
-    QImageWriter writer(&file, format);
+    // Encoded whole in memory, then written by the checked writer: a short
+    // write (a full disk, a file size limit) is seen, the old picture stays
+    // and no half file is left.
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    QImageWriter writer(&buffer, format);
     if (std::string_view(format) == "jpeg") writer.setQuality(kPictureQuality);
     // JPEG has no alpha; flatten onto white rather than let the encoder guess.
-    bool written;
+    bool encoded;
     if (image.hasAlphaChannel()) {
         QImage flat(image.size(), QImage::Format_RGB32);
         flat.fill(Qt::white);
@@ -52,17 +57,12 @@ Outcome savePicture(const QImage& image, const std::string& fileName, const char
             QPainter painter(&flat);
             painter.drawImage(0, 0, image);
         }
-        written = writer.write(flat);
+        encoded = writer.write(flat);
     } else {
-        written = writer.write(image);
+        encoded = writer.write(image);
     }
-    if (!written) {
-        const QString reason = writer.errorString();
-        file.cancelWriting();
-        return failed(reason);
-    }
-    if (!file.commit()) return failed(file.errorString());
-    return Outcome::Ok();
+    if (!encoded) return failed(writer.errorString());
+    return WriteFileReplacing(fileName, std::string_view(bytes.constData(), static_cast<size_t>(bytes.size())));
 }
 
 }  // namespace

@@ -24,10 +24,11 @@ inline constexpr int kPictureQuality = 50;
 std::string CaptureFileName(std::string_view dataFolder, std::string_view sampleName, int16_t counter,
                             std::string_view suffix);
 
-// Writes the picture as JPEG (quality 50), replacing any file of that name.
-// The file appears only when complete; nothing temporary is left behind.
-// Fails with the file name and the reason when it could not be written (a
-// name the file system refuses, a folder that is missing or read-only).
+// Writes the picture as JPEG (quality 50), replacing any file of that name:
+// encoded in memory, then written whole through WriteFileReplacing. The file
+// appears only when complete; nothing temporary is left behind. Fails with
+// the file name and the reason when it could not be written (a name the file
+// system refuses, a folder that is missing or read-only, a full disk).
 Outcome SaveWindowPicture(const QImage& image, const std::string& fileName);
 
 // The same for a plot, as PNG: lossless, so thin lines and texts stay sharp.

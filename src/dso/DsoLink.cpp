@@ -207,6 +207,7 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
             return state();
         }
         events.Connected = false;
+        peer_ = address + ":" + port;
         socket_->connectToHost(QString::fromStdString(address), static_cast<quint16>(ToInt32(p)));
         auto end = waitFor(
             [this] {

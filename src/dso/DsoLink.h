@@ -129,6 +129,9 @@ public:
 
     int16_t state() const;
     bool aborted() const { return aborted_.load(); }
+    // "host:port" of the open connection, as LinkToSLA was given them; empty
+    // when the socket is not connected.
+    std::string peer() const { return state() == kLinkConnected ? peer_ : std::string(); }
 
     // A silent instrument ends an exchange after this long without a byte
     // (0 = wait for ever). Also bounds connecting and sending.
@@ -169,6 +172,7 @@ private:
     QEventLoop* loop_ = nullptr;
     QThread* ownerThread_ = nullptr;
     std::string pending_;  // bytes read from the socket, not yet consumed
+    std::string peer_;
     std::atomic<bool> aborted_{false};
     std::atomic<bool> hardStop_{false};
     bool socketError_ = false;
@@ -182,7 +186,9 @@ private:
 // Connects and identifies when DsoLinked is false: "Connecting to the DSO."
 // in status panel 1, LinkToSLA, and when it answers 9 the outcome
 // "DSO not connected normally." (ErrorCode::Link). Otherwise "*IDN?" gives
-// the model and the channel count and DsoLinked is set. Ok when linked.
+// the model and the channel count and DsoLinked is set; a reply that names
+// no model of 2 or 4 channels closes the link (ErrorCode::Link, naming the
+// reply) and leaves the setup as it was. Ok when linked.
 Outcome ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
 
 // The box the window shows for an outcome of the instrument layer: the two

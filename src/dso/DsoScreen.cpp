@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/RuntimeError.h"
+#include "common/TextFile.h"
 
 namespace mervasto {
 
@@ -29,15 +30,16 @@ Outcome SaveDsoScreen(DsoLink& link, UiPort& ui, const std::string& addressText,
                                                         " bytes that can be stored; no file was written.");
         image.push_back(0);
 
-        QFile file(QString::fromStdString(fileName));
-        // ReadWrite keeps an older, longer file's tail, as the image files always have.
-        if (!file.open(QIODevice::ReadWrite))
-            throw RuntimeError(ErrorCode::FileIo, "The screen image file \"" + fileName + "\" could not be opened.");
-        const qint64 written =
-            file.write(reinterpret_cast<const char*>(image.data()), static_cast<qint64>(image.size()));
-        file.close();
-        if (written != static_cast<qint64>(image.size()))
-            throw RuntimeError(ErrorCode::FileIo, "The screen image file \"" + fileName + "\" could not be written.");
+        // The image files have always been written over an older one without
+        // cutting it: a longer old file keeps its tail beyond the new image.
+        std::string content(image.begin(), image.end());
+        if (QFile old(QString::fromStdString(fileName));
+            old.size() > static_cast<qint64>(content.size()) && old.open(QIODevice::ReadOnly)) {
+            old.seek(static_cast<qint64>(content.size()));
+            const QByteArray tail = old.readAll();
+            content.append(tail.constData(), static_cast<size_t>(tail.size()));
+        }
+        if (Outcome written = WriteFileReplacing(fileName, content); !written) return written;
         if (bytes) *bytes = n;
         return Outcome::Ok();
     });

@@ -10,10 +10,13 @@
 #include "common/Numeric.h"
 #include "common/TextUtil.h"
 #include "dso/LinkFraming.h"
+#include "wavefile/WaveRecord.h"
 
 namespace mervasto {
 
 namespace {
+
+constexpr const char* kReadoutEnded = "; the readout was ended and the link closed.";
 
 // A reply that is empty or a single blank stands for the instrument's default.
 std::string OrDefault(const std::string& reply, const char* fallback) {
@@ -24,19 +27,36 @@ std::string OrDefault(const std::string& reply, const char* fallback) {
 // must be a finite number that fits a float, or the readout ends, because a
 // wrong time base or scale would be measured and saved without a sign.
 float SetupNumber(DsoLink& link, const std::string& query, const char* blankDefault, const std::string& field,
-                  bool mustBePositive) {
+                  bool mustBePositive, std::string* replyOut = nullptr) {
     const std::string reply = link.QueryDso(query, 80);
+    if (replyOut) *replyOut = reply;
     const std::string text = OrDefault(reply, blankDefault);
     const std::string problem = SetupNumberProblem(text, mustBePositive);
     if (!problem.empty())
         link.failExchange("The DSO's " + field + " (\"" + std::string(TrimBlanks(query)) + "\") " + problem + ": \"" +
-                          PrintableBytes(reply, 24) + "\"; the readout was ended and the link closed.");
-    return ToSingle(Val(text));
+                          PrintableBytes(reply, 24) + "\"" + kReadoutEnded);
+    return ValSingle(text);
 }
 
 const std::string& FieldOr(const std::vector<std::string>& fields, size_t i) {
     static const std::string empty;
     return i < fields.size() ? fields[i] : empty;
+}
+
+// The samples are counts times the volts of one count: a count too small for
+// a float would make every sample 0 V, one too large a full-scale sample
+// infinite.
+void CheckVoltsPerCount(DsoLink& link, const DsoSetup& setup, size_t ch, bool word, const std::string& vdivReply) {
+    const int countsPerDiv = word ? 8192 : 32;
+    const float perCount = setup.VoltsPerDiv[ch] / static_cast<float>(countsPerDiv);
+    const double fullScale = (word ? 32768.0 : 128.0) * perCount + std::fabs(double{setup.Offset[ch]});
+    const char* problem = !std::isnormal(perCount)                        ? "is too small for a float"
+                          : fullScale > std::numeric_limits<float>::max() ? "makes a full-scale sample beyond a float"
+                                                                          : nullptr;
+    if (!problem) return;
+    link.failExchange("The DSO's volts per count of " + std::string(kChannelPrefix[ch]) + " (volts/div \"" +
+                      PrintableBytes(vdivReply, 24) + "\" / " + std::to_string(countsPerDiv) + ") " + problem +
+                      kReadoutEnded);
 }
 
 }  // namespace
@@ -49,10 +69,12 @@ std::string SetupNumberProblem(std::string_view text, bool mustBePositive) {
     return {};
 }
 
-int32_t RecordLengthOfField(const std::string& field) {
-    const int32_t whole = ToInt32(Val(MidText(field, 17)));
-    const int32_t length = ToInt32(whole / 10.0) * 10;
-    return length < 1 ? 500 : length;
+std::optional<int32_t> RecordLengthOfField(const std::string& field) {
+    const std::string_view text = MidText(field, 17);
+    if (!IsNumberText(text)) return std::nullopt;
+    const double whole = Val(text);
+    if (whole != std::floor(whole) || whole < 10 || whole > kMaxSamples) return std::nullopt;
+    return ToInt32(whole / 10.0) * 10;
 }
 
 void FillDsoSetupDefaults(DsoSetup& setup) {
@@ -111,21 +133,35 @@ Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::stri
         setup.InfoDigit = std::string(RightText(FieldOr(info, 1), 1));
         setup.DateTime = std::string(RightText(FieldOr(info, 2), 19));
 
-        setup.TimePerDiv = SetupNumber(link, "TDIV?", "1e-6", "time base", true);
-        setup.RecordLength = RecordLengthOfField(info[lengthField]);
+        std::string timeBaseReply;
+        setup.TimePerDiv = SetupNumber(link, "TDIV?", "1e-6", "time base", true, &timeBaseReply);
+        const std::optional<int32_t> length = RecordLengthOfField(info[lengthField]);
+        if (!length)
+            link.failExchange("The DSO's record length (field " + std::to_string(lengthField) +
+                              " of \"DTINF?\") is not a whole number from 10 to " + std::to_string(kMaxSamples) +
+                              ": \"" + PrintableBytes(info[lengthField], 40) + "\"" + kReadoutEnded);
+        setup.RecordLength = *length;
         setup.SampleInterval = ToSingle(double{setup.TimePerDiv} * 10.0 / setup.RecordLength);
+        if (!std::isnormal(setup.SampleInterval))
+            link.failExchange("The DSO's sample interval (time base \"" + PrintableBytes(timeBaseReply, 24) +
+                              "\" x 10 / " + std::to_string(setup.RecordLength) + " samples) is too small for a float" +
+                              kReadoutEnded);
         setup.AcqMode = link.QueryDso("ACQ?", 80);
         setup.TriggerSource = link.QueryDso("TSRC?", 80);
-        setup.TriggerLevel = ValSingle(link.QueryDso("TLVL?", 80));
-        setup.TriggerDelay = ValSingle(link.QueryDso("TRDL?", 80));
+        setup.TriggerLevel = SetupNumber(link, "TLVL?", "0", "trigger level", false);
+        setup.TriggerDelay = SetupNumber(link, "TRDL?", "0", "trigger delay", false);
         setup.TriggerMode = link.QueryDso("TRMD?", 80);
 
         if (!memoryInput) {
+            const bool word = setup.AcqMode == "AVERAGE" || setup.AcqMode == "HIGH_RES";
             for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
                 const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
                 const size_t i = static_cast<size_t>(ch);
-                setup.VoltsPerDiv[i] = SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true);
+                std::string vdivReply;
+                setup.VoltsPerDiv[i] =
+                    SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true, &vdivReply);
                 setup.Offset[i] = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
+                CheckVoltsPerCount(link, setup, i, word, vdivReply);
                 setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
                 setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
                 setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,9 +13,13 @@ namespace mervasto {
 // Reads the instrument's setup into `setup`, connecting first when the link
 // is not open. Ok after a real readout. When the link cannot be opened it
 // fills the fixed defaults and returns "DSO not interfaced normally."
-// (ErrorCode::Link). A setup information reply without the record length's
-// field, or a time base, volts/div or offset that is not a usable number,
-// ends the readout: the link is closed and the outcome names the field. With
+// (ErrorCode::Link). Anything the program could not measure with ends the
+// readout (ErrorCode::Link, the link closed, the outcome naming the field and
+// the reply): a setup information reply without the record length's field or
+// with a record length that is no whole number from 10 to 5,000,011; a time
+// base, trigger delay, trigger level, volts/div or offset that is not a
+// finite number a float holds (time base and volts/div above 0); a sample
+// interval or a channel's volts per count that a float cannot hold. With
 // memoryInput (the MemoryInput box visible and ticked) the per-channel fields
 // keep what they held.
 Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput);
@@ -32,8 +37,9 @@ std::string SetupNumberProblem(std::string_view text, bool mustBePositive);
 // The setup used when the instrument cannot be reached.
 void FillDsoSetupDefaults(DsoSetup& setup);
 
-// Record length of a "DTINF?" field: the number from its 17th character on,
-// rounded to tens; 500 when that gives less than 1.
-int32_t RecordLengthOfField(const std::string& field);
+// Record length of a "DTINF?" field: the whole number from its 17th character
+// on, 10 .. 5,000,011, rounded to tens (halves to even); nullopt for
+// anything else.
+std::optional<int32_t> RecordLengthOfField(const std::string& field);
 
 }  // namespace mervasto

@@ -50,6 +50,12 @@ std::string GuiUi::statusText(int panel) const {
 }
 
 MsgAnswer GuiUi::messageBox(const std::string& text, MsgButtons buttons, const std::string& title) {
+    if (unattended) {
+        std::string line = title + ": " + text;
+        for (size_t cut; (cut = line.find("\r\n")) != std::string::npos;) line.replace(cut, 2, "\n");
+        unattended(line);
+        return DefaultAnswer(buttons);
+    }
     if (answerHook) return answerHook(text, buttons, title);
     QMessageBox box(parent_);
     box.setWindowTitle(q(title));
@@ -97,6 +103,7 @@ MsgAnswer GuiUi::messageBox(const std::string& text, MsgButtons buttons, const s
 
 std::optional<std::string> GuiUi::chooseOpenFile(const std::string& title, const std::string& initialName,
                                                  const std::string& initialFolder, const std::string& filter) {
+    if (unattended) return std::nullopt;
     if (fileHook) return fileHook(title, initialName, initialFolder);
     QString start = q(initialFolder);
     if (!initialName.empty()) start += QStringLiteral("/") + q(initialName);
@@ -107,6 +114,7 @@ std::optional<std::string> GuiUi::chooseOpenFile(const std::string& title, const
 
 std::optional<std::string> GuiUi::chooseSaveFile(const std::string& title, const std::string& initialName,
                                                  const std::string& initialFolder, const std::string& filter) {
+    if (unattended) return std::nullopt;
     if (fileHook) return fileHook(title, initialName, initialFolder);
     QString start = q(initialFolder);
     if (!initialName.empty()) start += QStringLiteral("/") + q(initialName);
@@ -116,6 +124,7 @@ std::optional<std::string> GuiUi::chooseSaveFile(const std::string& title, const
 }
 
 std::optional<uint32_t> GuiUi::chooseColor(uint32_t initial) {
+    if (unattended) return std::nullopt;
     if (colorHook) return colorHook(initial);
     QColor c = QColorDialog::getColor(ColorFromBgr(initial), parent_);
     if (!c.isValid()) return std::nullopt;

@@ -31,6 +31,11 @@ public:
 
     std::string statusText(int panel) const;
 
+    // A run no person watches (--series, --screenshot): when set, every box
+    // is told through it as "title: text" and gets its default button's
+    // answer (DefaultAnswer); file and colour dialogs are cancelled.
+    std::function<void(const std::string& line)> unattended;
+
     // Tests answer the dialogs instead of a person; when set, no modal
     // dialog is shown.
     std::function<MsgAnswer(const std::string& text, MsgButtons, const std::string& title)> answerHook;

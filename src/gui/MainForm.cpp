@@ -16,6 +16,7 @@
 #include <QVBoxLayout>
 
 #include "app/core/DataFolders.h"
+#include "app/core/SettingsTable.h"
 #include "app/core/Version.h"
 #include "display/WavePainter.h"
 #include "display/WindowPicture.h"
@@ -98,8 +99,10 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
 MainForm::~MainForm() { GuardedApplication::setFailureSink(nullptr); }  // its box goes with the window
 
 void MainForm::connectCommands(const Commands& c) {
-    GuardedApplication::setFailureSink(
-        [this](const Outcome& o) { ui_->messageBox(o.text(), MsgButtons::Ok, kRunTimeErrorTitle); });
+    GuardedApplication::setFailureSink([this](const Outcome& o) {
+        ui_->setStatus(2, o.text());
+        ui_->messageBox(o.text(), MsgButtons::Ok, kRunTimeErrorTitle);
+    });
     connect(WFStartCommand_, &QPushButton::clicked, this,
             [this] { run([this] { return state_.WFStartCommand_Click(*ui_); }); });
     connect(c.stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
@@ -201,8 +204,14 @@ void MainForm::followState() {
     subscriptions_.push_back(state_.resultsChanged.subscribe([this] { showResults(); }));
     subscriptions_.push_back(state_.gridsChanged.subscribe([this] { showGrids(); }));
     subscriptions_.push_back(state_.settingsChanged.subscribe([this] { binding_->showChanged(); }));
-    subscriptions_.push_back(state_.runStarted.subscribe([this] { applyRunning(); }));
-    subscriptions_.push_back(state_.runEnded.subscribe([this](const Outcome&) {
+    subscriptions_.push_back(state_.runStarted.subscribe([this] {
+        ui_->setStatus(2, "");
+        applyRunning();
+    }));
+    // A pass may have linked another instrument (a new address).
+    subscriptions_.push_back(state_.passFinished.subscribe([this] { showLink(); }));
+    subscriptions_.push_back(state_.runEnded.subscribe([this](const Outcome& end) {
+        if (!end.ok()) ui_->setStatus(2, end.text());
         refreshViews();
         if (closeAfterRun_) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
     }));
@@ -211,6 +220,11 @@ void MainForm::followState() {
 void MainForm::startUp(const std::string& dataFolderOverride) {
     state_.FormLoad(dataFolderOverride);
     binding_ = new SettingsBinding(state_.settings(), this);
+    binding_->edited = [this](const FieldRef& field) {
+        if (FieldName(field) != "IPAdressText") return;
+        state_.IPAdressText_Change();
+        showLink();
+    };
     showSettings();
     refreshViews();
     // Settings the resume file held bad values for took their defaults.
@@ -283,7 +297,10 @@ void MainForm::showGrids() {
     applyColumnWidths(DetailDataGrid_, state_.detailGrid());
 }
 
+void MainForm::showLink() { ui_->setStatus(4, state_.linkedInstrument()); }
+
 void MainForm::applyRunning() {
+    showLink();
     const bool idle = !state_.running();
     for (QWidget* w : lockedDuringRun_) w->setEnabled(idle);
     for (QAction* a : actionsLockedDuringRun_) a->setEnabled(idle);
@@ -324,13 +341,16 @@ void MainForm::closeEvent(QCloseEvent* e) {
     }
     storeWindowPositions();
     state_.abortLink();
-    if (const Outcome left = state_.SaveUnsavedResults(*ui_); !left) {
+    sessionEnd_ = state_.SaveUnsavedResults(*ui_);
+    if (!sessionEnd_) {
         // The last chance for lines the results file would not take.
-        ui_->setClipboardText(left.text());
-        ui_->messageBox(left.text() + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok, kFailedToSaveTestResults);
+        ui_->setClipboardText(sessionEnd_.text());
+        ui_->messageBox(sessionEnd_.text() + "\r\n\r\nThey are on the clipboard.", MsgButtons::Ok,
+                        kFailedToSaveTestResults);
     }
-    Outcome saved = state_.FormUnload();
+    const Outcome saved = state_.FormUnload();
     GuardedApplication::report(saved);
+    if (sessionEnd_) sessionEnd_ = saved;
     waveAll_->close();
     waveEach_->close();
     plots_->close();

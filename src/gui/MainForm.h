@@ -54,6 +54,11 @@ public:
     // Pictures of this window and an open wave window (the SaveWave button).
     void saveWindowPictures();
 
+    // What closing the window came to: the first failure of the result
+    // lines it tried once more and the settings file it wrote (each also
+    // shown in its box).
+    const Outcome& sessionEnd() const { return sessionEnd_; }
+
 protected:
     void closeEvent(QCloseEvent* e) override;
 
@@ -105,6 +110,8 @@ private:
     void showWaves();
     void showResults();
     void showGrids();
+    // Status panel 4: the instrument while it is linked.
+    void showLink();
     void storeWindowPositions();
 
     RunState state_;
@@ -164,6 +171,7 @@ private:
     std::vector<Subscription> subscriptions_;
     // The window was asked to close during a run: it closes when the run ends.
     bool closeAfterRun_ = false;
+    Outcome sessionEnd_;
 };
 
 }  // namespace mervasto

@@ -6,14 +6,15 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "app/core/Startup.h"
 #include "common/PackageVersion.h"
 #include "gui/DemoSeries.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
-#include "gui/PlotWindow.h"
 #include "gui/MainForm.h"
+#include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
@@ -48,13 +49,15 @@ int main(int argc, char** argv) {
         "simulate", "Start a simulated instrument on this machine and connect to it (scenarios: " + scenarios + ").",
         "SCENARIO");
     QCommandLineOption screenshot("screenshot",
-                                  "Run one acquisition from the simulated instrument, save pictures of the "
-                                  "main window and the wave window into DIR and quit.",
+                                  "Run a short series from the simulated instrument, save pictures of the "
+                                  "main window, the histogram window and the wave window into DIR and quit "
+                                  "(exit status 1 when a picture could not be written).",
                                   "DIR");
     QCommandLineOption dso("dso", "Talk to the instrument at this address (HOST or HOST:PORT).", "ADDRESS");
     QCommandLineOption series("series",
                               "Start a series of this many passes with New Acquisition at once, and quit when "
-                              "it has ended (long runs and memory checks).",
+                              "it has ended (long runs and memory checks). No box waits for an answer: each is "
+                              "written to stderr, and the exit status is mervasto-cli's (4 instrument, 1 files).",
                               "PASSES");
     parser.addOption(dataFolder);
     parser.addOption(simulate);
@@ -111,45 +114,20 @@ int main(int argc, char** argv) {
     form.show();
     form.waveAll()->show();
 
+    // Runs no person watches end with the command line's exit statuses.
+    std::optional<int> unattendedStatus;
     if (parser.isSet(screenshot)) {
-        const QString dir = parser.value(screenshot);
-        QTimer::singleShot(100, [&, dir] {
-            auto& a = form.state().settings().analysis;
-            a.IPAdressText = sim->address();
-            // A short series, so that the per-pass view has something to show.
-            a.RepeatCheck = a.DaqCheck = true;
-            a.TotalRepeats = "20";
-            form.showSettings();
-            form.plots()->show();
-            GuardedApplication::report(form.state().WFStartCommand_Click(form.ui()));
-            form.refreshViews();
-            form.grab().save(dir + "/main-window.png");
-            // The widest cycle, as a user finds it: its bar, clicked.
-            form.plots()->refresh();
-            form.plots()->clickBar(static_cast<int32_t>(form.plots()->histogram().counts.size()) - 1);
-            form.plots()->grab().save(dir + "/histogram-window.png");
-            // Lanes, so that each channel's edges and marks stand apart.
-            a.Stacked = true;
-            form.waveAll()->refresh();
-            form.waveAll()->grab().save(dir + "/wave-window.png");
-            form.close();
+        const std::string dir = parser.value(screenshot).toStdString();
+        QTimer::singleShot(100, &form, [&, dir] {
+            unattendedStatus = SaveScreenshotsUnattended(form, dir, std::cerr);
             app.quit();
         });
-    }
-    Subscription quitAfterSeries;
-    if (parser.isSet(series)) {
-        auto& a = form.state().settings().analysis;
-        a.RepeatCheck = a.DaqCheck = true;
-        a.TotalRepeats = parser.value(series).toStdString();
-        form.showSettings();
-        quitAfterSeries = form.state().runEnded.subscribe([&](const Outcome& end) {
-            if (!end) std::cerr << "mervasto: the series ended early: " << end.text() << '\n';
-            QTimer::singleShot(0, &form, [&] {
-                form.close();
-                app.quit();
-            });
+    } else if (parser.isSet(series)) {
+        const int passes = parser.value(series).toInt();
+        QTimer::singleShot(0, &form, [&, passes] {
+            unattendedStatus = RunSeriesUnattended(form, passes, std::cerr);
+            app.quit();
         });
-        QTimer::singleShot(0, &form, [&] { GuardedApplication::report(form.state().WFStartCommand_Click(form.ui())); });
     }
     if (parser.isSet(demo)) {
         StartDemoSeries(form, [&](const std::string& report) {
@@ -167,6 +145,6 @@ int main(int argc, char** argv) {
             });
         });
     }
-    int rc = app.exec();
-    return rc;
+    const int rc = app.exec();
+    return unattendedStatus.value_or(rc);
 }

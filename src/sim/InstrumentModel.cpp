@@ -236,15 +236,38 @@ bool InstrumentModel::answer(std::string_view cmd, std::string& out) {
 // The one malformed setup reply of the BadSetup fault, when cmd asks for it.
 bool InstrumentModel::badSetupReply(std::string_view cmd, std::string& out) const {
     const std::string& field = opt_.badSetupField;
+    const SimState& st = opt_.state;
+    if (field == "IDN" && cmd == "*IDN?") return out.clear(), true;
     if (field == "DTINF" && cmd == "DTINF?") {
-        out = "Model Name = " + opt_.state.model + ",Data Info = 1,Record Time = 2026/01/01 00:00:00";
+        out = "Model Name = " + st.model + ",Data Info = 1,Record Time = 2026/01/01 00:00:00";
         return true;
     }
-    const bool channelQuery = cmd.size() > 3 && cmd[0] == 'C' && cmd[2] == ':';
-    if ((field == "TDIV" && cmd == "TDIV?") || (channelQuery && field == "VDIV" && cmd.substr(3) == "VDIV?") ||
-        (channelQuery && field == "OFST" && cmd.substr(3) == "OFST?")) {
-        out = "ERR?";
+    if (field == "LENGTH" && cmd == "DTINF?") {
+        SimState negative = st;
+        negative.recordLength = -70000;
+        out = SimDtinf(negative);
         return true;
+    }
+    // Numbers a float cannot carry, or ones that leave nothing to measure with.
+    struct Spoilt {
+        const char* field;
+        std::string_view query;  // after the channel prefix for the per-channel ones
+        bool perChannel;
+        const char* reply;
+    };
+    static constexpr Spoilt kSpoilt[] = {
+        {"TDIV", "TDIV?", false, "ERR?"},         {"VDIV", "VDIV?", true, "ERR?"},
+        {"OFST", "OFST?", true, "ERR?"},          {"TRDL", "TRDL?", false, "1.0000E+300"},
+        {"TLVL", "TLVL?", false, "-1.0000E+300"}, {"INTERVAL", "TDIV?", false, "1.0000E-44"},
+        {"VOLTS", "VDIV?", true, "1.0000E-40"},
+    };
+    const bool channelQuery = cmd.size() > 3 && cmd[0] == 'C' && cmd[2] == ':';
+    for (const Spoilt& s : kSpoilt) {
+        if (field != s.field) continue;
+        if (s.perChannel ? channelQuery && cmd.substr(3) == s.query : cmd == s.query) {
+            out = s.reply;
+            return true;
+        }
     }
     return false;
 }

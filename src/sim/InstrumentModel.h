@@ -50,8 +50,12 @@ struct SimOptions {
     int faultAfterBlocks = 0;
     // OneByte: one byte every tricklePeriodMs (0 = as fast as the loop runs).
     int tricklePeriodMs = 0;
-    // BadSetup: "TDIV", "VDIV", "OFST" (a non-numeric reply; VDIV and OFST of
-    // every channel) or "DTINF" (a reply with too few fields).
+    // BadSetup: which reply is spoilt (SimBadSetupFields): "TDIV", "VDIV",
+    // "OFST" (not a number; VDIV and OFST of every channel), "DTINF" (too few
+    // fields), "IDN" (an empty identification), "LENGTH" (a record length of
+    // -70000), "TRDL", "TLVL" (beyond a float), "INTERVAL" (a time base
+    // that leaves a sample interval too small for a float), "VOLTS" (a
+    // volts/div too small for the volts of a count, every channel).
     std::string badSetupField = "TDIV";
     uint32_t seed = 1;
 };

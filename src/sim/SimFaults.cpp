@@ -27,6 +27,12 @@ const std::vector<std::string>& SimFaultNames() {
     return names;
 }
 
+const std::vector<std::string>& SimBadSetupFields() {
+    static const std::vector<std::string> fields = {"TDIV",   "VDIV", "OFST", "DTINF",    "IDN",
+                                                    "LENGTH", "TRDL", "TLVL", "INTERVAL", "VOLTS"};
+    return fields;
+}
+
 bool SimFaultFromName(const std::string& name, SimFault& fault) {
     for (size_t i = 0; i < kFaultNames.size(); ++i)
         if (name == kFaultNames[i]) {

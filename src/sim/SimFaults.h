@@ -29,6 +29,8 @@ enum class SimFault {
 const char* SimFaultName(SimFault fault);
 bool SimFaultFromName(const std::string& name, SimFault& fault);
 const std::vector<std::string>& SimFaultNames();
+// The replies BadSetup can spoil (SimOptions::badSetupField).
+const std::vector<std::string>& SimBadSetupFields();
 
 // One thing the instrument sends back, and how the socket side delivers it.
 struct SimReply {

@@ -2,6 +2,7 @@
 // the program and its tests without the real thing.
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -18,12 +19,14 @@ void Usage() {
         "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
         "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
         "                       [--fault-after BLOCKS] [--fault-rate MS]\n"
-        "                       [--bad-setup-field TDIV|VDIV|OFST|DTINF] [--help] [--version]\n"
+        "                       [--bad-setup-field FIELD] [--help] [--version]\n"
         "Serves the instrument's command set on 127.0.0.1 until killed.\n"
         "scenarios:");
     for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
     std::printf("\nfaults:");
     for (const auto& f : mervasto::SimFaultNames()) std::printf(" %s", f.c_str());
+    std::printf("\nbad-setup fields:");
+    for (const auto& f : mervasto::SimBadSetupFields()) std::printf(" %s", f.c_str());
     std::printf("\n");
 }
 
@@ -94,7 +97,8 @@ int main(int argc, char** argv) {
             }
             options.tricklePeriodMs = static_cast<int>(ms);
         } else if (a == "--bad-setup-field") {
-            if (v != "TDIV" && v != "VDIV" && v != "OFST" && v != "DTINF") {
+            const auto& fields = SimBadSetupFields();
+            if (std::find(fields.begin(), fields.end(), v) == fields.end()) {
                 std::fprintf(stderr, "mervasto-dsosim: unknown setup field %s\n", v.c_str());
                 return 2;
             }

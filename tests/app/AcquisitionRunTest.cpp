@@ -272,91 +272,43 @@ TEST_F(AcquisitionRun, SavingWavesAndTheScreen) {
 
 }  // namespace
 
-// The instrument fails in the third pass of a series: the two passes before it
-// keep their result lines and log rows, the failure is reported, and the next
-// run connects again.
-TEST_F(AcquisitionRun, InstrumentFailsInTheMiddleOfASeries) {
-    struct Case {
-        const char* name;
-        std::function<void()> inject;
-        const char* message;
-    };
-    const std::vector<Case> cases = {
-        {"switched off", [&] { sim->setFaultAfter(SimFault::Refuse, 1); }, "closed the connection"},
-        {"silent", [&] { sim->setFault(SimFault::Silent); }, "did not"},
-        {"garbage", [&] { sim->setFault(SimFault::Garbage); }, "is not a number"},
-        {"block cut short", [&] { sim->setFault(SimFault::CloseMidBlock); }, "closed the connection"},
-        {"endless reply", [&] { sim->setFault(SimFault::EndlessReply); }, "runs on past 65536 bytes"},
-        {"bad volts/div",
-         [&] {
-             sim->setBadSetupField("VDIV");
-             sim->setFault(SimFault::BadSetup);
-         },
-         "volts/div of C1 (\"C1:VDIV?\") is not a number"},
-    };
-    state.setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
-    state.settings().analysis.RepeatCheck = true;
-    state.settings().analysis.DaqCheck = true;
-    state.settings().analysis.TotalRepeats = "10";
-    for (const auto& c : cases) {
-        std::filesystem::remove(state.resultFileName());
-        const int64_t written = state.resultLines().written();
-        Subscription injectAfterTwo = state.passFinished.subscribe([&] {
-            if (state.resultLines().written() == written + 2) {
-                c.inject();
-                injectAfterTwo.reset();
-            }
-        });
-        const size_t boxes = ui.boxes.size();
-        EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
-        ASSERT_EQ(ui.boxes.size(), boxes + 1) << c.name;
-        EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << c.name << ": " << ui.boxes.back().text;
-        EXPECT_EQ(state.runFailure().text(), ui.boxes.back().text) << c.name;
-        EXPECT_FALSE(state.running());
-        EXPECT_FALSE(state.linked()) << c.name;
-        EXPECT_EQ(resultLines(), 2u + 2u) << c.name;
-        EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + 2) << c.name;
-        EXPECT_FALSE(state.logGrid().text(kLogHeaderRows + 1, 1).empty()) << c.name;
-
-        sim->setFault(SimFault::None);  // switched on again
-        state.settings().analysis.TotalRepeats = "1";
-        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
-        EXPECT_TRUE(state.runFailure().ok()) << c.name << ": " << state.runFailure().text();
-        EXPECT_TRUE(state.linked()) << c.name;
-        EXPECT_EQ(resultLines(), 2u + 3u) << c.name;
-        state.settings().analysis.TotalRepeats = "10";
-    }
-}
-
-// The shared series faults at the run state: the third pass fails, the two
-// before it are kept, and no return-to-local goes to a link in an unknown state.
+// The shared series faults at the run state: the third pass fails with one
+// box that says why, the two passes before it keep their rows and lines, no
+// return-to-local goes to a link in an unknown state, and the next run
+// connects again.
 TEST_F(AcquisitionRun, SeriesFaultsKeepThePassesBefore) {
+    state.setReplyTimeoutMs(3000);  // roomy: sanitizer builds on busy machines are slow
     state.settings().analysis.RepeatCheck = true;
     state.settings().analysis.DaqCheck = true;
     state.settings().analysis.TotalRepeats = "5";
     state.settings().analysis.TimeoutSeconds = "3";
-    ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());  // linked, so that every case counts blocks from the same point
     for (const auto& c : test::kSeriesFaults) {
-        SCOPED_TRACE(SimFaultName(c.fault));
+        SCOPED_TRACE(c.name);
         std::filesystem::remove(state.resultFileName());
-        if (!state.linked()) {
-            state.settings().analysis.RepeatCheck = false;
-            ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
-            state.settings().analysis.RepeatCheck = true;
-            std::filesystem::remove(state.resultFileName());
-        }
         settle();
         sim->clearLog();
-        sim->setFaultAfter(c.fault, 8);
+        test::ShowInThirdPass(*sim, c);
         const size_t boxes = ui.boxes.size();
         EXPECT_FALSE(state.WFStartCommand_Click(ui).ok());
         ASSERT_EQ(ui.boxes.size(), boxes + 1);
         EXPECT_NE(ui.boxes.back().text.find(c.message), std::string::npos) << ui.boxes.back().text;
+        EXPECT_EQ(ui.boxes.back().title, "DSO");
+        EXPECT_EQ(state.runFailure().text(), ui.boxes.back().text);
+        EXPECT_FALSE(state.running());
+        EXPECT_FALSE(state.linked());
         EXPECT_EQ(resultLines(), 2u + 2u);
         EXPECT_EQ(state.logGrid().nextRow, kLogHeaderRows + 2);
-        EXPECT_FALSE(state.linked());
+        EXPECT_FALSE(state.logGrid().text(kLogHeaderRows + 1, 1).empty());
         EXPECT_EQ(sent("GTL"), 0u);
-        sim->setFault(SimFault::None);
+
+        sim->setCommandHook(nullptr);
+        sim->setFault(SimFault::None);  // switched on again
+        state.settings().analysis.RepeatCheck = false;
+        ASSERT_TRUE(state.WFStartCommand_Click(ui).ok());
+        EXPECT_TRUE(state.runFailure().ok()) << state.runFailure().text();
+        EXPECT_TRUE(state.linked());
+        EXPECT_EQ(resultLines(), 2u + 3u);
+        state.settings().analysis.RepeatCheck = true;
     }
 }
 

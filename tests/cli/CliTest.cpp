@@ -123,22 +123,72 @@ TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
 TEST_F(CliTest, InstrumentFailingInASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
-    for (const auto& c : {test::kFrontEndFault}) {
+    for (const auto& c : {test::kFrontEndFault, test::kFrontEndSetupFault}) {
+        SCOPED_TRACE(c.name);
         std::filesystem::remove(dir_ / "data" / "OutputData" / "ResultData.csv");
-        sim.setFaultAfter(c.fault, 8);  // four channels a pass: the third pass fails
+        test::ShowInThirdPass(sim, c);
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "5", "--new-acquisition", "--timeout", "3",
                        "--format", "csv"}),
-                  kExitNoInstrument)
-            << SimFaultName(c.fault);
+                  kExitNoInstrument);
         EXPECT_NE(err.str().find("ended after 2 pass(es)"), std::string::npos) << err.str();
         EXPECT_NE(err.str().find("2 pass(es), 2 log row(s), 2 result line(s) written"), std::string::npos) << err.str();
-        EXPECT_NE(err.str().find(c.message), std::string::npos) << SimFaultName(c.fault) << ": " << err.str();
-        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 2u) << SimFaultName(c.fault);
+        EXPECT_NE(err.str().find(c.message), std::string::npos) << err.str();
+        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 2u);
 
+        sim.setCommandHook(nullptr);
         sim.setFault(SimFault::None);
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--format", "csv"}), kExitOk) << err.str();
-        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 3u) << SimFaultName(c.fault);
+        EXPECT_EQ(outputLines("ResultData.csv").size(), 2u + 3u);
     }
+}
+
+// Replies the program cannot measure with (an identification of no known
+// model, a record length, trigger or scale no record can be made of) end
+// the command with exit status 4 and the reply named: no wave file, no
+// result line.
+TEST_F(CliTest, RepliesThatCannotBeMeasuredWithWriteNothing) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    sim.setFault(SimFault::BadSetup);
+    std::vector<test::SeriesFault> cases = {{"identification", SimFault::BadSetup,
+                                             "The DSO's identification (\"*IDN?\") names no model with 2 or 4 "
+                                             "channels: \"\"; the link was closed.",
+                                             false, "IDN"}};
+    for (const auto& c : test::kSeriesFaults)
+        if (c.fault == SimFault::BadSetup) cases.push_back(c);
+    const auto fetched = dir_ / "fetched.csv";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        sim.setBadSetupField(c.setupField);
+        EXPECT_EQ(run({"fetch", "--ip", sim.address(), fetched.string()}), kExitNoInstrument);
+        EXPECT_NE(err.str().find(c.message), std::string::npos) << err.str();
+        EXPECT_EQ(out.str(), "");
+        EXPECT_FALSE(std::filesystem::exists(fetched));
+
+        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--format", "csv"}), kExitNoInstrument);
+        EXPECT_NE(err.str().find(c.message), std::string::npos) << err.str();
+        EXPECT_NE(err.str().find("0 pass(es), 0 log row(s), 0 result line(s) written"), std::string::npos) << err.str();
+        EXPECT_TRUE(outputLines("ResultData.csv").empty());
+    }
+}
+
+// Without "New Acquisition" a series makes one pass, as the window's does;
+// the command line says so before the pass.
+TEST_F(CliTest, RepeatsWithoutNewAcquisitionAreOnePassAndSaySo) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::string warning =
+        "mervasto-cli acquire: warning: repeats need \"New Acquisition\" "
+        "(--new-acquisition); this run makes one pass, not 3.";
+    ASSERT_EQ(run({"acquire", "--ip", sim.address(), "--repeat", "3", "--no-save", "--format", "csv"}), kExitOk)
+        << err.str();
+    EXPECT_LT(err.str().find(warning), err.str().find("Repeat count=1")) << err.str();
+    EXPECT_NE(err.str().find("1 pass(es)"), std::string::npos) << err.str();
+    ASSERT_EQ(
+        run({"acquire", "--ip", sim.address(), "--repeat", "3", "--new-acquisition", "--no-save", "--format", "csv"}),
+        kExitOk);
+    EXPECT_EQ(err.str().find("warning"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("3 pass(es)"), std::string::npos) << err.str();
 }
 
 // A detail file the pass cannot write: exit status 1 with the file and the

@@ -11,9 +11,14 @@
 #include "CliRun.h"
 #include "support/TestFolder.h"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#ifdef __unix__
+#include <sys/resource.h>
+#endif
 
 // The application object comes from CliTest.cpp: one per test program.
 
@@ -77,12 +82,52 @@ TEST_F(PlotsCliTest, TheEncoderPositionIsDrawnOnceForThePair) {
     EXPECT_FALSE(position.isNull());
 }
 
-TEST_F(PlotsCliTest, APlotFolderThatCannotBeMadeIsExitStatusOne) {
+#ifdef __unix__
+// A limit on the size of the files this process writes, as a nearly full
+// disk or a quota would set one: writes beyond it fail (SIGXFSZ ignored).
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : previous_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &old_);
+        rlimit limit = old_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &old_);
+        std::signal(SIGXFSZ, previous_);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit old_{};
+    void (*previous_)(int);
+};
+#endif
+
+// Plots that cannot be written, whether the folder cannot be made or the
+// writes fall short: exit status 1 naming the first file and why, no plot
+// listed as written and none left half-written.
+TEST_F(PlotsCliTest, PlotsThatCannotBeWrittenAreExitStatusOne) {
     const auto blocked = dir_ / "file";
     std::ofstream(blocked) << "x";
     EXPECT_EQ(run({"analyze", "--no-save", "--plots", blocked.string(), example("pulses")}), kExitFileError);
-    EXPECT_NE(err.str().find("pulses_Ch1_Wave.png"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("mervasto-cli: " + blocked.string() + "/pulses_Ch1_Wave.png: "), std::string::npos)
+        << err.str();
     EXPECT_EQ(run({"analyze", "--plots"}), kExitBadOptions);
+#ifdef __unix__
+    const std::string plots = (dir_ / "plots").string();
+    std::filesystem::create_directories(plots);
+    {
+        const FileSizeLimit limit(4096);
+        EXPECT_EQ(run({"analyze", "--no-save", "--plots", plots, example("pulses")}), kExitFileError);
+    }
+    EXPECT_NE(err.str().find("mervasto-cli: " + plots + "/pulses_Ch1_Wave.png: File too large."), std::string::npos)
+        << err.str();
+    EXPECT_EQ(err.str().find("mervasto-cli: plot "), std::string::npos) << err.str();
+    EXPECT_TRUE(plotNames().empty());
+#endif
 }
 
 TEST_F(PlotsCliTest, AcquireDrawsTheLastPassNamedAfterTheSample) {

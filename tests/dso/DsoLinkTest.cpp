@@ -51,6 +51,28 @@ TEST_F(SimTest, IdentifiesBothModels) {
     }
 }
 
+// An identification that names no model the program knows would make every
+// later record one of no channels: the link is closed, naming the reply.
+TEST_F(SimTest, IdentificationMustNameAModelOfTwoOrFourChannels) {
+    startSim();
+    for (const std::string reply :
+         {"", "MERVASTO SIMULATOR", "X,DS-535,1", "X,DS-5350,1", "X,DS-5353,1", "X,DS-535A"}) {
+        SCOPED_TRACE("\"" + reply + "\"");
+        sim->setReplyOverride("*IDN?", reply);
+        setup = {};
+        setup.Model = "kept";
+        const Outcome linked = ConnectAndIdentify(link, setup, ui, sim->address());
+        EXPECT_EQ(linked.code(), ErrorCode::Link);
+        EXPECT_EQ(linked.text(), "The DSO's identification (\"*IDN?\") names no model with 2 or 4 channels: \"" +
+                                     reply + "\"; the link was closed.");
+        EXPECT_FALSE(LinkBoxOf(linked).has_value());
+        EXPECT_FALSE(link.DsoLinked);
+        EXPECT_EQ(link.state(), kLinkClosed);
+        EXPECT_EQ(setup.Model, "kept");
+        EXPECT_EQ(setup.ChannelCount, 0);
+    }
+}
+
 TEST(DsoModelTest, ChannelCountFromTheSeventhCharacter) {
     EXPECT_EQ(ChannelCountOfModel("DS-5352"), 2);
     EXPECT_EQ(ChannelCountOfModel("DS-5354"), 4);

@@ -66,6 +66,18 @@ TEST_F(ScreenTest, AnOlderLongerFileKeepsItsTail) {
     EXPECT_EQ(bytes[1002], 'x');
 }
 
+TEST_F(ScreenTest, AFileThatCannotBeWrittenIsNamed) {
+    startSim();
+    sim->setScreenBytes(1000);
+    file = QDir(dir.path()).filePath("missing/Sample1.png").toStdString();
+    int32_t n = 0;
+    const Outcome saved = SaveDsoScreen(link, ui, sim->address(), file, &n);
+    EXPECT_EQ(saved.code(), ErrorCode::FileIo);
+    EXPECT_EQ(saved.text(), file + ": No such file or directory.");
+    EXPECT_EQ(n, -1);
+    EXPECT_EQ(logOf(3), (Log{"DISP ON", "TSCRN? PNG", "GTL"}));
+}
+
 TEST_F(ScreenTest, TheNaturalScreenFits) {
     startSim(small("DS-5354", 20000));
     linkUp();

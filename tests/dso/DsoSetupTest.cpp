@@ -1,6 +1,8 @@
 #include "DsoTestSupport.h"
 #include "dso/DsoSetupReadout.h"
 
+#include <optional>
+
 namespace mervasto::test {
 namespace {
 
@@ -113,6 +115,8 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
         {"C1:INV? ", "ON", [](const DsoSetup& s) { EXPECT_TRUE(s.Inverted[1]); }},
         {"C1:CPL? ", "", [](const DsoSetup& s) { EXPECT_EQ(s.Coupling[1], ""); }},
         {"ACQ?", "", [](const DsoSetup& s) { EXPECT_EQ(s.AcqMode, ""); }},
+        {"TLVL?", "", [](const DsoSetup& s) { EXPECT_EQ(s.TriggerLevel, 0.0f); }},
+        {"TRDL?", " ", [](const DsoSetup& s) { EXPECT_EQ(s.TriggerDelay, 0.0f); }},
     };
     startSim();
     linkUp();
@@ -125,59 +129,115 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
     }
 }
 
-// A setup the program cannot measure with ends the readout naming the field,
-// instead of a made-up time base or a later, unrelated overflow.
+// A setup the program cannot measure with ends the readout naming the field
+// and the reply, instead of a made-up time base, an infinite sample or a
+// later, unrelated overflow.
 TEST_F(SimTest, MalformedSetupEndsTheReadoutNamingTheField) {
     struct Case {
         std::string query, reply, message;
+        std::string acqMode = "NORMAL";
     };
+    // The setup information with another record length text (500 samples in the simulator).
+    auto withLength = [](const std::string& text) {
+        std::string info = SimDtinf(small().state);
+        const std::string field = "Record Length = 500";
+        return info.replace(info.find(field), field.size(), "Record Length = " + text);
+    };
+    const std::string lengthRefused =
+        "record length (field 23 of \"DTINF?\") is not a whole number from 10 to 5000011: \"Record Length = ";
     const std::vector<Case> cases = {
-        {"DTINF?", "short,reply", "(\"DTINF?\") has 2 fields; the record length is field 23"},
+        {"DTINF?", "short,reply", "setup information (\"DTINF?\") has 2 fields; the record length is field 23"},
+        {"DTINF?", withLength("abc"), lengthRefused + "abc\""},
+        {"DTINF?", withLength("0"), lengthRefused + "0\""},
+        {"DTINF?", withLength("-70000"), lengthRefused + "-70000\""},
+        {"DTINF?", withLength("9"), lengthRefused + "9\""},
+        {"DTINF?", withLength("12.5"), lengthRefused + "12.5\""},
+        {"DTINF?", withLength("5000012"), lengthRefused + "5000012\""},
+        {"DTINF?", withLength("1234x"), lengthRefused + "1234x\""},
         {"TDIV?", "abc", "time base (\"TDIV?\") is not a number: \"abc\""},
         {"TDIV?", "0", "time base (\"TDIV?\") is not above 0"},
-        {"TDIV?", "1e999", "is not a finite number"},
+        {"TDIV?", "1e999", "time base (\"TDIV?\") is not a finite number"},
+        {"TDIV?", "1E-44", "sample interval (time base \"1E-44\" x 10 / 500 samples) is too small for a float"},
+        {"TRDL?", "1E+300", "trigger delay (\"TRDL?\") is not a finite number: \"1E+300\""},
+        {"TRDL?", "later", "trigger delay (\"TRDL?\") is not a number: \"later\""},
+        {"TLVL?", "-1e39", "trigger level (\"TLVL?\") is not a finite number: \"-1e39\""},
         {"C2:VDIV?", "-1", "volts/div of C2 (\"C2:VDIV?\") is not above 0"},
         {"C3:VDIV?", "1.0V", "volts/div of C3 (\"C3:VDIV?\") is not a number"},
-        {"C4:VDIV?", "1e39", "is not a finite number"},  // beyond a float
+        {"C4:VDIV?", "1e39", "volts/div of C4 (\"C4:VDIV?\") is not a finite number"},  // beyond a float
+        {"C1:VDIV?", "1e-36", "volts per count of C1 (volts/div \"1e-36\" / 8192) is too small for a float", "AVERAGE"},
+        {"C1:VDIV?", "3e38",
+         "volts per count of C1 (volts/div \"3e38\" / 32) makes a full-scale sample beyond a float"},
         {"C1:OFST? ", "1.5.2", "offset of C1 (\"C1:OFST?\") is not a number"},
     };
     startSim();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.query + " -> \"" + c.reply + "\"");
+        SimState st = sim->state();
+        st.acqMode = c.acqMode;
+        sim->setState(st);
         ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
         sim->clearReplyOverrides();
         sim->setReplyOverride(c.query, c.reply);
         const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
         EXPECT_EQ(read.code(), ErrorCode::Link);
-        EXPECT_NE(read.text().find(c.message), std::string::npos) << read.text();
+        EXPECT_NE(read.text().find("The DSO's " + c.message), std::string::npos) << read.text();
+        EXPECT_NE(read.text().find("the link closed."), std::string::npos) << read.text();
         EXPECT_FALSE(LinkBoxOf(read).has_value());
         EXPECT_FALSE(link.DsoLinked);
     }
-    // Negative offsets and plain numbers are fine.
-    sim->clearReplyOverrides();
-    sim->setReplyOverride("C1:OFST? ", " -2.5E-01 ");
-    ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
-    EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
-    EXPECT_FLOAT_EQ(setup.Offset[1], -0.25f);
+    // Negative offsets and trigger values and the extremes that still fit are fine.
+    const std::vector<std::pair<std::string, std::string>> fine = {
+        {"C1:OFST? ", " -2.5E-01 "},       {"TRDL?", "-1.5E-03"}, {"TLVL?", "-3e38"}, {"DTINF?", withLength("10")},
+        {"DTINF?", withLength("5000011")}, {"C1:VDIV?", "1e-35"},
+    };
+    for (const auto& [query, reply] : fine) {
+        SCOPED_TRACE(testing::Message() << query << " -> \"" << reply << "\"");
+        sim->clearReplyOverrides();
+        sim->setReplyOverride(query, reply);
+        ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+        const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+        EXPECT_TRUE(read) << read.text();
+    }
+    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 1e-35f);
 }
 
-TEST(RecordLengthTest, RoundedToTensHalvesToEven) {
+TEST(RecordLengthTest, WholeNumbersFromTenRoundedToTensHalvesToEven) {
     const std::string head = "Record Length = ";  // 16 characters
-    const std::vector<std::pair<std::string, int32_t>> cases = {
-        {"1234", 1230}, {"1235", 1240}, {"1245", 1240}, {"1255", 1260}, {"4", 500},
-        {"5", 500},     {"15", 20},     {"0", 500},     {"", 500},      {"5000011", 5000010},
+    const std::vector<std::pair<std::string, std::optional<int32_t>>> cases = {
+        {"1234", 1230},
+        {"1235", 1240},
+        {"1245", 1240},
+        {"1255", 1260},
+        {"15", 20},
+        {"10", 10},
+        {"14", 10},
+        {" 1240 ", 1240},
+        {"1.2E4", 12000},
+        {"5000011", 5000010},
+        {"4", {}},
+        {"9", {}},
+        {"0", {}},
+        {"", {}},
+        {"-70000", {}},
+        {"abc", {}},
+        {"12.5", {}},
+        {"5000012", {}},
+        {"1234 samples", {}},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(RecordLengthOfField(head + text), expected) << text;
-    EXPECT_EQ(RecordLengthOfField("short"), 500);
+    EXPECT_EQ(RecordLengthOfField("short"), std::nullopt);
 }
 
 TEST_F(SimTest, RecordLengthFromTheInstrument) {
-    for (int32_t length : {1245, 4}) {
+    for (int32_t length : {1245, 9}) {
         startSim(small("DS-5354", length));
         link.close();
         linkUp();
-        EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
-        EXPECT_EQ(setup.RecordLength, length == 4 ? 500 : 1240);
+        const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
+        if (length == 9)
+            EXPECT_NE(read.text().find("\"Record Length = 9\""), std::string::npos) << read.text();
+        else
+            EXPECT_EQ(setup.RecordLength, 1240) << read.text();
         sim->stop();
     }
 }

@@ -2,6 +2,7 @@
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
+#include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
 #include "common/TextFile.h"
 #include "dso/DsoLink.h"
@@ -20,6 +21,7 @@
 #include <QDropEvent>
 #include <QItemSelectionModel>
 #include <QGroupBox>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
@@ -29,6 +31,7 @@
 #include <QTest>
 #include <QUrl>
 
+#include "app/core/ExitStatus.h"
 #include "app/core/ResumeFile.h"
 #include "common/RuntimeError.h"
 #include "results/ResultFiles.h"
@@ -44,6 +47,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 using namespace mervasto;
 
@@ -246,28 +250,187 @@ TEST_F(MainFormTest, InputFromDsoAgainstTheSimulator) {
     EXPECT_EQ(sim.commandLog().front(), "*IDN?");
 }
 
-// The instrument fails in the third pass of a series: one box says why, the
-// two passes already logged stay, the window is usable again, and the next
+// The instrument fails in the third pass of a series, or names no known
+// model when it is connected: one box says why (and panel 2 keeps it), the
+// passes already logged stay, the window is usable again, and the next
 // press connects to the instrument once it is healthy.
 TEST_F(MainFormTest, InstrumentFailingDuringASeries) {
     DsoSimulator sim(test::SeriesSimOptions());
     ASSERT_TRUE(sim.start());
     auto form = open();
-    prepareSeries(*form, sim, 5);
-    sim.setFaultAfter(test::kFrontEndFault.fault, 8);  // four channels a pass: the third pass fails
-    find<QPushButton>(*form, "WFStartCommand")->click();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_NE(boxes[0].find(test::kFrontEndFault.message), std::string::npos) << boxes[0];
-    EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + 2);
-    EXPECT_EQ(form->state().resultLines().written(), 2);
-    EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+    const test::SeriesFault identification = {"identification", SimFault::BadSetup,
+                                              "names no model with 2 or 4 channels: \"\"", false, "IDN"};
+    struct Case {
+        const test::SeriesFault& fault;
+        int passesKept;
+    };
+    // Identification first, while the window has never been linked.
+    for (const Case& c : {Case{identification, 0}, Case{test::kFrontEndFault, 2}, Case{test::kFrontEndSetupFault, 2}}) {
+        SCOPED_TRACE(c.fault.name);
+        boxes.clear();
+        prepareSeries(*form, sim, 5);
+        const int64_t written = form->state().resultLines().written();
+        if (c.passesKept > 0) {
+            test::ShowInThirdPass(sim, c.fault);
+        } else {
+            sim.setBadSetupField(c.fault.setupField);
+            sim.setFault(c.fault.fault);
+        }
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        ASSERT_EQ(boxes.size(), 1u);
+        EXPECT_EQ(boxes[0].rfind("DSO: ", 0), 0u) << boxes[0];
+        EXPECT_NE(boxes[0].find(c.fault.message), std::string::npos) << boxes[0];
+        EXPECT_EQ("DSO: " + form->ui().statusText(2), boxes[0]);
+        EXPECT_EQ(form->state().logGrid().nextRow, kLogHeaderRows + c.passesKept);
+        EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept);
+        EXPECT_TRUE(find<QPushButton>(*form, "WFStartCommand")->isEnabled());
+        EXPECT_EQ(form->ui().statusText(4), "");
 
-    sim.setFault(SimFault::None);
+        sim.setCommandHook(nullptr);
+        sim.setFault(SimFault::None);
+        find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
+        find<QPushButton>(*form, "WFStartCommand")->click();
+        EXPECT_EQ(boxes.size(), 1u);
+        EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
+        EXPECT_EQ(form->ui().statusText(2), "");
+        EXPECT_EQ(form->state().resultLines().written(), written + c.passesKept + 1);
+    }
+}
+
+// The status bar: the legacy texts in panel 1, the instrument in panel 4
+// while it is linked. A new "TCP/IP Address" closes the old link at once;
+// during a series the next pass comes from the new instrument.
+TEST_F(MainFormTest, ANewAddressLeavesTheOldInstrumentAtOnce) {
+    DsoSimulator first(test::SeriesSimOptions());
+    SimOptions twoChannels = test::SeriesSimOptions();
+    twoChannels.state.model = "DS-5352";
+    DsoSimulator second(twoChannels);
+    ASSERT_TRUE(first.start());
+    ASSERT_TRUE(second.start());
+    auto form = open();
+    auto* address = find<QLineEdit>(*form, "IPAdressText");
+    prepareSeries(*form, first, 1);
     find<QCheckBox>(*form, "RepeatCheck")->setChecked(false);
     find<QPushButton>(*form, "WFStartCommand")->click();
-    EXPECT_EQ(boxes.size(), 1u);
     EXPECT_EQ(form->ui().statusText(1), "Completed data transffering.");
-    EXPECT_EQ(form->state().resultLines().written(), 3);
+    EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
+
+    address->setText(QString::fromStdString(second.address()));
+    EXPECT_EQ(form->ui().statusText(4), "");
+    EXPECT_TRUE(first.waitUntil([](const std::vector<std::string>&, int open) { return open == 0; }));
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(form->ui().statusText(4), "DS-5352 at " + second.address());
+    EXPECT_EQ(second.commandLog().front(), "*IDN?");
+
+    // In a series: the pass in progress ends on the old instrument, which
+    // gets its front panel back; the next passes come from the new one.
+    prepareSeries(*form, second, 3);
+    first.clearLog();
+    second.clearLog();
+    Subscription moveAfterOne = form->state().passFinished.subscribe([&] {
+        if (form->state().repeatCounter() == 1)
+            address->setText(QString::fromStdString(first.address()));
+        else
+            EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
+    });
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
+    EXPECT_EQ(form->state().passesDone(), 2 + 3);
+    EXPECT_TRUE(second.waitForLastCommand("GTL"));
+    const auto log = second.commandLog();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "DTWAVE?"), 2);  // one pass, two channels
+    EXPECT_TRUE(second.waitUntil([](const std::vector<std::string>&, int open) { return open == 0; }));
+    EXPECT_EQ(first.commandLog().front(), "*IDN?");
+    EXPECT_TRUE(first.waitForLastCommand("GTL"));
+    EXPECT_EQ(form->ui().statusText(4), "DS-5354 at " + first.address());
+}
+
+// Runs no person watches (--series) never wait on a box: each is written to
+// stderr with its title and answered as its default button would be, and the
+// program ends with the command line's exit statuses.
+TEST_F(MainFormTest, UnattendedSeriesTellEveryBoxAndEndWithTheExitStatus) {
+    namespace fs = std::filesystem;
+    DsoSimulator sim(test::SeriesSimOptions());
+    DsoSimulator off;
+    ASSERT_TRUE(sim.start());
+    ASSERT_TRUE(off.start());
+    off.setFault(SimFault::Refuse);  // nothing listens there
+    struct Case {
+        const char* name;
+        std::function<bool(const fs::path& folder)> prepare;  // false: cannot be set up here
+        std::string address;
+        int status;
+        std::vector<std::string> told;  // parts of stderr, in order
+    };
+    const Case cases[] = {
+        {"healthy", [](const fs::path&) { return true; }, sim.address(), kExitOk, {}},
+        {"unreachable instrument",
+         [](const fs::path&) { return true; },
+         off.address(),
+         kExitNoInstrument,
+         {"mervasto: Confirmation: DSO not connected normally.\n",
+          "mervasto: the series ended early: DSO not connected normally.\n"}},
+        {"data folder that is a file",
+         [](const fs::path& folder) {
+             std::ofstream(folder) << "x";
+             return true;
+         },
+         sim.address(),
+         kExitFileError,
+         {"mervasto: Failed to save Test Results.: Failed to save Test Results. These 2 line(s) belong in ",
+          "They are on the clipboard.\n", "mervasto: Run-time error: ", "Resume340.txt: Not a directory.\n"}},
+        {"read-only data folder",
+         [](const fs::path& folder) {
+             fs::create_directories(folder);
+             fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+             return !std::ofstream(folder / "probe").is_open();  // the administrator writes anywhere
+         },
+         sim.address(),
+         kExitFileError,
+         {"These 2 line(s) belong in ", "Resume340.txt: Permission denied.\n"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const fs::path folder = dir_ / c.name;
+        if (!c.prepare(folder)) continue;
+        std::ostringstream err;
+        int status = -1;
+        {
+            MainForm form(folder.string());
+            form.state().settings().analysis.IPAdressText = c.address;
+            form.show();
+            status = RunSeriesUnattended(form, 2, err);
+            EXPECT_FALSE(form.isVisible());
+        }
+        fs::permissions(folder, fs::perms::owner_all);
+        EXPECT_EQ(status, c.status) << err.str();
+        size_t at = 0;
+        for (const auto& part : c.told) {
+            at = err.str().find(part, at);
+            ASSERT_NE(at, std::string::npos) << part << " in:\n" << err.str();
+        }
+        if (c.told.empty()) {
+            EXPECT_EQ(err.str(), "");
+        }
+    }
+}
+
+// --screenshot: the pictures are written whole or the file is named, and
+// the run ends with exit status 1.
+TEST_F(MainFormTest, UnattendedScreenshotsNameAPictureThatCannotBeWritten) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    const std::filesystem::path pictures = dir_ / "pictures";
+    std::filesystem::create_directories(pictures / "main-window.png");  // a folder in the picture's place
+    std::ostringstream err;
+    MainForm form((dir_ / "data").string());
+    form.state().settings().analysis.IPAdressText = sim.address();
+    form.show();
+    EXPECT_EQ(SaveScreenshotsUnattended(form, pictures.string(), err), kExitFileError);
+    EXPECT_EQ(err.str(), "mervasto: " + (pictures / "main-window.png").string() + ": Is a directory.\n");
+    for (const char* written : {"histogram-window.png", "wave-window.png"})
+        EXPECT_FALSE(QImage(QString::fromStdString((pictures / written).string())).isNull()) << written;
+    EXPECT_EQ(form.state().passesDone(), 20);
 }
 
 // A fault no handler caught itself ends in the run-time error box, whichever
