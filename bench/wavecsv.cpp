@@ -31,8 +31,8 @@ DsoSetup benchSetup() {
     s.SampleInterval = 2e-9f;
     s.RecordLength = kRows;
     for (int i = 1; i <= 4; ++i) {
-        s.TraceOn[i] = "ON";
-        s.VoltsPerDiv[i] = 1.0f;
+        s.trace(i - 1).TraceOn = "ON";
+        s.trace(i - 1).VoltsPerDiv = 1.0f;
     }
     return s;
 }

@@ -134,7 +134,7 @@ void PrintSetupText(std::ostream& out, const std::string& source, const DsoSetup
             << s.bandwidthLimit(ch) << ", TraceOn " << s.traceOn(ch) << ", Inverted "
             << (s.inverted(ch) ? "True" : "False") << '\n';
     }
-    out << "CursorPos: " << ShortestText(s.CursorPos[1]) << ", " << ShortestText(s.CursorPos[2])
+    out << "CursorPos: " << ShortestText(s.CursorPos[0]) << ", " << ShortestText(s.CursorPos[1])
         << (s.CursorsFromDso ? " (from the instrument)" : " (defaults)") << '\n';
 }
 
@@ -166,7 +166,7 @@ void PrintSetupJson(std::ostream& out, const DsoSetup& s) {
         j.endObject();
     }
     j.endArray();
-    j.key("CursorPos").beginArray().value(double{s.CursorPos[1]}).value(double{s.CursorPos[2]}).endArray();
+    j.key("CursorPos").beginArray().value(double{s.CursorPos[0]}).value(double{s.CursorPos[1]}).endArray();
     j.key("CursorsFromDso").value(s.CursorsFromDso);
     j.endObject();
     out << j.text() << '\n';

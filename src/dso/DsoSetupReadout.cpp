@@ -46,17 +46,17 @@ const std::string& FieldOr(const std::vector<std::string>& fields, size_t i) {
 // The samples are counts times the volts of one count: a count too small for
 // a float would make every sample 0 V, one too large a full-scale sample
 // infinite.
-void CheckVoltsPerCount(DsoLink& link, const DsoSetup& setup, size_t ch, bool word, const std::string& vdivReply) {
+void CheckVoltsPerCount(DsoLink& link, const DsoSetup& setup, int ch, bool word, const std::string& vdivReply) {
     const int countsPerDiv = word ? 8192 : 32;
-    const float perCount = setup.VoltsPerDiv[ch] / static_cast<float>(countsPerDiv);
-    const double fullScale = (word ? 32768.0 : 128.0) * perCount + std::fabs(double{setup.Offset[ch]});
+    const float perCount = setup.voltsPerDiv(ch) / static_cast<float>(countsPerDiv);
+    const double fullScale = (word ? 32768.0 : 128.0) * perCount + std::fabs(double{setup.offset(ch)});
     const char* problem = !std::isnormal(perCount)                        ? "is too small for a float"
                           : fullScale > std::numeric_limits<float>::max() ? "makes a full-scale sample beyond a float"
                                                                           : nullptr;
     if (!problem) return;
-    link.failExchange("The DSO's volts per count of " + std::string(kChannelPrefix[ch]) + " (volts/div \"" +
-                      PrintableBytes(vdivReply, 24) + "\" / " + std::to_string(countsPerDiv) + ") " + problem +
-                      kReadoutEnded);
+    link.failExchange("The DSO's volts per count of " + std::string(kTracePrefix[static_cast<size_t>(ch)]) +
+                      " (volts/div \"" + PrintableBytes(vdivReply, 24) + "\" / " + std::to_string(countsPerDiv) + ") " +
+                      problem + kReadoutEnded);
 }
 
 }  // namespace
@@ -98,20 +98,20 @@ void ReadDsoCursors(DsoLink& link, DsoSetup& setup) {
     const std::vector<std::string> fields = SplitFields(link.QueryDso("HCUR?", 80));
     const std::string mode = link.QueryDso("CURM?", 80);
     if (mode == "DHDV" || mode == "DH") {
-        setup.CursorPos[1] = ToSingle(Val(FieldOr(fields, 0)) + 5.0);
-        setup.CursorPos[2] = ToSingle(Val(FieldOr(fields, 1)) + 5.0);
+        setup.CursorPos[0] = ToSingle(Val(FieldOr(fields, 0)) + 5.0);
+        setup.CursorPos[1] = ToSingle(Val(FieldOr(fields, 1)) + 5.0);
         setup.CursorsFromDso = true;
     } else {
-        setup.CursorPos[1] = 1.0f;
-        setup.CursorPos[2] = 9.0f;
+        setup.CursorPos[0] = 1.0f;
+        setup.CursorPos[1] = 9.0f;
         setup.CursorsFromDso = false;
     }
-    if (setup.CursorPos[1] > setup.CursorPos[2]) std::swap(setup.CursorPos[1], setup.CursorPos[2]);
+    if (setup.CursorPos[0] > setup.CursorPos[1]) std::swap(setup.CursorPos[0], setup.CursorPos[1]);
 }
 
 Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput) {
     return Guarded([&]() -> Outcome {
-        for (int ch = 1; ch <= 4; ++ch) setup.Inverted[static_cast<size_t>(ch)] = false;
+        for (int ch = 0; ch < kChannels; ++ch) setup.trace(ch).Inverted = false;
 
         if (!link.DsoLinked) {
             ui.setStatus(1, kConnectingToDso);
@@ -154,18 +154,17 @@ Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::stri
 
         if (!memoryInput) {
             const bool word = setup.AcqMode == "AVERAGE" || setup.AcqMode == "HIGH_RES";
-            for (int ch = 1; ch <= setup.ChannelCount && ch <= 4; ++ch) {
-                const std::string prefix = kChannelPrefix[static_cast<size_t>(ch)];
-                const size_t i = static_cast<size_t>(ch);
+            for (int ch = 0; ch < setup.ChannelCount && ch < kChannels; ++ch) {
+                const std::string prefix = kTracePrefix[static_cast<size_t>(ch)];
+                TraceSetup& t = setup.trace(ch);
                 std::string vdivReply;
-                setup.VoltsPerDiv[i] =
-                    SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true, &vdivReply);
-                setup.Offset[i] = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
-                CheckVoltsPerCount(link, setup, i, word, vdivReply);
-                setup.TraceOn[i] = link.QueryDso(prefix + ":TRA? ", 80);
-                setup.Coupling[i] = link.QueryDso(prefix + ":CPL? ", 80);
-                setup.BandwidthLimit[i] = link.QueryDso(prefix + ":BWL? ", 80);
-                setup.Inverted[i] = link.QueryDso(prefix + ":INV? ", 80) == "ON";
+                t.VoltsPerDiv = SetupNumber(link, prefix + ":VDIV?", "1", "volts/div of " + prefix, true, &vdivReply);
+                t.Offset = SetupNumber(link, prefix + ":OFST? ", "0", "offset of " + prefix, false);
+                CheckVoltsPerCount(link, setup, ch, word, vdivReply);
+                t.TraceOn = link.QueryDso(prefix + ":TRA? ", 80);
+                t.Coupling = link.QueryDso(prefix + ":CPL? ", 80);
+                t.BandwidthLimit = link.QueryDso(prefix + ":BWL? ", 80);
+                t.Inverted = link.QueryDso(prefix + ":INV? ", 80) == "ON";
             }
         }
 

@@ -24,7 +24,7 @@ namespace mervasto {
 // keep what they held.
 Outcome ReadDsoSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText, bool memoryInput);
 
-// The horizontal cursor readout ("HCUR?", "CURM?"): CursorPos[1..2] in
+// The horizontal cursor readout ("HCUR?", "CURM?"): CursorPos[0..1] in
 // divisions from the left screen edge, in order, and CursorsFromDso; 1 and 9
 // when the instrument is not in a horizontal-cursor mode.
 void ReadDsoCursors(DsoLink& link, DsoSetup& setup);

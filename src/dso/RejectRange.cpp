@@ -30,7 +30,7 @@ Outcome ReadRejectRangeFromDso(DsoLink& link, DsoSetup& setup, int32_t recordLen
         ReadDsoCursors(link, setup);
         out.CursorsFromDso = setup.CursorsFromDso;
         out.range = RejectRangeFromCursors(setup, out.ZoomTimePerDiv, out.ZoomDelay, recordLength,
-                                           {setup.CursorPos[1], setup.CursorPos[2]});
+                                           {setup.CursorPos[0], setup.CursorPos[1]});
         link.SendDsoCommand("TDIV " + ShortestText(setup.TimePerDiv));
         link.SendDsoCommand("GTL");
     });

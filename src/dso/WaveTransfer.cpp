@@ -15,7 +15,8 @@ constexpr int32_t kHighestIndex = kMaxSamples - 1;
 }  // namespace
 
 std::string DsoSourceName(int channelIndex) {
-    return channelIndex >= 0 && channelIndex <= 3 ? "CH" + std::to_string(channelIndex + 1) : std::string("MATH");
+    return channelIndex >= 0 && channelIndex < kChannels ? "CH" + std::to_string(channelIndex + 1)
+                                                         : std::string("MATH");
 }
 
 WaveTransferResult TransferDsoWave(DsoLink& link, const std::string& source, WaveTransferContext& ctx,
@@ -118,9 +119,8 @@ WaveTransferResult TransferDsoChannel(DsoLink& link, int channelIndex, WaveTrans
         throw RuntimeError(ErrorCode::Subscript,
                            "Subscript out of range: channel " + std::to_string(channelIndex + 1) + ".");
     const size_t ch = static_cast<size_t>(channelIndex);
-    const size_t s = ch + 1;
-    return TransferDsoChannel(link, channelIndex, ctx, record.wave[ch], record.raw[ch], ctx.setup.Offset[s],
-                              ctx.setup.VoltsPerDiv[s], ctx.setup.Inverted[s]);
+    return TransferDsoChannel(link, channelIndex, ctx, record.wave[ch], record.raw[ch], ctx.setup.offset(channelIndex),
+                              ctx.setup.voltsPerDiv(channelIndex), ctx.setup.inverted(channelIndex));
 }
 
 }  // namespace mervasto

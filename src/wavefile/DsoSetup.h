@@ -4,14 +4,36 @@
 #include <cstdint>
 #include <string>
 
+#include "common/Channels.h"
+#include "common/RuntimeError.h"
+
 namespace mervasto {
 
-// Channel prefixes of the per-channel arrays, index 1..5 (5 is the math trace).
-constexpr std::array<const char*, 6> kChannelPrefix = {"", "C1", "C2", "C3", "C4", "M1"};
+// The traces a setup describes: Ch1..Ch4 and the instrument's math trace,
+// counted from 0 like the channels.
+inline constexpr int kSetupTraces = kChannels + 1;
+inline constexpr int kMathTrace = kChannels;
+// The instrument's name of each trace ("C1" is trace 0).
+inline constexpr std::array<const char*, kSetupTraces> kTracePrefix = {"C1", "C2", "C3", "C4", "M1"};
+
+// One trace's vertical setup.
+struct TraceSetup {
+    float VoltsPerDiv = 0.0f;
+    float Offset = 0.0f;
+    bool Inverted = false;
+    std::string Coupling;
+    std::string BandwidthLimit;
+    std::string TraceOn;
+
+    bool operator==(const TraceSetup&) const = default;
+};
 
 // Snapshot of the instrument's setup, read before the waves (or from a wave
-// file's header). Per-channel arrays are indexed 1..5; index 0 is unused.
-struct DsoSetup {
+// file's header). The per-trace entries count from 0 like the program's
+// channels; the files and the instrument number them from 1, and only their
+// readers and writers convert.
+class DsoSetup {
+public:
     std::string Model;
     int16_t ChannelCount = 0;
     std::string InfoDigit;
@@ -24,26 +46,29 @@ struct DsoSetup {
     float TriggerLevel = 0.0f;    // V
     std::string TriggerSource;
     std::string TriggerMode;
-    std::array<float, 6> VoltsPerDiv{};
-    std::array<float, 6> Offset{};
-    std::array<bool, 6> Inverted{};
-    std::array<std::string, 6> Coupling;
-    std::array<std::string, 6> BandwidthLimit;
-    std::array<std::string, 6> TraceOn;
-    std::array<float, 3> CursorPos{};  // [1], [2]: divisions from the left edge
+    // The two time cursors, in divisions from the left edge.
+    std::array<float, 2> CursorPos{};
     bool CursorsFromDso = false;
 
-    // One channel's setup by the program's own channel number, 0 for Ch1:
-    // the arrays above keep the instrument's numbering from 1.
-    float voltsPerDiv(int ch) const { return VoltsPerDiv[index(ch)]; }
-    float offset(int ch) const { return Offset[index(ch)]; }
-    bool inverted(int ch) const { return Inverted[index(ch)]; }
-    const std::string& traceOn(int ch) const { return TraceOn[index(ch)]; }
-    const std::string& coupling(int ch) const { return Coupling[index(ch)]; }
-    const std::string& bandwidthLimit(int ch) const { return BandwidthLimit[index(ch)]; }
+    // One trace (0 = Ch1, kMathTrace = the math trace); a number outside
+    // them is a subscript fault.
+    TraceSetup& trace(int t) { return traces_[index(t)]; }
+    const TraceSetup& trace(int t) const { return traces_[index(t)]; }
+
+    float voltsPerDiv(int ch) const { return trace(ch).VoltsPerDiv; }
+    float offset(int ch) const { return trace(ch).Offset; }
+    bool inverted(int ch) const { return trace(ch).Inverted; }
+    const std::string& traceOn(int ch) const { return trace(ch).TraceOn; }
+    const std::string& coupling(int ch) const { return trace(ch).Coupling; }
+    const std::string& bandwidthLimit(int ch) const { return trace(ch).BandwidthLimit; }
 
 private:
-    static size_t index(int ch) { return static_cast<size_t>(ch) + 1; }
+    static size_t index(int t) {
+        if (t < 0 || t >= kSetupTraces)
+            throw RuntimeError(ErrorCode::Subscript, "Subscript out of range: trace " + std::to_string(t + 1) + ".");
+        return static_cast<size_t>(t);
+    }
+    std::array<TraceSetup, kSetupTraces> traces_{};
 };
 
 }  // namespace mervasto

@@ -56,13 +56,8 @@ void baseSetup(DsoSetup& s, int channels) {
     s.TriggerLevel = 1.65f;
     s.TriggerSource = "CH1";
     s.TriggerMode = "SINGLE";
-    for (int ch = 1; ch <= channels; ++ch) {
-        s.VoltsPerDiv[static_cast<size_t>(ch)] = 1.0f;
-        s.Offset[static_cast<size_t>(ch)] = 0.0f;
-        s.Coupling[static_cast<size_t>(ch)] = "DC1M";
-        s.BandwidthLimit[static_cast<size_t>(ch)] = "OFF";
-        s.TraceOn[static_cast<size_t>(ch)] = "ON";
-    }
+    for (int ch = 0; ch < channels; ++ch)
+        s.trace(ch) = {.VoltsPerDiv = 1.0f, .Coupling = "DC1M", .BandwidthLimit = "OFF", .TraceOn = "ON"};
 }
 
 }  // namespace

@@ -99,13 +99,14 @@ DsoSetup ImportedSetup(const Rows& rows, size_t signals, double interval, double
         coarsest = std::max<double>(coarsest, own[c]);
     }
     const double floor = VoltsPerDivFor(coarsest / kFloorRatio * 8.0, kMinVoltsPerDiv);
-    for (int ch = 1; ch <= channels; ++ch) {
-        const auto c = static_cast<size_t>(ch - 1);
+    for (int ch = 0; ch < channels; ++ch) {
+        const auto c = static_cast<size_t>(ch);
         const bool used = c < signals;
-        s.TraceOn[ch] = used ? kTraceOn : kTraceOff;
-        s.VoltsPerDiv[ch] = used ? std::max(own[c], static_cast<float>(floor)) : static_cast<float>(floor);
-        s.Offset[ch] = used ? ToSingle(-(hi[c] + lo[c]) / 2.0) : 0.0f;
-        s.Coupling[ch] = "DC";
+        TraceSetup& t = s.trace(ch);
+        t.TraceOn = used ? kTraceOn : kTraceOff;
+        t.VoltsPerDiv = used ? std::max(own[c], static_cast<float>(floor)) : static_cast<float>(floor);
+        t.Offset = used ? ToSingle(-(hi[c] + lo[c]) / 2.0) : 0.0f;
+        t.Coupling = "DC";
     }
     return s;
 }

@@ -72,17 +72,17 @@ Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     line("Acquisition Mode,", setup.AcqMode);
     line("Trigger Address,", PrintForm(TriggerAddress(setup)));
 
-    // Grouped by attribute, not by channel; entries past the per-channel
-    // arrays are skipped.
-    int lastCh = std::min<int>(setup.ChannelCount, static_cast<int>(setup.TraceOn.size()) - 1);
+    // Grouped by attribute, not by channel, numbered from 1; traces past the
+    // setup's are skipped.
+    const int traces = std::min<int>(setup.ChannelCount, kSetupTraces);
     auto group = [&](const char* attr, auto valueOf) {
-        for (int i = 1; i <= lastCh; ++i) line("CH" + std::to_string(i) + " " + attr + ",", valueOf(i));
+        for (int t = 0; t < traces; ++t) line("CH" + std::to_string(t + 1) + " " + attr + ",", valueOf(setup.trace(t)));
     };
-    group("Display", [&](int i) { return setup.TraceOn[i]; });
-    group("Volt/div", [&](int i) { return PrintForm(setup.VoltsPerDiv[i]); });
-    group("Offset", [&](int i) { return PrintForm(setup.Offset[i]); });
-    group("Coupling", [&](int i) { return setup.Coupling[i]; });
-    group("Bandwidth", [&](int i) { return setup.BandwidthLimit[i]; });
+    group("Display", [](const TraceSetup& t) { return t.TraceOn; });
+    group("Volt/div", [](const TraceSetup& t) { return PrintForm(t.VoltsPerDiv); });
+    group("Offset", [](const TraceSetup& t) { return PrintForm(t.Offset); });
+    group("Coupling", [](const TraceSetup& t) { return t.Coupling; });
+    group("Bandwidth", [](const TraceSetup& t) { return t.BandwidthLimit; });
     line("Points ,", PrintForm(setup.RecordLength));
 
     const int columns = setup.ChannelCount == 2 ? 2 : 4;
@@ -186,14 +186,14 @@ void applyHeaderValue(HeaderKey what, std::string_view key, std::string_view val
         // "CH3 Offset": the digit picks the entry; 5 is the math trace.
         double c = Val(MidText(key, 3, 1));
         if (!(c >= 1 && c <= 5)) subscriptError();
-        const auto ch = static_cast<size_t>(c);
+        TraceSetup& trace = setup.trace(static_cast<int>(c) - 1);
         const std::string_view attr = MidText(key, 5, 4);
         if (attr == "Disp")
-            setup.TraceOn[ch] = std::string(value);
+            trace.TraceOn = std::string(value);
         else if (attr == "Volt")
-            setup.VoltsPerDiv[ch] = checkedScale(value, false);
+            trace.VoltsPerDiv = checkedScale(value, false);
         else
-            setup.Offset[ch] = checkedScale(value, false);
+            trace.Offset = checkedScale(value, false);
         break;
     }
     case HeaderKey::Model:

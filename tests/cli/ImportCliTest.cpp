@@ -81,9 +81,9 @@ TEST_F(ImportCliTest, EveryLayoutAnalysesLikeTheOwnLayout) {
     WaveRecord record;
     record.ensureLength(kRows);
     for (int ch = 1; ch <= 4; ++ch) {
-        setup.TraceOn[ch] = ch <= 3 ? "ON" : "OFF";
-        setup.VoltsPerDiv[ch] = vdiv[ch - 1];
-        setup.Offset[ch] = offset[ch - 1];
+        setup.trace(ch - 1).TraceOn = ch <= 3 ? "ON" : "OFF";
+        setup.trace(ch - 1).VoltsPerDiv = vdiv[ch - 1];
+        setup.trace(ch - 1).Offset = offset[ch - 1];
     }
     for (int c = 0; c < 3; ++c)
         for (int k = 0; k < kRows; ++k) record.wave[c][k] = sampleOf(c, k);

@@ -62,41 +62,41 @@ TEST_F(SimTest, ReadsEveryFieldInOrder) {
     EXPECT_EQ(setup.TriggerMode, "AUTO");
     for (int ch = 1; ch <= 4; ++ch) {
         SCOPED_TRACE(ch);
-        EXPECT_FLOAT_EQ(setup.VoltsPerDiv[ch], 0.5f * ch);
-        EXPECT_FLOAT_EQ(setup.Offset[ch], -0.25f * (ch - 1));
-        EXPECT_EQ(setup.Coupling[ch], ch == 2 ? "AC1M" : "DC50");
-        EXPECT_EQ(setup.BandwidthLimit[ch], ch == 3 ? "20M" : "OFF");
-        EXPECT_EQ(setup.TraceOn[ch], ch == 4 ? "OFF" : "ON");
-        EXPECT_EQ(setup.Inverted[ch], ch == 3);
+        EXPECT_FLOAT_EQ(setup.trace(ch - 1).VoltsPerDiv, 0.5f * ch);
+        EXPECT_FLOAT_EQ(setup.trace(ch - 1).Offset, -0.25f * (ch - 1));
+        EXPECT_EQ(setup.trace(ch - 1).Coupling, ch == 2 ? "AC1M" : "DC50");
+        EXPECT_EQ(setup.trace(ch - 1).BandwidthLimit, ch == 3 ? "20M" : "OFF");
+        EXPECT_EQ(setup.trace(ch - 1).TraceOn, ch == 4 ? "OFF" : "ON");
+        EXPECT_EQ(setup.trace(ch - 1).Inverted, ch == 3);
     }
     EXPECT_TRUE(setup.CursorsFromDso);
-    EXPECT_FLOAT_EQ(setup.CursorPos[1], 2.0f);
-    EXPECT_FLOAT_EQ(setup.CursorPos[2], 6.5f);
+    EXPECT_FLOAT_EQ(setup.CursorPos[0], 2.0f);
+    EXPECT_FLOAT_EQ(setup.CursorPos[1], 6.5f);
     EXPECT_TRUE(ui.boxes.empty());
 }
 
 TEST_F(SimTest, TwoChannelModelSkipsChannelsThreeAndFour) {
     startSim(small("DS-5352", 5000));
     linkUp();
-    setup.VoltsPerDiv[3] = 7.0f;
-    setup.Coupling[4] = "kept";
-    setup.Inverted[3] = setup.Inverted[4] = true;
+    setup.trace(2).VoltsPerDiv = 7.0f;
+    setup.trace(3).Coupling = "kept";
+    setup.trace(2).Inverted = setup.trace(3).Inverted = true;
     EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), false));
     EXPECT_EQ(sim->commandLog(), ReadoutLog(2));
     EXPECT_EQ(setup.RecordLength, 5000);  // field 15 for two channels
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[3], 7.0f);
-    EXPECT_EQ(setup.Coupling[4], "kept");
-    EXPECT_FALSE(setup.Inverted[3]);
-    EXPECT_FALSE(setup.Inverted[4]);
+    EXPECT_FLOAT_EQ(setup.trace(2).VoltsPerDiv, 7.0f);
+    EXPECT_EQ(setup.trace(3).Coupling, "kept");
+    EXPECT_FALSE(setup.trace(2).Inverted);
+    EXPECT_FALSE(setup.trace(3).Inverted);
 }
 
 TEST_F(SimTest, MemoryInputKeepsTheChannelFields) {
     startSim();
     linkUp();
-    setup.VoltsPerDiv[1] = 3.0f;
+    setup.trace(0).VoltsPerDiv = 3.0f;
     EXPECT_TRUE(ReadDsoSetup(link, setup, ui, sim->address(), true));
     EXPECT_EQ(sim->commandLog(), ReadoutLog(0));
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 3.0f);
+    EXPECT_FLOAT_EQ(setup.trace(0).VoltsPerDiv, 3.0f);
 }
 
 TEST_F(SimTest, OddRepliesGiveTheDefaults) {
@@ -107,13 +107,13 @@ TEST_F(SimTest, OddRepliesGiveTheDefaults) {
     const std::vector<Case> cases = {
         {"TDIV?", " ", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.TimePerDiv, 1e-6f); }},
         {"TDIV?", "", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.TimePerDiv, 1e-6f); }},
-        {"C1:VDIV?", " ", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.VoltsPerDiv[1], 1.0f); }},
-        {"C2:VDIV?", "", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.VoltsPerDiv[2], 1.0f); }},
-        {"C1:OFST? ", " ", [](const DsoSetup& s) { EXPECT_EQ(s.Offset[1], 0.0f); }},
-        {"C1:INV? ", "on", [](const DsoSetup& s) { EXPECT_FALSE(s.Inverted[1]); }},
-        {"C1:INV? ", "ON ", [](const DsoSetup& s) { EXPECT_FALSE(s.Inverted[1]); }},
-        {"C1:INV? ", "ON", [](const DsoSetup& s) { EXPECT_TRUE(s.Inverted[1]); }},
-        {"C1:CPL? ", "", [](const DsoSetup& s) { EXPECT_EQ(s.Coupling[1], ""); }},
+        {"C1:VDIV?", " ", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.trace(0).VoltsPerDiv, 1.0f); }},
+        {"C2:VDIV?", "", [](const DsoSetup& s) { EXPECT_FLOAT_EQ(s.trace(1).VoltsPerDiv, 1.0f); }},
+        {"C1:OFST? ", " ", [](const DsoSetup& s) { EXPECT_EQ(s.trace(0).Offset, 0.0f); }},
+        {"C1:INV? ", "on", [](const DsoSetup& s) { EXPECT_FALSE(s.trace(0).Inverted); }},
+        {"C1:INV? ", "ON ", [](const DsoSetup& s) { EXPECT_FALSE(s.trace(0).Inverted); }},
+        {"C1:INV? ", "ON", [](const DsoSetup& s) { EXPECT_TRUE(s.trace(0).Inverted); }},
+        {"C1:CPL? ", "", [](const DsoSetup& s) { EXPECT_EQ(s.trace(0).Coupling, ""); }},
         {"ACQ?", "", [](const DsoSetup& s) { EXPECT_EQ(s.AcqMode, ""); }},
         {"TLVL?", "", [](const DsoSetup& s) { EXPECT_EQ(s.TriggerLevel, 0.0f); }},
         {"TRDL?", " ", [](const DsoSetup& s) { EXPECT_EQ(s.TriggerDelay, 0.0f); }},
@@ -198,7 +198,7 @@ TEST_F(SimTest, MalformedSetupEndsTheReadoutNamingTheField) {
         const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
         EXPECT_TRUE(read) << read.text();
     }
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 1e-35f);
+    EXPECT_FLOAT_EQ(setup.trace(0).VoltsPerDiv, 1e-35f);
 }
 
 TEST(RecordLengthTest, WholeNumbersFromTenRoundedToTensHalvesToEven) {
@@ -266,8 +266,8 @@ TEST_F(SimTest, CursorReadout) {
         sim->clearLog();
         ReadDsoCursors(link, setup);
         EXPECT_EQ(sim->commandLog(), (Log{"HCUR?", "CURM?"}));
-        EXPECT_FLOAT_EQ(setup.CursorPos[1], c.p1);
-        EXPECT_FLOAT_EQ(setup.CursorPos[2], c.p2);
+        EXPECT_FLOAT_EQ(setup.CursorPos[0], c.p1);
+        EXPECT_FLOAT_EQ(setup.CursorPos[1], c.p2);
         EXPECT_EQ(setup.CursorsFromDso, c.fromDso);
     }
 }
@@ -275,8 +275,8 @@ TEST_F(SimTest, CursorReadout) {
 TEST_F(SimTest, LinkDownGivesTheDefaultsAndTheNextCallConnects) {
     startSim();
     sim->setFault(SimFault::Refuse);
-    setup.VoltsPerDiv[1] = 2.5f;
-    setup.Inverted[2] = true;
+    setup.trace(0).VoltsPerDiv = 2.5f;
+    setup.trace(1).Inverted = true;
     const Outcome read = ReadDsoSetup(link, setup, ui, sim->address(), false);
     EXPECT_EQ(read.text(), "DSO not interfaced normally.");
     ASSERT_TRUE(LinkBoxOf(read).has_value());
@@ -293,8 +293,8 @@ TEST_F(SimTest, LinkDownGivesTheDefaultsAndTheNextCallConnects) {
     EXPECT_EQ(setup.TriggerLevel, 0.0f);
     EXPECT_EQ(setup.TriggerDelay, 0.0f);
     EXPECT_EQ(setup.TriggerMode, "SINGLE");
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 2.5f);  // kept
-    EXPECT_FALSE(setup.Inverted[2]);              // cleared first
+    EXPECT_FLOAT_EQ(setup.trace(0).VoltsPerDiv, 2.5f);  // kept
+    EXPECT_FALSE(setup.trace(1).Inverted);              // cleared first
     EXPECT_FALSE(link.DsoLinked);
 
     sim->setFault(SimFault::None);

@@ -136,7 +136,8 @@ TEST(GenericCsvTest, EveryLayoutGivesTheSameRecord) {
             const double first = -(static_cast<double>(setup.TriggerDelay) + 5.0 * setup.TimePerDiv);
             EXPECT_NEAR(first, kT0, kDt * 1e-3);
         }
-        for (int ch = 1; ch <= channels; ++ch) EXPECT_EQ(setup.TraceOn[ch], ch <= L.signals ? "ON" : "OFF") << ch;
+        for (int ch = 1; ch <= channels; ++ch)
+            EXPECT_EQ(setup.trace(ch - 1).TraceOn, ch <= L.signals ? "ON" : "OFF") << ch;
         for (int c = 0; c < L.signals; ++c)
             for (int k = 0; k < kRows; k += 7) {
                 if (L.voltScale == 1)
@@ -285,8 +286,7 @@ TEST(GenericCsvTest, TwoReadersGiveWhatOneGives) {
         if (c.badRow < 0) {
             ASSERT_TRUE(a.ok()) << a.outcome.text();
             EXPECT_EQ(s1.RecordLength, 3000);
-            EXPECT_EQ(s1.VoltsPerDiv, s2.VoltsPerDiv);
-            EXPECT_EQ(s1.Offset, s2.Offset);
+            for (int t = 0; t < kSetupTraces; ++t) EXPECT_EQ(s1.trace(t), s2.trace(t)) << t;
             for (int ch = 0; ch < 2; ++ch)
                 EXPECT_TRUE(std::equal(r1.wave[ch].begin(), r1.wave[ch].begin() + 3000, r2.wave[ch].begin()));
         } else {
@@ -416,11 +416,11 @@ TEST(GenericCsvTest, VoltsPerDivisionFromTheOneTwoFiveSeries) {
     DsoSetup setup;
     WaveRecord record;
     ASSERT_TRUE(LoadGenericCsvBytes(bytes, "n.csv", setup, record).ok());
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[1], 1.0f);
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[2], 0.2f);
-    EXPECT_FLOAT_EQ(setup.VoltsPerDiv[3], 0.5f);
-    EXPECT_FLOAT_EQ(setup.Offset[1], -2.5f);
-    EXPECT_EQ(setup.TraceOn[4], "OFF");
+    EXPECT_FLOAT_EQ(setup.trace(0).VoltsPerDiv, 1.0f);
+    EXPECT_FLOAT_EQ(setup.trace(1).VoltsPerDiv, 0.2f);
+    EXPECT_FLOAT_EQ(setup.trace(2).VoltsPerDiv, 0.5f);
+    EXPECT_FLOAT_EQ(setup.trace(0).Offset, -2.5f);
+    EXPECT_EQ(setup.trace(3).TraceOn, "OFF");
 }
 
 class GenericCsvFileTest : public ::testing::Test {

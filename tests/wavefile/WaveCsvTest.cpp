@@ -50,11 +50,11 @@ DsoSetup fourChannelSetup(int32_t length) {
     s.AcqMode = "NORMAL";
     s.RecordLength = length;
     for (int i = 1; i <= 4; ++i) {
-        s.TraceOn[i] = "ON";
-        s.VoltsPerDiv[i] = 0.5f * i;
-        s.Offset[i] = -0.25f * i;
-        s.Coupling[i] = "DC";
-        s.BandwidthLimit[i] = "OFF";
+        s.trace(i - 1).TraceOn = "ON";
+        s.trace(i - 1).VoltsPerDiv = 0.5f * i;
+        s.trace(i - 1).Offset = -0.25f * i;
+        s.trace(i - 1).Coupling = "DC";
+        s.trace(i - 1).BandwidthLimit = "OFF";
     }
     return s;
 }
@@ -101,13 +101,15 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     auto r = LoadWaveCsv(path("w.csv"), back, got, table);
     ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(back.DateTime, " 2026/11/23 10:00:00");
-    EXPECT_EQ(back.Coupling[1], "");  // not read back
-    EXPECT_EQ(got.WaveLength, 0);     // left to the caller
+    EXPECT_EQ(back.trace(0).Coupling, "");  // not read back
+    EXPECT_EQ(got.WaveLength, 0);           // left to the caller
     // The print form reads back to the same float, so equal files mean
     // every header value and sample came back identically.
     back.DateTime = setup.DateTime;
-    back.Coupling = setup.Coupling;
-    back.BandwidthLimit = setup.BandwidthLimit;
+    for (int t = 0; t < kSetupTraces; ++t) {
+        back.trace(t).Coupling = setup.trace(t).Coupling;
+        back.trace(t).BandwidthLimit = setup.trace(t).BandwidthLimit;
+    }
     ASSERT_TRUE(SaveWaveCsv(path("again.csv"), back, got));
     EXPECT_EQ(readFile("again.csv"), text);
     EXPECT_EQ(got.wave[3][n - 1], rec.wave[3][n - 1]);
