@@ -66,7 +66,7 @@ private:
     bool ownsFile_ = true;
     std::filesystem::path path_;
     std::vector<char> buffer_;
-    size_t bufferWant_ = 0;  // the size the buffer is to have at the next read
+    size_t bufferWant_ = 0;       // the size the buffer is to have at the next read
     const char* data_ = nullptr;  // buffer_ or the bytes in memory
     uint64_t memorySize_ = 0;
     bool memory_ = false;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/Outcome.h"
 #include "wavefile/DsoSetup.h"

@@ -135,9 +135,15 @@ TEST_F(ImportCliTest, EveryLayoutAnalysesLikeTheOwnLayout) {
 }
 
 TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
-    std::ofstream(path("gen.csv"), std::ios::binary) << "Time;CH1 (mV)\n0;0\n0,001;500\n0,002;0\n0,003;500\n";
+    std::string gen = "Time;CH1 (mV)\n";
+    std::string bare;
+    for (int k = 0; k < 12; ++k) {
+        gen += (k < 10 ? "0,00" : "0,0") + std::to_string(k) + ";" + (k % 2 ? "500" : "0") + "\n";
+        bare += k % 2 ? "2\n" : "1\n";
+    }
+    std::ofstream(path("gen.csv"), std::ios::binary) << gen;
     std::ofstream(path("letter.csv"), std::ios::binary) << "Hello,\nthis is no capture.\n";
-    std::ofstream(path("bare.csv"), std::ios::binary) << "1\n2\n1\n2\n";
+    std::ofstream(path("bare.csv"), std::ios::binary) << bare;
     ASSERT_EQ(run({"info", path("gen.csv")}), kExitOk) << err.str();
     EXPECT_NE(out.str().find("Layout: generic CSV (semicolon separated, decimal comma, time column, 1 signal column)"),
               std::string::npos)
