@@ -19,9 +19,11 @@ Usage: mervasto-cli [--data-folder DIR] COMMAND [options]
 Commands:
   info FILE...                 load wave CSV files and print their setup and record
   analyze [options] FILE...    analyse wave CSV files and print the results
+                               (info, analyze and convert take other instruments' CSV too)
       --import-interval SECONDS
                                sample interval of captures without a time column
-                               (info, analyze and convert take other instruments' CSV too)
+      --combine                the files are one capture, a file per channel: analyse them
+                               as one record, their channels as Ch1, Ch2, ... in order
       --settings FILE          settings from this resume file (default: the data folder's)
       --set NAME=VALUE         override one setting by its control name (repeatable)
       --format table|csv|json  output form (default table)
@@ -126,6 +128,8 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             o.jobs = v == "1" ? 1 : 2;
         } else if (a == "--generic")
             o.generic = true;
+        else if (a == "--combine")
+            o.combine = true;
         else if (a == "--new-acquisition")
             o.newAcquisition = true;
         else if (a == "--omit-range")

@@ -174,4 +174,40 @@ TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
     EXPECT_EQ(out.str().find("Model:"), std::string::npos) << out.str();
 }
 
+// A capture of the first channels, written whole or a file per channel.
+std::string captureText(const std::vector<int>& channels, int rows, double dt) {
+    std::string bytes = "Time(s)";
+    for (int c : channels) bytes += ",CH" + std::to_string(c + 1) + "(V)";
+    bytes += "\r\n";
+    for (int k = 0; k < rows; ++k) {
+        bytes += text(kT0 + k * dt, false, 12);
+        for (int c : channels) bytes += "," + text(sampleOf(c, k), false);
+        bytes += "\r\n";
+    }
+    return bytes;
+}
+
+TEST_F(ImportCliTest, CombineTakesTheFilesAsChannelsInOrder) {
+    auto write = [&](const std::string& name, const std::vector<int>& channels, int rows, double dt) {
+        std::ofstream(path(name), std::ios::binary) << captureText(channels, rows, dt);
+        return path(name);
+    };
+    const std::string expected = resultsOf(write("both.csv", {0, 1}, kRows, kDt));
+    const std::string ch1 = write("ch1.csv", {0}, kRows, kDt);
+    const std::string ch2 = write("ch2.csv", {1}, kRows, kDt);
+    EXPECT_EQ(resultsOf(ch2, {"--combine", ch1}), expected);
+    EXPECT_NE(resultsOf(ch1, {"--combine", ch2}), expected);
+
+    struct Case {
+        std::string file;
+        const char* says;
+    };
+    const Case cases[] = {{write("short.csv", {1}, kRows - 100, kDt), " has 19900 sample rows and "},
+                          {write("slow.csv", {1}, kRows, 2 * kDt), " is sampled every 4E-07 s and "}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(run({"analyze", "--no-save", "--combine", ch1, c.file}), kExitFileError);
+        EXPECT_NE(err.str().find(c.file + c.says + ch1), std::string::npos) << err.str();
+    }
+}
+
 }  // namespace

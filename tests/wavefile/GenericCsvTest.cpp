@@ -626,5 +626,53 @@ TEST_F(GenericCsvFileTest, APipeIsReadOnce) {
 }
 #endif
 
+TEST_F(GenericCsvFileTest, FilesOfOneCaptureCombineInOrder) {
+    auto write = [&](const std::string& name, const std::string& bytes) {
+        std::ofstream(path(name.c_str()), std::ios::binary) << bytes;
+        return path(name.c_str());
+    };
+    std::vector<std::string> channel;
+    for (int c = 0; c < 3; ++c)
+        channel.push_back(write("ch" + std::to_string(c + 1) + ".csv", rowsOf(besideTheSamples(c))));
+    Rows slow{Rows::Seconds, ",", false, 1};
+    slow.timeScale = 2;
+    std::string cut = rowsOf(besideTheSamples(1));
+    cut.resize(cut.rfind("\r\n", cut.size() - 3) + 2);
+    const std::string three = write("three.csv", "Time,A,B,C\r\n" + rowsOf({Rows::Seconds, ",", false, 3}));
+    struct Case {
+        std::vector<std::string> files;
+        int channels;      // of the record; 0 when refused
+        const char* says;  // the refusal
+    };
+    const Case cases[] = {
+        {{channel[0], channel[1]}, 2, ""},
+        {{channel[0], channel[1], channel[2]}, 4, ""},
+        {{channel[0], write("cut.csv", cut)}, 0, "cut.csv has 1999 sample rows and "},
+        {{channel[0], write("slow.csv", "Time,CH1\r\n" + rowsOf(slow))}, 0, "slow.csv is sampled every 2E-06 s and "},
+        {{three, channel[0], channel[1]}, 0, "the files hold 5 channels; a record takes at most 4"},
+        {{channel[0], write("letter.csv", "Dear user\r\n")}, 0, "letter.csv: not a wave file"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.files.back());
+        DsoSetup setup;
+        WaveRecord record;
+        const WaveCsvLoadResult r = LoadCombinedWaveCsv(c.files, setup, record);
+        ASSERT_EQ(r.ok(), c.channels > 0) << r.outcome.text();
+        if (!r.ok()) {
+            EXPECT_NE(r.outcome.text().find(c.says), std::string::npos) << r.outcome.text();
+            continue;
+        }
+        EXPECT_EQ(setup.ChannelCount, c.channels);
+        EXPECT_EQ(r.rowsRead, kRows);
+        EXPECT_NEAR(setup.SampleInterval, kDt, kDt * 1e-6);
+        EXPECT_NEAR(-(static_cast<double>(setup.TriggerDelay) + 5.0 * setup.TimePerDiv), kT0, kDt * 1e-3);
+        for (int ch = 0; ch < c.channels; ++ch) {
+            const bool held = ch < static_cast<int>(c.files.size());
+            EXPECT_EQ(setup.TraceOn[ch + 1], held ? "ON" : "OFF");
+            for (int k = 0; k < kRows; k += 7) ASSERT_EQ(record.wave[ch][k], held ? sampleOf(ch, k) : 0.0f) << ch;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace mervasto
