@@ -19,7 +19,8 @@ Usage: mervasto-cli [--data-folder DIR] COMMAND [options]
 Commands:
   info FILE...                 load wave CSV files and print their setup and record
   analyze [options] FILE...    analyse wave CSV files and print the results
-                               (info, analyze and convert take other instruments' CSV too)
+                               (info, analyze and convert take other instruments' CSV too,
+                               and "-" for standard input)
       --import-interval SECONDS
                                sample interval of captures without a time column
       --combine                the files are one capture, a file per channel: analyse them
@@ -141,6 +142,8 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
         else
             o.files.push_back(a);
     }
+    if (std::count(o.files.begin(), o.files.end(), "-") > 1)
+        return optionError("\"-\" (standard input) can be named once: its bytes come only once");
     return Outcome::Ok();
 }
 

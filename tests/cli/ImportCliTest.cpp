@@ -5,10 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <charconv>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <thread>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 #include "support/QtTestApp.h"
 #include "CliRun.h"
@@ -53,12 +59,42 @@ class ImportCliTest : public test::CliRun {
 protected:
     ImportCliTest() : CliRun("mervasto-import-", false) {}
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
+#ifndef _WIN32
+    // Runs the command with bytes on its standard input, written by a thread
+    // into a pipe as a shell would pipe them.
+    int runWithInput(const std::vector<std::string>& args, const std::string& bytes) {
+        std::signal(SIGPIPE, SIG_IGN);  // a reader that stops early ends the writer
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        const int saved = dup(0);
+        dup2(fds[0], 0);
+        close(fds[0]);
+        std::thread writer([&bytes, fd = fds[1]] {
+            for (size_t done = 0; done < bytes.size();) {
+                const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+                if (n <= 0) break;
+                done += static_cast<size_t>(n);
+            }
+            close(fd);
+        });
+        const int status = run(args);
+        dup2(saved, 0);
+        close(saved);
+        writer.join();
+        return status;
+    }
+#endif
     // The per-channel result lines without the file name.
-    std::string resultsOf(const std::string& file, std::vector<std::string> extra = {}) {
+    std::string resultsOf(const std::string& file, std::vector<std::string> extra = {},
+                          const std::string* input = nullptr) {
         std::vector<std::string> args = {"analyze", "--no-save", "--format", "csv"};
         args.insert(args.end(), extra.begin(), extra.end());
         args.push_back(file);
+#ifndef _WIN32
+        EXPECT_EQ(input ? runWithInput(args, *input) : run(args), kExitOk) << file << ": " << err.str();
+#else
         EXPECT_EQ(run(args), kExitOk) << file << ": " << err.str();
+#endif
         std::istringstream in(out.str());
         std::string all;
         std::string line;
@@ -157,6 +193,7 @@ TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
     };
     const Case cases[] = {
         {{"info", path("letter.csv")}, kExitFileError, "not a wave file"},
+        {{"info", path("bare.csv"), "-", "-"}, kExitBadOptions, "can be named once"},
         {{"analyze", "--no-save", path("bare.csv")}, kExitFileError, "--import-interval"},
         {{"analyze", "--no-save", "--import-interval", "1e-3", path("bare.csv")}, kExitOk, ""},
         {{"analyze", "--import-interval", "-1", path("bare.csv")}, kExitBadOptions, "above 0"},
@@ -209,5 +246,21 @@ TEST_F(ImportCliTest, CombineTakesTheFilesAsChannelsInOrder) {
         EXPECT_NE(err.str().find(c.file + c.says + ch1), std::string::npos) << err.str();
     }
 }
+
+#ifndef _WIN32
+TEST_F(ImportCliTest, ADashReadsStandardInputOnce) {
+    const std::string bytes = captureText({0, 1, 2}, kRows, kDt);
+    std::ofstream(path("file.csv"), std::ios::binary) << bytes;
+    const std::string expected = resultsOf(path("file.csv"));
+    EXPECT_EQ(resultsOf("-", {}, &bytes), expected);
+    ASSERT_EQ(runWithInput({"info", "-"}, bytes), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("Rows read: 20000"), std::string::npos) << out.str();
+    ASSERT_EQ(runWithInput({"convert", "-", path("own.csv")}, bytes), kExitOk) << err.str();
+    EXPECT_EQ(resultsOf(path("own.csv")), expected);
+    // Refused, it says where the bytes came from.
+    EXPECT_EQ(runWithInput({"info", "-"}, "Hello,\nthis is no capture.\n"), kExitFileError);
+    EXPECT_NE(err.str().find("standard input: not a wave file"), std::string::npos) << err.str();
+}
+#endif
 
 }  // namespace
