@@ -23,8 +23,8 @@ Commands:
                                and "-" for standard input)
       --import-interval SECONDS
                                sample interval of captures without a time column
-      --combine                the files are one capture, a file per channel: analyse them
-                               as one record, their channels as Ch1, Ch2, ... in order
+      --combine                the files are one capture, a file per channel: one record,
+                               their channels as Ch1, Ch2, ... in order (info, convert too)
       --settings FILE          settings from this resume file (default: the data folder's)
       --set NAME=VALUE         override one setting by its control name (repeatable)
       --format table|csv|json  output form (default table)
@@ -36,7 +36,8 @@ Commands:
       --jobs 1|2               2 (default): load the next file while one is analysed;
                                1: one file at a time
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
-                               --generic as a plain "Time(s),CH1(V),..." file
+                               --generic as a plain "Time(s),CH1(V),..." file;
+                               with --combine IN... OUT, several files as one record
   make-examples DIR            write the bundled example records into DIR
   readout --ip HOST[:PORT] [--format table|json]
                                read and print the instrument's setup

@@ -234,6 +234,10 @@ TEST_F(ImportCliTest, CombineTakesTheFilesAsChannelsInOrder) {
     const std::string ch2 = write("ch2.csv", {1}, kRows, kDt);
     EXPECT_EQ(resultsOf(ch2, {"--combine", ch1}), expected);
     EXPECT_NE(resultsOf(ch1, {"--combine", ch2}), expected);
+    ASSERT_EQ(run({"convert", "--combine", ch1, ch2, path("own.csv")}), kExitOk) << err.str();
+    EXPECT_EQ(resultsOf(path("own.csv")), expected);
+    ASSERT_EQ(run({"info", "--combine", ch1, ch2}), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("Source: " + ch1 + " + " + ch2 + "\n"), std::string::npos) << out.str();
 
     struct Case {
         std::string file;
