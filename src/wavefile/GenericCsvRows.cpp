@@ -70,7 +70,7 @@ void RowParser::storeTime(size_t c, const Decimal& d, const char* p, const char*
 inline void RowParser::store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
     const int8_t role = roles_[c];
     if (role == kTimeColumn) return storeTime(c, d, p, e, rows);
-    const auto s = static_cast<size_t>(role);
+    const auto s = static_cast<size_t>(static_cast<uint8_t>(role));  // a signal's number, never negative here
     float v = 0;
     if (!(unscaled_[s] && NearestSingle(d, v))) v = signalValue(c, s, d, p, e);
     if (!std::isfinite(v)) notNumber(c, p, e);
