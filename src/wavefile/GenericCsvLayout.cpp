@@ -458,7 +458,7 @@ struct LayoutScan {
             if (d.mantissa != 0) finest = std::min(finest, d.unitExp);
             values.push_back(*v);
         }
-        const double unit = finest == INT_MAX ? 0.0 : std::pow(10.0, finest);
+        const double unit = finest == INT_MAX ? 0.0 : PowerOfTen(finest);
         if (values.size() < 3 || unit > dt) return false;
         for (size_t i = 1; i < values.size(); ++i)
             if (std::fabs(values[i] - values[i - 1] - dt) > 0.01 * dt + unit) return false;

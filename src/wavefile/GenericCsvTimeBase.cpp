@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "common/DecimalScan.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "wavefile/GenericCsv.h"
@@ -30,18 +31,21 @@ double timeColumnInterval(const Rows& rows, double timeFactor, const std::string
     // column, or the column's digits at this row's magnitude when that is
     // coarser (a fixed count of significant digits).
     const int timeDigits = rows.timeDigits;
-    const double finestUnit = rows.finestExp == kNoExp ? std::numeric_limits<double>::infinity()
-                                                       : std::pow(10.0, rows.finestExp) * timeFactor;
+    const double finestUnit =
+        rows.finestExp == kNoExp ? std::numeric_limits<double>::infinity() : PowerOfTen(rows.finestExp) * timeFactor;
     const double fixed = std::isfinite(finestUnit) ? finestUnit : 0.0;
     double decadeLo = 1, decadeHi = 0, decadeUnit = 0;  // the last decade met, so that most rows cost no log
     auto unitAt = [&](double t) {
         const double a = std::fabs(t);
         if (a == 0 || timeDigits == 0) return fixed;
         if (!(a >= decadeLo && a < decadeHi)) {
-            const double e = std::floor(std::log10(a));
-            decadeLo = std::pow(10.0, e);
-            decadeHi = decadeLo * 10;
-            decadeUnit = std::max(fixed, std::pow(10.0, e - timeDigits + 1));
+            // log10 of an exact power of ten may come out a hair below it.
+            int e = static_cast<int>(std::floor(std::log10(a)));
+            if (PowerOfTen(e + 1) <= a) ++e;
+            if (PowerOfTen(e) > a) --e;
+            decadeLo = PowerOfTen(e);
+            decadeHi = PowerOfTen(e + 1);
+            decadeUnit = std::max(fixed, PowerOfTen(e - timeDigits + 1));
         }
         return decadeUnit;
     };
