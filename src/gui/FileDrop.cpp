@@ -31,8 +31,8 @@ Outcome InputDroppedFiles(RunState& state, UiPort& window, const std::vector<std
         DroppedFileUi dropped(window, files.front());
         return state.InputFromFile_Click(dropped);
     }
-    // The run state reads "a file"; for the while of this input, that file
-    // is the record the dropped files make together.
+    // The run state reads "a file": during this input, that file is the
+    // record the dropped files make together.
     DroppedFileUi dropped(window, CombinedName(files));
     state.setFileLoader([&](const std::string&, DsoSetup& setup, WaveRecord& record, WaveFieldTable&) {
         return LoadCombinedWaveCsv(files, setup, record, state.importOptions());
