@@ -7,10 +7,13 @@
 #include "cli/FilePreload.h"
 #include "cli/Report.h"
 #include "results/ResultFiles.h"
+#include "wavefile/GenericCsv.h"
 
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <string>
+#include <vector>
 
 namespace mervasto::cli {
 
@@ -20,7 +23,7 @@ constexpr const char* kWaveFileWarningTitle = "Wave File";
 
 // --jobs 2: the next file loads while one is analysed.
 std::unique_ptr<FilePreload> preloadFiles(RunState& state, const Options& o) {
-    if (o.jobs < 2 || o.files.size() < 2) return nullptr;
+    if (o.jobs < 2 || o.files.size() < 2 || o.combine) return nullptr;
     auto preload = std::make_unique<FilePreload>(o.files, state.setup(), state.record(), state.fieldTable(),
                                                  state.importOptions());
     state.setFileLoader([p = preload.get()](const std::string& file, DsoSetup& setup, WaveRecord& record,
@@ -39,7 +42,15 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     bool anyNg = false;
     ReportWriter report(out, o.format, o.cycles);
     const std::unique_ptr<FilePreload> preload = preloadFiles(state, o);
-    for (const auto& f : o.files) {
+    // Combined, the files are one input of the run, named by all of them.
+    std::vector<std::string> inputs = o.files;
+    if (o.combine) {
+        inputs = {CombinedName(o.files)};
+        state.setFileLoader([&o, &state](const std::string&, DsoSetup& setup, WaveRecord& record, WaveFieldTable&) {
+            return LoadCombinedWaveCsv(o.files, setup, record, state.importOptions());
+        });
+    }
+    for (const auto& f : inputs) {
         ui.files.push_back(f);
         if (const Outcome input = state.InputFromFile_Click(ui); !input) {
             // The reader's own words name the file and the line; other faults do not.
@@ -57,7 +68,8 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
                 err << "mervasto-cli: warning: " << w << '\n';
         }
         anyNg |= report.pass(f, state, messages, o.comparator.has_value(), std::nullopt);
-        if (o.plots) KeepFirst(result, WritePlots(state, o, std::filesystem::path(f).stem().string(), err));
+        const std::string& named = o.combine ? o.files.front() : f;
+        if (o.plots) KeepFirst(result, WritePlots(state, o, std::filesystem::path(named).stem().string(), err));
         if (o.format == "json" || !state.saveResultLine()) continue;
         const Outcome& saved = state.lastSave();
         err << (saved ? kSavedTestResults + state.resultFileName() + "." : saved.text()) << '\n';

@@ -8,6 +8,8 @@
 #include "wavefile/WaveCsv.h"
 
 #include <ostream>
+#include <string>
+#include <vector>
 
 namespace mervasto::cli {
 
@@ -15,16 +17,29 @@ namespace {
 void printWarnings(std::ostream& err, const WaveCsvLoadResult& r) {
     for (const auto& w : r.warnings) err << "mervasto-cli: warning: " << w << '\n';
 }
+
+// One file, or with --combine the files of one capture as one record.
+WaveCsvLoadResult loadInput(const Options& o, const std::vector<std::string>& files, DsoSetup& setup,
+                            WaveRecord& record, WaveFieldTable& table) {
+    if (o.combine) return LoadCombinedWaveCsv(files, setup, record, ImportOptionsOf(o));
+    return LoadAnyWaveCsv(files.front(), setup, record, table, ImportOptionsOf(o));
+}
 }  // namespace
 
 Outcome CommandInfo(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.files.empty()) return UsageError(err, "info", "name at least one wave CSV file");
+    std::vector<std::vector<std::string>> inputs;
+    if (o.combine)
+        inputs.push_back(o.files);
+    else
+        for (const auto& f : o.files) inputs.push_back({f});
     Outcome result;
     WaveFieldTable table;
-    for (const auto& f : o.files) {
+    for (const auto& files : inputs) {
+        const std::string f = CombinedName(files);
         DsoSetup setup;
         WaveRecord record;
-        const WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, ImportOptionsOf(o));
+        const WaveCsvLoadResult r = loadInput(o, files, setup, record, table);
         if (!r.ok()) KeepFirst(result, Told(err, r.outcome));
         printWarnings(err, r);
         if (!r.ok() && r.generic) {
@@ -41,18 +56,20 @@ Outcome CommandInfo(const Options& o, std::ostream& out, std::ostream& err) {
 }
 
 Outcome CommandConvert(const Options& o, std::ostream& out, std::ostream& err) {
-    if (o.files.size() != 2) return UsageError(err, "convert", "name the input file and the output file");
+    if (o.files.size() < 2 || (!o.combine && o.files.size() != 2))
+        return UsageError(err, "convert", "name the input file and the output file");
+    const std::vector<std::string> in(o.files.begin(), o.files.end() - 1);
+    const std::string& to = o.files.back();
     DsoSetup setup;
     WaveRecord record;
     WaveFieldTable table;
-    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, ImportOptionsOf(o));
+    const WaveCsvLoadResult r = loadInput(o, in, setup, record, table);
     if (!r.ok()) return Told(err, r.outcome);
     printWarnings(err, r);
-    const Outcome saved =
-        o.generic ? SaveGenericCsv(o.files[1], setup, record) : SaveWaveCsv(o.files[1], setup, record);
+    const Outcome saved = o.generic ? SaveGenericCsv(to, setup, record) : SaveWaveCsv(to, setup, record);
     if (!saved) return Told(err, saved);
-    out << "Converted " << setup.RecordLength << " samples of " << setup.ChannelCount << " channels from " << o.files[0]
-        << " to " << o.files[1] << '\n';
+    out << "Converted " << setup.RecordLength << " samples of " << setup.ChannelCount << " channels from "
+        << CombinedName(in) << " to " << to << '\n';
     return Outcome::Ok();
 }
 

@@ -19,9 +19,12 @@ Usage: mervasto-cli [--data-folder DIR] COMMAND [options]
 Commands:
   info FILE...                 load wave CSV files and print their setup and record
   analyze [options] FILE...    analyse wave CSV files and print the results
+                               (info, analyze and convert take other instruments' CSV too,
+                               and "-" for standard input)
       --import-interval SECONDS
                                sample interval of captures without a time column
-                               (info, analyze and convert take other instruments' CSV too)
+      --combine                the files are one capture, a file per channel: one record,
+                               their channels as Ch1, Ch2, ... in order (info, convert too)
       --settings FILE          settings from this resume file (default: the data folder's)
       --set NAME=VALUE         override one setting by its control name (repeatable)
       --format table|csv|json  output form (default table)
@@ -33,7 +36,8 @@ Commands:
       --jobs 1|2               2 (default): load the next file while one is analysed;
                                1: one file at a time
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
-                               --generic as a plain "Time(s),CH1(V),..." file
+                               --generic as a plain "Time(s),CH1(V),..." file;
+                               with --combine IN... OUT, several files as one record
   make-examples DIR            write the bundled example records into DIR
   readout --ip HOST[:PORT] [--format table|json]
                                read and print the instrument's setup
@@ -126,6 +130,8 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             o.jobs = v == "1" ? 1 : 2;
         } else if (a == "--generic")
             o.generic = true;
+        else if (a == "--combine")
+            o.combine = true;
         else if (a == "--new-acquisition")
             o.newAcquisition = true;
         else if (a == "--omit-range")
@@ -137,6 +143,8 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
         else
             o.files.push_back(a);
     }
+    if (std::count(o.files.begin(), o.files.end(), "-") > 1)
+        return optionError("\"-\" (standard input) can be named once: its bytes come only once");
     return Outcome::Ok();
 }
 

@@ -27,6 +27,7 @@ struct Options {
     std::optional<int> timeoutMs;
     double importInterval = 0;
     bool generic = false;
+    bool combine = false;  // the files are the channels of one record
     std::optional<std::string> plots;
     int jobs = 2;
 };

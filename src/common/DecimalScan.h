@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -156,6 +157,17 @@ inline bool NearestSingle(const Decimal& d, float& out) {
     if (low + 8 >= kHalf && low <= kHalf + 8) return false;
     out = static_cast<float>(x);
     return true;
+}
+
+// 10^n, correctly rounded for |n| <= 22 (one exact operation): std::pow is
+// not on every runtime, and a digit's unit compared with an interval of the
+// same power of ten must not come out a hair apart.
+inline double PowerOfTen(int n) {
+    static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (n >= 0 && n <= 22) return kPowers[n];
+    if (n < 0 && n >= -22) return 1.0 / kPowers[-n];
+    return std::pow(10.0, n);
 }
 
 // [p, e) as one whole number by the general parse (std::from_chars), a plus

@@ -11,6 +11,13 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
 namespace mervasto {
 
 namespace {
@@ -83,14 +90,35 @@ void LineScanner::open(std::string_view fileName, uint64_t offset) {
     // A short file needs no 4 MiB buffer, and clearing one for each of many
     // small files cost more than reading them; fill() grows it if the file
     // turns out longer.
+    // It is made at the first read, which readHead never comes to.
     const uint64_t want = ec ? kChunk : std::max<uint64_t>(fileSize - std::min<uint64_t>(offset, fileSize) + 1, 4096);
-    buffer_.resize(static_cast<size_t>(std::min<uint64_t>(want, kChunk)));
+    bufferWant_ = static_cast<size_t>(std::min<uint64_t>(want, kChunk));
     data_ = buffer_.data();
+    ownsFile_ = true;
     memory_ = false;
     consumed_ = offset;
     lineStart_ = offset;
     lineNumber_ = 0;
     pos_ = end_ = 0;
+    eof_ = false;
+    pendingLf_ = false;
+}
+
+void LineScanner::openStream(std::FILE* file, std::string_view ahead) {
+    close();
+    path_.clear();
+    file_ = file;
+    ownsFile_ = false;
+    bufferWant_ = std::max<size_t>(ahead.size() + 1, size_t{64} << 10);
+    buffer_.resize(bufferWant_);
+    std::memcpy(buffer_.data(), ahead.data(), ahead.size());
+    data_ = buffer_.data();
+    memory_ = false;
+    consumed_ = 0;
+    lineStart_ = 0;
+    lineNumber_ = 0;
+    pos_ = 0;
+    end_ = ahead.size();
     eof_ = false;
     pendingLf_ = false;
 }
@@ -120,9 +148,18 @@ uint64_t LineScanner::size() const {
 }
 
 void LineScanner::close() {
-    if (file_) std::fclose(file_);
+    if (file_ && ownsFile_) std::fclose(file_);
     file_ = nullptr;
+    ownsFile_ = true;
     memory_ = false;
+}
+
+std::string LineScanner::readHead(size_t n) {
+    std::string out(n, '\0');
+    const size_t got = file_ ? std::fread(out.data(), 1, n, file_) : 0;
+    if (file_ && got < n && std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
+    out.resize(got);
+    return out;
 }
 
 bool LineScanner::fill() {
@@ -132,6 +169,10 @@ bool LineScanner::fill() {
         consumed_ += pos_;
         end_ -= pos_;
         pos_ = 0;
+    }
+    if (buffer_.size() < bufferWant_) {
+        buffer_.resize(bufferWant_);
+        data_ = buffer_.data();
     }
     if (end_ == buffer_.size() && buffer_.size() < kChunk) {
         buffer_.resize(kChunk);
@@ -193,6 +234,92 @@ bool LineScanner::next(std::string_view& line) {
             return false;
         }
     }
+}
+
+}  // namespace mervasto
+
+namespace mervasto {
+
+InputStream::~InputStream() {
+    if (file_) std::fclose(file_);
+}
+
+void InputStream::ensureOpen() {
+    if (file_ || ended_) return;
+    errno = 0;
+    if (fileName_ == "-") {
+        // A handle of its own, so that closing it leaves the program's
+        // standard input in place.
+#ifdef _WIN32
+        const int fd = _dup(0);
+        if (fd >= 0) {
+            _setmode(fd, _O_BINARY);
+            file_ = _fdopen(fd, "rb");
+        }
+#else
+        const int fd = dup(0);
+        if (fd >= 0) file_ = fdopen(fd, "rb");
+#endif
+    } else {
+#ifdef _WIN32
+        file_ = _wfopen(PathFromText(fileName_).c_str(), L"rb");
+#else
+        file_ = std::fopen(PathFromText(fileName_).c_str(), "rb");
+#endif
+    }
+    if (!file_) {
+        const int error = errno;
+        throw RuntimeError(ErrorCode::FileNotFound, error ? SystemReason(error) + "." : "File not found.");
+    }
+}
+
+std::string_view InputStream::peek(size_t n) {
+    if (taken_) throw RuntimeError(ErrorCode::FileIo, "The input was read already; it can be read only once.");
+    ensureOpen();
+    while (ahead_.size() < n && !ended_) {
+        const size_t had = ahead_.size();
+        ahead_.resize(n);
+        const size_t got = std::fread(ahead_.data() + had, 1, n - had, file_);
+        ahead_.resize(had + got);
+        if (got == 0) {
+            if (std::ferror(file_)) throw RuntimeError(ErrorCode::FileIo, "Read error.");
+            ended_ = true;
+        }
+    }
+    return std::string_view(ahead_).substr(0, std::min(n, ahead_.size()));
+}
+
+void InputStream::open(LineScanner& in) {
+    if (taken_) throw RuntimeError(ErrorCode::FileIo, "The input was read already; it can be read only once.");
+    ensureOpen();
+    taken_ = true;
+    in.openStream(file_, ahead_);
+    ahead_ = {};
+}
+
+LineSource LineSource::Input(std::string_view fileName) {
+    if (fileName == "-") return {"standard input", {}, false, std::make_shared<InputStream>("-")};
+    std::error_code ec;
+    const auto status = std::filesystem::status(PathFromText(fileName), ec);
+    if (!ec && std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+        !std::filesystem::is_directory(status))
+        return {std::string(fileName), {}, false, std::make_shared<InputStream>(std::string(fileName))};
+    return File(fileName);
+}
+
+void LineSource::open(LineScanner& in, uint64_t offset) const {
+    if (memory) return in.openBytes(bytes, offset);
+    if (!stream) return in.open(name, offset);
+    if (offset != 0) throw RuntimeError(ErrorCode::FileIo, "Read error.");
+    stream->open(in);
+}
+
+std::string LineSource::head(size_t n) const {
+    if (memory) return std::string(bytes.substr(0, n));
+    if (stream) return std::string(stream->peek(n));
+    LineScanner in;
+    in.open(name);
+    return in.readHead(n);
 }
 
 }  // namespace mervasto

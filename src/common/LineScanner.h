@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,12 +36,20 @@ public:
     void open(std::string_view fileName, uint64_t offset = 0);
     // Reads bytes that stay in place until reading ends.
     void openBytes(std::string_view bytes, uint64_t offset = 0);
+    // Reads ahead (bytes already taken from file), then file, which stays
+    // open after reading: a pipe, whose bytes come once.
+    void openStream(std::FILE* file, std::string_view ahead);
+    // Up to n bytes from where a file was opened, as they stand, for a look
+    // at its head before any line is read.
+    std::string readHead(size_t n);
     void setLineEnds(LineEnds ends) { lfOnly_ = ends == LineEnds::LfOnly; }
     // False at end of input. The view stays valid until the next call.
     // Throws a FileIo RuntimeError on a read error or a line longer than
     // kMaxLineBytes; lineNumber() then names the line that failed.
     bool next(std::string_view& line);
     void close();
+    // The byte offset after the line last handed out: where the next begins.
+    uint64_t position() const { return consumed_ + pos_; }
     // The byte offset of the line last handed out.
     uint64_t lineStart() const { return lineStart_; }
     // The 1-based number of the line last handed out, counted from where
@@ -54,8 +63,10 @@ private:
     [[noreturn]] void tooLong();
 
     std::FILE* file_ = nullptr;
+    bool ownsFile_ = true;
     std::filesystem::path path_;
     std::vector<char> buffer_;
+    size_t bufferWant_ = 0;       // the size the buffer is to have at the next read
     const char* data_ = nullptr;  // buffer_ or the bytes in memory
     uint64_t memorySize_ = 0;
     bool memory_ = false;
@@ -69,23 +80,58 @@ private:
     uint64_t lineNumber_ = 0;
 };
 
-// Where a reader's lines come from: a file, or its bytes in memory with name
-// standing for the file in texts. Both are read through the same code, so
-// that a reader fed from memory (the fuzzers) meets every path a file takes.
+// A pipe, a terminal or standard input: its bytes come once, so they are
+// read once, front to back, on one thread. The first of them can be looked
+// at before the reading proper, which then gets them again.
+class InputStream {
+public:
+    // "-" is standard input. Nothing is opened before it is needed.
+    explicit InputStream(std::string fileName) : fileName_(std::move(fileName)) {}
+    ~InputStream();
+    InputStream(const InputStream&) = delete;
+    InputStream& operator=(const InputStream&) = delete;
+
+    // Up to the first n bytes (fewer only at the end of the input). Throws
+    // as LineScanner::open does.
+    std::string_view peek(size_t n);
+    // Hands the stream to in, the bytes peeked at first. Only once: a second
+    // reading would find the bytes gone.
+    void open(LineScanner& in);
+
+private:
+    void ensureOpen();
+
+    std::string fileName_;
+    std::FILE* file_ = nullptr;
+    std::string ahead_;
+    bool ended_ = false;
+    bool taken_ = false;
+};
+
+// Where a reader's lines come from: a file, its bytes in memory with name
+// standing for the file in texts, or a stream. Files and bytes are read
+// through the same code, so that a reader fed from memory (the fuzzers)
+// meets every path a file takes.
 struct LineSource {
     std::string name;
     std::string_view bytes;
     bool memory = false;
+    std::shared_ptr<InputStream> stream;
 
-    static LineSource File(std::string_view fileName) { return {std::string(fileName), {}, false}; }
-    static LineSource Bytes(std::string_view bytes, std::string_view name) { return {std::string(name), bytes, true}; }
-    // Throws as LineScanner::open does.
-    void open(LineScanner& in, uint64_t offset = 0) const {
-        if (memory)
-            in.openBytes(bytes, offset);
-        else
-            in.open(name, offset);
+    static LineSource File(std::string_view fileName) { return {std::string(fileName), {}, false, nullptr}; }
+    static LineSource Bytes(std::string_view bytes, std::string_view name) {
+        return {std::string(name), bytes, true, nullptr};
     }
+    // A file given by the user: "-" is standard input, and a named pipe or
+    // device is read as the stream it is.
+    static LineSource Input(std::string_view fileName);
+
+    // Whether two readers may each open it at a place of their own.
+    bool splittable() const { return !stream; }
+    // Throws as LineScanner::open does; a stream opens once, at its start.
+    void open(LineScanner& in, uint64_t offset = 0) const;
+    // Up to the first n bytes, without using up a stream.
+    std::string head(size_t n) const;
 };
 
 // The position of the first byte equal to c in [p, end), or end.

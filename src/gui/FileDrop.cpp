@@ -8,22 +8,41 @@
 #include <QUrl>
 #include <QWidget>
 
+#include "app/RunState.h"
+#include "wavefile/GenericCsv.h"
+
 namespace mervasto {
 
 namespace {
 
-// The first local file among the dragged data; empty when there is none.
-QString droppedFile(const QMimeData* data) {
-    if (!data || !data->hasUrls()) return {};
+// The local files among the dragged data, in their order.
+std::vector<std::string> droppedFiles(const QMimeData* data) {
+    std::vector<std::string> files;
+    if (!data || !data->hasUrls()) return files;
     for (const QUrl& url : data->urls())
-        if (url.isLocalFile()) return url.toLocalFile();
-    return {};
+        if (url.isLocalFile()) files.push_back(url.toLocalFile().toStdString());
+    return files;
 }
 
 }  // namespace
 
-FileDropFilter::FileDropFilter(QWidget* window, std::function<bool()> accepting,
-                               std::function<void(const std::string&)> open)
+Outcome InputDroppedFiles(RunState& state, UiPort& window, const std::vector<std::string>& files) {
+    if (files.size() == 1) {
+        DroppedFileUi dropped(window, files.front());
+        return state.InputFromFile_Click(dropped);
+    }
+    // The run state reads "a file": during this input, that file is the
+    // record the dropped files make together.
+    DroppedFileUi dropped(window, CombinedName(files));
+    state.setFileLoader([&](const std::string&, DsoSetup& setup, WaveRecord& record, WaveFieldTable&) {
+        return LoadCombinedWaveCsv(files, setup, record, state.importOptions());
+    });
+    Outcome input = state.InputFromFile_Click(dropped);
+    state.setFileLoader({});
+    return input;
+}
+
+FileDropFilter::FileDropFilter(QWidget* window, std::function<bool()> accepting, Open open)
     : QObject(window), accepting_(std::move(accepting)), open_(std::move(open)) {
     window->setAcceptDrops(true);
     window->installEventFilter(this);
@@ -34,7 +53,7 @@ bool FileDropFilter::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::DragEnter:
     case QEvent::DragMove: {
         auto* drag = static_cast<QDragMoveEvent*>(event);
-        if (accepting_() && !droppedFile(drag->mimeData()).isEmpty())
+        if (accepting_() && !droppedFiles(drag->mimeData()).empty())
             drag->acceptProposedAction();
         else
             drag->ignore();
@@ -42,14 +61,14 @@ bool FileDropFilter::eventFilter(QObject* watched, QEvent* event) {
     }
     case QEvent::Drop: {
         auto* drop = static_cast<QDropEvent*>(event);
-        const QString file = droppedFile(drop->mimeData());
-        if (!accepting_() || file.isEmpty()) {
+        std::vector<std::string> files = droppedFiles(drop->mimeData());
+        if (!accepting_() || files.empty()) {
             drop->ignore();
             return true;
         }
         drop->acceptProposedAction();
         QMetaObject::invokeMethod(
-            this, [this, path = file.toStdString()] { open_(path); }, Qt::QueuedConnection);
+            this, [this, files = std::move(files)] { open_(files); }, Qt::QueuedConnection);
         return true;
     }
     default: return QObject::eventFilter(watched, event);

@@ -4,12 +4,16 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "common/Outcome.h"
 #include "common/UiPort.h"
 
 class QWidget;
 
 namespace mervasto {
+
+class RunState;
 
 // The window's UI port, except that the file question is already answered:
 // with the file dropped on the window, so that a drop takes the same road as
@@ -39,20 +43,26 @@ private:
     std::string file_;
 };
 
-// Takes a local file dragged onto a window: the drag is accepted while
-// accepting() holds, and a drop hands the first file to open() once the drop
+// Loads files dropped on the window as "Input from File" does: one file as
+// it stands, several as the channels of one record, Ch1, Ch2, ... in the
+// order they were dropped (instruments that write a file per channel).
+Outcome InputDroppedFiles(RunState& state, UiPort& window, const std::vector<std::string>& files);
+
+// Takes local files dragged onto a window: the drag is accepted while
+// accepting() holds, and a drop hands the files to open() once the drop
 // itself is over (a long load inside the drop would hold up the program the
-// file came from).
+// files came from).
 class FileDropFilter : public QObject {
 public:
-    FileDropFilter(QWidget* window, std::function<bool()> accepting, std::function<void(const std::string&)> open);
+    using Open = std::function<void(const std::vector<std::string>&)>;
+    FileDropFilter(QWidget* window, std::function<bool()> accepting, Open open);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     std::function<bool()> accepting_;
-    std::function<void(const std::string&)> open_;
+    Open open_;
 };
 
 }  // namespace mervasto

@@ -132,13 +132,12 @@ void MainForm::connectCommands(const Commands& c) {
     auto inputFromFile = [this] { run([this] { return state_.InputFromFile_Click(*ui_); }); };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
     connect(c.inputFile, &QAction::triggered, this, inputFromFile);
-    // A file dropped on the window loads as "Input from File" does; not while
+    // Files dropped on the window load as "Input from File" does; not while
     // a run holds the input controls.
     new FileDropFilter(
         this, [this] { return !state_.running(); },
-        [this](const std::string& file) {
-            DroppedFileUi dropped(*ui_, file);
-            run([this, &dropped] { return state_.InputFromFile_Click(dropped); });
+        [this](const std::vector<std::string>& files) {
+            run([this, &files] { return InputDroppedFiles(state_, *ui_, files); });
         });
     connect(c.tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
     connect(c.setIp, &QPushButton::clicked, this, [this] { addressFrame_->hide(); });

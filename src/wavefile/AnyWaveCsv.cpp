@@ -5,34 +5,20 @@
 #include "common/LineScanner.h"
 #include "common/RuntimeError.h"
 #include "wavefile/GenericCsvLayout.h"
+#include "wavefile/WaveSource.h"
 
 // The one entry for file input: which reader a file goes to.
 namespace mervasto {
 
 namespace {
 
-// The first lines of a file, enough to tell its layout.
-std::string headOf(const LineSource& source) {
-    LineScanner in;
-    source.open(in);
-    std::string head;
-    std::string_view line;
-    for (size_t n = 0; n < kCsvHeadLines && in.next(line);) {
-        if (line.empty()) continue;
-        head.append(line);
-        head.push_back('\n');
-        ++n;
-        if (line.starts_with("Ch1 V")) break;
-    }
-    return head;
-}
-
-// The program's own layout goes to loadOwn, any other to loadGeneric.
+// The program's own layout goes to loadOwn, any other to loadGeneric; the
+// first bytes tell which.
 template <class LoadOwn, class LoadGeneric>
 WaveCsvLoadResult loadAny(const LineSource& source, LoadOwn loadOwn, LoadGeneric loadGeneric) {
     std::string head;
     try {
-        head = headOf(source);
+        head = source.head(kLayoutBytes);
     } catch (const RuntimeError& e) {
         WaveCsvLoadResult r;
         r.outcome = Outcome(e.code(), source.name + ": " + e.what());
@@ -67,9 +53,10 @@ bool IsOwnWaveLayout(std::string_view head) {
 
 WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                                  const WaveImportOptions& options) {
+    const LineSource source = LineSource::Input(fileName);
     return loadAny(
-        LineSource::File(fileName), [&] { return LoadWaveCsv(fileName, setup, record, table, options.own); },
-        [&] { return LoadGenericCsv(fileName, setup, record, options); });
+        source, [&] { return LoadWaveCsvFrom(source, setup, record, table, options.own); },
+        [&] { return LoadGenericCsvFrom(source, setup, record, options); });
 }
 
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,

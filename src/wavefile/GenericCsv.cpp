@@ -16,6 +16,7 @@
 #include "wavefile/GenericCsvRows.h"
 #include "wavefile/GenericCsvTimeBase.h"
 #include "wavefile/SplitRead.h"
+#include "wavefile/WaveSource.h"
 
 namespace mervasto {
 
@@ -117,7 +118,7 @@ void loadGeneric(const LineSource& source, DsoSetup& setup, WaveRecord& record, 
                     return true;
                 });
 
-    for (size_t i = head.dataAt; i < head.lines.size(); ++i) take(head.lines[i], head.lineNumbers[i]);
+    for (size_t i = L.rowsAt; i < head.lines.size(); ++i) take(head.lines[i], head.lineNumbers[i]);
     std::string_view line;
     while (in.next(line)) {
         if (split.reached(in.lineStart())) {
@@ -143,10 +144,14 @@ void loadGeneric(const LineSource& source, DsoSetup& setup, WaveRecord& record, 
     }
     const size_t rows = first.count;
     result.rowsRead = static_cast<int32_t>(rows);
+    if (rows < kMinImportRows)
+        fail(ErrorCode::TypeMismatch, name + ": " + std::to_string(rows) + " sample row" + (rows == 1 ? "" : "s") +
+                                          "; a capture needs at least " + std::to_string(kMinImportRows) + ".");
 
     const double dt = ImportInterval(first, L, options.sampleInterval, name);
-    const double t0 = L.timeColumn ? first.times.front() : 0.0;
-    DsoSetup s = ImportedSetup(first, signals, dt, t0, source.memory ? "" : fileDate(name), name);
+    const double t0 = L.hasStart ? L.start : L.timeColumn ? first.times.front() : 0.0;
+    DsoSetup s = ImportedSetup(rows, signals, first.lo.data(), first.hi.data(), dt, t0,
+                               source.memory || source.stream ? "" : fileDate(name), name);
     const int channels = s.ChannelCount;
     record.ensureLength(std::max<int32_t>(s.RecordLength, static_cast<int32_t>(rows)));
     for (size_t c = signals; c < static_cast<size_t>(channels); ++c)
@@ -177,7 +182,12 @@ WaveCsvLoadResult guardedGeneric(const LineSource& source, DsoSetup& setup, Wave
 
 WaveCsvLoadResult LoadGenericCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options) {
-    return guardedGeneric(LineSource::File(fileName), setup, record, options);
+    return guardedGeneric(LineSource::Input(fileName), setup, record, options);
+}
+
+WaveCsvLoadResult LoadGenericCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record,
+                                     const WaveImportOptions& options) {
+    return guardedGeneric(source, setup, record, options);
 }
 
 WaveCsvLoadResult LoadGenericCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/Outcome.h"
 #include "wavefile/DsoSetup.h"
@@ -46,6 +48,15 @@ WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, Wav
                                  const WaveImportOptions& options = {});
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
                                       WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options = {});
+
+// The files of one capture written one per channel (or a few channels
+// each): one record with the files' channels as Ch1, Ch2, ... in the order
+// given. Files of different lengths or intervals, and more than four
+// channels in all, are refused naming the files.
+WaveCsvLoadResult LoadCombinedWaveCsv(const std::vector<std::string>& files, DsoSetup& setup, WaveRecord& record,
+                                      const WaveImportOptions& options = {});
+// "a.csv + b.csv": the name of a record read from several files.
+std::string CombinedName(const std::vector<std::string>& files);
 
 // Writes "Time(s),CH1(V),CH2(V)[,CH3(V),CH4(V)]" and one row per sample, the
 // times as the record's own (from the delay), through a temporary file.

@@ -33,12 +33,8 @@ void Rows::append(const Rows& more, size_t signals) {
 }
 
 RowParser::RowParser(const CsvLayout& L)
-    : L_(L),
-      firstSignal_(L.timeColumn ? 1 : 0),
-      signals_(L.signalFactor.size()),
-      point_(L.point()),
-      sep_(L.separator()) {
-    for (size_t s = 0; s < signals_; ++s) unscaled_[s] = L.signalFactor[s] == 1.0;
+    : L_(L), roles_(L.roles.data()), needed_(L.roles.size()), point_(L.point()), sep_(L.separator()) {
+    for (size_t s = 0; s < L.signalFactor.size(); ++s) unscaled_[s] = L.signalFactor[s] == 1.0;
 }
 
 // The rare number the fast path cannot take exactly.
@@ -47,8 +43,7 @@ void RowParser::fromChars(size_t c, const char* p, const char* e, T& value) cons
     if (!ParseDecimal(p, e, point_, value)) notNumber(c, p, e);
 }
 
-float RowParser::signalValue(size_t s, const Decimal& d, const char* p, const char* e) const {
-    const size_t c = s + firstSignal_;
+float RowParser::signalValue(size_t c, size_t s, const Decimal& d, const char* p, const char* e) const {
     if (unscaled_[s]) {
         float v = 0;
         fromChars(c, p, e, v);
@@ -59,10 +54,10 @@ float RowParser::signalValue(size_t s, const Decimal& d, const char* p, const ch
     return static_cast<float>(x * L_.signalFactor[s]);
 }
 
-void RowParser::storeTime(const Decimal& d, const char* p, const char* e, Rows& rows) const {
+void RowParser::storeTime(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
     double t = 0;
-    if (!NearestDouble(d, t)) fromChars(0, p, e, t);
-    if (!std::isfinite(t)) notNumber(0, p, e);
+    if (!NearestDouble(d, t)) fromChars(c, p, e, t);
+    if (!std::isfinite(t)) notNumber(c, p, e);
     rows.times.push_back(t * L_.timeFactor);
     if (t != 0) {
         rows.timeDigits = std::max(rows.timeDigits, d.digits());
@@ -73,10 +68,11 @@ void RowParser::storeTime(const Decimal& d, const char* p, const char* e, Rows& 
 // Column c's number, scanned into d from its text [p, e). Kept small, as it
 // runs for every field: what most fields never need is out of line.
 inline void RowParser::store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const {
-    if (c < firstSignal_) return storeTime(d, p, e, rows);
-    const size_t s = c - firstSignal_;
+    const int8_t role = roles_[c];
+    if (role == kTimeColumn) return storeTime(c, d, p, e, rows);
+    const auto s = static_cast<size_t>(static_cast<uint8_t>(role));  // a signal's number, never negative here
     float v = 0;
-    if (!(unscaled_[s] && NearestSingle(d, v))) v = signalValue(s, d, p, e);
+    if (!(unscaled_[s] && NearestSingle(d, v))) v = signalValue(c, s, d, p, e);
     if (!std::isfinite(v)) notNumber(c, p, e);
     rows.values[s][rows.count] = v;
     rows.lo[s] = std::min(rows.lo[s], v);
@@ -90,8 +86,9 @@ void RowParser::parseField(size_t c, const char* p, const char* e, Rows& rows) c
 }
 
 void RowParser::grow(Rows& rows, size_t lineBytes, uint64_t bytesLeft) {
-    // Room for the rest, estimated from this row's length with a margin.
-    const uint64_t estimate = bytesLeft / (lineBytes + 1);
+    // Room for the rest, estimated from this row's length with a margin;
+    // as many again when the size is not known (a pipe).
+    const uint64_t estimate = bytesLeft > 0 ? bytesLeft / (lineBytes + 1) : rows.count;
     const size_t want = static_cast<size_t>(
         std::min<uint64_t>(rows.count + estimate + estimate / 8 + 4096, static_cast<uint64_t>(kMaxSamples)));
     rows.growTo(std::max(want, rows.count + 1));
@@ -103,8 +100,17 @@ void RowParser::take(std::string_view line, Rows& rows, uint64_t bytesLeft) cons
     const char* p = line.data();
     const char* const end = p + line.size();
     const bool blanks = L_.delim == Delim::Blanks;
-    for (size_t c = 0; c < needed(); ++c) {
+    for (size_t c = 0; c < needed_; ++c) {
         while (p < end && (*p == ' ' || *p == '"' || (*p == '\t' && sep_ != '\t'))) ++p;
+        if (roles_[c] == kSkipColumn) {
+            if (blanks) {
+                while (p < end && !IsCellBlank(*p)) ++p;
+            } else {
+                p = FindByte(p, end, sep_);
+                if (p < end) ++p;
+            }
+            continue;
+        }
         if (!blanks) {
             // The usual field, a number and the separator (or the row's
             // end after the last column), read in one pass; anything
@@ -113,7 +119,7 @@ void RowParser::take(std::string_view line, Rows& rows, uint64_t bytesLeft) cons
             if (const char* q = ScanDecimal(p, end, point_, d)) {
                 const char* r = q;
                 while (r < end && (*r == ' ' || *r == '"' || (*r == '\t' && sep_ != '\t'))) ++r;
-                if (r < end ? *r == sep_ : c + 1 == needed()) {
+                if (r < end ? *r == sep_ : c + 1 == needed_) {
                     store(c, d, p, q, rows);
                     p = r < end ? r + 1 : end;
                     continue;
@@ -129,7 +135,7 @@ void RowParser::take(std::string_view line, Rows& rows, uint64_t bytesLeft) cons
         } else {
             fe = FindByte(p, end, sep_);
             next = fe < end ? fe + 1 : end;
-            if (fe == end && c + 1 < needed()) {
+            if (fe == end && c + 1 < needed_) {
                 // The row ends before the columns it needs.
                 const char* t = fe;
                 while (t > p && (IsCellBlank(t[-1]) || t[-1] == '"')) --t;

@@ -55,8 +55,8 @@ class RowParser {
 public:
     explicit RowParser(const CsvLayout& L);
 
-    // The columns a row must have: the time and the signals used.
-    size_t needed() const { return firstSignal_ + signals_; }
+    // The columns a row must have: up to the last one used.
+    size_t needed() const { return needed_; }
 
     // Takes one row into rows; bytesLeft sizes the arrays when they fill up.
     // Throws a RowFault.
@@ -68,13 +68,13 @@ private:
     void store(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const;
     template <class T>
     void fromChars(size_t c, const char* p, const char* e, T& value) const;
-    [[gnu::noinline]] float signalValue(size_t s, const Decimal& d, const char* p, const char* e) const;
-    void storeTime(const Decimal& d, const char* p, const char* e, Rows& rows) const;
+    [[gnu::noinline]] float signalValue(size_t c, size_t s, const Decimal& d, const char* p, const char* e) const;
+    void storeTime(size_t c, const Decimal& d, const char* p, const char* e, Rows& rows) const;
 
     const CsvLayout& L_;
     std::array<bool, kMaxImportSignals> unscaled_{};
-    size_t firstSignal_;
-    size_t signals_;
+    const int8_t* roles_;  // the layout's, per column
+    size_t needed_;
     char point_;
     char sep_;
 };

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "common/DecimalScan.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "wavefile/GenericCsv.h"
@@ -24,33 +25,54 @@ constexpr double kFloorRatio = 5;
 double timeColumnInterval(const Rows& rows, double timeFactor, const std::string& name) {
     const size_t n = rows.count;
     const std::vector<double>& times = rows.times;
-    if (n < 2) fail(name + ": one row gives no sample interval.");
     const double t0 = times.front();
     const double dt = (times.back() - t0) / static_cast<double>(n - 1);
-    if (!(dt > 0) || !std::isfinite(dt))
-        fail(name + ": the time column does not increase from its first to its last row.");
     // Half a unit of the last digit: the finest unit printed anywhere in the
     // column, or the column's digits at this row's magnitude when that is
     // coarser (a fixed count of significant digits).
     const int timeDigits = rows.timeDigits;
-    const double finestUnit = rows.finestExp == kNoExp ? std::numeric_limits<double>::infinity()
-                                                       : std::pow(10.0, rows.finestExp) * timeFactor;
+    const double finestUnit =
+        rows.finestExp == kNoExp ? std::numeric_limits<double>::infinity() : PowerOfTen(rows.finestExp) * timeFactor;
     const double fixed = std::isfinite(finestUnit) ? finestUnit : 0.0;
     double decadeLo = 1, decadeHi = 0, decadeUnit = 0;  // the last decade met, so that most rows cost no log
     auto unitAt = [&](double t) {
         const double a = std::fabs(t);
         if (a == 0 || timeDigits == 0) return fixed;
         if (!(a >= decadeLo && a < decadeHi)) {
-            const double e = std::floor(std::log10(a));
-            decadeLo = std::pow(10.0, e);
-            decadeHi = decadeLo * 10;
-            decadeUnit = std::max(fixed, std::pow(10.0, e - timeDigits + 1));
+            // log10 of an exact power of ten may come out a hair below it.
+            int e = static_cast<int>(std::floor(std::log10(a)));
+            if (PowerOfTen(e + 1) <= a) ++e;
+            if (PowerOfTen(e) > a) --e;
+            decadeLo = PowerOfTen(e);
+            decadeHi = PowerOfTen(e + 1);
+            decadeUnit = std::max(fixed, PowerOfTen(e - timeDigits + 1));
         }
         return decadeUnit;
     };
+    // Rounding never reverses two times, but it prints two of them alike
+    // where the column's digits are coarser than the interval: only there
+    // may a time repeat. A step of a whole unit never prints twice; dt
+    // within 1 % of a unit counts as one, as a faulty row at an end moves it.
+    auto outOfOrder = [&](size_t k) {
+        return times[k] < times[k - 1] || (times[k] == times[k - 1] && !(dt < 0.99 * unitAt(times[k])));
+    };
+    auto refuseOrder = [&](size_t k) {
+        fail(name + ": row " + std::to_string(k + 1) + " is at time " + ShortestText(times[k]) + " s, " +
+             (times[k] == times[k - 1] ? "the same as" : "before") + " row " + std::to_string(k) + " (" +
+             ShortestText(times[k - 1]) + " s): the time must increase from row to row.");
+    };
+    if (times[1] <= times[0] && outOfOrder(1)) refuseOrder(1);
+    if (!(dt > 0) || !std::isfinite(dt)) {
+        for (size_t k = 1; k < n; ++k)
+            if (outOfOrder(k)) refuseOrder(k);
+        fail(name + ": the time column does not increase from its first to its last row.");
+    }
     // The ends set the interval, so their rounding moves every place.
     const double endSlack = 0.5 * std::max(unitAt(times.front()), unitAt(times.back()));
+    // A row out of order is named as such, not as the row before it that
+    // then seems out of place: the order is checked one row ahead.
     for (size_t k = 1; k + 1 < n; ++k) {
+        if (times[k + 1] <= times[k] && outOfOrder(k + 1)) refuseOrder(k + 1);
         const double place = t0 + dt * static_cast<double>(k);
         const double allowed = 0.01 * dt + 0.5 * unitAt(times[k]) + endSlack;
         if (std::fabs(times[k] - place) > allowed)
@@ -64,7 +86,14 @@ double timeColumnInterval(const Rows& rows, double timeFactor, const std::string
 }  // namespace
 
 double ImportInterval(const Rows& rows, const CsvLayout& layout, double givenInterval, const std::string& name) {
-    if (layout.timeColumn) return timeColumnInterval(rows, layout.timeFactor, name);
+    if (layout.timeColumn) {
+        const double dt = timeColumnInterval(rows, layout.timeFactor, name);
+        if (!layout.timeFromIndex && layout.interval > 0 && std::fabs(dt - layout.interval) > 0.01 * layout.interval)
+            fail(name + ", line " + std::to_string(layout.intervalLine) + ": the sample interval is " +
+                 ShortestText(layout.interval) + " s, but the time column steps " + ShortestText(dt) +
+                 " s; which one holds cannot be told.");
+        return dt;
+    }
     const double dt = givenInterval > 0 ? givenInterval : layout.interval;
     if (!(dt > 0))
         fail(name +
@@ -72,15 +101,10 @@ double ImportInterval(const Rows& rows, const CsvLayout& layout, double givenInt
     return dt;
 }
 
-DsoSetup ImportedSetup(const Rows& rows, size_t signals, double interval, double t0, std::string dateTime,
-                       const std::string& name) {
+DsoSetup ImportedSetup(size_t rows, size_t signals, const float* lo, const float* hi, double interval, double t0,
+                       std::string dateTime, const std::string& name) {
     const float sampleSec = ToSingle(interval);
     if (!(sampleSec > 0)) fail(name + ": the sample interval is too small.");
-    std::array<double, kMaxImportSignals> lo{}, hi{};
-    for (size_t c = 0; c < signals; ++c) {
-        lo[c] = rows.lo[c];
-        hi[c] = rows.hi[c];
-    }
 
     DsoSetup s;
     const int channels = signals <= 2 ? 2 : 4;
@@ -88,14 +112,14 @@ DsoSetup ImportedSetup(const Rows& rows, size_t signals, double interval, double
     s.ChannelCount = static_cast<int16_t>(channels);
     s.DateTime = std::move(dateTime);
     s.SampleInterval = sampleSec;
-    s.RecordLength = static_cast<int32_t>(RoundHalfEven(static_cast<double>(rows.count) / 10.0)) * 10;
+    s.RecordLength = static_cast<int32_t>(RoundHalfEven(static_cast<double>(rows) / 10.0)) * 10;
     s.TimePerDiv = ToSingle(static_cast<double>(s.RecordLength) * interval / 10.0);
     // The trigger sits where the file's time 0 is, so that times read as the file's own.
     s.TriggerDelay = ToSingle(-t0 - 5.0 * static_cast<double>(s.TimePerDiv));
     std::array<float, kMaxImportSignals> own{};
     double coarsest = 0;
     for (size_t c = 0; c < signals; ++c) {
-        own[c] = VoltsPerDivFor(hi[c] - lo[c], 0);
+        own[c] = VoltsPerDivFor(static_cast<double>(hi[c]) - lo[c], 0);
         coarsest = std::max<double>(coarsest, own[c]);
     }
     const double floor = VoltsPerDivFor(coarsest / kFloorRatio * 8.0, kMinVoltsPerDiv);
@@ -105,7 +129,7 @@ DsoSetup ImportedSetup(const Rows& rows, size_t signals, double interval, double
         TraceSetup& t = s.trace(ch);
         t.TraceOn = used ? kTraceOn : kTraceOff;
         t.VoltsPerDiv = used ? std::max(own[c], static_cast<float>(floor)) : static_cast<float>(floor);
-        t.Offset = used ? ToSingle(-(hi[c] + lo[c]) / 2.0) : 0.0f;
+        t.Offset = used ? ToSingle(-(static_cast<double>(hi[c]) + lo[c]) / 2.0) : 0.0f;
         t.Coupling = "DC";
     }
     return s;

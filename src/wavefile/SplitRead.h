@@ -29,13 +29,13 @@ public:
         task_ = {};
     }
 
-    // Starts the job, once, when the input has at least splitBytes and the
-    // caller, at byte `at`, is before its middle (and the pool has a second
-    // thread). The job calls eachLine(line, scanner) for every line after the
+    // Starts the job, once, when the input is no stream, has at least
+    // splitBytes and the caller, at byte `at`, is before its middle (and the
+    // pool has a second thread). The job calls eachLine(line, scanner) for every line after the
     // one the middle falls into; false ends its reading there.
     template <class EachLine>
     void start(const LineSource& source, uint64_t size, uint64_t at, uint64_t splitBytes, EachLine eachLine) {
-        if (tried_ || size < splitBytes || at >= size / 2 || Jobs() < 2) return;
+        if (tried_ || !source.splittable() || size < splitBytes || at >= size / 2 || Jobs() < 2) return;
         tried_ = true;
         from_ = size / 2;
         task_ = Submit(

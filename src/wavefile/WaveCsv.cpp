@@ -14,6 +14,7 @@
 #include "common/LineScanner.h"
 #include "wavefile/SampleText.h"
 #include "wavefile/SplitRead.h"
+#include "wavefile/WaveSource.h"
 
 namespace mervasto {
 
@@ -417,7 +418,12 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
 
 WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
                               const WaveCsvReadOptions& options) {
-    return load(LineSource::File(fileName), setup, record, table, options);
+    return load(LineSource::Input(fileName), setup, record, table, options);
+}
+
+WaveCsvLoadResult LoadWaveCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+                                  const WaveCsvReadOptions& options) {
+    return load(source, setup, record, table, options);
 }
 
 WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup, WaveRecord& record,

@@ -5,10 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <charconv>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <thread>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 #include "support/QtTestApp.h"
 #include "CliRun.h"
@@ -53,12 +59,42 @@ class ImportCliTest : public test::CliRun {
 protected:
     ImportCliTest() : CliRun("mervasto-import-", false) {}
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
+#ifndef _WIN32
+    // Runs the command with bytes on its standard input, written by a thread
+    // into a pipe as a shell would pipe them.
+    int runWithInput(const std::vector<std::string>& args, const std::string& bytes) {
+        std::signal(SIGPIPE, SIG_IGN);  // a reader that stops early ends the writer
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        const int saved = dup(0);
+        dup2(fds[0], 0);
+        close(fds[0]);
+        std::thread writer([&bytes, fd = fds[1]] {
+            for (size_t done = 0; done < bytes.size();) {
+                const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+                if (n <= 0) break;
+                done += static_cast<size_t>(n);
+            }
+            close(fd);
+        });
+        const int status = run(args);
+        dup2(saved, 0);
+        close(saved);
+        writer.join();
+        return status;
+    }
+#endif
     // The per-channel result lines without the file name.
-    std::string resultsOf(const std::string& file, std::vector<std::string> extra = {}) {
+    std::string resultsOf(const std::string& file, std::vector<std::string> extra = {},
+                          const std::string* input = nullptr) {
         std::vector<std::string> args = {"analyze", "--no-save", "--format", "csv"};
         args.insert(args.end(), extra.begin(), extra.end());
         args.push_back(file);
+#ifndef _WIN32
+        EXPECT_EQ(input ? runWithInput(args, *input) : run(args), kExitOk) << file << ": " << err.str();
+#else
         EXPECT_EQ(run(args), kExitOk) << file << ": " << err.str();
+#endif
         std::istringstream in(out.str());
         std::string all;
         std::string line;
@@ -135,9 +171,15 @@ TEST_F(ImportCliTest, EveryLayoutAnalysesLikeTheOwnLayout) {
 }
 
 TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
-    std::ofstream(path("gen.csv"), std::ios::binary) << "Time;CH1 (mV)\n0;0\n0,001;500\n0,002;0\n0,003;500\n";
+    std::string gen = "Time;CH1 (mV)\n";
+    std::string bare;
+    for (int k = 0; k < 12; ++k) {
+        gen += (k < 10 ? "0,00" : "0,0") + std::to_string(k) + ";" + (k % 2 ? "500" : "0") + "\n";
+        bare += k % 2 ? "2\n" : "1\n";
+    }
+    std::ofstream(path("gen.csv"), std::ios::binary) << gen;
     std::ofstream(path("letter.csv"), std::ios::binary) << "Hello,\nthis is no capture.\n";
-    std::ofstream(path("bare.csv"), std::ios::binary) << "1\n2\n1\n2\n";
+    std::ofstream(path("bare.csv"), std::ios::binary) << bare;
     ASSERT_EQ(run({"info", path("gen.csv")}), kExitOk) << err.str();
     EXPECT_NE(out.str().find("Layout: generic CSV (semicolon separated, decimal comma, time column, 1 signal column)"),
               std::string::npos)
@@ -151,6 +193,7 @@ TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
     };
     const Case cases[] = {
         {{"info", path("letter.csv")}, kExitFileError, "not a wave file"},
+        {{"info", path("bare.csv"), "-", "-"}, kExitBadOptions, "can be named once"},
         {{"analyze", "--no-save", path("bare.csv")}, kExitFileError, "--import-interval"},
         {{"analyze", "--no-save", "--import-interval", "1e-3", path("bare.csv")}, kExitOk, ""},
         {{"analyze", "--import-interval", "-1", path("bare.csv")}, kExitBadOptions, "above 0"},
@@ -167,5 +210,61 @@ TEST_F(ImportCliTest, InfoNamesTheLayoutAndRefusalsExitWithOne) {
     EXPECT_NE(out.str().find("Layout: generic CSV, refused\nRows read: 0\n"), std::string::npos) << out.str();
     EXPECT_EQ(out.str().find("Model:"), std::string::npos) << out.str();
 }
+
+// A capture of the first channels, written whole or a file per channel.
+std::string captureText(const std::vector<int>& channels, int rows, double dt) {
+    std::string bytes = "Time(s)";
+    for (int c : channels) bytes += ",CH" + std::to_string(c + 1) + "(V)";
+    bytes += "\r\n";
+    for (int k = 0; k < rows; ++k) {
+        bytes += text(kT0 + k * dt, false, 12);
+        for (int c : channels) bytes += "," + text(sampleOf(c, k), false);
+        bytes += "\r\n";
+    }
+    return bytes;
+}
+
+TEST_F(ImportCliTest, CombineTakesTheFilesAsChannelsInOrder) {
+    auto write = [&](const std::string& name, const std::vector<int>& channels, int rows, double dt) {
+        std::ofstream(path(name), std::ios::binary) << captureText(channels, rows, dt);
+        return path(name);
+    };
+    const std::string expected = resultsOf(write("both.csv", {0, 1}, kRows, kDt));
+    const std::string ch1 = write("ch1.csv", {0}, kRows, kDt);
+    const std::string ch2 = write("ch2.csv", {1}, kRows, kDt);
+    EXPECT_EQ(resultsOf(ch2, {"--combine", ch1}), expected);
+    EXPECT_NE(resultsOf(ch1, {"--combine", ch2}), expected);
+    ASSERT_EQ(run({"convert", "--combine", ch1, ch2, path("own.csv")}), kExitOk) << err.str();
+    EXPECT_EQ(resultsOf(path("own.csv")), expected);
+    ASSERT_EQ(run({"info", "--combine", ch1, ch2}), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("Source: " + ch1 + " + " + ch2 + "\n"), std::string::npos) << out.str();
+
+    struct Case {
+        std::string file;
+        const char* says;
+    };
+    const Case cases[] = {{write("short.csv", {1}, kRows - 100, kDt), " has 19900 sample rows and "},
+                          {write("slow.csv", {1}, kRows, 2 * kDt), " is sampled every 4E-07 s and "}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(run({"analyze", "--no-save", "--combine", ch1, c.file}), kExitFileError);
+        EXPECT_NE(err.str().find(c.file + c.says + ch1), std::string::npos) << err.str();
+    }
+}
+
+#ifndef _WIN32
+TEST_F(ImportCliTest, ADashReadsStandardInputOnce) {
+    const std::string bytes = captureText({0, 1, 2}, kRows, kDt);
+    std::ofstream(path("file.csv"), std::ios::binary) << bytes;
+    const std::string expected = resultsOf(path("file.csv"));
+    EXPECT_EQ(resultsOf("-", {}, &bytes), expected);
+    ASSERT_EQ(runWithInput({"info", "-"}, bytes), kExitOk) << err.str();
+    EXPECT_NE(out.str().find("Rows read: 20000"), std::string::npos) << out.str();
+    ASSERT_EQ(runWithInput({"convert", "-", path("own.csv")}, bytes), kExitOk) << err.str();
+    EXPECT_EQ(resultsOf(path("own.csv")), expected);
+    // Refused, it says where the bytes came from.
+    EXPECT_EQ(runWithInput({"info", "-"}, "Hello,\nthis is no capture.\n"), kExitFileError);
+    EXPECT_NE(err.str().find("standard input: not a wave file"), std::string::npos) << err.str();
+}
+#endif
 
 }  // namespace

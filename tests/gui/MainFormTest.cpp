@@ -739,7 +739,8 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
 
 // A dropped file, in the program's own layout or another program's, goes the
 // way of "Input from File": loaded, analysed, shown, one result line; no file
-// dialog is asked. While a run is in progress the window refuses the drag.
+// dialog is asked. Files dropped together are the channels of one record.
+// While a run is in progress the window refuses the drag.
 TEST_F(MainFormTest, ADroppedFileLoadsAsInputFromFileDoes) {
     auto form = open();
     auto* results = find<QTableView>(*form, "ResultGrid1")->model();
@@ -752,20 +753,28 @@ TEST_F(MainFormTest, ADroppedFileLoadsAsInputFromFileDoes) {
     EXPECT_EQ(form->ui().statusText(1).rfind("Saved Test Results to the ", 0), 0u) << form->ui().statusText(1);
     EXPECT_EQ(resultLines(*form).size(), 1u);
 
-    // Another program's export: two columns of pulses, 400 rows.
-    const auto generic = dir_ / "scope.csv";
-    {
-        std::ofstream f(generic, std::ios::binary);
-        f << "Time(s),CH1(V),CH2(V)\r\n";
+    // Another program's export, one file per channel: pulses, 400 rows.
+    std::vector<std::string> channels;
+    for (int ch = 1; ch <= 2; ++ch) {
+        channels.push_back((dir_ / ("scope-" + std::to_string(ch) + ".csv")).string());
+        std::ofstream f(channels.back(), std::ios::binary);
+        f << "Time(s),CH" << ch << "(V)\r\n";
         for (int k = 0; k < 400; ++k)
-            f << k * 1e-6 << (k % 40 < 10 ? ",2.5" : ",0") << (k % 20 < 5 ? ",1" : ",0") << "\r\n";
+            f << k * 1e-6 << (ch == 1 ? (k % 40 < 10 ? ",2.5" : ",0") : (k % 20 < 5 ? ",1" : ",0")) << "\r\n";
     }
-    ASSERT_TRUE(dropFiles(*form, {generic.string(), own}));  // the first file is taken
+    ASSERT_TRUE(dropFiles(*form, channels));
     EXPECT_EQ(form->state().setup().Model, "IMPORT-2");
     EXPECT_EQ(length->text(), "Wave Length=400");
     EXPECT_EQ(results->data(results->index(2, 7)).toString(), "8");
+    EXPECT_EQ(results->data(results->index(4, 7)).toString(), "18");  // Ch2, twice as fast
     EXPECT_EQ(resultLines(*form).size(), 2u);
     EXPECT_EQ(form->state().settings().analysis.SampleIndex, "2");
+
+    // Files of different lengths are no capture: refused, naming them.
+    ASSERT_TRUE(dropFiles(*form, {channels[0], own}));
+    EXPECT_NE(form->ui().statusText(2).find(channels[0]), std::string::npos) << form->ui().statusText(2);
+    EXPECT_NE(form->ui().statusText(2).find(own), std::string::npos) << form->ui().statusText(2);
+    EXPECT_EQ(resultLines(*form).size(), 2u);
 
     // Locked while a run holds the input controls: nothing loads.
     DsoSimulator sim(test::SeriesSimOptions());
