@@ -229,7 +229,8 @@ TEST(GenericCsvTest, EveryLayoutGivesTheSameRecord) {
         // The first row's time, where the file gives one, is where the record starts.
         const double first = -(static_cast<double>(setup.TriggerDelay) + 5.0 * setup.TimePerDiv);
         EXPECT_NEAR(first, L.t0, kDt * 1e-3);
-        for (int ch = 1; ch <= channels; ++ch) EXPECT_EQ(setup.trace(ch - 1).TraceOn, ch <= signals ? "ON" : "OFF") << ch;
+        for (int ch = 1; ch <= channels; ++ch)
+            EXPECT_EQ(setup.trace(ch - 1).TraceOn, ch <= signals ? "ON" : "OFF") << ch;
         for (int c = 0; c < 4; ++c)
             for (int k = 0; k < kRows; k += 7) {
                 const float want = c < signals ? sampleOf(c, k) : 0.0f;  // a channel the file lacks holds nothing
