@@ -220,8 +220,9 @@ std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
 Outcome RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
                             const std::string& text) {
     return Guarded([&]() -> Outcome {
-        if (!EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text))
-            return {ErrorCode::Canceled, "This cell takes no limit."};
+        if (Outcome edited = EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text);
+            !edited)
+            return edited;
         LimitEdited(ui);
         return Outcome::Ok();
     });

@@ -301,7 +301,7 @@ TEST_F(CliTest, HandlerOutcomesDecideWhatIsShownAndTheExitStatus) {
              const auto rows = s.BuildLimitGrid(grid);
              return s.EditLimit(ui, grid, rows, 1, kCycleColLL, "3e9");
          },
-         ErrorCode::Overflow, "", kExitFileError},
+         ErrorCode::BadOption, "", kExitBadOptions},
     };
     for (const auto& c : cases) {
         RunState state;
