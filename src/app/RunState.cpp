@@ -23,7 +23,14 @@ namespace {
 constexpr const char* kSelectInputTitle = "Select Input data file.";
 constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
 
-std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
+// The index is a 16-bit number; past its end the next file cannot be named.
+std::string nextIndexText(const std::string& index) {
+    const double next = RoundHalfEven(Val(index) + 1);
+    if (!(next <= 32767))
+        throw RuntimeError(ErrorCode::BadOption,
+                           "SampleIndex " + index + " cannot advance past 32767: set a lower Index.");
+    return std::to_string(ToInt16(next));
+}
 }  // namespace
 
 RunState::RunState() : link_(std::make_unique<DsoLink>()) {

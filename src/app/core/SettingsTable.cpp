@@ -216,6 +216,7 @@ bool parseNumber(std::string_view text, double& v) {
 
 // Locale-free and short: "0.1", "500000", "1e-06".
 std::string limitText(double v) {
+    if (v == RoundHalfEven(v) && std::fabs(v) <= 1e9) return std::to_string(static_cast<int64_t>(v));
     std::array<char, 32> buf{};
     const auto [end, ec] = std::to_chars(buf.data(), buf.data() + buf.size(), v);
     return ec == std::errc() ? std::string(buf.data(), end) : ShortestText(v);

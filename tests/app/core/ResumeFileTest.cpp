@@ -248,7 +248,7 @@ TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
          "instead."},
         {6, "格納選択, 1 ", "line 7 (格納選択): SaveScreenCheck has no value on the line. \"0\" is used instead."},
         {24, "Ch3 V倍率,-1e39",
-         "line 25 (Ch3 V倍率): VRate3 cannot be \"-1e39\": it takes a number from 1e-06 to 1e+06."},
+         "line 25 (Ch3 V倍率): VRate3 cannot be \"-1e39\": it takes a number from 1e-06 to 1000000."},
     };
     for (const auto& c : cases) {
         auto bad = full;
