@@ -62,7 +62,7 @@ Outcome RunState::FormUnload() {
 
 void RunState::readSettings(const std::string& fileName) {
     for (const auto& problem : LoadResumeParam(fileName, settings_).problems)
-        settingsProblems_.push_back(fileName + ", " + problem);
+        settingsProblems_.emplace_back(fileName + ", ").append(problem);
 }
 
 Outcome RunState::LoadSettingsFrom(const std::string& fileName) {

@@ -71,7 +71,7 @@ Outcome SettingsRefused(const RunState& state) {
 
 Outcome LoadComparatorOption(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
     if (!o.comparator) return Outcome::Ok();
-    const Outcome loaded = state.LoadComparator(ui, *o.comparator);
+    Outcome loaded = state.LoadComparator(ui, *o.comparator);
     if (!loaded) err << "mervasto-cli: comparator " << *o.comparator << ": " << loaded.text() << '\n';
     return loaded;
 }

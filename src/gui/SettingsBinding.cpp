@@ -20,10 +20,10 @@ SettingsBinding::SettingsBinding(Settings& settings, QWidget* root) : QObject(ro
         const FieldRef ref = FindControlField(w->objectName().toStdString());
         if (!ref) continue;
         QString help = w->toolTip();
-        if (const std::string range = RangeText(*ref.field); !range.empty())
-            help += (help.isEmpty() ? "" : "\n") + q("Takes " + range + ".");
+        if (std::string range = RangeText(*ref.field); !range.empty())
+            help += (help.isEmpty() ? "" : "\n") + q("Takes " + range.append("."));
         std::string caption = captions.count(w) ? captions[w] : std::string(ref.field->name);
-        if (ref.field->perChannel) caption = "Ch" + std::to_string(ref.ch + 1) + " " + caption;
+        if (ref.field->perChannel) caption.insert(0, "Ch" + std::to_string(ref.ch + 1) + " ");
         w->setToolTip(help);
         bound_.push_back({ref, w, {}, help, caption, {}});
     }
