@@ -200,10 +200,14 @@ void MainForm::connectEnterChecks() {
         state_.SampleNo_KeyPress();
         refreshViews();
     });
-    connect(LimitPoints_, &QLineEdit::returnPressed, this,
-            [this] { run([this] { return state_.LimitPoints_KeyPress(*ui_); }); });
-    connect(OmitRangeEffect_, &QCheckBox::clicked, this,
-            [this] { run([this] { return state_.OmitRangeEffect_Click(*ui_); }); });
+    // These analyse again and append a result line: not from settings a
+    // red box does not show.
+    connect(LimitPoints_, &QLineEdit::returnPressed, this, [this] {
+        if (boxesTaken()) run([this] { return state_.LimitPoints_KeyPress(*ui_); });
+    });
+    connect(OmitRangeEffect_, &QCheckBox::clicked, this, [this] {
+        if (boxesTaken()) run([this] { return state_.OmitRangeEffect_Click(*ui_); });
+    });
 }
 
 void MainForm::followState() {

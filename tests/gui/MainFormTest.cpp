@@ -171,6 +171,8 @@ TEST_F(MainFormTest, NumberBoxesRefuseTyposAndEnterClamps) {
     files = {writeExample("pulses")};
     form->findChild<QAction*>("InputFromFileAction")->trigger();
     find<QPushButton>(*form, "WFStartCommand")->click();
+    QTest::keyClick(find<QLineEdit>(*form, "LimitPoints"), Qt::Key_Return);
+    EXPECT_TRUE(resultLines(*form).empty());
     EXPECT_TRUE(dialogFolders.empty());
     EXPECT_TRUE(boxes.empty());
     EXPECT_EQ(form->ui().statusText(1),
