@@ -133,10 +133,15 @@ Outcome setLegacy(Settings& s, const FieldRef& f, const std::string& text) {
         if (!number || RoundHalfEven(v) < f.field->min || RoundHalfEven(v) > f.field->max)
             return refused("it takes a whole number.");
         return SetField(s, f, std::to_string(static_cast<int64_t>(RoundHalfEven(v))));
-    case FieldKind::Flag: try { return SetField(s, f, BoolFromText(text) ? "1" : "0");
+    case FieldKind::Flag: {
+        bool on = false;
+        try {
+            on = BoolFromText(text);
         } catch (const RuntimeError&) {
             return refused("it is True or False.");
         }
+        return SetField(s, f, on ? "1" : "0");
+    }
     default:
         if (repairedAtStart(f, text)) {
             keptText(s, f) = text;
@@ -170,7 +175,7 @@ class LegacyReader {
 public:
     LegacyReader(const NextLine& next, Settings& s, ResumeLoad& load) : next_(next), s_(s), load_(load) {}
 
-    // False when every line was there.
+    // True when every line was there.
     bool read() {
         const auto& layout = legacyLines();
         for (size_t i = 0; i < layout.size(); ++i) {
@@ -218,7 +223,7 @@ private:
             return true;
         }
         load_.problems.push_back("line " + std::to_string(lineNumber_ + 1) + ": the file ends before \"" +
-                                 std::string(Unlabelled(label)) + "\"; the settings from there on keep their values.");
+                                 std::string(unlabelled(label)) + "\"; the settings from there on keep their values.");
         return false;
     }
 
@@ -232,7 +237,7 @@ private:
                               ? setLegacy(s_, f, fields[i + 1])
                               : Outcome(ErrorCode::Subscript, FieldName(f) + " has no value on the line.");
             if (!set)
-                load_.problems.push_back("line " + std::to_string(lineNumber_) + " (" + std::string(Unlabelled(label)) +
+                load_.problems.push_back("line " + std::to_string(lineNumber_) + " (" + std::string(unlabelled(label)) +
                                          "): " + set.text() + " " + before + " is used instead.");
             if (f.field->name == "MaxCycles" && RoundHalfEven(Val(s_.analysis.MaxCycles)) >= kMaxCyclesCap)
                 s_.analysis.MaxCycles = "500000";
@@ -241,7 +246,7 @@ private:
     }
 
     // The label as people read it, without the comma that ends it.
-    static std::string_view Unlabelled(std::string_view label) {
+    static std::string_view unlabelled(std::string_view label) {
         return !label.empty() && label.back() == ',' ? label.substr(0, label.size() - 1) : label;
     }
 

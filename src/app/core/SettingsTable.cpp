@@ -102,6 +102,8 @@ const std::vector<SettingField>& table() {
             channel("ChInputSignal", FieldKind::Index, &C::ChInputSignal),
             channel("BackColor", FieldKind::Integer, &C::BackColor),
             channel("ForeColor", FieldKind::Integer, &C::ForeColor),
+            // A probe's ratio: far beyond it the volts no longer fit the
+            // single precision the results are shown in.
             ranged(channel("VRate", FieldKind::Number, &C::VRate), FieldKind::Number, 1e-6, 1e6),
             channel("SigName", FieldKind::Text, &C::SigName),
             channel("DispOffCheck", FieldKind::Check, &C::DispOffCheck),
