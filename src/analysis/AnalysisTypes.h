@@ -70,11 +70,19 @@ struct ChannelResult {
     int32_t AnaEnd = 0;
     int32_t GateStart = 0;
     int32_t GateEnd = 0;
-    // Limits of the comparator.
+    // Limits of the comparator: of the count, and of every cycle's value
+    // (lower, upper; set when the lower lies below the upper).
     int32_t LL = 0;
     int32_t UL = 0;
     float ValueLimit1 = 0;
     float ValueLimit2 = 0;
+    // The smallest and largest value a cycle has of this kind, over the
+    // Measured cycles that have one (a pulse type's first record has no
+    // cycle before it): what the value limits are held against. Unlike Min
+    // and Max these start from no seed.
+    double Lowest = 0;
+    double Highest = 0;
+    int32_t Measured = 0;
 };
 
 // channel + 6 x kind addressing, as the comparator and the result file use it.

@@ -27,12 +27,27 @@ void SummariseCycles(int ch, int32_t signalType, std::span<const CycleRecord> cy
         field[k] = q.field;
         factor[k] = q.factor(ss, VRate);
     }
+    // The true extremes beside the seeded ones. A record of a pulse type
+    // whose period is 0 has no cycle before it: only its pulse width is a
+    // measurement.
+    std::array<double, kKinds> lowest{}, highest{};
+    std::array<int32_t, kKinds> measured{};
     for (const CycleRecord& c : cycles)
-        for (size_t k = 0; k < kKinds; ++k) row[k].add(field[k] ? c.*field[k] * factor[k] : 0);
+        for (size_t k = 0; k < kKinds; ++k) {
+            const double v = field[k] ? c.*field[k] * factor[k] : 0;
+            row[k].add(v);
+            if (!field[k] || (c.Period == 0 && field[k] != &CycleRecord::PulseWidth)) continue;
+            lowest[k] = measured[k] && lowest[k] <= v ? lowest[k] : v;
+            highest[k] = measured[k] && highest[k] >= v ? highest[k] : v;
+            ++measured[k];
+        }
     for (size_t k = 0; k < kKinds; ++k) {
         ChannelResult& r = table.at(ch, kMeasures[k]);
         row[k].storeInto(r);
         r.Valid = true;
+        r.Measured = measured[k];
+        r.Lowest = lowest[k];
+        r.Highest = highest[k];
     }
 }
 
@@ -40,7 +55,8 @@ void ClearChannelResult(ChannelResultTable& table, int ch) {
     for (Measure kind : kMeasures) {
         ChannelResult& r = table.at(ch, kind);
         r.Min = r.Max = r.Mean = r.Sigma = 0;
-        r.Counts = 0;
+        r.Counts = r.Measured = 0;
+        r.Lowest = r.Highest = 0;
         r.Go = false;
         r.Valid = false;
     }

@@ -4,6 +4,7 @@
 #include "app/core/DataFolders.h"
 #include "app/core/EncoderSettings.h"
 #include "app/core/ResumeFile.h"
+#include "app/core/SettingsTable.h"
 #include "app/core/Startup.h"
 #include "app/SampleCodeFill.h"
 #include "common/Numeric.h"
@@ -22,7 +23,14 @@ namespace {
 constexpr const char* kSelectInputTitle = "Select Input data file.";
 constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
 
-std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
+// The index is a 16-bit number; past its end the next file cannot be named.
+std::string nextIndexText(const std::string& index) {
+    const double next = RoundHalfEven(Val(index) + 1);
+    if (!(next <= 32767))
+        throw RuntimeError(ErrorCode::BadOption,
+                           "SampleIndex " + index + " cannot advance past 32767: set a lower Index.");
+    return std::to_string(ToInt16(next));
+}
 }  // namespace
 
 RunState::RunState() : link_(std::make_unique<DsoLink>()) {
@@ -36,7 +44,8 @@ RunState::~RunState() = default;
 void RunState::FormLoad(const std::string& dataFolderOverride) {
     dataFolder_ =
         PrepareDataFolder(dataFolderOverride.empty() ? std::nullopt : std::optional<std::string>(dataFolderOverride));
-    settingsProblems_ = LoadResumeParam(ResumeFileName(dataFolder_), settings_).problems;
+    settingsProblems_.clear();
+    readSettings(ResumeFileName(dataFolder_));
     SmoothingCount = ApplyStartupSettings(settings_, dataFolder_);
     SetupResultGrid1(resultGrid_);
     SetupLogGrid(logGrid_, static_cast<int32_t>(Val(settings_.analysis.TotalRepeats)));
@@ -51,11 +60,16 @@ Outcome RunState::FormUnload() {
     return saved;
 }
 
-bool RunState::LoadSettingsFrom(const std::string& fileName) {
-    if (!FileExists(fileName)) return false;
-    settingsProblems_ = LoadResumeParam(fileName, settings_).problems;
+void RunState::readSettings(const std::string& fileName) {
+    for (const auto& problem : LoadResumeParam(fileName, settings_).problems)
+        settingsProblems_.emplace_back(fileName + ", ").append(problem);
+}
+
+Outcome RunState::LoadSettingsFrom(const std::string& fileName) {
+    if (!FileExists(fileName)) return {ErrorCode::FileNotFound, fileName + ": there is no such settings file."};
+    readSettings(fileName);
     SmoothingCount = ApplyStartupSettings(settings_, dataFolder_);
-    return true;
+    return Outcome::Ok();
 }
 
 Outcome RunState::checkFileNames(bool sample, bool detail, bool waveTable) const {
@@ -103,6 +117,12 @@ ChannelDisplays RunState::channelDisplays() const {
 }
 
 AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
+    // The boxes take only numbers in range; a value that reached the settings
+    // some other way is refused by name, not turned into a fault or a 0.
+    static constexpr std::array<std::string_view, 8> kRead = {"MaxCycles",           "Histerisis",   "PLevel",
+                                                              "LimitPoints",         "SmoothingNo",  "VRate",
+                                                              "EncoderCountsPerRev", "MinStateWidth"};
+    if (Outcome taken = CheckSettings(settings_, kRead); !taken) throw RuntimeError(ErrorCode::BadOption, taken.text());
     const auto& a = settings_.analysis;
     AnalysisParams p;
     p.Histerisis = static_cast<float>(Val(a.Histerisis));
@@ -207,8 +227,9 @@ std::vector<CycleGridRow> RunState::BuildLimitGrid(Grid& grid) {
 Outcome RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
                             const std::string& text) {
     return Guarded([&]() -> Outcome {
-        if (!EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text))
-            return {ErrorCode::Canceled, "This cell takes no limit."};
+        if (Outcome edited = EditDetailCycleLimit(grid, rows, channelDisplays(), results_.table, row, col, text);
+            !edited)
+            return edited;
         LimitEdited(ui);
         return Outcome::Ok();
     });
@@ -317,25 +338,39 @@ Outcome RunState::inputFromFile(UiPort& ui, bool& analysing) {
     return Outcome::Ok();
 }
 
-void RunState::MaxCycles_KeyPress() {
-    auto& t = settings_.analysis.MaxCycles;
-    if (RoundHalfEven(Val(t)) >= 500000) t = "500000";
-    ResizeDetailDataGrid(detailGrid_, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 500000.0)));
+namespace {
+// The Enter check's clamp: true when the typed value is at or above the limit,
+// which then becomes the setting.
+bool lowerToLimit(std::string_view typed, std::string& setting, double limit) {
+    if (!(RoundHalfEven(Val(typed)) >= limit)) return false;
+    setting = ShortestText(limit);
+    return true;
+}
+}  // namespace
+
+bool RunState::MaxCycles_KeyPress(std::string_view typed) {
+    const bool lowered = lowerToLimit(typed, settings_.analysis.MaxCycles, 500000);
+    // A refused text leaves the grid as the setting has it.
+    ResizeDetailDataGrid(
+        detailGrid_, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(settings_.analysis.MaxCycles)), 0.0, 500000.0)));
     settingsChanged();
     gridsChanged();
+    return lowered;
 }
 
-void RunState::TotalRepeats_KeyPress() {
-    auto& t = settings_.analysis.TotalRepeats;
-    if (RoundHalfEven(Val(t)) >= 16000) t = "16000";
-    ResizeLogGrid(logGrid_, static_cast<int32_t>(std::clamp(RoundHalfEven(Val(t)), 0.0, 16000.0)));
+bool RunState::TotalRepeats_KeyPress(std::string_view typed) {
+    const bool lowered = lowerToLimit(typed, settings_.analysis.TotalRepeats, 16000);
+    ResizeLogGrid(logGrid_,
+                  static_cast<int32_t>(std::clamp(RoundHalfEven(Val(settings_.analysis.TotalRepeats)), 0.0, 16000.0)));
     settingsChanged();
     gridsChanged();
+    return lowered;
 }
 
-void RunState::Histerisis_KeyPress() {
-    auto& t = settings_.analysis.Histerisis;
-    if (RoundHalfEven(Val(t)) >= 50) t = "50";
+bool RunState::Histerisis_KeyPress(std::string_view typed) {
+    const bool lowered = lowerToLimit(typed, settings_.analysis.Histerisis, 50);
+    if (lowered) settingsChanged();
+    return lowered;
 }
 
 void RunState::SampleNo_KeyPress() {

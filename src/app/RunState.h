@@ -62,8 +62,9 @@ public:
     void FormLoad(const std::string& dataFolderOverride = {});
     // Writes the resume file and closes the link.
     Outcome FormUnload();
-    // Settings from another resume file (the command line's --settings).
-    bool LoadSettingsFrom(const std::string& fileName);
+    // Settings from another resume file (the command line's --settings); a
+    // file that is not there is FileNotFound and changes nothing.
+    Outcome LoadSettingsFrom(const std::string& fileName);
 
     // --- handlers -----------------------------------------------------------
     // Ok when a file was loaded and analysed (what became of its result lines
@@ -89,7 +90,8 @@ public:
     // each of its rows shows.
     std::vector<CycleGridRow> BuildLimitGrid(Grid& grid);
     // A limit typed into that grid: stored, judged, then LimitEdited.
-    // Canceled when the cell takes no limit.
+    // Canceled when the cell takes no limit; BadOption with the reason when
+    // the text is no limit (it stays in its cell, marked).
     Outcome EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridRow>& rows, int32_t row, int32_t col,
                       const std::string& text);
 
@@ -110,10 +112,12 @@ public:
     Outcome SelectComparator_Click(UiPort& ui);
     Outcome LoadComparator(UiPort& ui, const std::string& fileName);
 
-    // Enter checks of the settings boxes.
-    void MaxCycles_KeyPress();
-    void TotalRepeats_KeyPress();
-    void Histerisis_KeyPress();
+    // Enter checks of the settings boxes, given the text the box holds
+    // (which its setting may have refused): a value at or above the box's
+    // limit becomes the limit. True when the box is to show the setting again.
+    bool MaxCycles_KeyPress(std::string_view typed);
+    bool TotalRepeats_KeyPress(std::string_view typed);
+    bool Histerisis_KeyPress(std::string_view typed);
     void SampleNo_KeyPress();
     void ColorInit_Click();
 
@@ -163,8 +167,9 @@ public:
     // table; everything else here is written by the run itself.
     Settings& settings() { return settings_; }
     const Settings& settings() const { return settings_; }
-    // Optional settings lines of the resume file that held bad values (each
-    // of those settings took its default).
+    // The lines of the settings files read (the data folder's, --settings)
+    // that could not be taken: "FILE, line N (label): why. "value" is used
+    // instead."
     const std::vector<std::string>& settingsProblems() const { return settingsProblems_; }
     const std::string& dataFolder() const { return dataFolder_; }
     const WaveRecord& record() const { return record_; }
@@ -243,6 +248,8 @@ public:
     void abortLink();
 
 private:
+    // Loads a resume file over the settings, keeping what it could not take.
+    void readSettings(const std::string& fileName);
     // A file of the data folder's OutputData, where the results files go.
     std::string outputFileName(const char* name) const;
 

@@ -90,6 +90,7 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
         err << "mervasto-cli acquire: the run ended after " << passes << " pass(es): " << result.text() << '\n';
     KeepFirst(result, saved);
     KeepFirst(result, plotted);
+    KeepFirst(result, SettingsRefused(state));
     if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
     return result;
 }

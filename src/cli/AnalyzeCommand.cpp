@@ -77,6 +77,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     report.finish();
     ReportNotices(state, err);
     KeepFirst(result, ReportUnsaved(state, err));
+    KeepFirst(result, SettingsRefused(state));
     if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
     return result;
 }

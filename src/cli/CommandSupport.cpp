@@ -44,12 +44,9 @@ void ApplyTimeout(RunState& state, const Options& o) {
 
 Outcome PrepareState(RunState& state, const Options& o, std::ostream& err) {
     state.FormLoad(o.dataFolder.value_or(""));
-    if (o.settingsFile && !state.LoadSettingsFrom(*o.settingsFile)) {
-        err << "mervasto-cli: cannot read the settings file " << *o.settingsFile << '\n';
-        return {ErrorCode::BadOption, "cannot read the settings file " + *o.settingsFile};
-    }
-    for (const auto& problem : state.settingsProblems())
-        err << "mervasto-cli: warning: settings file, " << problem << '\n';
+    if (o.settingsFile)
+        if (Outcome read = state.LoadSettingsFrom(*o.settingsFile); !read) return Told(err, read);
+    for (const auto& problem : state.settingsProblems()) err << "mervasto-cli: " << problem << '\n';
     for (const auto& [name, value] : o.sets) {
         Outcome set = SetSettingByName(state.settings(), name, value);
         // Names that become part of file names stay in their folder.
@@ -66,9 +63,15 @@ Outcome PrepareState(RunState& state, const Options& o, std::ostream& err) {
     return Outcome::Ok();
 }
 
+Outcome SettingsRefused(const RunState& state) {
+    const size_t n = state.settingsProblems().size();
+    if (n == 0) return Outcome::Ok();
+    return {ErrorCode::BadOption, std::to_string(n) + " line(s) of the settings were refused"};
+}
+
 Outcome LoadComparatorOption(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err) {
     if (!o.comparator) return Outcome::Ok();
-    const Outcome loaded = state.LoadComparator(ui, *o.comparator);
+    Outcome loaded = state.LoadComparator(ui, *o.comparator);
     if (!loaded) err << "mervasto-cli: comparator " << *o.comparator << ": " << loaded.text() << '\n';
     return loaded;
 }

@@ -37,6 +37,9 @@ Outcome UsageError(std::ostream& err, const std::string& command, const std::str
 // The run state from the options: data folder, settings file, --set, the
 // result line switch, the import options and the time-out.
 Outcome PrepareState(RunState& state, const Options& o, std::ostream& err);
+// The lines of the settings files that were refused (told on err as they
+// were read; the run went on with the values named): a setting's failure.
+Outcome SettingsRefused(const RunState& state);
 WaveImportOptions ImportOptionsOf(const Options& o);
 // --timeout bounds the instrument's silence and every whole exchange.
 void ApplyTimeout(RunState& state, const Options& o);

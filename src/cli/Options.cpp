@@ -3,10 +3,13 @@
 #include "app/core/Startup.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
+#include "common/TextUtil.h"
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <set>
+#include <string_view>
 
 namespace mervasto::cli {
 
@@ -21,8 +24,8 @@ Commands:
   analyze [options] FILE...    analyse wave CSV files and print the results
                                (info, analyze and convert take other instruments' CSV too,
                                and "-" for standard input)
-      --import-interval SECONDS
-                               sample interval of captures without a time column
+      --import-interval TIME   sample interval of captures without a time column,
+                               in seconds or with a unit: 2e-3, 2ms, 2 us
       --combine                the files are one capture, a file per channel: one record,
                                their channels as Ch1, Ch2, ... in order (info, convert too)
       --settings FILE          settings from this resume file (default: the data folder's)
@@ -51,8 +54,10 @@ Commands:
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
-Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 a verdict is NG,
-4 the instrument cannot be reached or failed during the run (the passes before it are kept).
+Exit status: 0 success, 1 a file could not be read or written, 2 bad options or a refused setting
+(a --set value; or a line of a settings file, which is told and the run goes on with the value
+named), 3 a verdict is NG, 4 the instrument cannot be reached or failed during the run (the passes
+before it are kept).
 )";
 
 // A misspelt or misplaced option: the usage tells the right form.
@@ -65,6 +70,29 @@ Outcome numberOption(const std::string& v, double& n) {
         return Outcome::Ok();
     } catch (const RuntimeError& e) {
         return {ErrorCode::BadOption, e.what()};
+    }
+}
+
+// The sample intervals an import may name: from a picosecond to some days.
+constexpr double kMinInterval = 1e-12;
+constexpr double kMaxInterval = 1e6;
+
+// Seconds, with a unit if wanted: "2e-3", "2ms", "2 us", "2 µs", "500ns".
+std::optional<double> secondsText(std::string_view text) {
+    static constexpr std::pair<std::string_view, double> kUnits[] = {{"ms", 1e-3}, {"us", 1e-6},  {"\u00b5s", 1e-6},
+                                                                     {"ns", 1e-9}, {"ps", 1e-12}, {"s", 1.0}};
+    std::string_view number = TrimBlanks(text);
+    double scale = 1;
+    for (const auto& [unit, factor] : kUnits)
+        if (number.ends_with(unit)) {
+            number.remove_suffix(unit.size());
+            scale = factor;
+            break;
+        }
+    try {
+        return NumberText(number) * scale;
+    } catch (const RuntimeError&) {
+        return std::nullopt;
     }
 }
 
@@ -119,9 +147,11 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             o.timeoutMs = std::max(1, static_cast<int>(s * 1000));
         } else if (a == "--import-interval") {
             const std::string& v = args[++i];
-            double s = Val(v);
-            if (!(s > 0 && std::isfinite(s))) return optionError("--import-interval takes seconds above 0, not " + v);
-            o.importInterval = s;
+            const std::optional<double> s = secondsText(v);
+            if (!s || !(*s >= kMinInterval && *s <= kMaxInterval))
+                return optionError("--import-interval takes a time above 0, 1e-12 to 1e6 s (2e-3, 2ms or 2 us), not " +
+                                   v);
+            o.importInterval = *s;
         } else if (a == "--plots") {
             o.plots = args[++i];
         } else if (a == "--jobs") {

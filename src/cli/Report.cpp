@@ -54,15 +54,37 @@ namespace {
 
 // The comparator view: verdict rows per channel. Returns true on any "NG".
 bool verdictGrid(const RunState& state, Grid& grid) {
-    ChannelResultTable table = state.results().table;
     SetupDetailCycleGrid(grid);
-    auto rows = BuildDetailCycleGrid(grid, state.channelDisplays(), table);
+    auto rows = BuildVerdictGrid(grid, state.channelDisplays(), state.results().table);
     bool ng = false;
     for (size_t i = 0; i < rows.size(); ++i)
         if (grid.contains(static_cast<int32_t>(i) + grid.fixedRows, kCycleColVerdict) &&
             grid.text(static_cast<int32_t>(i) + grid.fixedRows, kCycleColVerdict) == kVerdictNg)
             ng = true;
     return ng;
+}
+
+// A limit a channel breaks, and the count or value that breaks it.
+struct BrokenLimit {
+    Measure kind;
+    const char* limit;
+    double limitValue;
+    double value;
+};
+
+// What the command line judges of a channel (as BuildVerdictGrid does): the
+// count limits of the first kind, and the value limits of every kind.
+std::vector<BrokenLimit> brokenLimits(const ChannelResultTable& t, int ch) {
+    std::vector<BrokenLimit> broken;
+    for (Measure kind : kMeasures) {
+        const ChannelResult& r = t.at(ch, kind);
+        const LimitCheck c = CheckLimits(r, kind == kLimitKinds[0]);
+        if (c.belowLL) broken.push_back({kind, "LL", static_cast<double>(r.LL), static_cast<double>(r.Counts)});
+        if (c.aboveUL) broken.push_back({kind, "UL", static_cast<double>(r.UL), static_cast<double>(r.Counts)});
+        if (c.belowValueLL) broken.push_back({kind, "Value LL", r.ValueLimit1, r.Lowest});
+        if (c.aboveValueUL) broken.push_back({kind, "Value UL", r.ValueLimit2, r.Highest});
+    }
+    return broken;
 }
 
 // The encoder block of the csv form: a line per statistic under the channel
@@ -200,8 +222,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
     bool ng = verdicts && verdictGrid(state, verdictView);
     auto verdictOf = [&](int ch) -> std::string {
         if (!verdicts) return "";
-        const ChannelResult& r = t.at(ch, Measure::PulseWidth);  // where the comparator puts the count limits
-        return JudgeCount(r.Counts, r.LL, r.UL) ? kVerdictGo : kVerdictNg;
+        return brokenLimits(t, ch).empty() ? kVerdictGo : kVerdictNg;
     };
 
     if (format_ == "table") {
@@ -258,7 +279,15 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.key("highLevel").value(double{lv.HighLevel});
             j.key("lowLevel").value(double{lv.LowLevel});
             j.key("level").value(double{lv.Level});
-            if (verdicts) j.key("verdict").value(verdictOf(ch));
+            if (verdicts) {
+                j.key("verdict").value(verdictOf(ch));
+                j.key("failed").beginArray();
+                for (const BrokenLimit& b : brokenLimits(t, ch)) {
+                    j.beginObject().key("kind").value(static_cast<int32_t>(b.kind)).key("limit").value(b.limit);
+                    j.key("limitValue").value(b.limitValue).key("value").value(b.value).endObject();
+                }
+                j.endArray();
+            }
             j.key("rows").beginArray();
             for (Measure kind : kMeasures) {
                 const auto& r = t.at(ch, kind);
@@ -269,7 +298,10 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
                 j.key("mean").value(r.Mean);
                 j.key("sigma").value(r.Sigma);
                 j.key("counts").value(r.Counts);
-                if (verdicts) j.key("LL").value(r.LL).key("UL").value(r.UL);
+                if (verdicts) {
+                    j.key("LL").value(r.LL).key("UL").value(r.UL);
+                    j.key("valueLL").value(double{r.ValueLimit1}).key("valueUL").value(double{r.ValueLimit2});
+                }
                 j.endObject();
             }
             j.endArray();

@@ -21,7 +21,7 @@ enum class ErrorCode : int {
     FileIo = 57,          // a read or write of a file failed
     Link = 1000,          // the instrument link failed or was ended
     Canceled = 1001,      // the user cancelled a dialog
-    BadOption = 1002,     // a command-line option, or a setting given there, is not acceptable
+    BadOption = 1002,     // a command-line option, or a setting, is not acceptable
     VerdictNg = 1003,     // a count is outside its limits: no fault, but the sample did not pass
 };
 

@@ -34,8 +34,9 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     SetupDetailCycleGrid(grid_);
     model_ = new GridModel(&grid_, this);
     model_->editable = [this](int row, int col) {
-        return !running_ && (col == kCycleColLL || col == kCycleColUL) && row >= 1 &&
-               row - 1 < static_cast<int>(rows_.size()) && rows_[static_cast<size_t>(row - 1)].limits;
+        return !running_ &&
+               (col == kCycleColLL || col == kCycleColUL || col == kCycleColValueLL || col == kCycleColValueUL) &&
+               row >= 1 && row - 1 < static_cast<int>(rows_.size()) && rows_[static_cast<size_t>(row - 1)].limits;
     };
     model_->edited = [this](int row, int col, const std::string& text) { return editLimit(row, col, text); };
     view_ = new QTableView(this);
@@ -44,19 +45,34 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     view_->horizontalHeader()->hide();
     view_->verticalHeader()->hide();
     layout->addWidget(view_, 1);
+    warnings_ = new QLabel(this);
+    warnings_->setObjectName("LimitWarnings");
+    warnings_->setWordWrap(true);
+    warnings_->setStyleSheet(QStringLiteral("color: #b00000;"));
+    layout->addWidget(warnings_);
     connect(select, &QPushButton::clicked, this, [this] {
         GuardedApplication::report(state_.SelectComparator_Click(ui_));
         refresh();
     });
-    resize(520, 420);
+    resize(700, 460);
     refresh();
 }
 
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
     if (running_) return false;
     const Outcome edited = state_.EditLimit(ui_, grid_, rows_, row, col, text);
-    GuardedApplication::report(edited);
-    return edited.ok();
+    // A refusal is the cell's own, said beside the grid: no box.
+    const bool refused = edited.code() == ErrorCode::BadOption;
+    refusal_ = refused ? edited.text() : std::string();
+    if (!refused) GuardedApplication::report(edited);
+    showWarnings();
+    return edited.ok() || refused;
+}
+
+void DetailCyclesForm::showWarnings() {
+    std::string text = refusal_;
+    for (const auto& w : LimitWarnings(rows_, state_.results().table)) text += (text.empty() ? "" : "\n") + w;
+    warnings_->setText(QString::fromStdString(text));
 }
 
 void DetailCyclesForm::setRunning(bool running) {
@@ -68,6 +84,8 @@ void DetailCyclesForm::refresh() {
     rows_ = state_.BuildLimitGrid(grid_);
     file_->setText(QString::fromStdString(state_.settings().ComparatorFile));
     model_->refresh();
+    refusal_.clear();
+    showWarnings();
 }
 
 }  // namespace mervasto

@@ -24,6 +24,10 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
     case Qt::ForegroundRole:
         if (auto c = grid_->cellColour(index.row(), index.column())) return QBrush(ColorFromBgr(c->fore));
         return {};
+    case Qt::ToolTipRole:
+        if (const std::string* note = grid_->cellNote(index.row(), index.column()))
+            return QString::fromStdString(*note);
+        return {};
     case Qt::FontRole:
         if (fixed) {
             QFont f;

@@ -34,6 +34,8 @@ namespace mervasto {
 
 namespace {
 constexpr const char* kCaption = "Periods/Encoder Pulses Analyzing";
+// A run or a file input asked for while a box holds a refused text.
+constexpr const char* kNotStartedHead = "Not started: ";
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
 
@@ -103,8 +105,9 @@ void MainForm::connectCommands(const Commands& c) {
         ui_->setStatus(2, o.text());
         ui_->messageBox(o.text(), MsgButtons::Ok, kRunTimeErrorTitle);
     });
-    connect(WFStartCommand_, &QPushButton::clicked, this,
-            [this] { run([this] { return state_.WFStartCommand_Click(*ui_); }); });
+    connect(WFStartCommand_, &QPushButton::clicked, this, [this] {
+        if (boxesTaken()) run([this] { return state_.WFStartCommand_Click(*ui_); });
+    });
     connect(c.stop, &QPushButton::clicked, this, [this] { state_.Stop_Click(); });
     connect(c.save, &QPushButton::clicked, this, [this] { run([this] { return state_.WaveSave_Click(*ui_); }); });
     connect(c.readRange, &QPushButton::clicked, this,
@@ -129,7 +132,9 @@ void MainForm::connectCommands(const Commands& c) {
         applyChannelColours();
         refreshViews();
     });
-    auto inputFromFile = [this] { run([this] { return state_.InputFromFile_Click(*ui_); }); };
+    auto inputFromFile = [this] {
+        if (boxesTaken()) run([this] { return state_.InputFromFile_Click(*ui_); });
+    };
     connect(InputFromFile_, &QPushButton::clicked, this, inputFromFile);
     connect(c.inputFile, &QAction::triggered, this, inputFromFile);
     // Files dropped on the window load as "Input from File" does; not while
@@ -137,6 +142,7 @@ void MainForm::connectCommands(const Commands& c) {
     new FileDropFilter(
         this, [this] { return !state_.running(); },
         [this](const std::vector<std::string>& files) {
+            if (!boxesTaken()) return;
             run([this, &files] { return InputDroppedFiles(state_, *ui_, files); });
         });
     connect(c.tcpip, &QPushButton::clicked, this, [this] { addressFrame_->setVisible(!addressFrame_->isVisible()); });
@@ -180,21 +186,30 @@ void MainForm::connectViews(const Commands& c) {
 }
 
 void MainForm::connectEnterChecks() {
-    // The checks that only clamp and resize have no failure of their own.
-    auto enter = [this](QLineEdit* box, const std::function<void()>& check) {
-        connect(box, &QLineEdit::returnPressed, this, [this, check] {
-            check();
+    // The checks that only clamp and resize have no failure of their own. A
+    // clamp rewrites the box even when its setting already held the limit
+    // (the box held a refused text above it).
+    auto enter = [this](QLineEdit* box, bool (RunState::*check)(std::string_view)) {
+        connect(box, &QLineEdit::returnPressed, this, [this, box, check] {
+            if ((state_.*check)(box->text().toStdString())) binding_->show(box);
             refreshViews();
         });
     };
-    enter(MaxCycles_, [this] { state_.MaxCycles_KeyPress(); });
-    enter(TotalRepeats_, [this] { state_.TotalRepeats_KeyPress(); });
-    enter(Histerisis_, [this] { state_.Histerisis_KeyPress(); });
-    enter(SampleNo_, [this] { state_.SampleNo_KeyPress(); });
-    connect(LimitPoints_, &QLineEdit::returnPressed, this,
-            [this] { run([this] { return state_.LimitPoints_KeyPress(*ui_); }); });
-    connect(OmitRangeEffect_, &QCheckBox::clicked, this,
-            [this] { run([this] { return state_.OmitRangeEffect_Click(*ui_); }); });
+    enter(MaxCycles_, &RunState::MaxCycles_KeyPress);
+    enter(TotalRepeats_, &RunState::TotalRepeats_KeyPress);
+    enter(Histerisis_, &RunState::Histerisis_KeyPress);
+    connect(SampleNo_, &QLineEdit::returnPressed, this, [this] {
+        state_.SampleNo_KeyPress();
+        refreshViews();
+    });
+    // These analyse again and append a result line: not from settings a
+    // red box does not show.
+    connect(LimitPoints_, &QLineEdit::returnPressed, this, [this] {
+        if (boxesTaken()) run([this] { return state_.LimitPoints_KeyPress(*ui_); });
+    });
+    connect(OmitRangeEffect_, &QCheckBox::clicked, this, [this] {
+        if (boxesTaken()) run([this] { return state_.OmitRangeEffect_Click(*ui_); });
+    });
 }
 
 void MainForm::followState() {
@@ -226,10 +241,10 @@ void MainForm::startUp(const std::string& dataFolderOverride) {
     };
     showSettings();
     refreshViews();
-    // Settings the resume file held bad values for took their defaults.
+    // Lines of the resume file that could not be taken: the first, and how many.
     if (const auto& problems = state_.settingsProblems(); !problems.empty())
-        ui_->setStatus(2, "Settings file, " + problems.front() +
-                              (problems.size() > 1 ? " (" + std::to_string(problems.size()) + " in all)" : ""));
+        ui_->setStatus(2, problems.front() +
+                              (problems.size() > 1 ? " (" + std::to_string(problems.size()) + " lines in all)" : ""));
     resize(1100, 760);
     const auto& w = state_.settings().windows;
     move(w.MainLeft, w.MainTop);
@@ -304,6 +319,12 @@ void MainForm::applyRunning() {
     for (QWidget* w : lockedDuringRun_) w->setEnabled(idle);
     for (QAction* a : actionsLockedDuringRun_) a->setEnabled(idle);
     detail_->setRunning(!idle);
+}
+
+bool MainForm::boxesTaken() {
+    const std::optional<std::string> refused = binding_->firstRefusal();
+    if (refused) ui_->setStatus(1, kNotStartedHead + *refused);
+    return !refused;
 }
 
 void MainForm::run(const std::function<Outcome()>& handler) {

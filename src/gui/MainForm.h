@@ -103,6 +103,9 @@ private:
     // Runs a command handler and shows what it left to the window (a
     // run-time fault), then refreshes.
     void run(const std::function<Outcome()>& handler);
+    // False, with the box and the reason in the status bar, while a box
+    // holds a text its setting refuses: a run would use another value.
+    bool boxesTaken();
     // Commands that start their own exchange on the link or replace the
     // record are off while an instrument run is in progress.
     void applyRunning();

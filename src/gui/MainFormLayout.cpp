@@ -46,7 +46,9 @@ QLineEdit* MainForm::addBox(QWidget* parent, const char* name, const char* capti
     auto* e = new QLineEdit(parent);
     e->setObjectName(name);
     e->setMaximumWidth(110);
-    grid->addWidget(new QLabel(caption, parent), row, col);
+    auto* label = new QLabel(caption, parent);
+    label->setBuddy(e);
+    grid->addWidget(label, row, col);
     grid->addWidget(e, row, col + 1);
     if (after) grid->addWidget(new QLabel(after, parent), row, col + 2);
     return e;
@@ -164,7 +166,9 @@ void MainForm::buildChannelFrames(QWidget* parent, QHBoxLayout* into) {
         name(colour, "ColorSet");
         g->addWidget(new QLabel("Ch Type", f), 0, 0);
         g->addWidget(ChInputSignal_[ch], 0, 1);
-        g->addWidget(new QLabel("V Rate", f), 1, 0);
+        auto* rateLabel = new QLabel("V Rate", f);
+        rateLabel->setBuddy(VRate_[ch]);
+        g->addWidget(rateLabel, 1, 0);
         g->addWidget(VRate_[ch], 1, 1);
         g->addWidget(new QLabel("Name", f), 2, 0);
         g->addWidget(SigName_[ch], 2, 1);

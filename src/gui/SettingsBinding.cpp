@@ -2,6 +2,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 
@@ -12,9 +13,19 @@ QString q(const std::string& s) { return QString::fromStdString(s); }
 }  // namespace
 
 SettingsBinding::SettingsBinding(Settings& settings, QWidget* root) : QObject(root), settings_(settings) {
+    std::map<const QWidget*, std::string> captions;
+    for (const QLabel* l : root->findChildren<QLabel*>())
+        if (l->buddy()) captions[l->buddy()] = l->text().remove('&').toStdString();
     for (QWidget* w : root->findChildren<QWidget*>()) {
         const FieldRef ref = FindControlField(w->objectName().toStdString());
-        if (ref) bound_.push_back({ref, w, {}, w->toolTip()});
+        if (!ref) continue;
+        QString help = w->toolTip();
+        if (std::string range = RangeText(*ref.field); !range.empty())
+            help += (help.isEmpty() ? "" : "\n") + q("Takes " + range.append("."));
+        std::string caption = captions.count(w) ? captions[w] : std::string(ref.field->name);
+        if (ref.field->perChannel) caption.insert(0, "Ch" + std::to_string(ref.ch + 1) + " ");
+        w->setToolTip(help);
+        bound_.push_back({ref, w, {}, help, caption, {}});
     }
     for (size_t i = 0; i < bound_.size(); ++i) {
         QWidget* w = bound_[i].control;
@@ -34,16 +45,21 @@ SettingsBinding::SettingsBinding(Settings& settings, QWidget* root) : QObject(ro
     }
 }
 
+void SettingsBinding::mark(Bound& b, const Outcome& taken) {
+    b.refusal = taken.ok() ? std::string() : taken.text();
+    // Style sheets are touched only on a change: each one costs the widget a
+    // new style.
+    if (b.control->property("refused").toBool() != !taken.ok()) {
+        b.control->setProperty("refused", !taken.ok());
+        b.control->setStyleSheet(taken.ok() ? QString() : QStringLiteral("background-color: #ffd0d0;"));
+    }
+    b.control->setToolTip(taken.ok() ? b.help : q(taken.text()));
+}
+
 void SettingsBinding::userChanged(Bound& b, const std::string& text) {
     if (showing_) return;
     Outcome set = SetField(settings_, b.ref, text);
-    // A refused text is marked until it is corrected (style sheets are
-    // touched only on a change: each one costs the widget a new style).
-    if (b.control->property("refused").toBool() != !set.ok()) {
-        b.control->setProperty("refused", !set.ok());
-        b.control->setStyleSheet(set.ok() ? QString() : QStringLiteral("background-color: #ffd0d0;"));
-    }
-    b.control->setToolTip(set.ok() ? b.help : q(set.text()));
+    mark(b, set);
     if (!set) return;
     b.shown = FieldText(settings_, b.ref);
     if (edited) edited(b.ref);
@@ -66,12 +82,13 @@ void SettingsBinding::show(Bound& b) {
             box->setCurrentText(q(text));
     }
     showing_ = false;
-    if (w->property("refused").toBool()) {
-        w->setProperty("refused", false);
-        w->setStyleSheet(QString());
-        w->setToolTip(b.help);
-    }
+    mark(b, CheckField(b.ref, text));
     b.shown = text;
+}
+
+void SettingsBinding::show(const QWidget* control) {
+    for (auto& b : bound_)
+        if (b.control == control) show(b);
 }
 
 void SettingsBinding::showAll() {
@@ -81,6 +98,12 @@ void SettingsBinding::showAll() {
 void SettingsBinding::showChanged() {
     for (auto& b : bound_)
         if (FieldText(settings_, b.ref) != b.shown) show(b);
+}
+
+std::optional<std::string> SettingsBinding::firstRefusal() const {
+    for (const auto& b : bound_)
+        if (!b.refusal.empty()) return "the \"" + b.caption + "\" box: " + b.refusal;
+    return std::nullopt;
 }
 
 }  // namespace mervasto

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,10 @@ namespace mervasto {
 // a user's change writes its field at once (the run reads it at its next
 // use), and a field the program changed itself (the sample index a run
 // advances, a clamped value) is shown by its control on showChanged().
-// A text a Number field refuses stays in its box, marked, until corrected;
-// the field keeps its last good value.
+// A text a field refuses stays in its box, marked red with the reason and
+// the range in its tool tip, until corrected; the field keeps its last good
+// value meanwhile. A value the program wrote that the box would refuse (an
+// index advanced past its range) is marked the same way.
 class SettingsBinding : public QObject {
     Q_OBJECT
 public:
@@ -29,6 +32,12 @@ public:
     void showAll();
     // Only the controls whose fields changed behind them.
     void showChanged();
+    // One control from its field, whatever it holds.
+    void show(const QWidget* control);
+
+    // The first marked box, named as the window labels it ("Level", "Ch2 V
+    // Rate"), with why: what a command that must not start says.
+    std::optional<std::string> firstRefusal() const;
 
     // After a user's change was written to its field.
     std::function<void(const FieldRef&)> edited;
@@ -37,11 +46,14 @@ private:
     struct Bound {
         FieldRef ref;
         QWidget* control;
-        std::string shown;  // the field's text when the control last matched it
-        QString help;       // the control's own tool tip
+        std::string shown;    // the field's text when the control last matched it
+        QString help;         // the control's own tool tip, with the range it takes
+        std::string caption;  // the label beside it
+        std::string refusal;  // why the text is refused; empty when it is taken
     };
     void show(Bound& b);
     void userChanged(Bound& b, const std::string& text);
+    void mark(Bound& b, const Outcome& taken);
 
     Settings& settings_;
     std::vector<Bound> bound_;

@@ -1,12 +1,17 @@
 #include "results/Comparator.h"
 
+#include <array>
+#include <cmath>
+#include <limits>
 #include <optional>
 
+#include "analysis/CycleQuantity.h"
 #include "common/LineScanner.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
+#include "results/SiFormat.h"
 
 namespace mervasto {
 
@@ -52,28 +57,101 @@ void apply(const LimitLine& l, ChannelResultTable& table) {
 
 CellColour channelColour(const ChannelDisplay& cd) { return {cd.backColour, cd.foreColour}; }
 
-void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDisplay& cd, const ChannelResult& r) {
+// The header and the width (in base widths) of each column, in column order.
+struct Column {
+    const char* header;
+    double width;
+};
+constexpr std::array<Column, kCycleGridCols> kColumns = {{{"Ch", 0.5},
+                                                          {"Signal", 1.2},
+                                                          {"Total", 1.0},
+                                                          {"LL", 1.0},
+                                                          {"UL", 1.0},
+                                                          {"Go/NG", 0.8},
+                                                          {"Value LL", 1.1},
+                                                          {"Value UL", 1.1}}};
+
+bool isLimitColumn(int32_t col) {
+    return col == kCycleColLL || col == kCycleColUL || col == kCycleColValueLL || col == kCycleColValueUL;
+}
+
+const char* rowUnit(const CycleGridRow& row, const ChannelDisplays& channels) {
+    return QuantityOf(row.kind, channels[static_cast<size_t>(row.channel)].typeIndex).unit;
+}
+
+// Value limits as the grid shows them: empty while neither is set, so a
+// row without them reads as it always did.
+std::string valueLimitText(float limit, const ChannelResult& r, const char* unit) {
+    if (r.ValueLimit1 == 0 && r.ValueLimit2 == 0) return {};
+    return SiText(limit, unit, 6);
+}
+
+void writeRow(Grid& grid, int32_t row, const CycleGridRow& ref, const ChannelDisplays& channels,
+              const ChannelResult& r) {
+    const ChannelDisplay& cd = channels[static_cast<size_t>(ref.channel)];
     std::vector<std::string> texts(kCycleGridCols);
-    texts[0] = std::to_string(ref.channel + 1);
-    texts[1] = cd.typeText;
-    texts[2] = std::to_string(r.Counts);
+    texts[kCycleColCh] = std::to_string(ref.channel + 1);
+    texts[kCycleColSignal] = cd.typeText;
+    texts[kCycleColTotal] = std::to_string(r.Counts);
     if (ref.limits) {
-        texts[kCycleColLL] = std::to_string(r.LL);
-        texts[kCycleColUL] = std::to_string(r.UL);
+        if (ref.countJudged) {
+            texts[kCycleColLL] = std::to_string(r.LL);
+            texts[kCycleColUL] = std::to_string(r.UL);
+        }
+        const char* unit = rowUnit(ref, channels);
+        texts[kCycleColValueLL] = valueLimitText(r.ValueLimit1, r, unit);
+        texts[kCycleColValueUL] = valueLimitText(r.ValueLimit2, r, unit);
     }
-    const bool go = r.Go;
+    const bool go = CheckLimits(r, ref.countJudged).go();
     texts[kCycleColVerdict] = go ? kVerdictGo : kVerdictNg;
     SetGridRow(grid, row, 0, kCycleGridCols - 1, texts);
     for (int32_t c = 0; c < kCycleGridCols; ++c) grid.setCellColour(row, c, channelColour(cd));
     if (!go) grid.setCellColour(row, kCycleColVerdict, {kNgBackColour, kNgForeColour});
 }
 
+// A limit typed into a cell, or why it cannot be one.
+std::optional<std::string> readLimit(int32_t col, std::string_view text, const char* unit, ChannelResult& r) {
+    const char* name = kColumns[static_cast<size_t>(col)].header;
+    const std::string refused = std::string(name) + " cannot be \"" + std::string(text) + "\": ";
+    if (col == kCycleColLL || col == kCycleColUL) {
+        double v = 0;
+        try {
+            v = NumberText(text);
+        } catch (const RuntimeError&) {
+            return refused + kLimitTakesWhole;
+        }
+        if (!(v >= INT32_MIN && v <= INT32_MAX) || v != RoundHalfEven(v)) return refused + kLimitTakesWhole;
+        (col == kCycleColLL ? r.LL : r.UL) = static_cast<int32_t>(v);
+        return std::nullopt;
+    }
+    const std::optional<double> v = TrimBlanks(text).empty() ? 0.0 : ReadSiText(text, unit);
+    if (!v || std::fabs(*v) > std::numeric_limits<float>::max())
+        return refused + kLimitTakesValueHead + (*unit ? unit : "plain numbers") + kLimitTakesValueTail;
+    (col == kCycleColValueLL ? r.ValueLimit1 : r.ValueLimit2) = static_cast<float>(*v);
+    return std::nullopt;
+}
+
 }  // namespace
 
 bool JudgeCount(int32_t count, int32_t LL, int32_t UL) { return !(count > UL || count < LL); }
 
+bool ValueLimitsSet(const ChannelResult& r) { return r.ValueLimit1 < r.ValueLimit2; }
+
+LimitCheck CheckLimits(const ChannelResult& r, bool countJudged) {
+    LimitCheck c;
+    if (countJudged) {
+        c.belowLL = r.Counts < r.LL;
+        c.aboveUL = r.Counts > r.UL;
+    }
+    if (ValueLimitsSet(r) && r.Measured > 0) {
+        c.belowValueLL = static_cast<float>(r.Lowest) < r.ValueLimit1;
+        c.aboveValueUL = static_cast<float>(r.Highest) > r.ValueLimit2;
+    }
+    return c;
+}
+
 void JudgeAll(ChannelResultTable& table) {
-    for (ChannelResult& r : table.cell) r.Go = JudgeCount(r.Counts, r.LL, r.UL);
+    for (ChannelResult& r : table.cell) r.Go = CheckLimits(r).go();
 }
 
 namespace {
@@ -126,50 +204,91 @@ Outcome LoadComparatorFile(std::string_view path, ChannelResultTable& table) {
 void SetupDetailCycleGrid(Grid& grid) {
     RedrawOff off(grid);
     grid = Grid(1, kCycleGridCols, 1, 0);
-    const std::vector<std::string> head = {"Ch", "Signal", "Total", "LL", "UL", "Go/NG"};
-    SetGridRow(grid, 0, 0, kCycleGridCols - 1, head);
-    const double factor[kCycleGridCols] = {0.5, 1.2, 1.0, 1.0, 1.0, 0.8};
     for (int32_t c = 0; c < kCycleGridCols; ++c) {
-        grid.colWidth[static_cast<size_t>(c)] = static_cast<int32_t>(kBaseColumnWidth * factor[c]);
+        const Column& column = kColumns[static_cast<size_t>(c)];
+        SetGridCell(grid, 0, c, column.header);
+        grid.colWidth[static_cast<size_t>(c)] = static_cast<int32_t>(kBaseColumnWidth * column.width);
     }
 }
 
-std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
-                                               std::span<const Measure> kinds) {
+namespace {
+
+std::vector<CycleGridRow> fillGrid(Grid& grid, const ChannelDisplays& channels, std::vector<CycleGridRow> rows,
+                                   ChannelResultTable& table) {
     RedrawOff off(grid);
     if (grid.cols() != kCycleGridCols || grid.rows() < 1) SetupDetailCycleGrid(grid);
-    std::vector<CycleGridRow> rows;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
-        const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
-        if (!cd.shown()) continue;
-        for (Measure kind : kinds) {
-            rows.push_back({ch, kind, !cd.isGate() && cd.typeText != kRowNoLimits});
-        }
-    }
     grid.clearColours();
     grid.setRows(1 + static_cast<int32_t>(rows.size()));
     for (size_t i = 0; i < rows.size(); ++i) {
         ChannelResult& r = table.at(rows[i].channel, rows[i].kind);
-        r.Go = JudgeCount(r.Counts, r.LL, r.UL);
-        writeRow(grid, 1 + static_cast<int32_t>(i), rows[i], channels[static_cast<size_t>(rows[i].channel)], r);
+        if (rows[i].countJudged) r.Go = CheckLimits(r).go();
+        writeRow(grid, 1 + static_cast<int32_t>(i), rows[i], channels, r);
     }
     return rows;
 }
 
-bool EditDetailCycleLimit(Grid& grid, const std::vector<CycleGridRow>& rows, const ChannelDisplays& channels,
-                          ChannelResultTable& table, int32_t row, int32_t col, std::string_view text) {
-    if (col != kCycleColLL && col != kCycleColUL) return false;
-    if (row < 1 || static_cast<size_t>(row) > rows.size()) return false;
+}  // namespace
+
+std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
+                                               std::span<const Measure> kinds) {
+    std::vector<CycleGridRow> rows;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
+        if (!cd.shown()) continue;
+        for (Measure kind : kinds) rows.push_back({ch, kind, !cd.isGate() && cd.typeText != kRowNoLimits});
+    }
+    return fillGrid(grid, channels, std::move(rows), table);
+}
+
+std::vector<CycleGridRow> BuildVerdictGrid(Grid& grid, const ChannelDisplays& channels,
+                                           const ChannelResultTable& table) {
+    std::vector<CycleGridRow> rows;
+    for (int ch = 0; ch < kAnaChannels; ++ch) {
+        const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
+        if (!cd.shown()) continue;
+        const bool limits = !cd.isGate() && cd.typeText != kRowNoLimits;
+        rows.push_back({ch, kLimitKinds[0], limits});
+        for (Measure kind : kMeasures)
+            if (limits && kind != kLimitKinds[0] && ValueLimitsSet(table.at(ch, kind)))
+                rows.push_back({ch, kind, true, false});
+    }
+    ChannelResultTable judged = table;
+    return fillGrid(grid, channels, std::move(rows), judged);
+}
+
+Outcome EditDetailCycleLimit(Grid& grid, const std::vector<CycleGridRow>& rows, const ChannelDisplays& channels,
+                             ChannelResultTable& table, int32_t row, int32_t col, std::string_view text) {
+    if (!isLimitColumn(col) || row < 1 || static_cast<size_t>(row) > rows.size() ||
+        !rows[static_cast<size_t>(row - 1)].limits)
+        return {ErrorCode::Canceled, "This cell takes no limit."};
     const CycleGridRow& ref = rows[static_cast<size_t>(row - 1)];
-    if (!ref.limits) return false;
-    const int32_t value = ToInt32(Val(text));
     ChannelResult& r = table.at(ref.channel, ref.kind);
-    (col == kCycleColLL ? r.LL : r.UL) = value;
-    r.Go = JudgeCount(r.Counts, r.LL, r.UL);
     RedrawOff off(grid);
-    writeRow(grid, row, ref, channels[static_cast<size_t>(ref.channel)], r);
+    if (const std::optional<std::string> refused = readLimit(col, text, rowUnit(ref, channels), r)) {
+        SetGridCell(grid, row, col, text);
+        grid.setCellColour(row, col, {kNgBackColour, kNgForeColour});
+        grid.setCellNote(row, col, *refused);
+        return {ErrorCode::BadOption, *refused};
+    }
+    r.Go = CheckLimits(r).go();
+    writeRow(grid, row, ref, channels, r);
     if (!r.Go) GenNGPulse(0, true);
-    return true;
+    return Outcome::Ok();
+}
+
+std::vector<std::string> LimitWarnings(const std::vector<CycleGridRow>& rows, const ChannelResultTable& table) {
+    std::vector<std::string> warnings;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (!rows[i].limits) continue;
+        const ChannelResult& r = table.at(rows[i].channel, rows[i].kind);
+        const std::string where = "Row " + std::to_string(i + 1) + " (Ch" + std::to_string(rows[i].channel + 1) + "): ";
+        if (rows[i].countJudged && r.LL > r.UL)
+            warnings.push_back(where + "LL " + std::to_string(r.LL) + " is above UL " + std::to_string(r.UL) +
+                               ", so every count is NG.");
+        if (!ValueLimitsSet(r) && !(r.ValueLimit1 == 0 && r.ValueLimit2 == 0))
+            warnings.push_back(where + "Value LL is not below Value UL, so the values are not judged.");
+    }
+    return warnings;
 }
 
 void GenNGPulse(int32_t DeviceId, bool flag) {}

@@ -28,15 +28,47 @@ inline constexpr const char* kRowNoLimits = "No";
 inline constexpr uint32_t kNgBackColour = 0x0000FF;
 inline constexpr uint32_t kNgForeColour = 0xFFFFFF;
 
-inline constexpr int32_t kCycleGridCols = 6;
-inline constexpr int32_t kCycleColLL = 3;
-inline constexpr int32_t kCycleColUL = 4;
-inline constexpr int32_t kCycleColVerdict = 5;
+// The columns of the comparator grid, in order. A column is one entry here
+// and one in the header table of Comparator.cpp; rows refer to columns only
+// by these names.
+enum CycleGridCol : int32_t {
+    kCycleColCh,
+    kCycleColSignal,
+    kCycleColTotal,
+    kCycleColLL,
+    kCycleColUL,
+    kCycleColVerdict,
+    kCycleColValueLL,  // the lower value limit, in the kind's unit with a prefix
+    kCycleColValueUL,
+    kCycleGridCols
+};
+
+// Reasons the grid gives beside a refused or doubtful limit.
+inline constexpr const char* kLimitTakesWhole = "it takes a whole number from -2147483648 to 2147483647.";
+inline constexpr const char* kLimitTakesValueHead = "it takes a number in ";
+inline constexpr const char* kLimitTakesValueTail = ", with a prefix if wanted (1.5 us, 1.5u, 1.5e-6).";
 
 // True unless count > UL or count < LL (both limits belong to "Go").
 bool JudgeCount(int32_t count, int32_t LL, int32_t UL);
 
-// Recomputes every record's verdict from its count and limits.
+// The value limits of a record (ValueLimit1 the lower, ValueLimit2 the
+// upper) are set when the lower lies below the upper; both 0 is "not set".
+bool ValueLimitsSet(const ChannelResult& r);
+
+// Which limits a record breaks: its count against LL/UL (unless the count
+// is not judged), and, when its value limits are set, the smallest and the
+// largest value of any cycle against them (in single precision, the limits'
+// own; both limits belong to "Go").
+struct LimitCheck {
+    bool belowLL = false;
+    bool aboveUL = false;
+    bool belowValueLL = false;
+    bool aboveValueUL = false;
+    bool go() const { return !(belowLL || aboveUL || belowValueLL || aboveValueUL); }
+};
+LimitCheck CheckLimits(const ChannelResult& r, bool countJudged = true);
+
+// Recomputes every record's verdict from its count, values and limits.
 void JudgeAll(ChannelResultTable& table);
 
 // Reads a comparator file into the table: per line channel (1..6), LL and
@@ -54,10 +86,12 @@ Outcome LoadComparatorText(std::string_view text, ChannelResultTable& table);
 struct CycleGridRow {
     int channel = 0;
     Measure kind = Measure::PulseWidth;
-    bool limits = true;  // false for the gate and rows marked "No"
+    bool limits = true;       // false for the gate and rows marked "No"
+    bool countJudged = true;  // false: only the value limits decide its verdict
 };
 
-// Header "Ch" "Signal" "Total" "LL" "UL" "Go/NG" and an empty body.
+// Header "Ch" "Signal" "Total" "LL" "UL" "Go/NG" "Value LL" "Value UL" and an
+// empty body.
 void SetupDetailCycleGrid(Grid& grid);
 
 // Every kind counts the same cycles, and the comparator file holds the
@@ -69,11 +103,25 @@ inline constexpr std::array<Measure, 1> kLimitKinds = {Measure::PulseWidth};
 std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
                                                std::span<const Measure> kinds = kLimitKinds);
 
-// An edit of the LL (column 3) or UL (column 4) cell: stores the whole
-// number, judges the row again and rewrites its cells. Other cells and rows
-// without limits are left alone; returns false then.
-bool EditDetailCycleLimit(Grid& grid, const std::vector<CycleGridRow>& rows, const ChannelDisplays& channels,
-                          ChannelResultTable& table, int32_t row, int32_t col, std::string_view text);
+// The rows the command line judges: each shown channel's first kind, whose
+// count limits the comparator file sets, and every other kind of it whose
+// value limits are set (judged on those alone). The verdicts are left in
+// the grid, not in the records.
+std::vector<CycleGridRow> BuildVerdictGrid(Grid& grid, const ChannelDisplays& channels,
+                                           const ChannelResultTable& table);
+
+// An edit of a limit cell: LL and UL take a whole number, Value LL and Value
+// UL a number in the row's unit (empty: 0). A taken limit is stored, the row
+// judged again and its cells rewritten. A refused text stays in its cell,
+// marked, with the reason as its note, and the record keeps its limit: the
+// outcome is BadOption with the reason. A cell that takes no limit (another
+// column, the gate, the header) is Canceled and changes nothing.
+Outcome EditDetailCycleLimit(Grid& grid, const std::vector<CycleGridRow>& rows, const ChannelDisplays& channels,
+                             ChannelResultTable& table, int32_t row, int32_t col, std::string_view text);
+
+// What is doubtful about the limits of the rows: an LL above its UL (every
+// count is "NG"), value limits not in order (not judged). One text per row.
+std::vector<std::string> LimitWarnings(const std::vector<CycleGridRow>& rows, const ChannelResultTable& table);
 
 // Pulse on a digital output for an "NG" verdict; there is no such output.
 void GenNGPulse(int32_t DeviceId, bool flag);

@@ -30,7 +30,10 @@ Grid::Grid(int32_t rows, int32_t cols, int32_t fixedRowsCount, int32_t fixedCols
 void Grid::setRows(int32_t rows) {
     rows = std::max(rows, int32_t{0});
     cells_.resize(static_cast<size_t>(rows) * static_cast<size_t>(cols_));
-    if (rows < rows_) std::erase_if(colours_, [rows](const auto& kv) { return (kv.first >> 32) >= rows; });
+    if (rows < rows_) {
+        std::erase_if(colours_, [rows](const auto& kv) { return (kv.first >> 32) >= rows; });
+        std::erase_if(notes_, [rows](const auto& kv) { return (kv.first >> 32) >= rows; });
+    }
     rows_ = rows;
 }
 
@@ -47,13 +50,14 @@ void Grid::setCols(int32_t cols) {
     }
     cells_ = std::move(cells);
     std::erase_if(colours_, [cols](const auto& kv) { return static_cast<int32_t>(kv.first & 0xFFFFFFFF) >= cols; });
+    std::erase_if(notes_, [cols](const auto& kv) { return static_cast<int32_t>(kv.first & 0xFFFFFFFF) >= cols; });
     cols_ = cols;
     colWidth.resize(static_cast<size_t>(cols), colWidth.empty() ? 0 : colWidth.back());
 }
 
 void Grid::clearTexts() {
     for (auto& c : cells_) c.clear();
-    colours_.clear();
+    clearColours();
 }
 
 void Grid::setCellColour(int32_t row, int32_t col, CellColour colour) {
@@ -65,6 +69,16 @@ std::optional<CellColour> Grid::cellColour(int32_t row, int32_t col) const {
     auto it = colours_.find(colourKey(row, col));
     if (it == colours_.end()) return std::nullopt;
     return it->second;
+}
+
+void Grid::setCellNote(int32_t row, int32_t col, std::string note) {
+    checkCell(*this, row, col);
+    notes_[colourKey(row, col)] = std::move(note);
+}
+
+const std::string* Grid::cellNote(int32_t row, int32_t col) const {
+    auto it = notes_.find(colourKey(row, col));
+    return it == notes_.end() ? nullptr : &it->second;
 }
 
 void SetGridCell(Grid& grid, int32_t row, int32_t col, std::string_view text) {

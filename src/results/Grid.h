@@ -39,7 +39,14 @@ public:
 
     void setCellColour(int32_t row, int32_t col, CellColour colour);
     std::optional<CellColour> cellColour(int32_t row, int32_t col) const;
-    void clearColours() { colours_.clear(); }
+    // A word about a cell (why its text was refused), shown when the pointer
+    // rests on it; dropped with the colours.
+    void setCellNote(int32_t row, int32_t col, std::string note);
+    const std::string* cellNote(int32_t row, int32_t col) const;
+    void clearColours() {
+        colours_.clear();
+        notes_.clear();
+    }
 
     int32_t fixedRows = 1;
     int32_t fixedCols = 1;
@@ -58,6 +65,7 @@ private:
     int32_t cols_ = 0;
     std::vector<std::string> cells_;
     std::unordered_map<int64_t, CellColour> colours_;
+    std::unordered_map<int64_t, std::string> notes_;
 };
 
 // Switches a grid's redraw off for the lifetime of the guard.

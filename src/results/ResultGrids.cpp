@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
+#include <limits>
 #include <vector>
 
 #include "analysis/CycleQuantity.h"
 #include "common/Numeric.h"
+#include "common/RuntimeError.h"
 #include "results/SiFormat.h"
 
 namespace mervasto {
@@ -19,7 +22,20 @@ int32_t width(double factor) { return static_cast<int32_t>(kBaseColumnWidth * fa
 
 std::string channelLabel(int ch) { return "Ch" + std::to_string(ch + 1); }
 
-std::string siText(double v, const char* suffix) { return FormatSiValue(ToSingle(v)) + suffix; }
+// The grids show values in single precision. One beyond it (a frequency from
+// an absurd sample interval, a voltage from an absurd V Rate) is refused by
+// its channel, what it is and its value, not as a bare overflow.
+float shownSingle(double v, int ch, const ChannelDisplay& cd, const std::string& what, const char* suffix) {
+    if (std::isfinite(v) && std::fabs(v) > std::numeric_limits<float>::max())
+        throw RuntimeError(ErrorCode::Overflow, channelLabel(ch) + " " + cd.typeText + ": " + what + " " +
+                                                    ShortestText(v) + suffix +
+                                                    " does not fit the single precision the results are shown in.");
+    return static_cast<float>(v);
+}
+
+std::string siText(double v, int ch, const ChannelDisplay& cd, const char* what, const char* suffix) {
+    return FormatSiValue(shownSingle(v, ch, cd, what, suffix)) + suffix;
+}
 
 // The unit without its leading blank.
 std::string bareUnit(const char* suffix) { return std::string(suffix + (suffix[0] == ' ' ? 1 : 0)); }
@@ -123,10 +139,10 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
             const ChannelResult& r = table.at(ch, Measure::OfType);
             if (r.Valid) {
                 const UnitPair u = ResultUnits(cd.typeIndex);
-                texts[0] = siText(r.Min, u.first);
-                texts[1] = siText(r.Max, u.first);
-                texts[2] = siText(r.Mean, u.second);
-                texts[3] = siText(r.Sigma, u.second);
+                texts[0] = siText(r.Min, ch, cd, "Min", u.first);
+                texts[1] = siText(r.Max, ch, cd, "Max", u.first);
+                texts[2] = siText(r.Mean, ch, cd, "Mean", u.second);
+                texts[3] = siText(r.Sigma, ch, cd, "σ", u.second);
                 texts[4] = std::to_string(r.Counts);
                 units = {bareUnit(u.first), bareUnit(u.first), bareUnit(u.second), bareUnit(u.second),
                          std::to_string(r.Counts)};
@@ -214,7 +230,10 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
         std::array<Slot, 256> recent{};
         const CycleQuantity quantity = QuantityOfType(cd.typeIndex);
         for (size_t i = 0; i < list.size(); ++i) {
-            const float v = ToSingle(quantity.of(list[i], ss, cd.VRate));
+            const double value = quantity.of(list[i], ss, cd.VRate);
+            const float v = std::fabs(value) <= std::numeric_limits<float>::max()
+                                ? static_cast<float>(value)
+                                : shownSingle(value, ch, cd, "cycle " + std::to_string(i + 1), suffix.c_str());
             const uint32_t bits = std::bit_cast<uint32_t>(v);
             Slot& slot = recent[(bits ^ (bits >> 8) ^ (bits >> 16) ^ (bits >> 24)) & 0xFF];
             if (!slot.used || slot.bits != bits) {

@@ -5,8 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "common/Numeric.h"
+#include "common/RuntimeError.h"
+#include "common/TextUtil.h"
 
 namespace mervasto {
 
@@ -56,6 +59,26 @@ std::string SiText(double value, std::string_view unit, int digits) {
     }
     static const char* const kPrefix[] = {"p", "n", "u", "m", "", "k", "M", "G"};
     return text + " " + kPrefix[(group + 12) / 3] + std::string(unit);
+}
+
+std::optional<double> ReadSiText(std::string_view text, std::string_view unit) {
+    static constexpr std::pair<std::string_view, double> kPrefixes[] = {
+        {"p", 1e-12}, {"n", 1e-9}, {"u", 1e-6}, {"\u00b5", 1e-6}, {"m", 1e-3}, {"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
+    std::string_view t = TrimBlanks(text);
+    if (!unit.empty() && t.ends_with(unit)) t = TrimBlanks(t.substr(0, t.size() - unit.size()));
+    double scale = 1;
+    for (const auto& [prefix, factor] : kPrefixes)
+        if (t.size() > prefix.size() && t.ends_with(prefix)) {
+            t = TrimBlanks(t.substr(0, t.size() - prefix.size()));
+            scale = factor;
+            break;
+        }
+    try {
+        const double v = NumberText(t) * scale;
+        return std::isfinite(v) ? std::optional<double>(v) : std::nullopt;
+    } catch (const RuntimeError&) {
+        return std::nullopt;
+    }
 }
 
 std::string FormatSiValue(float x) {

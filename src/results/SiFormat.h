@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,11 @@ namespace mervasto {
 // "1.25 ms", "500 us", "0 s". Below 1 p the digits stay significant
 // ("0.455 ps"). "%" takes no prefix ("52.5 %").
 std::string SiText(double value, std::string_view unit, int digits = 3);
+
+// A value as typed in the unit, with a prefix letter and the unit both
+// optional: "1.5 us", "1.5u", "1.5e-6" (s); "52.5 %"; "10 kHz", "10k" (Hz).
+// Anything else, and a value that is not finite, gives nothing.
+std::optional<double> ReadSiText(std::string_view text, std::string_view unit);
 
 // At most 6 characters of the number (cut, not rounded; a minus sign counts)
 // and a prefix letter: "M" above 1e6, "k" above 1000, none above 1, "m" up

@@ -299,6 +299,14 @@ TEST(ExtractCycles, MeasurementsAndStatisticsByHand) {
         const bool pulse = type == kTypePw || type == kTypePwPercent;
         const Row duty = pulse ? Row{0, third, third / 2, third / 2} : Row{third, 2 * third, 50, third / 2};
         EXPECT_TRUE(near(rowOf(table.at(0, Measure::Duty)), duty)) << type;
+        // What the value limits are held against: no seeds, and a pulse's
+        // first record, which has no cycle before it, left out.
+        const ChannelResult& d = table.at(0, Measure::Duty);
+        EXPECT_EQ(d.Measured, pulse ? 1 : 2) << type;
+        EXPECT_NEAR(d.Lowest, third, 1e-9) << type;
+        if (type == kTypeMin) {
+            EXPECT_EQ(table.at(0, Measure::OfType).Lowest, 4);
+        }
         for (Measure kind : kMeasures) {
             EXPECT_EQ(table.at(0, kind).Counts, 2);
             EXPECT_TRUE(table.at(0, kind).Valid);

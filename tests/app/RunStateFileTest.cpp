@@ -85,19 +85,19 @@ TEST_F(RunStateFile, CancelAndBadFilesAreCanceledWithNothingWritten) {
     EXPECT_FALSE(state.runDone());
 }
 
+// Enter lowers a typed value at or above the box's limit to the limit; any
+// other refused text leaves the setting (and the grid sized from it) alone.
 TEST_F(RunStateFile, EnterChecksClampAndResize) {
-    state.settings().analysis.MaxCycles = "600000";
-    state.MaxCycles_KeyPress();
+    EXPECT_TRUE(state.MaxCycles_KeyPress("600000"));
     EXPECT_EQ(state.settings().analysis.MaxCycles, "500000");
     EXPECT_EQ(state.detailGrid().rows(), 500005);
-    state.settings().analysis.Histerisis = "abc";
-    state.Histerisis_KeyPress();
-    EXPECT_EQ(state.settings().analysis.Histerisis, "abc");
-    state.settings().analysis.Histerisis = "70";
-    state.Histerisis_KeyPress();
+    EXPECT_FALSE(state.Histerisis_KeyPress("abc"));
+    EXPECT_EQ(state.settings().analysis.Histerisis, "10");
+    EXPECT_TRUE(state.Histerisis_KeyPress("70"));
     EXPECT_EQ(state.settings().analysis.Histerisis, "50");
-    state.settings().analysis.TotalRepeats = "20000";
-    state.TotalRepeats_KeyPress();
+    EXPECT_TRUE(state.TotalRepeats_KeyPress("20000"));
+    EXPECT_EQ(state.settings().analysis.TotalRepeats, "16000");
+    EXPECT_FALSE(state.TotalRepeats_KeyPress("-5"));
     EXPECT_EQ(state.settings().analysis.TotalRepeats, "16000");
     ui.files = {example("pulses")};
     ASSERT_TRUE(state.InputFromFile_Click(ui));

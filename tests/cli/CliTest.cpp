@@ -1,6 +1,8 @@
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
+#include "app/core/ResumeFile.h"
 #include "cli/Cli.h"
+#include "cli/Options.h"
 #include "analysis/Jitter.h"
 #include "cli/Json.h"
 
@@ -116,6 +118,71 @@ TEST_F(CliTest, ComparatorVerdictsDecideTheExitStatus) {
               kExitFileError);
     EXPECT_NE(err.str().find("Illegal Character."), std::string::npos);
     EXPECT_FALSE(FileExists((dir_ / "data" / "OutputData" / "ResultData.csv").string()));
+}
+
+// A setting is refused by name and range, from --set before anything runs,
+// from a settings file line by line while the run goes on with the value
+// named (exit 2 either way); a failure inside the analysis names its channel
+// and value and is the file's (exit 1).
+TEST_F(CliTest, RefusedSettingsAndAnalysisFailuresSayWhat) {
+    std::string settings = ResumeText(Settings{});
+    const auto replaceLine = [&](const std::string& head, const std::string& line) {
+        const size_t at = settings.find(ToNarrow(head));
+        settings.replace(at, settings.find("\r\n", at) - at, ToNarrow(line));
+    };
+    replaceLine("繰返し,", "繰返し,abc,1000");  // before the channel types, which are still read
+    replaceLine("Ch1 信号タイプ,", "Ch1 信号タイプ, 4 ");
+    replaceLine("Ch2 V倍率,", "Ch2 V倍率,-1e39");
+    std::ofstream(dir_ / "settings.txt", std::ios::binary) << settings;
+    const std::string tiny = (dir_ / "tiny.csv").string();
+    {
+        std::ifstream in(example("pulses"), std::ios::binary);
+        std::stringstream all;
+        all << in.rdbuf();
+        std::string wave = all.str();
+        const size_t at = wave.find("Delta (second),");
+        wave.replace(at, wave.find("\r\n", at) - at, "Delta (second), 1E-42 ");
+        std::ofstream(tiny, std::ios::binary) << wave;
+    }
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::vector<std::string> says;  // on stderr, or on stdout
+    };
+    const std::string file = (dir_ / "settings.txt").string();
+    const Case cases[] = {
+        {{"--set", "PLevel=abc"}, kExitBadOptions, {"PLevel cannot be \"abc\": it takes a number from 0 to 100."}},
+        {{"--set", "MaxCycles=1e12"}, kExitBadOptions, {"it takes a whole number from 1 to 500000"}},
+        {{"--settings", (dir_ / "missing.txt").string()},
+         kExitFileError,
+         {"missing.txt: there is no such settings file"}},
+        {{"--settings", file},
+         kExitBadOptions,
+         {file + ", line 9 (繰返し): RepeatCheck cannot be \"abc\": it is 0 or 1. \"0\" is used instead.",
+          file + ", line 19 (Ch2 V倍率): VRate2 cannot be \"-1e39\"", "\"type\": \"P.W.\""}},
+        {{"--set", "ChInputSignal1=Freq.", tiny}, kExitFileError, {"tiny.csv: Ch1 Freq.: Max 4.99"}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args = {"analyze", "--no-save", "--format", "json"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        if (c.args.back() != tiny) args.push_back(example("pulses"));
+        EXPECT_EQ(run(args), c.status) << c.args.back() << ": " << err.str();
+        for (const auto& text : c.says)
+            EXPECT_NE((err.str() + out.str()).find(text), std::string::npos) << text << "\n" << err.str();
+    }
+
+    // --import-interval in seconds or with a unit; "2ms" is not 2 s.
+    const std::pair<const char*, double> intervals[] = {{"2e-3", 2e-3},     {"2ms", 2e-3},   {"2 us", 2e-6},
+                                                        {"2\u00b5s", 2e-6}, {"500ns", 5e-7}, {"2x", 0},
+                                                        {"-1", 0},          {"1e-42", 0},    {"ms", 0}};
+    for (const auto& [text, seconds] : intervals) {
+        cli::Options o;
+        const Outcome parsed = cli::ParseOptions({"analyze", "--import-interval", text, "x.csv"}, o);
+        EXPECT_EQ(parsed.ok(), seconds > 0) << text;
+        if (seconds > 0) {
+            EXPECT_DOUBLE_EQ(o.importInterval, seconds) << text;
+        }
+    }
 }
 
 // A series whose instrument fails in its third pass: exit status 4 with the
@@ -343,6 +410,21 @@ TEST_F(CliTest, HandlerOutcomesDecideWhatIsShownAndTheExitStatus) {
              return s.WaveSave_Click(ui);
          },
          ErrorCode::TypeMismatch, "", kExitFileError},
+        {"setting written behind the boxes",
+         [&](RunState& s, ScriptedUi& ui) {
+             s.settings().analysis.MaxCycles = "1e12";
+             ui.files = {example("pulses")};
+             return s.InputFromFile_Click(ui);
+         },
+         ErrorCode::BadOption, "", kExitBadOptions},
+        {"sample index at its end",
+         [&](RunState& s, ScriptedUi& ui) {
+             ui.files = {example("pulses"), example("pulses")};
+             (void)s.InputFromFile_Click(ui);
+             s.settings().analysis.SampleIndex = "32767";
+             return s.InputFromFile_Click(ui);
+         },
+         ErrorCode::BadOption, "Input from File canceled.", kExitBadOptions},
         {"limit beyond 32 bits",
          [&](RunState& s, ScriptedUi& ui) {
              ui.files = {example("pulses")};
@@ -351,7 +433,7 @@ TEST_F(CliTest, HandlerOutcomesDecideWhatIsShownAndTheExitStatus) {
              const auto rows = s.BuildLimitGrid(grid);
              return s.EditLimit(ui, grid, rows, 1, kCycleColLL, "3e9");
          },
-         ErrorCode::Overflow, "", kExitFileError},
+         ErrorCode::BadOption, "", kExitBadOptions},
     };
     for (const auto& c : cases) {
         RunState state;

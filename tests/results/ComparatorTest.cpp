@@ -89,6 +89,39 @@ std::string rowText(const Grid& g, int32_t row) {
     return s;
 }
 
+// Set value limits (lower below upper; both 0 is unset) judge the extremes
+// of every cycle's value, both limits included, in single precision.
+TEST(CheckLimits, CountsAndValuesBreakTheirOwnLimits) {
+    struct Case {
+        float lower, upper;
+        double lowest, highest;
+        int32_t measured;
+        bool belowValueLL, aboveValueUL;
+    };
+    const Case cases[] = {
+        {0, 0, -5, 5, 3, false, false},                 // not set
+        {2e-9f, 1e-9f, 10e-6, 10e-6, 3, false, false},  // not in order: not set
+        {1e-9f, 2e-9f, 10e-6, 10e-6, 3, false, true},   // pulse widths of 10 us against 1..2 ns
+        {1e-9f, 2e-9f, 0.5e-9, 1e-9, 3, true, false},
+        {1.5e-6f, 2.5e-6f, 1.5e-6, 2.5e-6, 3, false, false},  // the limits themselves pass
+        {40, 60, 39.999, 60, 3, true, false},
+        {1, 2, 0, 5, 0, false, false},  // no cycle has a value
+    };
+    for (const auto& c : cases) {
+        ChannelResult r{.Counts = 3, .LL = 0, .UL = 10, .ValueLimit1 = c.lower, .ValueLimit2 = c.upper};
+        r.Lowest = c.lowest;
+        r.Highest = c.highest;
+        r.Measured = c.measured;
+        const LimitCheck check = CheckLimits(r);
+        EXPECT_EQ(check.belowValueLL, c.belowValueLL) << c.lower << " " << c.lowest;
+        EXPECT_EQ(check.aboveValueUL, c.aboveValueUL) << c.upper << " " << c.highest;
+        EXPECT_EQ(check.go(), !c.belowValueLL && !c.aboveValueUL);
+        r.UL = 2;
+        EXPECT_TRUE(CheckLimits(r).aboveUL);
+        EXPECT_FALSE(CheckLimits(r, false).aboveUL);  // a row judged on its values only
+    }
+}
+
 TEST(DetailCycleGrid, BuildsJudgesAndEditsLimits) {
     ChannelDisplays chs;
     chs[0].backColour = 0x00FF00;
@@ -99,33 +132,72 @@ TEST(DetailCycleGrid, BuildsJudgesAndEditsLimits) {
     t.at(0, Measure::PulseWidth) = {.Counts = 50, .LL = 10, .UL = 100};
     t.at(2, Measure::PulseWidth) = {.Counts = 5, .LL = 10, .UL = 100};
     t.at(3, Measure::PulseWidth) = {.Counts = 1, .LL = 3, .UL = 2};
+    t.at(0, Measure::PulseWidth).Lowest = 9e-6;
+    t.at(0, Measure::PulseWidth).Highest = 10e-6;
+    t.at(0, Measure::PulseWidth).Measured = 50;
 
     Grid g;
     SetupDetailCycleGrid(g);
     const auto rows = BuildDetailCycleGrid(g, chs, t);
     ASSERT_EQ(g.rows(), 4);
-    EXPECT_EQ(rowText(g, 0), "Ch|Signal|Total|LL|UL|Go/NG|");
-    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|Go|");
-    EXPECT_EQ(rowText(g, 2), "3|Duty|5|10|100|NG|");
-    EXPECT_EQ(rowText(g, 3), "4|Gate|1|||NG|");  // the gate shows no limits
+    EXPECT_EQ(rowText(g, 0), "Ch|Signal|Total|LL|UL|Go/NG|Value LL|Value UL|");
+    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|Go|||");
+    EXPECT_EQ(rowText(g, 2), "3|Duty|5|10|100|NG|||");
+    EXPECT_EQ(rowText(g, 3), "4|Gate|1|||NG|||");  // the gate shows no limits
     EXPECT_TRUE(t.at(0, Measure::PulseWidth).Go);
     EXPECT_FALSE(t.at(2, Measure::PulseWidth).Go);
-    EXPECT_EQ(g.cellColour(1, 5)->back, 0x00FF00u);
-    EXPECT_EQ(g.cellColour(2, 5)->back, kNgBackColour);
+    EXPECT_EQ(g.cellColour(1, kCycleColVerdict)->back, 0x00FF00u);
+    EXPECT_EQ(g.cellColour(2, kCycleColVerdict)->back, kNgBackColour);
 
     // LL down to the count: Go; UL below the count: NG.
-    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 2, 3, "5"));
-    EXPECT_EQ(rowText(g, 2), "3|Duty|5|5|100|Go|");
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 2, kCycleColLL, "5"));
+    EXPECT_EQ(rowText(g, 2), "3|Duty|5|5|100|Go|||");
     EXPECT_TRUE(t.at(2, Measure::PulseWidth).Go);
-    EXPECT_EQ(g.cellColour(2, 5)->back, chs[2].backColour);
-    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, 4, "49"));
-    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|49|NG|");
+    EXPECT_EQ(g.cellColour(2, kCycleColVerdict)->back, chs[2].backColour);
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColUL, "49"));
+    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|49|NG|||");
     EXPECT_EQ(t.at(0, Measure::PulseWidth).UL, 49);
-    // Not a limit column, the gate row, the header.
-    EXPECT_FALSE(EditDetailCycleLimit(g, rows, chs, t, 1, 2, "7"));
-    EXPECT_FALSE(EditDetailCycleLimit(g, rows, chs, t, 3, 3, "0"));
-    EXPECT_FALSE(EditDetailCycleLimit(g, rows, chs, t, 0, 3, "0"));
-    EXPECT_THROW(EditDetailCycleLimit(g, rows, chs, t, 1, 3, "3e9"), RuntimeError);
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColUL, "1e2"));
+    // Pulse widths of 9 to 10 us against value limits in seconds, typed with
+    // a prefix or an exponent: NG above 9.5 us, Go again up to 10 us.
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColValueLL, "1n"));
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColValueUL, "9.5 us"));
+    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|NG|1 ns|9.5 us|");
+    EXPECT_FALSE(t.at(0, Measure::PulseWidth).Go);
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColValueUL, "1e-5"));
+    EXPECT_EQ(rowText(g, 1), "1|Period|50|10|100|Go|1 ns|10 us|");
+    EXPECT_FLOAT_EQ(t.at(0, Measure::PulseWidth).ValueLimit2, 1e-5f);
+
+    // Not a limit column, the gate row, the header: nothing to edit.
+    for (auto [row, col] : {std::pair{1, kCycleColTotal}, {3, kCycleColLL}, {0, kCycleColLL}})
+        EXPECT_EQ(EditDetailCycleLimit(g, rows, chs, t, row, col, "0").code(), ErrorCode::Canceled);
+    // Text that is no limit stays in its cell, marked with the reason; the
+    // record keeps its limit and its verdict.
+    const std::pair<int32_t, const char*> refused[] = {
+        {kCycleColLL, "abc"},    {kCycleColLL, "12abc"}, {kCycleColUL, "2.7"},      {kCycleColUL, "3e9"},
+        {kCycleColLL, "-1e300"}, {kCycleColLL, ""},      {kCycleColValueUL, "5 V"}, {kCycleColValueLL, "1e39"}};
+    for (const auto& [col, text] : refused) {
+        const Outcome edit = EditDetailCycleLimit(g, rows, chs, t, 2, col, text);
+        EXPECT_EQ(edit.code(), ErrorCode::BadOption) << text;
+        EXPECT_EQ(g.text(2, col), text);
+        ASSERT_NE(g.cellNote(2, col), nullptr) << text;
+        EXPECT_EQ(*g.cellNote(2, col), edit.text());
+        EXPECT_EQ(g.cellColour(2, col)->back, kNgBackColour);
+    }
+    EXPECT_EQ(std::make_tuple(t.at(2, Measure::PulseWidth).LL, t.at(2, Measure::PulseWidth).UL),
+              std::make_tuple(5, 100));
+    EXPECT_TRUE(t.at(2, Measure::PulseWidth).Go);
+    EXPECT_EQ(EditDetailCycleLimit(g, rows, chs, t, 2, kCycleColLL, "3e9").text(),
+              "LL cannot be \"3e9\": it takes a whole number from -2147483648 to 2147483647.");
+
+    // Limits that cannot pass, or are not judged, are said beside the grid.
+    EXPECT_TRUE(LimitWarnings(rows, t).empty());
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 2, kCycleColLL, "200"));
+    EXPECT_TRUE(EditDetailCycleLimit(g, rows, chs, t, 1, kCycleColValueLL, "20u"));
+    const auto warnings = LimitWarnings(rows, t);
+    ASSERT_EQ(warnings.size(), 2u);
+    EXPECT_EQ(warnings[0], "Row 1 (Ch1): Value LL is not below Value UL, so the values are not judged.");
+    EXPECT_EQ(warnings[1], "Row 2 (Ch3): LL 200 is above UL 100, so every count is NG.");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "app/core/ResumeFile.h"
 
+#include <cmath>
 #include <functional>
 #include <vector>
 
@@ -14,7 +15,6 @@ namespace mervasto {
 namespace {
 
 constexpr int kMaxCommentLines = 257;
-constexpr const char* kInputPastEnd = "Input past end of file.";
 constexpr double kMaxCyclesCap = 500000;
 
 // The legacy lines, in file order: a label and the fields its values fill.
@@ -79,31 +79,75 @@ std::string legacyText(const Settings& s, const FieldRef& f) {
     }
 }
 
-void invalidValue() { throw RuntimeError(ErrorCode::TypeMismatch, "Invalid property value."); }
+// The text a problem says is used instead of a refused value.
+std::string shownValue(const Settings& s, const FieldRef& f) {
+    const std::string text = FieldText(s, f);
+    if (f.field->kind == FieldKind::Flag) return BoolText(text == "1");
+    if (f.field->kind == FieldKind::Index) {
+        const int index = s.channels[static_cast<size_t>(f.ch)].ChInputSignal;
+        if (index >= 0) return "\"" + std::string(kChannelTypes[static_cast<size_t>(index)]) + "\"";
+    }
+    return "\"" + text + "\"";
+}
 
-// A legacy value read back the way the runtime converted it; a value the
-// control could not hold ends the load.
-void setLegacy(Settings& s, const FieldRef& f, const std::string& text) {
+// Texts the start-up puts right by its own rules (Max Periods and Total
+// Repeats clamped into their ranges, a smoothing below 1 made 1) are kept as
+// they stand, as they always were.
+bool repairedAtStart(const FieldRef& f, std::string_view text) {
+    const std::string_view name = f.field->name;
+    return name == "MaxCycles" || name == "TotalRepeats" || (name == "SmoothingNo" && !(Val(text) >= 1));
+}
+
+// The text member of a setting kept as it stands.
+std::string& keptText(Settings& s, const FieldRef& f) {
+    return s.analysis.*std::get<std::string AnalysisSettings::*>(f.field->member);
+}
+
+// A legacy value read back the way the runtime converted it. A value the
+// control could not hold is refused with the reason; the field keeps the
+// value it had.
+Outcome setLegacy(Settings& s, const FieldRef& f, const std::string& text) {
+    const auto refused = [&](const char* what) {
+        return Outcome(ErrorCode::TypeMismatch, FieldName(f) + " cannot be \"" + text + "\": " + what);
+    };
+    double v = 0;
+    const bool number = [&] {
+        try {
+            v = NumberText(text);
+            return std::isfinite(v);
+        } catch (const RuntimeError&) {
+            return false;
+        }
+    }();
     switch (f.field->kind) {
     case FieldKind::Check: {
-        const int32_t v = ToInt32(NumberText(text));
-        if (v != 0 && v != 1) invalidValue();
-        (void)SetField(s, f, v ? "1" : "0");
-        return;
+        if (!number || (RoundHalfEven(v) != 0 && RoundHalfEven(v) != 1)) return refused("it is 0 or 1.");
+        return SetField(s, f, RoundHalfEven(v) != 0 ? "1" : "0");
     }
-    case FieldKind::Index: {
-        const int32_t v = ToInt32(NumberText(text));
-        if (v < -1 || v >= ChannelTypeCount(f.ch)) invalidValue();
-        s.channels[static_cast<size_t>(f.ch)].ChInputSignal = v;
-        return;
-    }
+    case FieldKind::Index:
+        if (!number || RoundHalfEven(v) < -1 || RoundHalfEven(v) >= ChannelTypeCount(f.ch))
+            return refused("the list has no such entry.");
+        s.channels[static_cast<size_t>(f.ch)].ChInputSignal = static_cast<int>(RoundHalfEven(v));
+        return Outcome::Ok();
     case FieldKind::Integer:
-        if (!SetField(s, f, std::to_string(ToInt32(NumberText(text))))) invalidValue();
-        return;
-    case FieldKind::Flag: (void)SetField(s, f, BoolFromText(text) ? "1" : "0"); return;
+        if (!number || RoundHalfEven(v) < f.field->min || RoundHalfEven(v) > f.field->max)
+            return refused("it takes a whole number.");
+        return SetField(s, f, std::to_string(static_cast<int64_t>(RoundHalfEven(v))));
+    case FieldKind::Flag: {
+        bool on = false;
+        try {
+            on = BoolFromText(text);
+        } catch (const RuntimeError&) {
+            return refused("it is True or False.");
+        }
+        return SetField(s, f, on ? "1" : "0");
+    }
     default:
-        if (!SetField(s, f, text)) invalidValue();
-        return;
+        if (repairedAtStart(f, text)) {
+            keptText(s, f) = text;
+            return Outcome::Ok();
+        }
+        return SetField(s, f, text);
     }
 }
 
@@ -123,51 +167,95 @@ void appendCommentLines(std::string& out, std::string_view comment) {
 
 using NextLine = std::function<bool(std::string&)>;
 
-// Reads the legacy lines in order; throws at the first line that is missing
-// or holds a value that cannot be converted.
-void readLegacy(const NextLine& next, Settings& s) {
-    std::string line;
-    auto nextLine = [&]() -> std::string& {
-        if (!next(line)) throw RuntimeError(ErrorCode::FileIo, kInputPastEnd);
-        return line;
-    };
-    auto values = [&](const std::vector<std::string_view>& names, int ch) {
-        const std::vector<std::string> fields = SplitFields(nextLine());
-        for (size_t i = 0; i < names.size(); ++i) {
-            if (i + 1 >= fields.size()) throw RuntimeError(ErrorCode::Subscript, "Subscript out of range.");
-            const FieldRef f = legacyField(names[i], ch);
-            setLegacy(s, f, fields[i + 1]);
-            if (f.field->name == "MaxCycles" && RoundHalfEven(Val(s.analysis.MaxCycles)) >= kMaxCyclesCap)
-                s.analysis.MaxCycles = "500000";
-        }
-    };
-    const auto& layout = legacyLines();
-    for (size_t i = 0; i < layout.size(); ++i) {
-        const LegacyLine& l = layout[i];
-        switch (l.kind) {
-        case Line::Values: values(l.fields, -1); break;
-        case Line::ChannelBlock: {
-            // The six channel lines come as one block per channel.
-            size_t end = i;
-            while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
-            for (int ch = 0; ch < kSettingChannels; ++ch)
-                for (size_t j = i; j < end; ++j) values(layout[j].fields, ch);
-            i = end - 1;
-            break;
-        }
-        case Line::Comment:
-            nextLine();  // the label
-            s.analysis.Comment.clear();
-            for (int n = 0; n < kMaxCommentLines; ++n) {
-                if (nextLine() == "//") break;
-                s.analysis.Comment += '\n';
-                s.analysis.Comment += line;
+// Reads the legacy lines in order, each at its place whatever the lines
+// before it held: a value that cannot be taken is a problem of its own (the
+// setting keeps its value), and the file ending early ends the reading.
+// A line the reader cannot take at all (too long, too many fields) throws.
+class LegacyReader {
+public:
+    LegacyReader(const NextLine& next, Settings& s, ResumeLoad& load) : next_(next), s_(s), load_(load) {}
+
+    // True when every line was there.
+    bool read() {
+        const auto& layout = legacyLines();
+        for (size_t i = 0; i < layout.size(); ++i) {
+            const LegacyLine& l = layout[i];
+            switch (l.kind) {
+            case Line::Values:
+                if (!values(l.label, l.fields, -1)) return false;
+                break;
+            case Line::ChannelBlock: {
+                // The six channel lines come as one block per channel.
+                size_t end = i;
+                while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
+                for (int ch = 0; ch < kSettingChannels; ++ch)
+                    for (size_t j = i; j < end; ++j)
+                        if (!values("Ch" + std::to_string(ch + 1) + " " + std::string(layout[j].label),
+                                    layout[j].fields, ch))
+                            return false;
+                i = end - 1;
+                break;
             }
-            break;
-        case Line::ComparatorPath: s.ComparatorFile = nextLine(); break;
+            case Line::Comment:
+                if (!nextLine(l.label)) return false;
+                s_.analysis.Comment.clear();
+                for (int n = 0; n < kMaxCommentLines; ++n) {
+                    if (!nextLine("//")) return false;
+                    if (line_ == "//") break;
+                    s_.analysis.Comment += '\n';
+                    s_.analysis.Comment += line_;
+                }
+                break;
+            case Line::ComparatorPath:
+                if (!nextLine("the comparator file")) return false;
+                s_.ComparatorFile = line_;
+                break;
+            }
         }
+        return true;
     }
-}
+    int linesRead() const { return lineNumber_; }
+
+private:
+    bool nextLine(std::string_view label) {
+        if (next_(line_)) {
+            ++lineNumber_;
+            return true;
+        }
+        load_.problems.push_back("line " + std::to_string(lineNumber_ + 1) + ": the file ends before \"" +
+                                 std::string(unlabelled(label)) + "\"; the settings from there on keep their values.");
+        return false;
+    }
+
+    bool values(std::string_view label, const std::vector<std::string_view>& names, int ch) {
+        if (!nextLine(label)) return false;
+        const std::vector<std::string> fields = SplitFields(line_);
+        for (size_t i = 0; i < names.size(); ++i) {
+            const FieldRef f = legacyField(names[i], ch);
+            const std::string before = shownValue(s_, f);
+            Outcome set = i + 1 < fields.size()
+                              ? setLegacy(s_, f, fields[i + 1])
+                              : Outcome(ErrorCode::Subscript, FieldName(f) + " has no value on the line.");
+            if (!set)
+                load_.problems.push_back("line " + std::to_string(lineNumber_) + " (" + std::string(unlabelled(label)) +
+                                         "): " + set.text() + " " + before + " is used instead.");
+            if (f.field->name == "MaxCycles" && RoundHalfEven(Val(s_.analysis.MaxCycles)) >= kMaxCyclesCap)
+                s_.analysis.MaxCycles = "500000";
+        }
+        return true;
+    }
+
+    // The label as people read it, without the comma that ends it.
+    static std::string_view unlabelled(std::string_view label) {
+        return !label.empty() && label.back() == ',' ? label.substr(0, label.size() - 1) : label;
+    }
+
+    const NextLine& next_;
+    Settings& s_;
+    ResumeLoad& load_;
+    std::string line_;
+    int lineNumber_ = 0;
+};
 
 // The optional lines: "Label,value", any order, unknown labels ignored.
 void readOptional(const NextLine& next, Settings& s, ResumeLoad& load, int lineNumber) {
@@ -188,8 +276,8 @@ void readOptional(const NextLine& next, Settings& s, ResumeLoad& load, int lineN
         Outcome set = SetField(s, f, value);
         if (!set) {
             (void)SetField(s, f, DefaultText(f));
-            load.problems.push_back("line " + std::to_string(lineNumber) + ": " + set.text() + " The default " +
-                                    DefaultText(f) + " is used.");
+            load.problems.push_back("line " + std::to_string(lineNumber) + " (" + std::string(label) +
+                                    "): " + set.text() + " " + shownValue(s, f) + " is used instead.");
         }
     }
 }
@@ -203,21 +291,15 @@ ResumeLoad load(TextLineReader& in, Settings& s) {
         for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch)
             (void)SetField(s, {&field, ch}, DefaultText({&field, ch}));
     }
-    int linesRead = 0;
-    const NextLine counted = [&](std::string& line) {
-        if (!next(line)) return false;
-        ++linesRead;
-        return true;
-    };
+    LegacyReader legacy(next, s, result);
     try {
-        readLegacy(counted, s);
-        result.complete = true;
-        readOptional(counted, s, result, linesRead);
+        result.complete = legacy.read();
+        if (result.complete) readOptional(next, s, result, legacy.linesRead());
     } catch (const RuntimeError& e) {
-        // A legacy file ends where it cannot be read on; what was read stays.
-        // A line too long or of too many fields is said, not passed over.
-        if (e.code() == ErrorCode::FileIo && std::string_view(e.what()) != kInputPastEnd)
-            result.problems.push_back("line " + std::to_string(in.lineNumber()) + ": " + e.what());
+        // A line too long or of too many fields cannot be placed: the
+        // reading ends there, and says so.
+        result.complete = false;
+        result.problems.push_back("line " + std::to_string(in.lineNumber()) + ": " + e.what());
     }
     return result;
 }

@@ -24,17 +24,18 @@ std::string ResumeText(const Settings& settings);
 
 struct ResumeLoad {
     bool found = false;     // the file could be opened
-    bool complete = false;  // every legacy line was read
-    // A bad optional line: the setting keeps its default and the text says
-    // which line and why. The other settings are not affected.
+    bool complete = false;  // every legacy line was there
+    // What could not be taken, line by line: "line N (label): why. "value"
+    // is used instead." The other settings are not affected.
     std::vector<std::string> problems;
 };
 
-// Reads the settings. The legacy lines are read in file order, and the
-// first missing line or value that cannot be converted ends that part
-// silently: what was read stays, the rest keeps its previous value. Each
-// newer setting takes its default unless its optional line holds a good
-// value; unknown labels are ignored.
+// Reads the settings. The legacy lines are read in file order, each at its
+// place: a value its setting cannot take is a problem and that setting keeps
+// its previous value; a file that ends early, or a line too long or of too
+// many fields, ends the reading there (what was read stays). Each newer
+// setting takes its default unless its optional line holds a good value;
+// unknown labels are ignored.
 ResumeLoad LoadResumeParam(std::string_view fileName, Settings& settings);
 // The same from the file's bytes (the narrow encoding, any line ends).
 ResumeLoad LoadResumeText(std::string_view bytes, Settings& settings);

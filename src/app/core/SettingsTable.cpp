@@ -1,11 +1,13 @@
 #include "app/core/SettingsTable.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 
 #include "common/Numeric.h"
+#include "common/RuntimeError.h"
 #include "common/TextUtil.h"
 
 namespace mervasto {
@@ -28,11 +30,18 @@ SettingField choice(std::string_view name, std::string A::*m, std::span<const st
     f.choices = words;
     return f;
 }
-SettingField number(std::string_view name, std::string A::*m, double min, double max) {
-    SettingField f{name, FieldKind::Number, m};
+// A text box whose text must be a number (or a whole number) within min..max.
+SettingField ranged(SettingField f, FieldKind kind, double min, double max) {
+    f.kind = kind;
     f.min = min;
     f.max = max;
     return f;
+}
+SettingField number(std::string_view name, std::string A::*m, double min, double max) {
+    return ranged({name, FieldKind::Number, m}, FieldKind::Number, min, max);
+}
+SettingField whole(std::string_view name, std::string A::*m, double min, double max) {
+    return ranged({name, FieldKind::Whole, m}, FieldKind::Whole, min, max);
 }
 SettingField kept(std::string_view name, std::string S::*m) {
     SettingField f{name, FieldKind::Text, m};
@@ -68,18 +77,22 @@ SettingField optionalLine(SettingField f, std::string_view legacyLabel = {}) {
 const std::vector<SettingField>& table() {
     static const std::vector<SettingField> fields = [] {
         std::vector<SettingField> t = {
-            text("MaxCycles", &A::MaxCycles),
-            text("TotalRepeats", &A::TotalRepeats),
+            // The Enter checks lower MaxCycles, TotalRepeats and Histerisis
+            // to their maximum; 0 repeats is a run of no passes. The sample
+            // index stops one short of the 16-bit end so that the next run
+            // can still advance it.
+            whole("MaxCycles", &A::MaxCycles, 1, 500000),
+            whole("TotalRepeats", &A::TotalRepeats, 0, 16000),
             check("RepeatCheck", &A::RepeatCheck),
-            text("Histerisis", &A::Histerisis),
-            text("PLevel", &A::PLevel),
-            text("SmoothingNo", &A::SmoothingNo),
-            text("LimitPoints", &A::LimitPoints),
+            number("Histerisis", &A::Histerisis, 0, 50),
+            number("PLevel", &A::PLevel, 0, 100),
+            whole("SmoothingNo", &A::SmoothingNo, 1, 100000),
+            number("LimitPoints", &A::LimitPoints, 0, 10),
             text("SampleNo", &A::SampleNo),
-            text("SampleIndex", &A::SampleIndex),
+            whole("SampleIndex", &A::SampleIndex, 0, 32766),
             text("Comment", &A::Comment),
             text("IPAdressText", &A::IPAdressText),
-            text("ZoomRate", &A::ZoomRate),
+            number("ZoomRate", &A::ZoomRate, 1, 1999),
             check("SaveWavesCheck", &A::SaveWavesCheck),
             check("SaveScreenCheck", &A::SaveScreenCheck),
             check("DDSaveCheck", &A::DDSaveCheck),
@@ -89,7 +102,9 @@ const std::vector<SettingField>& table() {
             channel("ChInputSignal", FieldKind::Index, &C::ChInputSignal),
             channel("BackColor", FieldKind::Integer, &C::BackColor),
             channel("ForeColor", FieldKind::Integer, &C::ForeColor),
-            channel("VRate", FieldKind::Text, &C::VRate),
+            // A probe's ratio: far beyond it the volts no longer fit the
+            // single precision the results are shown in.
+            ranged(channel("VRate", FieldKind::Number, &C::VRate), FieldKind::Number, 1e-6, 1e6),
             channel("SigName", FieldKind::Text, &C::SigName),
             channel("DispOffCheck", FieldKind::Check, &C::DispOffCheck),
             keptInteger("RejectStart", &S::RejectStart),
@@ -190,6 +205,25 @@ std::string badValue(const FieldRef& f, std::string_view text, std::string_view 
            ": " + std::string(what);
 }
 
+// The whole text as a finite number, as the runtime reads one (blanks
+// around it, an exponent).
+bool parseNumber(std::string_view text, double& v) {
+    try {
+        v = NumberText(text);
+    } catch (const RuntimeError&) {
+        return false;
+    }
+    return std::isfinite(v);
+}
+
+// Locale-free and short: "0.1", "500000", "1e-06".
+std::string limitText(double v) {
+    if (v == RoundHalfEven(v) && std::fabs(v) <= 1e9) return std::to_string(static_cast<int64_t>(v));
+    std::array<char, 32> buf{};
+    const auto [end, ec] = std::to_chars(buf.data(), buf.data() + buf.size(), v);
+    return ec == std::errc() ? std::string(buf.data(), end) : ShortestText(v);
+}
+
 }  // namespace
 
 std::span<const SettingField> SettingFields() { return table(); }
@@ -241,53 +275,77 @@ std::string FieldText(const Settings& s, const FieldRef& f) {
     });
 }
 
-Outcome SetField(Settings& s, const FieldRef& f, std::string_view text) {
+Outcome CheckField(const FieldRef& f, std::string_view text) {
     const SettingField& field = *f.field;
+    const auto refused = [&](std::string_view what) {
+        return Outcome(ErrorCode::TypeMismatch, badValue(f, text, what));
+    };
+    switch (field.kind) {
+    case FieldKind::Text: return Outcome::Ok();
+    case FieldKind::Choice: {
+        for (auto c : field.choices)
+            if (c == text) return Outcome::Ok();
+        std::string words;
+        for (auto c : field.choices) words += (words.empty() ? "" : " or ") + std::string(c);
+        return refused("it is " + words + ".");
+    }
+    case FieldKind::Number:
+    case FieldKind::Whole: {
+        double v = 0;
+        if (!parseNumber(text, v) || v < field.min || v > field.max ||
+            (field.kind == FieldKind::Whole && v != RoundHalfEven(v)))
+            return refused("it takes " + RangeText(field) + ".");
+        return Outcome::Ok();
+    }
+    case FieldKind::Check:
+    case FieldKind::Flag: {
+        bool on = false;
+        return parseCheck(text, on) ? Outcome::Ok() : refused("it is 0, 1, true or false.");
+    }
+    case FieldKind::Index:
+        if (ChannelTypeIndex(f.ch, text) < 0)
+            return refused("the list of Ch" + std::to_string(f.ch + 1) + " has no such entry.");
+        return Outcome::Ok();
+    case FieldKind::Integer: {
+        int32_t v = 0;
+        return parseWhole(text, field.min, field.max, v) ? Outcome::Ok() : refused("it takes a whole number.");
+    }
+    }
+    return Outcome::Ok();
+}
+
+Outcome SetField(Settings& s, const FieldRef& f, std::string_view text) {
+    if (Outcome checked = CheckField(f, text); !checked) return checked;
     return withMember(s, f, [&](auto& value) -> Outcome {
         using V = std::decay_t<decltype(value)>;
         if constexpr (std::is_same_v<V, std::string>) {
-            if (field.kind == FieldKind::Choice) {
-                for (auto c : field.choices)
-                    if (c == text) {
-                        value = std::string(text);
-                        return Outcome::Ok();
-                    }
-                std::string words;
-                for (auto c : field.choices) words += (words.empty() ? "" : " or ") + std::string(c);
-                return {ErrorCode::TypeMismatch, badValue(f, text, "it is " + words + ".")};
-            }
-            if (field.kind == FieldKind::Number) {
-                const std::string_view t = TrimBlanks(text);
-                double v = 0;
-                auto [end, ec] = std::from_chars(t.data(), t.data() + t.size(), v);
-                if (t.empty() || ec != std::errc() || end != t.data() + t.size() || !std::isfinite(v) ||
-                    v < field.min || v > field.max)
-                    return {ErrorCode::TypeMismatch, badValue(f, text,
-                                                              "it takes a number from " + ShortestText(field.min) +
-                                                                  " to " + ShortestText(field.max) + ".")};
-            }
             value = std::string(text);
-            return Outcome::Ok();
         } else if constexpr (std::is_same_v<V, bool>) {
-            if (!parseCheck(text, value))
-                return {ErrorCode::TypeMismatch, badValue(f, text, "it is 0, 1, true or false.")};
-            return Outcome::Ok();
+            (void)parseCheck(text, value);
+        } else if (f.field->kind == FieldKind::Index) {
+            value = ChannelTypeIndex(f.ch, text);
         } else {
-            if (field.kind == FieldKind::Index) {
-                const int index = ChannelTypeIndex(f.ch, text);
-                if (index < 0)
-                    return {ErrorCode::TypeMismatch,
-                            badValue(f, text, "the list of Ch" + std::to_string(f.ch + 1) + " has no such entry.")};
-                value = index;
-                return Outcome::Ok();
-            }
             int32_t v = 0;
-            if (!parseWhole(text, field.min, field.max, v))
-                return {ErrorCode::TypeMismatch, badValue(f, text, "it takes a whole number.")};
+            (void)parseWhole(text, f.field->min, f.field->max, v);
             value = v;
-            return Outcome::Ok();
         }
+        return Outcome::Ok();
     });
+}
+
+std::string RangeText(const SettingField& f) {
+    if (f.kind != FieldKind::Number && f.kind != FieldKind::Whole) return {};
+    return std::string(f.kind == FieldKind::Whole ? "a whole number" : "a number") + " from " + limitText(f.min) +
+           " to " + limitText(f.max);
+}
+
+Outcome CheckSettings(const Settings& s, std::span<const std::string_view> names) {
+    for (const auto& field : table()) {
+        if (std::find(names.begin(), names.end(), field.name) == names.end()) continue;
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch)
+            if (Outcome ok = CheckField({&field, ch}, FieldText(s, {&field, ch})); !ok) return ok;
+    }
+    return Outcome::Ok();
 }
 
 std::string DefaultText(const FieldRef& f) {

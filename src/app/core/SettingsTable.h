@@ -22,6 +22,7 @@ namespace mervasto {
 enum class FieldKind {
     Text,     // a text box: any text, as typed (numbers are read from it when used)
     Number,   // a text box that only takes a number within min..max
+    Whole,    // a text box that only takes a whole number within min..max
     Check,    // a check box: 0/1 (also true/false)
     Index,    // a list selection: the entry's index or its text
     Choice,   // one of a few fixed words
@@ -41,7 +42,7 @@ struct SettingField {
     FieldMember member;
     bool perChannel = false;
     bool hasControl = true;  // a control of the main window shows it
-    // Whole numbers: the accepted range. Choices: the words.
+    // Numbers and whole numbers: the accepted range. Choices: the words.
     double min = 0;
     double max = 0;
     std::span<const std::string_view> choices = {};
@@ -79,8 +80,20 @@ std::string FieldText(const Settings& s, const FieldRef& f);
 
 // Sets a field from such a text (a selection also by its list text, a check
 // also as true/false). A value the control could not hold is refused with
-// the reason and leaves the field as it was.
+// the reason, which names the setting and what it takes, and leaves the
+// field as it was.
 Outcome SetField(Settings& s, const FieldRef& f, std::string_view text);
+// The same check without setting anything.
+Outcome CheckField(const FieldRef& f, std::string_view text);
+
+// What a number field takes, as the refusals and the tool tips say it:
+// "a number from 0 to 100", "a whole number from 1 to 500000"; empty for
+// other fields.
+std::string RangeText(const SettingField& f);
+
+// The named fields (per-channel ones on every channel) checked as SetField
+// would check them: the first refusal, or ok.
+Outcome CheckSettings(const Settings& s, std::span<const std::string_view> names);
 
 // The field's value in a default Settings.
 std::string DefaultText(const FieldRef& f);

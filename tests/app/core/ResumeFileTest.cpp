@@ -180,14 +180,21 @@ TEST_F(ResumeFileTest, LongCommentShiftsLaterLines) {
     std::string comment;
     for (int i = 1; i <= 300; ++i) comment += (i > 1 ? "\n" : "") + std::to_string(i);
     s.analysis.Comment = comment;
+    s.analysis.EdgeRule = "Schmitt";
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     Settings loaded;
-    EXPECT_FALSE(LoadResumeParam(file_, loaded).complete);
+    const ResumeLoad load = LoadResumeParam(file_, loaded);
     std::string expected;
     for (int i = 1; i <= 257; ++i) expected += "\n" + std::to_string(i);
     EXPECT_EQ(loaded.analysis.Comment, expected);
-    // Line 258 of the comment lands in LimitPoints's place: no comma, so the load stops there.
+    // Comment line 258 (file line 292) lands in LimitPoints's place and has
+    // no value: said, and the lines after it are still read at their places.
     EXPECT_EQ(loaded.analysis.LimitPoints, "0");
+    ASSERT_FALSE(load.problems.empty());
+    EXPECT_EQ(load.problems[0].rfind("line 292 (範囲マージン(div)): LimitPoints has no value", 0), 0u)
+        << load.problems[0];
+    EXPECT_EQ(loaded.ComparatorFile, "261");
+    EXPECT_EQ(loaded.analysis.EdgeRule, "Schmitt");
 }
 
 TEST_F(ResumeFileTest, MaxCyclesIsCappedOnLoad) {
@@ -205,7 +212,9 @@ TEST_F(ResumeFileTest, MaxCyclesIsCappedOnLoad) {
     }
 }
 
-TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
+// A bad value is said with its line, label and the value kept instead, and
+// the lines after it are still read; a file that ends early keeps the rest.
+TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
     const Settings saved = changedSettings();
     (void)SaveResumeParam(file_, saved);
     const auto full = lines();
@@ -213,29 +222,48 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     // Truncated after the Ch1 block: Ch1 kept, Ch2 onwards defaults.
     writeLines({full.begin(), full.begin() + 15});
     Settings loaded;
-    EXPECT_FALSE(LoadResumeParam(file_, loaded).complete);
+    ResumeLoad load = LoadResumeParam(file_, loaded);
+    EXPECT_FALSE(load.complete);
     EXPECT_EQ(loaded.analysis.TotalRepeats, "77");
     EXPECT_EQ(loaded.channels[0].ChInputSignal, 0);
     EXPECT_EQ(loaded.channels[1].ChInputSignal, 1);
     EXPECT_EQ(loaded.analysis.PLevel, "50");
+    ASSERT_EQ(load.problems.size(), 1u);
+    EXPECT_EQ(load.problems[0].rfind("line 16: the file ends before \"Ch2 信号タイプ\"", 0), 0u) << load.problems[0];
 
-    // A colour that is not a number ends the load at that line.
-    auto bad = full;
-    bad[16] = "Ch2 のバック色,red";
-    writeLines(bad);
-    Settings partial;
-    EXPECT_FALSE(LoadResumeParam(file_, partial).complete);
-    EXPECT_EQ(partial.channels[1].ChInputSignal, 2);  // "Duty"
-    EXPECT_EQ(partial.channels[1].BackColor, 0xFF00FF);
-    EXPECT_EQ(partial.channels[1].VRate, "1.0");
-
-    // A list index the list does not have.
-    bad = full;
-    bad[9] = "Ch1 信号タイプ, 9 ";
-    writeLines(bad);
-    Settings noGate;
-    EXPECT_FALSE(LoadResumeParam(file_, noGate).complete);
-    EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
+    struct Case {
+        size_t line;  // 0-based
+        const char* text;
+        std::string problem;
+    };
+    const Case cases[] = {
+        {16, "Ch2 のバック色,red",
+         "line 17 (Ch2 のバック色): BackColor2 cannot be \"red\": it takes a whole number. \"16711935\" is used "
+         "instead."},
+        {9, "Ch1 信号タイプ, 9 ",
+         "line 10 (Ch1 信号タイプ): ChInputSignal1 cannot be \" 9 \": the list has no such entry. "
+         "\"Period\" is used instead."},
+        {1, "ヒステリシス,abc",
+         "line 2 (ヒステリシス): Histerisis cannot be \"abc\": it takes a number from 0 to 50. \"10\" is used "
+         "instead."},
+        {6, "格納選択, 1 ", "line 7 (格納選択): SaveScreenCheck has no value on the line. \"0\" is used instead."},
+        {24, "Ch3 V倍率,-1e39",
+         "line 25 (Ch3 V倍率): VRate3 cannot be \"-1e39\": it takes a number from 1e-06 to 1000000."},
+    };
+    for (const auto& c : cases) {
+        auto bad = full;
+        bad[c.line] = c.text;
+        writeLines(bad);
+        Settings partial;
+        load = LoadResumeParam(file_, partial);
+        EXPECT_TRUE(load.complete) << c.text;
+        ASSERT_EQ(load.problems.size(), 1u) << c.text;
+        EXPECT_EQ(load.problems[0].rfind(c.problem, 0), 0u) << load.problems[0];
+        // The settings after the line are read as saved.
+        EXPECT_EQ(partial.channels[1].VRate, "10") << c.text;
+        EXPECT_EQ(partial.analysis.PLevel, "40") << c.text;
+        EXPECT_EQ(partial.analysis.EdgeTiming, "Interpolated") << c.text;
+    }
 
     // A file from before the optional lines loads whole with their defaults.
     writeLines({full.begin(), full.end() - 19});

@@ -24,7 +24,31 @@ TEST(SettingsTest, SetSettingByName) {
     };
     const Case cases[] = {
         {"MaxCycles", "2000", true},
-        {"Histerisis", "abc", true},
+        {"Histerisis", "abc", false},
+        // Every number box takes what its range says, nothing else.
+        {"Histerisis", "50", true},
+        {"Histerisis", "200", false},
+        {"PLevel", "100", true},
+        {"PLevel", "200", false},
+        {"PLevel", "abc", false},
+        {"PLevel", "", false},
+        {"MaxCycles", "abc", false},
+        {"MaxCycles", "1e12", false},
+        {"MaxCycles", "0", false},
+        {"MaxCycles", " 500000 ", true},
+        {"TotalRepeats", "0", true},
+        {"TotalRepeats", "-5", false},
+        {"TotalRepeats", "2.5", false},
+        {"SmoothingNo", "4", true},
+        {"SmoothingNo", "-3", false},
+        {"SampleIndex", "32766", true},
+        {"SampleIndex", "32767", false},
+        {"SampleIndex", "3e9", false},
+        {"LimitPoints", "0.5", true},
+        {"LimitPoints", "abc", false},
+        {"ZoomRate", "2000", false},
+        {"VRate1", "-1e39", false},
+        {"VRate1", "1e-3", true},
         {"ChInputSignal1", "Duty", true},
         {"ChInputSignal2", "5", true},
         {"ChInputSignal4", "Gate", true},
@@ -74,6 +98,8 @@ TEST(SettingsTest, SetSettingByName) {
         EXPECT_EQ(set.ok(), c.ok) << c.name << "=" << c.value << ": " << set.text();
     }
     Settings s;
+    EXPECT_EQ(SetSettingByName(s, "SampleIndex", "32767").text(),
+              "SampleIndex cannot be \"32767\": it takes a whole number from 0 to 32766.");
     (void)SetSettingByName(s, "ChInputSignal4", "Gate");
     (void)SetSettingByName(s, "ChInputSignal2", "5");
     (void)SetSettingByName(s, "DispOffCheck2", "true");
