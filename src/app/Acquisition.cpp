@@ -199,7 +199,7 @@ Outcome RunState::runSeries(UiPort& ui) {
     SetupLogGrid(logGrid_, std::max(RepeatLimit, 0));
     logFirst = true;
     link_->StopRequested = false;
-    if (runDone_) a.SampleIndex = std::to_string(ToInt16(Val(a.SampleIndex) + 1));
+    if (runDone_) a.SampleIndex = NextSampleIndex(a.SampleIndex);
     settingsChanged();
     gridsChanged();
     runStarted();

@@ -22,16 +22,15 @@ namespace mervasto {
 namespace {
 constexpr const char* kSelectInputTitle = "Select Input data file.";
 constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
+}  // namespace
 
-// The index is a 16-bit number; past its end the next file cannot be named.
-std::string nextIndexText(const std::string& index) {
+std::string NextSampleIndex(const std::string& index) {
     const double next = RoundHalfEven(Val(index) + 1);
     if (!(next <= 32767))
         throw RuntimeError(ErrorCode::BadOption,
                            "SampleIndex " + index + " cannot advance past 32767: set a lower Index.");
     return std::to_string(ToInt16(next));
 }
-}  // namespace
 
 RunState::RunState() : link_(std::make_unique<DsoLink>()) {
     SetupResultGrid1(resultGrid_);
@@ -320,7 +319,7 @@ Outcome RunState::inputFromFile(UiPort& ui, bool& analysing) {
     std::string proposal = DebugCheck ? std::string(kDebugProposal) : sampleName() + ".csv";
     auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(dataFolder_, "Data"), "*.csv");
     if (!chosen) return {ErrorCode::Canceled, kCanceled};
-    if (runDone_) settings_.analysis.SampleIndex = nextIndexText(settings_.analysis.SampleIndex);
+    if (runDone_) settings_.analysis.SampleIndex = NextSampleIndex(settings_.analysis.SampleIndex);
     if (Outcome loaded = WaveTrans(ui, kInputTypeFile, *chosen); !loaded) return loaded;
     WavesPresent = true;
     runDone_ = true;

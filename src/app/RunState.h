@@ -28,6 +28,10 @@ namespace mervasto {
 
 class DsoLink;
 
+// The sample index after index: a 16-bit number, so past 32767 the next
+// record cannot be named (a setting fault naming the index).
+std::string NextSampleIndex(const std::string& index);
+
 // Status texts of the run, as the user sees them.
 inline constexpr const char* kInputFromFileCanceled = "Input from File canceled.";
 inline constexpr const char* kCompletedAllTranslations = "Completed all translations.";
