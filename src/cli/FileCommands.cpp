@@ -20,11 +20,10 @@ void printWarnings(std::ostream& err, const WaveCsvLoadResult& r) {
 Outcome CommandInfo(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.files.empty()) return UsageError(err, "info", "name at least one wave CSV file");
     Outcome result;
-    WaveFieldTable table;
     for (const auto& f : o.files) {
         DsoSetup setup;
         WaveRecord record;
-        const WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, table, ImportOptionsOf(o));
+        const WaveCsvLoadResult r = LoadAnyWaveCsv(f, setup, record, ImportOptionsOf(o));
         if (!r.ok()) KeepFirst(result, Told(err, r.outcome));
         printWarnings(err, r);
         if (!r.ok() && r.generic) {
@@ -44,8 +43,7 @@ Outcome CommandConvert(const Options& o, std::ostream& out, std::ostream& err) {
     if (o.files.size() != 2) return UsageError(err, "convert", "name the input file and the output file");
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, table, ImportOptionsOf(o));
+    const WaveCsvLoadResult r = LoadAnyWaveCsv(o.files[0], setup, record, ImportOptionsOf(o));
     if (!r.ok()) return Told(err, r.outcome);
     printWarnings(err, r);
     const Outcome saved =

@@ -28,7 +28,7 @@ struct Options {
     double importInterval = 0;
     bool generic = false;
     std::optional<std::string> plots;
-    int jobs = 2;
+    std::optional<int> jobs;  // --jobs: the work pool's cap; its default when not given
 };
 
 // What --help prints.

@@ -65,18 +65,17 @@ bool IsOwnWaveLayout(std::string_view head) {
     return false;
 }
 
-WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options) {
     return loadAny(
-        LineSource::File(fileName), [&] { return LoadWaveCsv(fileName, setup, record, table, options.own); },
+        LineSource::File(fileName), [&] { return LoadWaveCsv(fileName, setup, record, options.own); },
         [&] { return LoadGenericCsv(fileName, setup, record, options); });
 }
 
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
-                                      WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options) {
+                                      WaveRecord& record, const WaveImportOptions& options) {
     return loadAny(
-        LineSource::Bytes(bytes, name),
-        [&] { return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own); },
+        LineSource::Bytes(bytes, name), [&] { return LoadWaveCsvBytes(bytes, name, setup, record, options.own); },
         [&] { return LoadGenericCsvBytes(bytes, name, setup, record, options); });
 }
 

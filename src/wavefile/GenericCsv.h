@@ -42,10 +42,10 @@ WaveCsvLoadResult LoadGenericCsvBytes(std::string_view bytes, std::string_view n
 
 // The one entry for file input: the program's own layout through
 // LoadWaveCsv, anything else through the generic reader.
-WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options = {});
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
-                                      WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options = {});
+                                      WaveRecord& record, const WaveImportOptions& options = {});
 
 // Writes "Time(s),CH1(V),CH2(V)[,CH3(V),CH4(V)]" and one row per sample, the
 // times as the record's own (from the delay), through a temporary file.

@@ -120,9 +120,8 @@ TEST(GenericCsvTest, EveryLayoutGivesTheSameRecord) {
         SCOPED_TRACE(L.what);
         DsoSetup setup;
         WaveRecord record;
-        WaveFieldTable table;
         const std::string bytes = makeFile(L);
-        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "cap.csv", setup, record, table);
+        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "cap.csv", setup, record);
         ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_TRUE(r.generic);
         EXPECT_EQ(r.rowsRead, kRows);
@@ -153,12 +152,11 @@ TEST(GenericCsvTest, IntervalFromTheCommandLineForBareColumns) {
     options.sampleInterval = 2e-3;
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record, table, options);
+    WaveCsvLoadResult r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record, options);
     ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_FLOAT_EQ(setup.SampleInterval, 2e-3f);
     EXPECT_EQ(record.wave[0][1], 1.5f);
-    r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record, table);
+    r = LoadAnyWaveCsvBytes(bytes, "bare.csv", setup, record);
     EXPECT_FALSE(r.ok());
     EXPECT_NE(r.outcome.text().find("--import-interval"), std::string::npos) << r.outcome.text();
 }
@@ -226,8 +224,7 @@ TEST(GenericCsvTest, BadInputSaysWhy) {
         SCOPED_TRACE(c.what);
         DsoSetup setup;
         WaveRecord record;
-        WaveFieldTable table;
-        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(c.bytes, "bad.csv", setup, record, table);
+        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(c.bytes, "bad.csv", setup, record);
         if (*c.says) {
             EXPECT_FALSE(r.ok());
             EXPECT_EQ(r.outcome.text().rfind("bad.csv", 0), 0u) << r.outcome.text();
@@ -438,8 +435,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
     std::ofstream(path("in.csv"), std::ios::binary) << makeFile(L);
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    WaveCsvLoadResult r = LoadAnyWaveCsv(path("in.csv"), setup, record, table);
+    WaveCsvLoadResult r = LoadAnyWaveCsv(path("in.csv"), setup, record);
     ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(setup.DateTime.size(), 19u) << setup.DateTime;
     ASSERT_TRUE(SaveGenericCsv(path("generic.csv"), setup, record));
@@ -449,8 +445,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
         SCOPED_TRACE(name);
         DsoSetup back;
         WaveRecord again;
-        WaveFieldTable t2;
-        r = LoadAnyWaveCsv(path(name), back, again, t2);
+        r = LoadAnyWaveCsv(path(name), back, again);
         ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_EQ(r.generic, std::string(name) == "generic.csv");
         EXPECT_EQ(back.ChannelCount, 4);
