@@ -281,9 +281,9 @@ private:
     uint64_t reservedFor = 0;
 };
 
-// Rows read: the record's length rounded to tens, the samples it claims
-// beyond them repeating the last row. Ch3 and Ch4 stay only when they were
-// read and the model records more than two channels.
+// The record of the rows read: its length is their count rounded to tens,
+// and the samples that claims beyond them repeat the last row. Ch3 and Ch4
+// stay only when rows gave them and the model records more than two channels.
 void finishRecord(int32_t rows, bool ch34, DsoSetup& setup, WaveRecord& record) {
     setup.RecordLength = static_cast<int32_t>(RoundHalfEven(rows / 10.0)) * 10;
     record.ensureLength(setup.RecordLength);
