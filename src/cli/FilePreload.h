@@ -18,7 +18,8 @@ namespace mervasto {
 // lines and the sample index still advance file by file.
 //
 // A load depends on nothing loaded before it, so files are read side by side
-// into records of their own. They go in groups as large as the cap: the
+// into records of their own. They go in groups as large as the cap (and of
+// at most 1 GiB of files, as each record waits in memory for its turn): the
 // first of a group is read by the thread that asks for it, straight into the
 // run state, the others by jobs begun at the same time, each handed over
 // when its turn comes. (Jobs queued further ahead would only be begun by the

@@ -141,7 +141,7 @@ TEST(FilePreload, ManyFilesAdvanceInTheirOrder) {
     EXPECT_EQ(two.results, one.results);
 
     const auto lines = linesByFile(one.out);
-    for (const char* jobs : {"1", "2"})
+    for (const char* jobs : {"1", "2", "3"})  // 3: groups of three files
         EXPECT_EQ(linesByFile(analyze(dir / (std::string("back") + jobs), jobs, backwards).out), lines) << jobs;
     for (const char* late : {"late-edge.csv", "generic-late-edge.csv"}) {
         const auto& l = lines.at((dir / late).string());
