@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "analysis/Analysis.h"
+#include "common/WorkPool.h"
 
 namespace {
 
@@ -103,7 +104,7 @@ AnalysisParams benchParams(int channels, LevelMethod method, int threads, EdgeTi
     p.MaxCycles = 500000;
     p.SmoothingNo = 5;
     p.levelMethod = method;
-    p.threads = threads;
+    SetJobs(static_cast<unsigned>(threads));  // the work pool's cap for the benchmark that asks
     for (int ch = 0; ch < 4; ++ch) {
         p.channel[ch].DispOff = ch >= channels;
         p.channel[ch].SignalType = kTypePeriod;

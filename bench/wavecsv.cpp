@@ -74,9 +74,8 @@ void BM_LoadWaveCsv(benchmark::State& state) {
         state.PauseTiming();
         WaveRecord record;
         DsoSetup setup;
-        WaveFieldTable table;
         state.ResumeTiming();
-        auto r = LoadWaveCsv(benchFile(), setup, record, table);
+        auto r = LoadWaveCsv(benchFile(), setup, record);
         if (!r.ok() || setup.RecordLength != kRows) state.SkipWithError("load failed");
         benchmark::DoNotOptimize(record.wave[3][kRows - 1]);
     }

@@ -5,10 +5,10 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <thread>
 
 #include "analysis/EdgeScan.h"
 #include "analysis/GateWindow.h"
+#include "common/WorkPool.h"
 
 namespace mervasto {
 
@@ -227,25 +227,25 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
         }
     }
 
-    // Channels are independent: each worker takes the next channel and uses
-    // its own scratch, so the results do not depend on the number of workers.
-    int workers = params.threads > 0 ? params.threads : static_cast<int>(std::thread::hardware_concurrency());
-    workers = std::clamp(workers, 1, std::max<int>(1, static_cast<int>(jobs.size())));
-    if (ws.lanes.size() < static_cast<size_t>(workers)) ws.lanes.resize(static_cast<size_t>(workers));
+    // Channels are independent: each lane takes the next channel and uses
+    // its own scratch, so the results do not depend on how many lanes ran.
+    // The lanes beyond this thread's are jobs of the work pool; one that no
+    // worker has begun by the time this thread is done finds nothing left.
+    const size_t lanes = std::clamp<size_t>(Jobs(), 1, std::max<size_t>(jobs.size(), 1));
+    if (ws.lanes.size() < lanes) ws.lanes.resize(lanes);
     std::atomic<size_t> next{0};
-    std::vector<std::exception_ptr> failures(static_cast<size_t>(workers));
-    auto work = [&](int lane) {
+    std::vector<std::exception_ptr> failures(lanes);
+    auto work = [&](size_t lane) {
         try {
-            for (size_t j = next++; j < jobs.size(); j = next++)
-                run.channel(jobs[j], ws.lanes[static_cast<size_t>(lane)]);
+            for (size_t j = next++; j < jobs.size(); j = next++) run.channel(jobs[j], ws.lanes[lane]);
         } catch (...) {
-            failures[static_cast<size_t>(lane)] = std::current_exception();
+            failures[lane] = std::current_exception();
         }
     };
-    std::vector<std::thread> threads;
-    for (int t = 1; t < workers; ++t) threads.emplace_back(work, t);
+    std::vector<Task<void>> helpers;
+    for (size_t lane = 1; lane < lanes; ++lane) helpers.push_back(Submit([&work, lane] { work(lane); }));
     work(0);
-    for (auto& t : threads) t.join();
+    for (auto& h : helpers) h.wait();
     for (auto& f : failures)
         if (f) std::rethrow_exception(f);
 

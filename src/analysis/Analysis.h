@@ -78,7 +78,6 @@ struct AnalysisParams {
     LevelMethod levelMethod = LevelMethod::Peaks;
     EdgeTiming edgeTiming = EdgeTiming::Samples;
     EdgeRule edgeRule = EdgeRule::Legacy;
-    int threads = 0;  // 0: one per core (at most one per channel)
     EncoderParams encoder;
 };
 

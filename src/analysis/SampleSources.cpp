@@ -24,6 +24,8 @@ SpanMeasure measureTail(const float* x, int32_t t, int32_t count, double* q, flo
     return finish(q, mx, mn);
 }
 
+}  // namespace
+
 #if defined(MERVASTO_AVX2)
 __attribute__((target("avx2"))) SpanMeasure measureRangeAvx2(const float* x, int32_t count) {
     alignas(32) double q[kLanes];
@@ -54,20 +56,25 @@ __attribute__((target("avx2"))) SpanMeasure measureRangeAvx2(const float* x, int
 }
 #endif
 
-}  // namespace
-
 SpanMeasure measureRange(const float* x, int32_t count) {
-    alignas(16) double q[kLanes] = {};
-    if (count < kLanes) return measureTail(x, 0, count, q, x[0], x[0]);
+    if (count < kLanes) return measureRangeScalar(x, count);
 #if defined(MERVASTO_AVX2)
     if (hasAvx2()) return measureRangeAvx2(x, count);
 #endif
-    float mx = x[0], mn = x[0];  // NOLINT(clang-analyzer-deadcode.DeadStores): the vector paths set them again
-    int32_t t = 0;
 #if defined(__SSE2__)
+    return measureRangeSse2(x, count);
+#else
+    return measureRangeScalar(x, count);
+#endif
+}
+
+#if defined(__SSE2__)
+SpanMeasure measureRangeSse2(const float* x, int32_t count) {
+    alignas(16) double q[kLanes];
     __m128d acc[8];
     for (auto& a : acc) a = _mm_setzero_pd();
-    __m128 vmx = _mm_set1_ps(mx), vmn = vmx;
+    __m128 vmx = _mm_set1_ps(x[0]), vmn = vmx;
+    int32_t t = 0;
     for (; t + kLanes <= count; t += kLanes) {
         for (int h = 0; h < 4; ++h) {
             const __m128 v = _mm_loadu_ps(x + t + 4 * h);
@@ -82,10 +89,17 @@ SpanMeasure measureRange(const float* x, int32_t count) {
     for (int i = 0; i < 8; ++i) _mm_store_pd(q + 2 * i, acc[i]);
     alignas(16) float m[4];
     _mm_store_ps(m, vmx);
-    mx = std::max(std::max(m[0], m[1]), std::max(m[2], m[3]));
+    const float mx = std::max(std::max(m[0], m[1]), std::max(m[2], m[3]));
     _mm_store_ps(m, vmn);
-    mn = std::min(std::min(m[0], m[1]), std::min(m[2], m[3]));
-#else
+    const float mn = std::min(std::min(m[0], m[1]), std::min(m[2], m[3]));
+    return measureTail(x, t, count, q, mx, mn);
+}
+#endif
+
+SpanMeasure measureRangeScalar(const float* x, int32_t count) {
+    double q[kLanes] = {};
+    float mx = x[0], mn = x[0];
+    int32_t t = 0;
     for (; t + kLanes <= count; t += kLanes) {
         for (int r = 0; r < kLanes; ++r) {
             const float v = x[t + r];
@@ -94,7 +108,6 @@ SpanMeasure measureRange(const float* x, int32_t count) {
             mn = std::min(mn, v);
         }
     }
-#endif
     return measureTail(x, t, count, q, mx, mn);
 }
 

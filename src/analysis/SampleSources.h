@@ -13,6 +13,11 @@
 
 // Where the edge scan reads its samples from, and the vector kernels that
 // read them. Used by the scan only; not part of the analysis interface.
+//
+// Each kernel also runs without its vector loop (Vector = false, and
+// measureRangeScalar): that is the whole kernel where the compiler has no
+// SSE2, and it must give exactly what the vector loops give, which a test
+// checks on any machine.
 namespace mervasto::samples {
 
 #if defined(MERVASTO_AVX2)
@@ -31,6 +36,15 @@ struct SpanMeasure {
 // sum is made of sixteen partial sums combined in a fixed order, so the result
 // depends on the samples only, not on the width of the loop that ran.
 SpanMeasure measureRange(const float* x, int32_t count);
+// The same by one width of loop each; measureRange takes the widest the
+// processor has.
+SpanMeasure measureRangeScalar(const float* x, int32_t count);
+#if defined(__SSE2__)
+SpanMeasure measureRangeSse2(const float* x, int32_t count);
+#endif
+#if defined(MERVASTO_AVX2)
+SpanMeasure measureRangeAvx2(const float* x, int32_t count);
+#endif
 
 // Where the scan reads its samples from. Plain: an array of samples as they
 // are (smoothed beforehand, or not smoothed at all). Mean<HS>: the centred
@@ -76,17 +90,18 @@ struct MeanSamples {
 
 // out[t] = centred mean at x + t for t < count (all of x[t - HS .. t + HS]
 // exist), summed in the same order as MeanSamples::at.
-template <int HS>
+template <int HS, bool Vector = true>
 void meanRun(const float* x, float* out, int32_t count) {
     constexpr float inv = MeanSamples<HS>::kInv;
     int32_t t = 0;
 #if defined(__SSE2__)
-    for (; t + 4 <= count; t += 4) {
-        const float* w = x + t - HS;
-        __m128 s = _mm_loadu_ps(w);
-        for (int r = 1; r <= 2 * HS; ++r) s = _mm_add_ps(s, _mm_loadu_ps(w + r));
-        _mm_storeu_ps(out + t, _mm_mul_ps(s, _mm_set1_ps(inv)));
-    }
+    if constexpr (Vector)
+        for (; t + 4 <= count; t += 4) {
+            const float* w = x + t - HS;
+            __m128 s = _mm_loadu_ps(w);
+            for (int r = 1; r <= 2 * HS; ++r) s = _mm_add_ps(s, _mm_loadu_ps(w + r));
+            _mm_storeu_ps(out + t, _mm_mul_ps(s, _mm_set1_ps(inv)));
+        }
 #endif
     for (; t < count; ++t) {
         const float* w = x + t - HS;
@@ -174,7 +189,9 @@ inline constexpr int kLanes = 16;
 inline SpanMeasure finish(const double* q, float mx, float mn) {
     const double a = ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]));
     const double b = ((q[8] + q[9]) + (q[10] + q[11])) + ((q[12] + q[13]) + (q[14] + q[15]));
-    return SpanMeasure{mx, mn, a + b};
+    // Which of 0 and -0 a loop keeps as the largest depends on its width:
+    // adding 0 makes it 0 whichever, and leaves every other value as it is.
+    return SpanMeasure{mx + 0.0f, mn + 0.0f, a + b};
 }
 
 // The same as measureRange over samples a..b of any source, one by one, with
@@ -217,7 +234,7 @@ SpanMeasure RingSamples<HS>::measure(int32_t a, int32_t b) {
 // First index in [j, end) whose sample fails keep(sample) (or end): the skip
 // over long flat stretches of the scan. keepFour is the same test on four
 // samples, giving a 4-bit mask of the failures.
-template <class Src, class Keep, class KeepFour>
+template <bool Vector, class Src, class Keep, class KeepFour>
 int32_t firstFailing(Src& src, int32_t j, int32_t end, Keep keep, KeepFour keepFour) {
     constexpr int32_t kBlock = 512;
     while (j < end) {
@@ -225,11 +242,12 @@ int32_t firstFailing(Src& src, int32_t j, int32_t end, Keep keep, KeepFour keepF
         const float* x = src.span(j, len);
         int32_t k = 0;
 #if defined(__SSE2__)
-        for (; k + 16 <= len; k += 16) {
-            const int m = keepFour(_mm_loadu_ps(x + k)) | keepFour(_mm_loadu_ps(x + k + 4)) << 4 |
-                          keepFour(_mm_loadu_ps(x + k + 8)) << 8 | keepFour(_mm_loadu_ps(x + k + 12)) << 12;
-            if (m != 0) return j + k + __builtin_ctz(static_cast<unsigned>(m));
-        }
+        if constexpr (Vector)
+            for (; k + 16 <= len; k += 16) {
+                const int m = keepFour(_mm_loadu_ps(x + k)) | keepFour(_mm_loadu_ps(x + k + 4)) << 4 |
+                              keepFour(_mm_loadu_ps(x + k + 8)) << 8 | keepFour(_mm_loadu_ps(x + k + 12)) << 12;
+                if (m != 0) return j + k + __builtin_ctz(static_cast<unsigned>(m));
+            }
 #else
         (void)keepFour;
 #endif
@@ -240,7 +258,7 @@ int32_t firstFailing(Src& src, int32_t j, int32_t end, Keep keep, KeepFour keepF
     return end;
 }
 
-template <class Src>
+template <bool Vector = true, class Src>
 int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
 #if defined(__SSE2__)
     const __m128 tv = _mm_set1_ps(t);
@@ -248,12 +266,12 @@ int32_t firstNotAtLeast(Src& src, int32_t j, int32_t end, float t) {
 #else
     auto four = [](float) { return 0; };
 #endif
-    return firstFailing(
+    return firstFailing<Vector>(
         src, j, end, [t](float v) { return v >= t; }, four);
 }
 
 // First index in [j, end) whose sample lies h or more from w (or end).
-template <class Src>
+template <bool Vector = true, class Src>
 int32_t firstAwayFrom(Src& src, int32_t j, int32_t end, float w, float h) {
 #if defined(__SSE2__)
     const __m128 wv = _mm_set1_ps(w), hv = _mm_set1_ps(h), sign = _mm_set1_ps(-0.0f);
@@ -261,11 +279,11 @@ int32_t firstAwayFrom(Src& src, int32_t j, int32_t end, float w, float h) {
 #else
     auto four = [](float) { return 0; };
 #endif
-    return firstFailing(
+    return firstFailing<Vector>(
         src, j, end, [w, h](float v) { return !(std::fabs(w - v) >= h); }, four);
 }
 
-template <class Src>
+template <bool Vector = true, class Src>
 int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 #if defined(__SSE2__)
     const __m128 tv = _mm_set1_ps(t);
@@ -273,7 +291,7 @@ int32_t firstNotAtMost(Src& src, int32_t j, int32_t end, float t) {
 #else
     auto four = [](float) { return 0; };
 #endif
-    return firstFailing(
+    return firstFailing<Vector>(
         src, j, end, [t](float v) { return v <= t; }, four);
 }
 

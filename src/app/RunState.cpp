@@ -281,8 +281,8 @@ std::string RunState::unsavedResultsText() const {
 Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::string& filename) {
     if (InpType != kInputTypeFile) return TransferFromDso(ui);
 
-    lastFileLoad_ = fileLoader_ ? fileLoader_(filename, setup_, record_, fieldTable_)
-                                : LoadAnyWaveCsv(filename, setup_, record_, fieldTable_, importOptions_);
+    lastFileLoad_ = fileLoader_ ? fileLoader_(filename, setup_, record_)
+                                : LoadAnyWaveCsv(filename, setup_, record_, importOptions_);
     const WaveCsvLoadResult& loaded = lastFileLoad_;
     if (!loaded.ok()) {
         ui.setStatus(2, loaded.outcome.text());

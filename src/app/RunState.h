@@ -214,11 +214,9 @@ public:
     // For files of other layouts: the interval when they have no time column.
     void setImportOptions(const WaveImportOptions& options) { importOptions_ = options; }
     const WaveImportOptions& importOptions() const { return importOptions_; }
-    // The setup keys the last file named (a file that names fewer keeps the rest).
-    const WaveFieldTable& fieldTable() const { return fieldTable_; }
-    // Reads a "FILE" input when set (the command line loads the next file
+    // Reads a "FILE" input when set (the command line loads the next files
     // while one is analysed); otherwise LoadAnyWaveCsv with the import options.
-    using FileLoader = std::function<WaveCsvLoadResult(const std::string&, DsoSetup&, WaveRecord&, WaveFieldTable&)>;
+    using FileLoader = std::function<WaveCsvLoadResult(const std::string&, DsoSetup&, WaveRecord&)>;
     void setFileLoader(FileLoader loader) { fileLoader_ = std::move(loader); }
     // Off for a command-line run with --no-save.
     void setSaveResultLine(bool on) { saveResultLine_ = on; }
@@ -263,7 +261,6 @@ private:
     int32_t SmoothingCount = 1;
     WaveRecord record_;
     DsoSetup setup_;
-    WaveFieldTable fieldTable_;
     WaveImportOptions importOptions_;
     FileLoader fileLoader_;
     WaveCsvLoadResult lastFileLoad_;

@@ -1,11 +1,11 @@
 #include "app/SampleCodeFill.h"
 
-#include <future>
 #include <span>
 #include <string>
 
 #include "analysis/SampleCodes.h"
 #include "common/RuntimeError.h"
+#include "common/WorkPool.h"
 
 namespace mervasto {
 
@@ -14,18 +14,23 @@ namespace {
 // Below this many samples a second thread costs more than it saves.
 constexpr int32_t kSplitSamples = int32_t{1} << 20;
 
+bool holds(const WaveRecord& record, int ch) {
+    return record.wave[static_cast<size_t>(ch)].size() >= static_cast<size_t>(record.WaveLength);
+}
+
 // False when a display code did not fit.
 bool fillChannel(const DsoSetup& setup, WaveRecord& record, int ch, int channels) {
     const auto c = static_cast<size_t>(ch);
     auto& raw = record.raw[c];
+    auto& code = record.displayCode[c];
+    if (ch >= channels || !holds(record, ch)) {
+        raw.clear();
+        code.clear();
+        return true;
+    }
     const auto n = static_cast<size_t>(record.WaveLength);
     const float vdiv = setup.voltsPerDiv(ch);
     const std::span<const float> volts(record.wave[c].data(), n);
-    if (ch >= channels) {
-        raw.clear();
-        return true;
-    }
-    auto& code = record.displayCode[c];
     code.resize(n);
     if (!(vdiv > 0)) {
         raw.clear();
@@ -38,10 +43,9 @@ bool fillChannel(const DsoSetup& setup, WaveRecord& record, int ch, int channels
 }  // namespace
 
 void FillSampleCodes(const DsoSetup& setup, WaveRecord& record) {
-    record.ensureLength(record.WaveLength);
     const int channels = setup.ChannelCount == 4 ? 4 : 2;
     for (int ch = 0; ch < channels; ++ch)
-        if (setup.voltsPerDiv(ch) == 0)
+        if (holds(record, ch) && setup.voltsPerDiv(ch) == 0)
             throw RuntimeError(ErrorCode::DivisionByZero,
                                "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
     bool fits[kWaveChannels] = {true, true, true, true};
@@ -49,9 +53,9 @@ void FillSampleCodes(const DsoSetup& setup, WaveRecord& record) {
         for (int ch = first; ch < first + 2; ++ch) fits[ch] = fillChannel(setup, record, ch, channels);
     };
     if (channels == 4 && record.WaveLength >= kSplitSamples) {
-        auto second = std::async(std::launch::async, fillPair, 2);
+        Task<void> second = Submit([&] { fillPair(2); });
         fillPair(0);
-        second.get();
+        second.wait();
     } else {
         fillPair(0);
         fillPair(2);

@@ -21,13 +21,13 @@ namespace {
 // The title of a wave file's warnings among a pass's JSON "messages".
 constexpr const char* kWaveFileWarningTitle = "Wave File";
 
-// --jobs 2: the next file loads while one is analysed.
+// With more than one job, files load side by side.
 std::unique_ptr<FilePreload> preloadFiles(RunState& state, const Options& o) {
-    if (o.jobs < 2 || o.files.size() < 2 || o.combine) return nullptr;
-    auto preload = std::make_unique<FilePreload>(o.files, state.setup(), state.record(), state.fieldTable(),
-                                                 state.importOptions());
-    state.setFileLoader([p = preload.get()](const std::string& file, DsoSetup& setup, WaveRecord& record,
-                                            WaveFieldTable& table) { return p->load(file, setup, record, table); });
+    if (Jobs() < 2 || o.files.size() < 2 || o.combine) return nullptr;
+    auto preload = std::make_unique<FilePreload>(o.files, state.importOptions());
+    state.setFileLoader([p = preload.get()](const std::string& file, DsoSetup& setup, WaveRecord& record) {
+        return p->load(file, setup, record);
+    });
     return preload;
 }
 }  // namespace
@@ -46,7 +46,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     std::vector<std::string> inputs = o.files;
     if (o.combine) {
         inputs = {CombinedName(o.files)};
-        state.setFileLoader([&o, &state](const std::string&, DsoSetup& setup, WaveRecord& record, WaveFieldTable&) {
+        state.setFileLoader([&o, &state](const std::string&, DsoSetup& setup, WaveRecord& record) {
             return LoadCombinedWaveCsv(o.files, setup, record, state.importOptions());
         });
     }

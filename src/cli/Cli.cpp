@@ -5,6 +5,7 @@
 #include "cli/Commands.h"
 #include "cli/Options.h"
 #include "common/PackageVersion.h"
+#include "common/WorkPool.h"
 
 #include <map>
 #include <ostream>
@@ -34,6 +35,7 @@ int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
         err << cli::UsageText();
         return kExitBadOptions;
     }
+    SetJobs(o.jobs ? static_cast<unsigned>(*o.jobs) : DefaultJobs());
     using Command = Outcome (*)(const cli::Options&, std::ostream&, std::ostream&);
     static const std::map<std::string, Command> commands = {
         {"info", cli::CommandInfo},       {"analyze", cli::CommandAnalyze},

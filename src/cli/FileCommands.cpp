@@ -20,9 +20,9 @@ void printWarnings(std::ostream& err, const WaveCsvLoadResult& r) {
 
 // One file, or with --combine the files of one capture as one record.
 WaveCsvLoadResult loadInput(const Options& o, const std::vector<std::string>& files, DsoSetup& setup,
-                            WaveRecord& record, WaveFieldTable& table) {
+                            WaveRecord& record) {
     if (o.combine) return LoadCombinedWaveCsv(files, setup, record, ImportOptionsOf(o));
-    return LoadAnyWaveCsv(files.front(), setup, record, table, ImportOptionsOf(o));
+    return LoadAnyWaveCsv(files.front(), setup, record, ImportOptionsOf(o));
 }
 }  // namespace
 
@@ -34,12 +34,11 @@ Outcome CommandInfo(const Options& o, std::ostream& out, std::ostream& err) {
     else
         for (const auto& f : o.files) inputs.push_back({f});
     Outcome result;
-    WaveFieldTable table;
     for (const auto& files : inputs) {
         const std::string f = CombinedName(files);
         DsoSetup setup;
         WaveRecord record;
-        const WaveCsvLoadResult r = loadInput(o, files, setup, record, table);
+        const WaveCsvLoadResult r = loadInput(o, files, setup, record);
         if (!r.ok()) KeepFirst(result, Told(err, r.outcome));
         printWarnings(err, r);
         if (!r.ok() && r.generic) {
@@ -62,8 +61,7 @@ Outcome CommandConvert(const Options& o, std::ostream& out, std::ostream& err) {
     const std::string& to = o.files.back();
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    const WaveCsvLoadResult r = loadInput(o, in, setup, record, table);
+    const WaveCsvLoadResult r = loadInput(o, in, setup, record);
     if (!r.ok()) return Told(err, r.outcome);
     printWarnings(err, r);
     const Outcome saved = o.generic ? SaveGenericCsv(to, setup, record) : SaveWaveCsv(to, setup, record);

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <future>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "common/WorkPool.h"
 #include "wavefile/DsoSetup.h"
 #include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
@@ -12,49 +13,42 @@
 
 namespace mervasto {
 
-// Loads a list of wave files one ahead of their analysis, on a second
-// thread, so that `analyze FILE...` keeps both cores busy while the output,
-// the result lines and the sample index still advance file by file.
+// Loads the files of `analyze FILE...` in jobs of the work pool, so that
+// files are read on every core the cap allows while the output, the result
+// lines and the sample index still advance file by file.
 //
-// Loading a file depends on what the files before it left: the field table
-// (a 2-column row copies columns 3 and 4 of an earlier, longer line), the
-// setup fields a file does not name and the samples it does not overwrite.
-// So the loads run strictly in order on one chain of setup, samples and
-// field table that starts as the run state's, and each load hands back a
-// copy of that chain: exactly what loading in the run state would give.
+// A load depends on nothing loaded before it, so files are read side by side
+// into records of their own. They go in groups as large as the cap (and of
+// at most 1 GiB of files, as each record waits in memory for its turn): the
+// first of a group is read by the thread that asks for it, straight into the
+// run state, the others by jobs begun at the same time, each handed over
+// when its turn comes. (Jobs queued further ahead would only be begun by the
+// workers before the file the asking thread needs next, leaving it waiting.)
 class FilePreload {
 public:
-    // The chain starts from these (the run state before its first file).
-    FilePreload(std::vector<std::string> files, const DsoSetup& setup, const WaveRecord& record,
-                const WaveFieldTable& table, WaveImportOptions options);
-    ~FilePreload();
+    FilePreload(std::vector<std::string> files, WaveImportOptions options);
     FilePreload(const FilePreload&) = delete;
     FilePreload& operator=(const FilePreload&) = delete;
 
-    // Loads file into setup, record.wave and table as LoadAnyWaveCsv would,
-    // from the preloaded copy when file is the next of the list, and starts
-    // loading the one after it. Asked for anything else, it stops preloading
-    // and loads directly, from then on.
-    WaveCsvLoadResult load(const std::string& file, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table);
+    // Loads file into setup and record.wave as LoadAnyWaveCsv would: the
+    // next of the list from its job, or here when it has none. A file its job
+    // could not load is read again here, so that what a refused file leaves
+    // behind is the same either way. Asked for anything but the next of the
+    // list, it stops reading ahead and loads directly, from then on.
+    WaveCsvLoadResult load(const std::string& file, DsoSetup& setup, WaveRecord& record);
 
 private:
     struct Loaded {
         WaveCsvLoadResult result;
         DsoSetup setup;
-        std::array<std::vector<float>, kWaveChannels> wave;
-        WaveFieldTable table;
+        WaveRecord record;
     };
-    void startNext();
 
     std::vector<std::string> files_;
     WaveImportOptions options_;
-    size_t next_ = 0;  // the file the pending load reads
+    size_t next_ = 0;  // the file asked for next; pending_ holds the loads of those after it
     bool direct_ = false;
-    // The chain: touched only by the pending load, or by nobody.
-    DsoSetup setup_;
-    WaveRecord record_;
-    WaveFieldTable table_;
-    std::future<std::unique_ptr<Loaded>> pending_;
+    std::deque<Task<std::unique_ptr<Loaded>>> pending_;
 };
 
 }  // namespace mervasto

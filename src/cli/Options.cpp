@@ -36,8 +36,9 @@ Commands:
       --no-save                do not append to ResultData.csv (nor EncoderData.csv)
       --plots DIR              also write each analysed channel's wave, histogram and
                                trend as PNG into DIR, named after the file and channel
-      --jobs 1|2               2 (default): load the next file while one is analysed;
-                               1: one file at a time
+      --jobs N                 at most N threads at work, 1 .. 256 (default: the machine's
+                               cores, at least 2): files are read side by side, a long file
+                               and the analysis's channels are shared out; 1: one at a time
   convert [--generic] IN OUT   write IN in the program's own wave CSV layout, or with
                                --generic as a plain "Time(s),CH1(V),..." file;
                                with --combine IN... OUT, several files as one record
@@ -59,6 +60,8 @@ Exit status: 0 success, 1 a file could not be read or written, 2 bad options or 
 named), 3 a verdict is NG, 4 the instrument cannot be reached or failed during the run (the passes
 before it are kept).
 )";
+
+constexpr int kMaxJobs = 256;
 
 // A misspelt or misplaced option: the usage tells the right form.
 Outcome optionError(const std::string& text) { return {ErrorCode::BadOption, text + "\n(try --help)"}; }
@@ -156,8 +159,11 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             o.plots = args[++i];
         } else if (a == "--jobs") {
             const std::string& v = args[++i];
-            if (v != "1" && v != "2") return optionError("--jobs takes 1 or 2, not " + v);
-            o.jobs = v == "1" ? 1 : 2;
+            const bool digits = !v.empty() && v.size() <= 3 && v.find_first_not_of("0123456789") == std::string::npos;
+            const int n = digits ? std::stoi(v) : 0;
+            if (n < 1 || n > kMaxJobs)
+                return optionError("--jobs takes a whole number from 1 to " + std::to_string(kMaxJobs) + ", not " + v);
+            o.jobs = n;
         } else if (a == "--generic")
             o.generic = true;
         else if (a == "--combine")

@@ -29,7 +29,7 @@ struct Options {
     bool generic = false;
     bool combine = false;  // the files are the channels of one record
     std::optional<std::string> plots;
-    int jobs = 2;
+    std::optional<int> jobs;  // --jobs: the work pool's cap; its default when not given
 };
 
 // What --help prints.

@@ -63,7 +63,7 @@ public:
     }
 
 private:
-    Pool() : jobs_(std::max(std::thread::hardware_concurrency(), 2u)) {}
+    Pool() : jobs_(DefaultJobs()) {}
 
     void work(unsigned index) {
         std::unique_lock lock(mutex_);
@@ -95,6 +95,8 @@ private:
 void SetJobs(unsigned n) { Pool::get().setJobs(n); }
 
 unsigned Jobs() { return Pool::get().jobs(); }
+
+unsigned DefaultJobs() { return std::max(std::thread::hardware_concurrency(), 2u); }
 
 namespace detail {
 

@@ -25,6 +25,7 @@ namespace mervasto {
 // leaves the extra workers idle; it holds for jobs not yet begun.
 void SetJobs(unsigned n);
 unsigned Jobs();
+unsigned DefaultJobs();
 
 namespace detail {
 

@@ -34,7 +34,7 @@ Outcome InputDroppedFiles(RunState& state, UiPort& window, const std::vector<std
     // The run state reads "a file": during this input, that file is the
     // record the dropped files make together.
     DroppedFileUi dropped(window, CombinedName(files));
-    state.setFileLoader([&](const std::string&, DsoSetup& setup, WaveRecord& record, WaveFieldTable&) {
+    state.setFileLoader([&](const std::string&, DsoSetup& setup, WaveRecord& record) {
         return LoadCombinedWaveCsv(files, setup, record, state.importOptions());
     });
     Outcome input = state.InputFromFile_Click(dropped);

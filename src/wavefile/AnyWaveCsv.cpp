@@ -51,19 +51,18 @@ bool IsOwnWaveLayout(std::string_view head) {
     return false;
 }
 
-WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options) {
     const LineSource source = LineSource::Input(fileName);
     return loadAny(
-        source, [&] { return LoadWaveCsvFrom(source, setup, record, table, options.own); },
+        source, [&] { return LoadWaveCsvFrom(source, setup, record, options.own); },
         [&] { return LoadGenericCsvFrom(source, setup, record, options); });
 }
 
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
-                                      WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options) {
+                                      WaveRecord& record, const WaveImportOptions& options) {
     return loadAny(
-        LineSource::Bytes(bytes, name),
-        [&] { return LoadWaveCsvBytes(bytes, name, setup, record, table, options.own); },
+        LineSource::Bytes(bytes, name), [&] { return LoadWaveCsvBytes(bytes, name, setup, record, options.own); },
         [&] { return LoadGenericCsvBytes(bytes, name, setup, record, options); });
 }
 

@@ -47,8 +47,7 @@ WaveCsvLoadResult LoadCombinedWaveCsv(const std::vector<std::string>& files, Dso
     for (const auto& file : files) {
         auto p = std::make_unique<Part>();
         p->file = file;
-        WaveFieldTable table;  // each file on its own: no columns of the one before
-        WaveCsvLoadResult r = LoadAnyWaveCsv(file, p->setup, p->record, table, options);
+        WaveCsvLoadResult r = LoadAnyWaveCsv(file, p->setup, p->record, options);
         result.warnings.insert(result.warnings.end(), r.warnings.begin(), r.warnings.end());
         if (!r.ok()) {
             r.generic = true;

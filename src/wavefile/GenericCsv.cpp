@@ -152,10 +152,22 @@ void loadGeneric(const LineSource& source, DsoSetup& setup, WaveRecord& record, 
     const double t0 = L.hasStart ? L.start : L.timeColumn ? first.times.front() : 0.0;
     DsoSetup s = ImportedSetup(rows, signals, first.lo.data(), first.hi.data(), dt, t0,
                                source.memory || source.stream ? "" : fileDate(name), name);
-    const int channels = s.ChannelCount;
-    record.ensureLength(std::max<int32_t>(s.RecordLength, static_cast<int32_t>(rows)));
-    for (size_t c = signals; c < static_cast<size_t>(channels); ++c)
-        std::fill(record.wave[c].begin(), record.wave[c].begin() + static_cast<std::ptrdiff_t>(rows), 0.0f);
+    // The samples the length rounded to tens claims beyond the rows repeat
+    // the last row; a channel of the record without a column is flat at 0,
+    // and one beyond the record's channels is empty.
+    const auto channels = static_cast<size_t>(s.ChannelCount);
+    const auto length = static_cast<size_t>(std::max<int32_t>(s.RecordLength, static_cast<int32_t>(rows)));
+    record.ensureLength(static_cast<int32_t>(length));
+    for (size_t c = 0; c < kWaveChannels; ++c) {
+        auto& w = record.wave[c];
+        if (c >= channels)
+            w.clear();
+        else if (c >= signals || rows == 0)
+            std::fill_n(w.begin(), length, 0.0f);
+        else
+            std::fill(w.begin() + static_cast<std::ptrdiff_t>(rows), w.begin() + static_cast<std::ptrdiff_t>(length),
+                      w[rows - 1]);
+    }
     setup = std::move(s);
 
     result.generic = true;

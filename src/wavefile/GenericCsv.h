@@ -44,10 +44,10 @@ WaveCsvLoadResult LoadGenericCsvBytes(std::string_view bytes, std::string_view n
 
 // The one entry for file input: the program's own layout through
 // LoadWaveCsv, anything else through the generic reader.
-WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadAnyWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                                  const WaveImportOptions& options = {});
 WaveCsvLoadResult LoadAnyWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup,
-                                      WaveRecord& record, WaveFieldTable& table, const WaveImportOptions& options = {});
+                                      WaveRecord& record, const WaveImportOptions& options = {});
 
 // The files of one capture written one per channel (or a few channels
 // each): one record with the files' channels as Ch1, Ch2, ... in the order

@@ -11,7 +11,10 @@ namespace mervasto {
 
 Outcome SaveGenericCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record) {
     FileReplacer out(fileName);
-    const int columns = setup.ChannelCount == 2 ? 2 : 4;
+    // Channels the record does not hold (Ch3 and Ch4 of a file that gave
+    // two) have no column.
+    int columns = setup.ChannelCount == 2 ? 2 : 4;
+    while (columns > 1 && record.wave[columns - 1].empty()) --columns;
     std::string buf = "Time(s)";
     for (int c = 1; c <= columns; ++c) buf += ",CH" + std::to_string(c) + "(V)";
     buf += "\r\n";

@@ -35,11 +35,14 @@ float headerSingle(std::string_view text) { return ToSingle(NumberText(text)); }
 
 [[noreturn]] void subscriptError() { throw RuntimeError(ErrorCode::Subscript, "Subscript out of range."); }
 
-// Rows in the file cannot run past the arrays the writer was given.
+// Rows in the file cannot run past the arrays the writer was given. A
+// channel the record does not hold (no samples) is written as empty fields,
+// which read back as no samples.
 size_t writableRows(const WaveRecord& record, int32_t count, int columns) {
     if (count <= 0) return 0;
     size_t n = static_cast<size_t>(count);
-    for (int c = 0; c < columns; ++c) n = std::min(n, record.wave[c].size());
+    for (int c = 0; c < columns; ++c)
+        if (!record.wave[c].empty()) n = std::min(n, record.wave[c].size());
     return n;
 }
 
@@ -94,13 +97,15 @@ Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     std::string buf(kFlushBytes + 4 * kSampleTextMax + 16, '\0');
     char* const base = buf.data();
     char* o = base;
-    const float* w[4] = {record.wave[0].data(), record.wave[1].data(), record.wave[2].data(), record.wave[3].data()};
+    const float* w[4] = {};
+    for (int c = 0; c < columns; ++c)
+        if (!record.wave[c].empty()) w[c] = record.wave[c].data();
     SampleTextCache cache;
     for (size_t k = 0; k < rows; ++k) {
-        o = cache.write(o, w[0][k]);
+        if (w[0]) o = cache.write(o, w[0][k]);
         for (int c = 1; c < columns; ++c) {
             *o++ = ',';
-            o = cache.write(o, w[c][k]);
+            if (w[c]) o = cache.write(o, w[c][k]);
         }
         *o++ = '\r';
         *o++ = '\n';
@@ -213,7 +218,20 @@ void applyHeaderValue(HeaderKey what, std::string_view key, std::string_view val
     }
 }
 
-void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
+// The table every line is split into. A line overwrites only as many
+// entries as it has fields, so within a file a 2-column row after a 4-column
+// one still finds columns 3 and 4 of that row (and copies them, as it always
+// has). Each file starts with an empty table.
+struct FieldTable {
+    std::vector<std::string> fields = std::vector<std::string>(8);
+
+    // Entry i (0-based); an entry never written reads as empty.
+    std::string_view field(size_t i) const {
+        return i < fields.size() ? std::string_view(fields[i]) : std::string_view();
+    }
+};
+
+void applyHeader(HeaderKey what, const FieldTable& table, DsoSetup& setup) {
     const std::string_view key = table.field(0);
     const std::string_view value = table.field(1);
     try {
@@ -228,15 +246,13 @@ void applyHeader(HeaderKey what, const WaveFieldTable& table, DsoSetup& setup) {
 }
 
 // The rows after the middle of a long file, read by the second reader. It
-// only takes plain sample rows: all with the same number of fields, at least
-// four, the third not empty, no setup line. Any other shape leaves them
-// unused and the first reader reads on by itself, so that every quirk of the
-// row-by-row reading stays where it was.
+// only takes plain sample rows, whose samples come from their own fields: at
+// least four fields, the third not empty, no setup line. Any other shape
+// leaves them unused and the first reader reads on by itself, so that every
+// quirk of the row-by-row reading stays where it was.
 struct TailRows {
     std::array<std::vector<float>, kWaveChannels> values;
     size_t rows = 0;
-    size_t fields = 0;
-    std::string lastLine;  // the last row, for the field table
 
     // Takes one line; false where the rows stop being plain.
     bool take(std::string_view line, const LineScanner& in) {
@@ -244,8 +260,7 @@ struct TailRows {
         if (line.empty()) return true;
         splitSpans(line, spans);
         if (classify(line.substr(0, spans[0].length)) != HeaderKey::None) return false;
-        if (rows == 0) fields = spans.size();
-        if (spans.size() != fields || fields < kWaveChannels || spans[2].length == 0) return false;
+        if (spans.size() < kWaveChannels || spans[2].length == 0) return false;
         if (rows >= static_cast<size_t>(kMaxSamples)) return false;
         if (rows == reservedFor) {
             // Room for the rest, estimated from the bytes per row so far.
@@ -258,7 +273,6 @@ struct TailRows {
         for (size_t ch = 0; ch < kWaveChannels; ++ch)
             values[ch].push_back(SampleValue(line.substr(spans[ch].start, spans[ch].length)));
         ++rows;
-        lastLine.assign(line);
         return true;
     }
 
@@ -268,17 +282,36 @@ private:
     uint64_t reservedFor = 0;
 };
 
-WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+// The record of the rows read: its length is their count rounded to tens,
+// and the samples that claims beyond them repeat the last row. Ch3 and Ch4
+// stay only when rows gave them and the model records more than two channels.
+void finishRecord(int32_t rows, bool ch34, DsoSetup& setup, WaveRecord& record) {
+    setup.RecordLength = static_cast<int32_t>(RoundHalfEven(rows / 10.0)) * 10;
+    record.ensureLength(setup.RecordLength);
+    const size_t held = ch34 && setup.ChannelCount != 2 ? 4 : 2;
+    for (size_t c = 0; c < kWaveChannels; ++c) {
+        auto& w = record.wave[c];
+        if (c >= held)
+            w.clear();
+        else if (rows > 0)
+            std::fill(w.begin() + rows, w.begin() + std::max(rows, setup.RecordLength), w[rows - 1]);
+    }
+}
+
+WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& record,
                        const WaveCsvReadOptions& options) {
     WaveCsvLoadResult result;
     LineScanner in;
     int32_t counter = 0;
     bool inData = false;
+    bool ch34 = false;  // some row gave Ch3 and Ch4
+    setup = DsoSetup{};
+    FieldTable table;
     auto& f = table.fields;
 
     // Sample rows are not copied into the field table one by one: the last
-    // row is kept aside and written into the table only when a shorter line,
-    // a header line or the end of the read needs the table as it would be.
+    // row is kept aside and written into the table only when a shorter line
+    // or a header line needs the table as it would be.
     std::string_view line;
     std::string pendingLine;
     std::vector<FieldSpan> spans;
@@ -324,13 +357,11 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
                     static_cast<uint64_t>(counter) + tail->rows <= static_cast<uint64_t>(kMaxSamples) &&
                     !(setup.RecordLength > counter && static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
                 if (same) {
-                    if (tail->fields < pendingSpans.size()) settlePending();
                     ensureCapacity(static_cast<size_t>(counter) + tail->rows);
                     for (size_t ch = 0; ch < kWaveChannels; ++ch)
                         std::copy(tail->values[ch].begin(), tail->values[ch].end(), record.wave[ch].begin() + counter);
                     counter += static_cast<int32_t>(tail->rows);
-                    pendingLine.swap(tail->lastLine);
-                    splitSpans(pendingLine, pendingSpans);
+                    ch34 = true;
                     tail.reset();
                     break;
                 }
@@ -372,14 +403,15 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
             if (!third.empty()) {
                 record.wave[2][k] = SampleValue(third);
                 record.wave[3][k] = SampleValue(field(3));
+                ch34 = true;
+            } else {
+                record.wave[2][k] = record.wave[3][k] = 0.0f;
             }
             ++counter;
             if (counter == setup.RecordLength) break;
         }
-        settlePending();
         in.close();
     } catch (const std::exception& e) {
-        settlePending();
         const auto* runtime = dynamic_cast<const RuntimeError*>(&e);
         std::string text = source.name;
         if (in.lineNumber() > 0) text += ", line " + std::to_string(in.lineNumber());
@@ -409,26 +441,25 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
     }
     // Later analysis relies on a multiple of ten, even if that claims up to
     // four samples more than the file held.
-    setup.RecordLength = static_cast<int32_t>(RoundHalfEven(counter / 10.0)) * 10;
-    record.ensureLength(setup.RecordLength);
+    finishRecord(counter, ch34, setup, record);
     return result;
 }
 
 }  // namespace
 
-WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                               const WaveCsvReadOptions& options) {
-    return load(LineSource::Input(fileName), setup, record, table, options);
+    return load(LineSource::Input(fileName), setup, record, options);
 }
 
-WaveCsvLoadResult LoadWaveCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadWaveCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record,
                                   const WaveCsvReadOptions& options) {
-    return load(source, setup, record, table, options);
+    return load(source, setup, record, options);
 }
 
 WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup, WaveRecord& record,
-                                   WaveFieldTable& table, const WaveCsvReadOptions& options) {
-    return load(LineSource::Bytes(bytes, name), setup, record, table, options);
+                                   const WaveCsvReadOptions& options) {
+    return load(LineSource::Bytes(bytes, name), setup, record, options);
 }
 
 Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,

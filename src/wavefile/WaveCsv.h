@@ -13,19 +13,6 @@
 
 namespace mervasto {
 
-// The field table the wave CSV reader splits every line into. It belongs to
-// the caller and lives as long as the program: a line overwrites only as many
-// entries as it has fields, so a 2-column row read after a 4-column file still
-// finds that file's last columns 3 and 4 (and copies them, as it always has).
-struct WaveFieldTable {
-    std::vector<std::string> fields = std::vector<std::string>(8);
-
-    // Entry i (0-based); an entry never written reads as empty.
-    std::string_view field(size_t i) const {
-        return i < fields.size() ? std::string_view(fields[i]) : std::string_view();
-    }
-};
-
 // What LoadWaveCsv read: its outcome is a failure when a fault ended the read
 // (the setup fields and samples read before it stay set). Texts name the file,
 // and the line when one is at fault.
@@ -61,16 +48,20 @@ struct WaveCsvReadOptions {
 Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const WaveRecord& record);
 
 // Reads a wave CSV file into setup and record.wave (grown as needed, never
-// beyond kMaxSamples). RecordLength ends as the number of rows rounded to
-// tens. WaveLength and SampleSec are left to the caller. A line longer than
-// kMaxLineBytes or of more than kMaxFields fields, a header value that is no
-// number, a sample interval ("Delta") that is not above 0 and a time or
-// voltage scale that is not finite end the read with a fault.
-WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+// beyond kMaxSamples). What was there before is not read: the setup starts
+// afresh, and Ch3 and Ch4 are left empty unless the model records four
+// channels (any count but 2) and the rows give them. RecordLength ends as the
+// number of rows rounded to tens; the up to four samples that claims beyond
+// the rows repeat the last row. WaveLength and SampleSec are left to the
+// caller. A line longer than kMaxLineBytes or of more than kMaxFields fields,
+// a header value that is no number, a sample interval ("Delta") that is not
+// above 0 and a time or voltage scale that is not finite end the read with a
+// fault.
+WaveCsvLoadResult LoadWaveCsv(std::string_view fileName, DsoSetup& setup, WaveRecord& record,
                               const WaveCsvReadOptions& options = {});
 // The same from a file's bytes in memory; name stands for the file in texts.
 WaveCsvLoadResult LoadWaveCsvBytes(std::string_view bytes, std::string_view name, DsoSetup& setup, WaveRecord& record,
-                                   WaveFieldTable& table, const WaveCsvReadOptions& options = {});
+                                   const WaveCsvReadOptions& options = {});
 
 // Appends one "//波形のcsv形式ファイル" block of count rows with the shown
 // channels (shown[i] is true when DispOffCheck(i) is clear). Every write is

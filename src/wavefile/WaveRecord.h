@@ -12,7 +12,9 @@ constexpr int kWaveChannels = 4;
 
 // Four channels of samples taken at one common interval. wave[0] is Ch1
 // (wave1) .. wave[3] is Ch4 (wave4); sample k of every channel was taken k x
-// SampleSec after the first. The arrays are at least WaveLength long.
+// SampleSec after the first. The arrays are at least WaveLength long, but
+// for a channel the source does not hold (Ch3 and Ch4 of a two-channel
+// file), which is empty.
 struct WaveRecord {
     std::array<std::vector<float>, kWaveChannels> wave;  // volts
     // 16-bit samples on the instrument's scale (8192 counts per division),

@@ -8,7 +8,7 @@
 // look at its head and the reading both.
 namespace mervasto {
 
-WaveCsvLoadResult LoadWaveCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record, WaveFieldTable& table,
+WaveCsvLoadResult LoadWaveCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record,
                                   const WaveCsvReadOptions& options);
 WaveCsvLoadResult LoadGenericCsvFrom(const LineSource& source, DsoSetup& setup, WaveRecord& record,
                                      const WaveImportOptions& options);

@@ -8,6 +8,7 @@
 
 #include "analysis/Analysis.h"
 #include "sim/ClockWave.h"
+#include "support/JobsFor.h"
 
 namespace mervasto {
 namespace {
@@ -340,10 +341,14 @@ TEST(RunAnalysis, ResultsDoNotDependOnThreads) {
     p.SmoothingNo = 7;
     p.LimitPoints = 0.5f;
     AnalysisResults one, many;
-    p.threads = 1;
-    RunAnalysis(r.input(), p, one);
-    p.threads = 4;
-    RunAnalysis(r.input(), p, many);
+    {
+        test::JobsFor cap(1);
+        RunAnalysis(r.input(), p, one);
+    }
+    {
+        test::JobsFor cap(4);
+        RunAnalysis(r.input(), p, many);
+    }
     for (int ch = 0; ch < 4; ++ch) {
         ASSERT_EQ(one.cycles.channel[ch].size(), many.cycles.channel[ch].size());
         for (size_t k = 0; k < one.cycles.channel[ch].size(); ++k) {

@@ -54,6 +54,10 @@ TEST_F(CliTest, ExitStatusesOfBadOptionsAndFiles) {
         {{"acquire", "--set", "DetailBaseName=a/b", "--ip", "127.0.0.1:1"}, kExitBadOptions},
         {{"analyze"}, kExitBadOptions},
         {{"analyze", "--no-save", "missing.csv"}, kExitFileError},
+        {{"analyze", "--jobs", "3", "--no-save", "missing.csv"}, kExitFileError},
+        {{"analyze", "--jobs", "0", "x.csv"}, kExitBadOptions},
+        {{"analyze", "--jobs", "257", "x.csv"}, kExitBadOptions},
+        {{"analyze", "--jobs", "2.5", "x.csv"}, kExitBadOptions},
         {{"acquire"}, kExitBadOptions},
         {{"acquire", "--ip", "127.0.0.1:1", "--repeat", "99999"}, kExitBadOptions},
     };

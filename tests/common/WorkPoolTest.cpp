@@ -7,15 +7,12 @@
 #include <vector>
 
 #include "common/WorkPool.h"
+#include "support/JobsFor.h"
 
 namespace mervasto {
 namespace {
 
-struct JobsFor {
-    explicit JobsFor(unsigned n) : old(Jobs()) { SetJobs(n); }
-    ~JobsFor() { SetJobs(old); }
-    unsigned old;
-};
+using test::JobsFor;
 
 // Sums first..last by halves, each half a job that splits again and waits
 // for its own jobs: with few workers every level waits on jobs no worker

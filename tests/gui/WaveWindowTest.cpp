@@ -17,6 +17,7 @@
 
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
+#include "display/RunWaveView.h"
 #include "gui/PlotWindow.h"
 #include "gui/WaveWindow.h"
 #include "results/SiFormat.h"
@@ -232,7 +233,8 @@ TEST_F(WaveWindowTest, TheNarrowestAndWidestPulsesAreMarkedOverTheirCycles) {
 
 // An imported capture whose time column starts at -0.25 ms: the window's
 // times are the file's own, and stay so after a save in the program's own
-// layout and a load of that.
+// layout and a load of that. Read after a four-channel file, the capture of
+// one column shows nothing of that file's Ch3 and Ch4.
 TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
     const auto dir = mervasto::test::FreshTestFolder("mervasto-wavetimes-");
     const auto capture = dir / "capture.csv";
@@ -255,8 +257,15 @@ TEST(WaveWindowTimes, AnImportedCaptureKeepsItsOwnTimes) {
         window.setCursors(c1, c2);
         return window.findChild<QLabel*>("CursorReadout")->text().toStdString();
     };
-    ui.files = {capture.string()};
+    ui.files = {test::WriteExample(dir, "pulses"), capture.string()};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
     ASSERT_TRUE(state.InputFromFile_Click(ui)) << state.lastFileLoad().outcome.text();
+    const std::string readout = readoutAt(0, 1);
+    EXPECT_NE(readout.find("\nCh2"), std::string::npos) << readout;
+    EXPECT_EQ(readout.find("\nCh3"), std::string::npos) << readout;
+    EXPECT_EQ(readout.find("\nCh4"), std::string::npos) << readout;
+    const WaveView view = RunWaveView(state);
+    EXPECT_FALSE(ChannelDrawn(view, 2) || ChannelDrawn(view, 3));  // nor in the legend
     const struct {
         double c1, c2;
         const char* text;

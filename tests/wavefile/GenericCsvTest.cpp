@@ -212,11 +212,9 @@ TEST(GenericCsvTest, EveryLayoutGivesTheSameRecord) {
         SCOPED_TRACE(L.what);
         DsoSetup setup;
         WaveRecord record;
-        WaveFieldTable table;
         WaveImportOptions options;
         options.sampleInterval = L.given;
-        const WaveCsvLoadResult r =
-            LoadAnyWaveCsvBytes(L.head + rowsOf(L.rows), "cap.csv", setup, record, table, options);
+        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(L.head + rowsOf(L.rows), "cap.csv", setup, record, options);
         ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_TRUE(r.generic);
         EXPECT_NE(r.layout.find(L.rule), std::string::npos) << r.layout;
@@ -341,8 +339,7 @@ TEST(GenericCsvTest, BadInputSaysWhy) {
         SCOPED_TRACE(c.what);
         DsoSetup setup;
         WaveRecord record;
-        WaveFieldTable table;
-        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(c.bytes, "bad.csv", setup, record, table);
+        const WaveCsvLoadResult r = LoadAnyWaveCsvBytes(c.bytes, "bad.csv", setup, record);
         if (*c.says) {
             EXPECT_FALSE(r.ok());
             EXPECT_EQ(r.outcome.text().rfind("bad.csv", 0), 0u) << r.outcome.text();
@@ -552,8 +549,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
                                                     << rowsOf({Rows::Seconds, ",", false, 3});
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    WaveCsvLoadResult r = LoadAnyWaveCsv(path("in.csv"), setup, record, table);
+    WaveCsvLoadResult r = LoadAnyWaveCsv(path("in.csv"), setup, record);
     ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(setup.DateTime.size(), 19u) << setup.DateTime;
     ASSERT_TRUE(SaveGenericCsv(path("generic.csv"), setup, record));
@@ -563,8 +559,7 @@ TEST_F(GenericCsvFileTest, OwnLayoutIsRecognisedAndBothConvertBack) {
         SCOPED_TRACE(name);
         DsoSetup back;
         WaveRecord again;
-        WaveFieldTable t2;
-        r = LoadAnyWaveCsv(path(name), back, again, t2);
+        r = LoadAnyWaveCsv(path(name), back, again);
         ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_EQ(r.generic, std::string(name) == "generic.csv");
         EXPECT_EQ(back.ChannelCount, 4);
@@ -601,8 +596,7 @@ TEST_F(GenericCsvFileTest, APipeIsReadOnce) {
     ASSERT_GT(generic.size(), kLayoutBytes);
     DsoSetup setup;
     WaveRecord record;
-    WaveFieldTable table;
-    ASSERT_TRUE(LoadAnyWaveCsvBytes(generic, "mem", setup, record, table).ok());
+    ASSERT_TRUE(LoadAnyWaveCsvBytes(generic, "mem", setup, record).ok());
     ASSERT_TRUE(SaveWaveCsv(path("own.csv"), setup, record));
     std::ifstream in(path("own.csv"), std::ios::binary);
     const std::string own((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -614,8 +608,7 @@ TEST_F(GenericCsvFileTest, APipeIsReadOnce) {
         std::thread writer([&] { std::ofstream(fifo, std::ios::binary) << *bytes; });
         DsoSetup s2;
         WaveRecord r2;
-        WaveFieldTable t2;
-        const WaveCsvLoadResult r = LoadAnyWaveCsv(fifo, s2, r2, t2);
+        const WaveCsvLoadResult r = LoadAnyWaveCsv(fifo, s2, r2);
         writer.join();
         ASSERT_TRUE(r.ok()) << r.outcome.text();
         EXPECT_EQ(r.generic, bytes == &generic);

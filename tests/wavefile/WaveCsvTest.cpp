@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 
@@ -97,8 +98,7 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
 
     DsoSetup back;
     WaveRecord got;
-    WaveFieldTable table;
-    auto r = LoadWaveCsv(path("w.csv"), back, got, table);
+    auto r = LoadWaveCsv(path("w.csv"), back, got);
     ASSERT_TRUE(r.ok()) << r.outcome.text();
     EXPECT_EQ(back.DateTime, " 2026/11/23 10:00:00");
     EXPECT_EQ(back.trace(0).Coupling, "");  // not read back
@@ -115,40 +115,77 @@ TEST_F(WaveCsvTest, RoundTripKeepsEveryFloatAndTheHeader) {
     EXPECT_EQ(got.wave[3][n - 1], rec.wave[3][n - 1]);
 }
 
-TEST_F(WaveCsvTest, TwoChannelFileAfterFourChannelFileCopiesStaleColumns) {
-    writeFile("four.csv", header("DS-5354", "2", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "1,2,3,4\r\n5,6,7,8\r\n");
-    writeFile("two.csv", header("DS-5352", "3", "Ch1 V,Ch2 V") + " .5 , 1 \r\n-1,-2\r\n 3 , 4 \r\n");
+std::string rowsOf(int n, const std::function<std::string(int)>& row) {
+    std::string text;
+    for (int k = 0; k < n; ++k) text += row(k) + "\r\n";
+    return text;
+}
+
+// A file reads the same whatever was read before it: the setup starts afresh,
+// Ch3 and Ch4 are empty unless the file gives them and its model records
+// them, and the samples the length rounded to tens claims repeat the last row.
+TEST_F(WaveCsvTest, AFileReadsTheSameAfterAnyOther) {
+    const std::string before =
+        "ModelName,DS-5354\r\nFileVersion,9\r\nTime/div(second), 1 \r\nDelta (second), 1E-03 "
+        "\r\nCH3 Volt/div, 2 \r\nPoints ,30\r\nCh1 V,Ch2 V,Ch3 V,Ch4 V\r\n" +
+        rowsOf(30, [](int) { return "9,9,9,9"; });
+    const auto pair = [](int k) { return std::to_string(k) + "," + std::to_string(-k); };
+    const auto four = [](int k) { return std::to_string(k) + ",0,1," + std::to_string(2 * k); };
+    struct Case {
+        const char* name;
+        std::string text;
+        int32_t length;
+        bool ch34;
+        float last;  // Ch1 from the last row to the record's end
+    };
+    const Case cases[] = {
+        {"two channels", header("DS-5352", "6", "Ch1 V,Ch2 V") + rowsOf(6, pair), 10, false, 5},
+        {"four by the model, two columns", header("DS-5354", "16", "Ch1 V,Ch2 V") + rowsOf(16, pair), 20, false, 15},
+        {"two by the model, four columns", header("DS-5352", "24", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rowsOf(24, four), 20,
+         false, 19},
+        {"four channels", header("DS-5354", "16", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + rowsOf(16, four), 20, true, 15},
+        {"no rows", header("DS-5354", "0", "Ch1 V,Ch2 V,Ch3 V,Ch4 V"), 0, false, 0},
+    };
+    writeFile("before.csv", before);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeFile("c.csv", c.text);
+        DsoSetup fresh, after;
+        WaveRecord alone, second;
+        ASSERT_TRUE(LoadWaveCsv(path("c.csv"), fresh, alone).ok());
+        ASSERT_TRUE(LoadWaveCsv(path("before.csv"), after, second).ok());
+        ASSERT_TRUE(LoadWaveCsv(path("c.csv"), after, second).ok());
+        EXPECT_EQ(after.RecordLength, c.length);
+        EXPECT_EQ(after.InfoDigit, "");
+        EXPECT_EQ(after.trace(2).VoltsPerDiv, 0.0f);
+        EXPECT_EQ(fresh.RecordLength, after.RecordLength);
+        EXPECT_EQ(fresh.ChannelCount, after.ChannelCount);
+        for (size_t ch = 0; ch < 4; ++ch) {
+            if (ch >= 2 && !c.ch34) {
+                EXPECT_TRUE(alone.wave[ch].empty() && second.wave[ch].empty()) << "Ch" << ch + 1;
+                continue;
+            }
+            ASSERT_GE(second.wave[ch].size(), static_cast<size_t>(c.length));
+            for (int32_t k = 0; k < c.length; ++k) ASSERT_EQ(second.wave[ch][k], alone.wave[ch][k]) << ch << ", " << k;
+        }
+        for (int32_t k = c.length - 4; k >= 0 && k < c.length; ++k)
+            EXPECT_EQ(second.wave[0][k], std::min<float>(k, c.last));
+        if (c.ch34) {
+            EXPECT_EQ(second.wave[3][c.length - 1], 2 * c.last);
+        }
+    }
+
+    // Within one file a short row still takes columns 3 and 4 of the last
+    // longer row, and one before any longer row has 0 there.
+    writeFile("mixed.csv",
+              header("DS-5354", "5", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "0,0\r\n1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
     DsoSetup s;
     WaveRecord rec;
-    WaveFieldTable table;
-    ASSERT_TRUE(LoadWaveCsv(path("four.csv"), s, rec, table).ok());
-    ASSERT_TRUE(LoadWaveCsv(path("two.csv"), s, rec, table).ok());
-    EXPECT_EQ(s.ChannelCount, 2);
-    EXPECT_EQ(s.RecordLength, 0);  // 3 rows round to 0
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(rec.wave[2][k], 7.0f);
-        EXPECT_EQ(rec.wave[3][k], 8.0f);
-    }
-    EXPECT_EQ(rec.wave[0][0], 0.5f);
-    EXPECT_EQ(rec.wave[1][1], -2.0f);
-
-    // Within one file too: a short row takes columns 3 and 4 of the last
-    // longer row, and a header line read later sees them as well.
-    writeFile("mixed.csv",
-              header("DS-5354", "4", "Ch1 V,Ch2 V,Ch3 V,Ch4 V") + "1,2,3,4\r\n5,6\r\n9,10,11,12\r\n13,14\r\n");
-    ASSERT_TRUE(LoadWaveCsv(path("mixed.csv"), s, rec, table).ok());
-    EXPECT_EQ(rec.wave[2][1], 3.0f);
-    EXPECT_EQ(rec.wave[3][3], 12.0f);
-    EXPECT_EQ(table.field(0), "13");
-    EXPECT_EQ(table.field(3), "12");
-
-    // With a fresh table the 2-channel file leaves wave3/wave4 alone.
-    WaveRecord fresh;
-    fresh.ensureLength(3);
-    fresh.wave[2][1] = 42.0f;
-    WaveFieldTable clean;
-    ASSERT_TRUE(LoadWaveCsv(path("two.csv"), s, fresh, clean).ok());
-    EXPECT_EQ(fresh.wave[2][1], 42.0f);
+    ASSERT_TRUE(LoadWaveCsv(path("before.csv"), s, rec).ok());
+    ASSERT_TRUE(LoadWaveCsv(path("mixed.csv"), s, rec).ok());
+    EXPECT_EQ(rec.wave[2][0], 0.0f);
+    EXPECT_EQ(rec.wave[2][2], 3.0f);
+    EXPECT_EQ(rec.wave[3][4], 12.0f);
 }
 
 TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
@@ -180,8 +217,7 @@ TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
 
         DsoSetup back;
         WaveRecord got;
-        WaveFieldTable table;
-        ASSERT_TRUE(LoadWaveCsv(path("c.csv"), back, got, table).ok());
+        ASSERT_TRUE(LoadWaveCsv(path("c.csv"), back, got).ok());
         EXPECT_EQ(back.ChannelCount, c.count);
         EXPECT_EQ(back.RecordLength, 10);
     }
@@ -195,8 +231,7 @@ TEST_F(WaveCsvTest, RowCountIsRoundedToTens) {
         writeFile("r.csv", text);
         DsoSetup s;
         WaveRecord rec;
-        WaveFieldTable table;
-        auto r = LoadWaveCsv(path("r.csv"), s, rec, table);
+        auto r = LoadWaveCsv(path("r.csv"), s, rec);
         ASSERT_TRUE(r.ok());
         EXPECT_EQ(r.rowsRead, rows);
         EXPECT_EQ(s.RecordLength, expected) << rows;
@@ -210,8 +245,7 @@ TEST_F(WaveCsvTest, PointsLimitsTheRowsRead) {
     writeFile("p.csv", text);
     DsoSetup s;
     WaveRecord rec;
-    WaveFieldTable table;
-    auto r = LoadWaveCsv(path("p.csv"), s, rec, table);
+    auto r = LoadWaveCsv(path("p.csv"), s, rec);
     ASSERT_TRUE(r.ok());
     EXPECT_EQ(r.rowsRead, 20);
     EXPECT_EQ(rec.wave[0][19], 19.0f);
@@ -238,8 +272,7 @@ TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
         writeFile("b.csv", c.text);
         DsoSetup s;
         WaveRecord rec;
-        WaveFieldTable table;
-        auto r = LoadWaveCsv(path("b.csv"), s, rec, table);
+        auto r = LoadWaveCsv(path("b.csv"), s, rec);
         EXPECT_EQ(!r.ok(), c.fails) << c.name;
         EXPECT_EQ(r.outcome.text().empty(), !c.fails) << c.name;
         EXPECT_EQ(s.RecordLength, c.recordLength) << c.name;
@@ -248,13 +281,12 @@ TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {
 
     DsoSetup s;
     WaveRecord rec;
-    WaveFieldTable table;
-    auto r = LoadWaveCsv(path("missing.csv"), s, rec, table);
+    auto r = LoadWaveCsv(path("missing.csv"), s, rec);
     EXPECT_FALSE(r.ok());
 
     // Samples before a fault stay.
     writeFile("late.csv", good + "1,2\r\n3,4\r\nCH9 Volt/div, 1 \r\n5,6\r\n");
-    r = LoadWaveCsv(path("late.csv"), s, rec, table);
+    r = LoadWaveCsv(path("late.csv"), s, rec);
     EXPECT_FALSE(r.ok());
     EXPECT_EQ(r.rowsRead, 2);
     EXPECT_EQ(rec.wave[0][1], 3.0f);
@@ -293,10 +325,9 @@ TEST_F(WaveCsvTest, RefusedFilesNameTheFileTheLineAndTheField) {
         writeFile("bad.csv", c.text);
         BothWays ways[2];
         for (int way = 0; way < 2; ++way) {
-            WaveFieldTable table;
             auto& w = ways[way];
-            w.result = way == 0 ? LoadWaveCsv(path("bad.csv"), w.setup, w.record, table)
-                                : LoadWaveCsvBytes(c.text, path("bad.csv"), w.setup, w.record, table);
+            w.result = way == 0 ? LoadWaveCsv(path("bad.csv"), w.setup, w.record)
+                                : LoadWaveCsvBytes(c.text, path("bad.csv"), w.setup, w.record);
             EXPECT_FALSE(w.result.ok()) << c.name;
             EXPECT_EQ(w.result.outcome.text().rfind(path("bad.csv") + c.where, 0), 0u)
                 << c.name << ": " << w.result.outcome.text();
@@ -334,8 +365,7 @@ TEST_F(WaveCsvTest, WarningsOfFilesThatStillLoad) {
         DsoSetup s;
         s.ChannelCount = 1;  // a stale count the file's model name replaces
         WaveRecord rec;
-        WaveFieldTable table;
-        auto r = LoadWaveCsv(path("w.csv"), s, rec, table);
+        auto r = LoadWaveCsv(path("w.csv"), s, rec);
         ASSERT_TRUE(r.ok()) << c.name << ": " << r.outcome.text();
         std::vector<std::string> want;
         for (const auto& w : c.warnings) want.push_back(path("w.csv") + ": " + w);
