@@ -26,7 +26,7 @@ void BM_DispDetailDataFull(benchmark::State& state) {
     ChannelDisplays chs;
     const int32_t types[] = {kTypePeriod, kTypeDuty, kTypeFreq, kTypeAmple};
     CycleTable cycles;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         chs[ch].typeIndex = types[ch];
         chs[ch].typeText = kSignalTypeText[static_cast<size_t>(types[ch])];
         cycles.channel[ch].resize(n);
@@ -45,7 +45,7 @@ void BM_DispDetailDataFull(benchmark::State& state) {
         DispDetailData(g, chs, cycles, 1e-8f);
         benchmark::ClobberMemory();
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n) * kAnaChannels);
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n) * kChannels);
 }
 BENCHMARK(BM_DispDetailDataFull)->Args({500000, 0})->Args({500000, 1})->Unit(benchmark::kMillisecond);
 

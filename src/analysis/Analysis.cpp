@@ -50,7 +50,7 @@ struct Run {
     int32_t n;
     bool withMessages;
     std::vector<AnalysisMessage> gateMessages;
-    std::array<std::vector<AnalysisMessage>, kAnaChannels> channelMessages;
+    std::array<std::vector<AnalysisMessage>, kChannels> channelMessages;
 
     bool inUse(int ch) const {
         const ChannelParams& cp = par.channel[static_cast<size_t>(ch)];
@@ -154,7 +154,7 @@ struct Run {
         EncoderLine line[3];
         for (int l = 0; l < lines; ++l) {
             const int ch = chs[l];
-            if (ch < 0 || ch >= kAnaChannels || !inUse(ch) || !recorded(ch)) {
+            if (ch < 0 || ch >= kChannels || !inUse(ch) || !recorded(ch)) {
                 out.note = EncoderNote(l, kEncoderChannelOff);
                 return;
             }
@@ -210,7 +210,7 @@ AnalysisOutcome RunAnalysis(const AnalysisInput& input, const AnalysisParams& pa
     w.AnaEnd = win.end;
 
     std::vector<int> jobs;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const int32_t type = params.channel[static_cast<size_t>(ch)].SignalType;
         if (!run.inUse(ch)) {
             run.clearChannel(ch);

@@ -39,14 +39,14 @@ inline constexpr const char* kNoteMaxPeriodsTail = "); the record holds more cyc
 // The record as the analysis sees it. volts[ch] and raw[ch] must hold at
 // least WaveLength samples, otherwise the channel gives no results.
 struct AnalysisInput {
-    std::array<std::span<const float>, kAnaChannels> volts;
+    std::array<std::span<const float>, kChannels> volts;
     // 16-bit samples, 8192 counts per division (see RawFromVolts for records
     // that only exist in volts).
-    std::array<std::span<const int16_t>, kAnaChannels> raw;
+    std::array<std::span<const int16_t>, kChannels> raw;
     int32_t WaveLength = 0;
     float SampleSec = 0;
-    std::array<float, kAnaChannels> VoltsPerDiv{};  // 0: channel not recorded
-    std::array<float, kAnaChannels> Offset{};
+    std::array<float, kChannels> VoltsPerDiv{};  // 0: channel not recorded
+    std::array<float, kChannels> Offset{};
 };
 
 struct ChannelParams {
@@ -66,7 +66,7 @@ struct AnalysisParams {
     int32_t SmoothingNo = 1;
     bool OmitRangeEffect = false;
     bool MemoryInput = false;  // waves from memory: the amplitude checks are skipped
-    std::array<ChannelParams, kAnaChannels> channel{};
+    std::array<ChannelParams, kChannels> channel{};
     bool rejectFlag = false;  // a reject range has been read
     int32_t rejectStart = 0;  // sample indices
     int32_t rejectEnd = 0;
@@ -100,16 +100,16 @@ struct AnalysisResults {
     // Why a channel has no results, or what it should be read with (levels
     // or edges by another rule, the scan stopped at the cycle limit), joined
     // by "; "; empty otherwise.
-    std::array<std::string, kAnaChannels> note;
+    std::array<std::string, kChannels> note;
     // Switched on and recorded but not analysed (its note says why).
-    std::array<bool, kAnaChannels> leftOut{};
+    std::array<bool, kChannels> leftOut{};
     // The scan stopped at the cycle limit and the window holds more cycles
     // (the note says so; the channel has results).
-    std::array<bool, kAnaChannels> cycleLimitReached{};
+    std::array<bool, kChannels> cycleLimitReached{};
     // Cycle-to-cycle jitter and time interval error of each channel's edges.
-    std::array<JitterResult, kAnaChannels> jitter{};
+    std::array<JitterResult, kChannels> jitter{};
     // Each rising edge's time interval error, for the plots.
-    std::array<TieTrend, kAnaChannels> tie;
+    std::array<TieTrend, kChannels> tie;
     AnalysisWorkspace workspace;
     EncoderResult encoder;  // analysed only when the encoder analysis is on
 };

@@ -11,8 +11,7 @@
 // settings texts or windows.
 namespace mervasto {
 
-constexpr int kAnaChannels = kChannels;  // Ch1..Ch4, index 0..3
-constexpr int kResultChannels = 6;       // rows of the result table (0..5, 0..3 used)
+constexpr int kResultChannels = 6;  // rows of the result table (0..5, 0..3 used)
 constexpr int32_t kCycleLimitMax = 500000;
 
 // The channel types, by list index of the type list.
@@ -94,8 +93,8 @@ struct ChannelResultTable {
     // and the gate in Ch4's.
     ChannelResult& levels(int channel) { return at(channel, Measure::PulseWidth); }
     const ChannelResult& levels(int channel) const { return at(channel, Measure::PulseWidth); }
-    ChannelResult& window() { return levels(kAnaChannels - 1); }
-    const ChannelResult& window() const { return levels(kAnaChannels - 1); }
+    ChannelResult& window() { return levels(kChannels - 1); }
+    const ChannelResult& window() const { return levels(kChannels - 1); }
 
 private:
     static size_t index(int channel, Measure kind) {
@@ -139,7 +138,7 @@ struct CycleRecord {
 
 // Cycle records per channel, index = cycle number.
 struct CycleTable {
-    std::array<std::vector<CycleRecord>, kAnaChannels> channel;
+    std::array<std::vector<CycleRecord>, kChannels> channel;
 };
 
 struct AnalysisMessage {

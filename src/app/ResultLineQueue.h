@@ -18,7 +18,7 @@ namespace mervasto {
 // command line both use this one owner.
 class ResultLineQueue {
 public:
-    using TypeTexts = std::array<std::string, kAnaChannels>;
+    using TypeTexts = std::array<std::string, kChannels>;
     // Writes a new file's header and the lines, emptying them when written.
     using Writer = Outcome (*)(std::string_view, const TypeTexts&, std::vector<std::string>&);
 

@@ -90,16 +90,16 @@ std::string RunState::jitterFileName() const { return outputFileName(kJitterFile
 
 bool RunState::channelStateOn(int ch) const { return setup_.traceOn(ch) == kChannelStateOn; }
 
-std::array<std::string, kAnaChannels> RunState::typeTexts() const {
-    std::array<std::string, kAnaChannels> t;
-    for (int ch = 0; ch < kAnaChannels; ++ch)
+std::array<std::string, kChannels> RunState::typeTexts() const {
+    std::array<std::string, kChannels> t;
+    for (int ch = 0; ch < kChannels; ++ch)
         t[static_cast<size_t>(ch)] = std::string(settings_.channels[static_cast<size_t>(ch)].signalText());
     return t;
 }
 
 ChannelDisplays RunState::channelDisplays() const {
     ChannelDisplays d;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const auto& c = settings_.channels[static_cast<size_t>(ch)];
         auto& o = d[static_cast<size_t>(ch)];
         o.typeIndex = c.ChInputSignal;
@@ -131,7 +131,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
     p.SmoothingNo = SmoothingCountOf(a.SmoothingNo);
     p.OmitRangeEffect = a.OmitRangeEffect;
     p.MemoryInput = MemoryInput;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const auto& c = settings_.channels[static_cast<size_t>(ch)];
         auto& o = p.channel[static_cast<size_t>(ch)];
         o.DispOff = c.DispOffCheck;
@@ -159,7 +159,7 @@ AnalysisParams RunState::analysisParams(AnalysisEntry entry) const {
 
 AnalysisInput RunState::analysisInput() const {
     AnalysisInput in;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         in.volts[static_cast<size_t>(ch)] = record_.wave[static_cast<size_t>(ch)];
         in.raw[static_cast<size_t>(ch)] = record_.raw[static_cast<size_t>(ch)];
         in.VoltsPerDiv[static_cast<size_t>(ch)] = setup_.voltsPerDiv(ch);

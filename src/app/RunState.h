@@ -138,7 +138,7 @@ public:
 
     // --- derived views ------------------------------------------------------
     ChannelDisplays channelDisplays() const;
-    std::array<std::string, kAnaChannels> typeTexts() const;
+    std::array<std::string, kChannels> typeTexts() const;
     AnalysisParams analysisParams(AnalysisEntry entry) const;
     AnalysisInput analysisInput() const;
     std::string sampleName() const { return settings_.analysis.SampleNo + settings_.analysis.SampleIndex; }

@@ -48,7 +48,7 @@ void FillSampleCodes(const DsoSetup& setup, WaveRecord& record) {
         if (holds(record, ch) && setup.voltsPerDiv(ch) == 0)
             throw RuntimeError(ErrorCode::DivisionByZero,
                                "Division by zero: Ch" + std::to_string(ch + 1) + " has no volts per division.");
-    bool fits[kWaveChannels] = {true, true, true, true};
+    bool fits[kChannels] = {true, true, true, true};
     auto fillPair = [&](int first) {
         for (int ch = first; ch < first + 2; ++ch) fits[ch] = fillChannel(setup, record, ch, channels);
     };

@@ -50,7 +50,7 @@ QImage valuePicture(Paint paint) {
 
 Outcome WriteChannelPlots(const RunState& state, const std::string& dir, const std::string& base,
                           std::vector<std::string>& written, const SeriesTrend* series) {
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!analysedChannel(state, ch)) continue;
         const auto& s = state.settings().channels[static_cast<size_t>(ch)];
         const auto& cycles = state.results().cycles.channel[static_cast<size_t>(ch)];

@@ -244,7 +244,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
         printGrid(out_, jitter);
         out_ << '\n';
     } else if (format_ == "csv") {
-        for (int ch = 0; ch < kAnaChannels; ++ch) {
+        for (int ch = 0; ch < kChannels; ++ch) {
             const auto& r = t.at(ch, Measure::OfType);
             out_ << file << ',' << (passNumber ? std::to_string(*passNumber) : "") << ',' << ch + 1 << ','
                  << state.settings().channels[static_cast<size_t>(ch)].signalText() << ','
@@ -269,7 +269,7 @@ bool ReportWriter::pass(const std::string& file, const RunState& state, const st
             j.beginObject().key("title").value(m.title).key("text").value(m.text).endObject();
         j.endArray();
         j.key("channels").beginArray();
-        for (int ch = 0; ch < kAnaChannels; ++ch) {
+        for (int ch = 0; ch < kChannels; ++ch) {
             const auto& lv = t.levels(ch);
             j.beginObject();
             j.key("channel").value(ch + 1);

@@ -8,7 +8,7 @@ namespace mervasto {
 WaveView RunWaveView(const RunState& state) {
     WaveView v;
     SetViewData(v, state.record(), state.results().table, state.results().cycles);
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         auto& c = v.channel[static_cast<size_t>(ch)];
         const auto& s = state.settings().channels[static_cast<size_t>(ch)];
         c.VoltsPerDiv = state.setup().voltsPerDiv(ch);

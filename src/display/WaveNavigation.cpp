@@ -75,7 +75,7 @@ std::string CursorReadout(const WaveView& view) {
         const auto i = static_cast<size_t>(std::clamp(std::lround(cursor), 0L, static_cast<long>(view.WaveLength) - 1));
         return SiText(c.volts[i], "V");
     };
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!ChannelDrawn(view, ch)) continue;
         const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
         text += "\nCh" + std::to_string(ch + 1) + "  " + at(c, c1) + "   " + at(c, c2);

@@ -82,14 +82,14 @@ int32_t VisibleSamples(int32_t waveLength, double zoom) {
     return static_cast<int32_t>(std::clamp(n, 1.0, static_cast<double>(waveLength)));
 }
 
-void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kWaveChannels>& range) {
+void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kChannels>& range) {
     int lanes = 0;
-    for (int ch = 0; ch < kWaveChannels; ++ch) lanes += ChannelDrawn(view, ch);
+    for (int ch = 0; ch < kChannels; ++ch) lanes += ChannelDrawn(view, ch);
     if (lanes == 0 || plot.height() <= 0) return;
     const double laneHeight = plot.height() / lanes;
     const double divHeight = plot.height() / 8.0;
     int lane = 0;
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!ChannelDrawn(view, ch)) continue;
         double lo = range[static_cast<size_t>(ch)].min, hi = range[static_cast<size_t>(ch)].max;
         if (!std::isfinite(lo) || !std::isfinite(hi) || !(hi - lo > 1e-12)) {
@@ -135,7 +135,7 @@ double RecordStartTime(const DsoSetup& setup) {
 void SetViewData(WaveView& view, const WaveRecord& record, const ChannelResultTable& table, const CycleTable& cycles) {
     view.WaveLength = record.WaveLength;
     view.SampleSec = record.SampleSec;
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
         const std::vector<float>& w = record.wave[static_cast<size_t>(ch)];
         c.volts = w.size() >= static_cast<size_t>(std::max(record.WaveLength, 0))
@@ -171,8 +171,8 @@ void WavePainter::recordChanged() {
 
 WaveView WavePainter::laidOut(const QRect& area, const WaveView& view) {
     if (!view.stacked) return view;
-    std::array<ColumnRange, kWaveChannels> range{};
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    std::array<ColumnRange, kChannels> range{};
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!ChannelDrawn(view, ch)) continue;
         const std::span<const float> samples =
             view.channel[static_cast<size_t>(ch)].volts.first(static_cast<size_t>(view.WaveLength));
@@ -203,13 +203,13 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& or
             painter.fillRect(QRectF(x0, g.plot.top(), x1 - x0, g.plot.height()),
                              QBrush(kRejectColour, Qt::BDiagPattern));
         }
-        for (int ch = 0; ch < kWaveChannels; ++ch)
+        for (int ch = 0; ch < kChannels; ++ch)
             if (ChannelDrawn(view, ch)) drawLevels(painter, g, view.channel[static_cast<size_t>(ch)], view.Histerisis);
-        for (int ch = kWaveChannels - 1; ch >= 0; --ch)  // Ch1 on top
+        for (int ch = kChannels - 1; ch >= 0; --ch)  // Ch1 on top
             if (ChannelDrawn(view, ch)) drawTrace(painter, g, ch, view);
-        for (int ch = 0; ch < kWaveChannels; ++ch)
+        for (int ch = 0; ch < kChannels; ++ch)
             if (ChannelDrawn(view, ch)) drawEdges(painter, g, ch, view);
-        for (int ch = 0; ch < kWaveChannels; ++ch)
+        for (int ch = 0; ch < kChannels; ++ch)
             if (ChannelDrawn(view, ch)) drawExtremes(painter, g, ch, view);
         // The gate is drawn only when it narrows the record.
         if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
@@ -426,7 +426,7 @@ void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const
     const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, static_cast<int>(g.plot.top()) + 16);
     // Several channels' marks share two colours: then the label names the channel.
     int shown = 0;
-    for (int other = 0; other < kWaveChannels; ++other) shown += ChannelDrawn(view, other) ? 1 : 0;
+    for (int other = 0; other < kChannels; ++other) shown += ChannelDrawn(view, other) ? 1 : 0;
     const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
     const struct {
         int32_t index;
@@ -465,7 +465,7 @@ void WavePainter::drawLabels(QPainter& p, const QRect& area, const WaveGeometry&
     const int textBottom = static_cast<int>(g.plot.bottom()) + 3;
     // Channels with their scales, left to right.
     int x = static_cast<int>(g.plot.left());
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!ChannelDrawn(view, ch)) continue;
         const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
         QString text = QStringLiteral("Ch%1 ").arg(ch + 1);

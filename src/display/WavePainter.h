@@ -51,7 +51,7 @@ struct WaveChannelView {
 // Everything one picture shows. Spans and the cycle table are views: they
 // must outlive the paint call.
 struct WaveView {
-    std::array<WaveChannelView, kWaveChannels> channel;
+    std::array<WaveChannelView, kChannels> channel;
     int32_t WaveLength = 0;
     float SampleSec = 0;
     double startTime = 0;  // seconds at sample 0, the trigger at 0 (RecordStartTime)
@@ -74,7 +74,7 @@ struct WaveView {
     // sample); drawn when >= 0.
     std::array<double, 2> cursor = {-1, -1};
     // Per channel, the cycles marked "min" and "max" (indices into cycles).
-    std::array<ExtremeCycles, kWaveChannels> extremes;
+    std::array<ExtremeCycles, kChannels> extremes;
 };
 
 // The time of sample 0 as the instrument (or the imported file) counts it:
@@ -89,7 +89,7 @@ int32_t VisibleSamples(int32_t waveLength, double zoom);
 // Gives each drawn channel a lane of the plot, Ch1 at the top, by rewriting
 // its volts per division and offset so that its range [min, max] fills most
 // of the lane. A flat channel gets a range of 1 V around its value.
-void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kWaveChannels>& range);
+void StackChannels(WaveView& view, const QRectF& plot, const std::array<ColumnRange, kChannels>& range);
 // Whether channel ch is drawn in the view.
 bool ChannelDrawn(const WaveView& view, int ch);
 
@@ -150,7 +150,7 @@ private:
     void drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view);
 
-    std::array<WaveDecimator, kWaveChannels> pyramid_;
+    std::array<WaveDecimator, kChannels> pyramid_;
     DecimatedTrace trace_;
     QVector<QLine> lines_;
     QVector<QPointF> points_;

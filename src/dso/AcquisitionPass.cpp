@@ -26,7 +26,7 @@ Outcome TransferFromDso(DsoLink& link, DsoSetup& setup, WaveRecord& record, UiPo
         record.SampleSec = setup.SampleInterval;
         ui.setStatus(1, kTransferringWaves);
         WaveTransferContext ctx{setup, record, in.VRate, in.ch4SignalText, &ui};
-        for (int ch = 0; ch < kWaveChannels; ++ch) {
+        for (int ch = 0; ch < kChannels; ++ch) {
             if (ch >= setup.ChannelCount) {
                 record.raw[static_cast<size_t>(ch)].clear();
                 continue;

@@ -115,7 +115,7 @@ WaveTransferResult TransferDsoChannel(DsoLink& link, int channelIndex, WaveTrans
 }
 
 WaveTransferResult TransferDsoChannel(DsoLink& link, int channelIndex, WaveTransferContext& ctx, WaveRecord& record) {
-    if (channelIndex < 0 || channelIndex >= kWaveChannels)
+    if (channelIndex < 0 || channelIndex >= kChannels)
         throw RuntimeError(ErrorCode::Subscript,
                            "Subscript out of range: channel " + std::to_string(channelIndex + 1) + ".");
     const size_t ch = static_cast<size_t>(channelIndex);

@@ -67,7 +67,7 @@ PlotWindow::PlotWindow(RunState& state, QWidget* parent) : QWidget(parent, Qt::W
     auto* bar = new QHBoxLayout;
     channel_ = new QComboBox(this);
     channel_->setObjectName("PlotChannel");
-    for (int ch = 1; ch <= kAnaChannels; ++ch) channel_->addItem(QStringLiteral("Ch%1").arg(ch));
+    for (int ch = 1; ch <= kChannels; ++ch) channel_->addItem(QStringLiteral("Ch%1").arg(ch));
     bar->addWidget(channel_);
     bar->addWidget(new QLabel("Bins", this));
     bins_ = new QSpinBox(this);

@@ -89,7 +89,7 @@ WaveWindow::WaveWindow(RunState& state, Mode mode, QWidget* parent)
     if (mode == Mode::Each) {
         channel_ = new QComboBox(this);
         channel_->setObjectName("WaveChannel");
-        for (int ch = 1; ch <= 4; ++ch) channel_->addItem(QStringLiteral("Ch%1").arg(ch));
+        for (int ch = 1; ch <= kChannels; ++ch) channel_->addItem(QStringLiteral("Ch%1").arg(ch));
         connect(channel_, &QComboBox::currentIndexChanged, this, [this] {
             updateReadout();
             canvas_->update();
@@ -137,7 +137,7 @@ TimeWindow WaveWindow::timeWindow() const {
 
 WaveView WaveWindow::view() const {
     WaveView v = RunWaveView(state_);
-    for (int ch = 0; ch < kWaveChannels; ++ch)
+    for (int ch = 0; ch < kChannels; ++ch)
         v.channel[static_cast<size_t>(ch)].visible = !state_.settings().channels[static_cast<size_t>(ch)].DispOffCheck;
     v.rejectFlag = state_.settings().RejectRangeSet && state_.settings().analysis.OmitRangeEffect;
     v.rejectStart = state_.settings().RejectStart;
@@ -183,7 +183,7 @@ void WaveWindow::placeCursors(bool inView) {
 }
 
 void WaveWindow::showCycle(int ch, int index) {
-    if (ch < 0 || ch >= kWaveChannels) return;
+    if (ch < 0 || ch >= kChannels) return;
     const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
     const int32_t n = state_.record().WaveLength;
     if (index < 0 || index >= static_cast<int>(cycles.size()) || n <= 0) return;
@@ -205,10 +205,10 @@ void WaveWindow::setCursors(double c1, double c2) {
     canvas_->update();
 }
 
-const std::array<ExtremeCycles, kWaveChannels>& WaveWindow::extremes() const {
+const std::array<ExtremeCycles, kChannels>& WaveWindow::extremes() const {
     // Found when first drawn, not on every pass of a series behind a hidden window.
     if (!extremesStale_) return extremes_;
-    for (int ch = 0; ch < kWaveChannels; ++ch)
+    for (int ch = 0; ch < kChannels; ++ch)
         extremes_[static_cast<size_t>(ch)] =
             FindExtremeCycles(RunCycleValues(state_, ch), state_.results().cycles.channel[static_cast<size_t>(ch)]);
     extremesStale_ = false;
@@ -285,7 +285,7 @@ QString WaveWindow::tipAt(double x) const {
     if (g.count == 0 || x < g.plot.left() || x >= g.plot.right()) return {};
     const double sample = std::floor(g.sampleAt(x));
     QStringList tips;
-    for (int ch = 0; ch < kWaveChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!ChannelDrawn(v, ch)) continue;
         const auto& cycles = state_.results().cycles.channel[static_cast<size_t>(ch)];
         const int i = CycleAt(cycles, sample);

@@ -74,8 +74,8 @@ private:
     double mouseZoom_ = 0;
     std::string zoomRateSeen_;  // the Zoom box's text when the mouse last zoomed
     std::array<double, 2> cursor_ = {-1, -1};
-    const std::array<ExtremeCycles, kWaveChannels>& extremes() const;
-    mutable std::array<ExtremeCycles, kWaveChannels> extremes_;
+    const std::array<ExtremeCycles, kChannels>& extremes() const;
+    mutable std::array<ExtremeCycles, kChannels> extremes_;
     mutable bool extremesStale_ = true;
     int dragging_ = -1;  // 0, 1: a cursor; 2: the picture
     double dragX_ = 0;

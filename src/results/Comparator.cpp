@@ -232,7 +232,7 @@ std::vector<CycleGridRow> fillGrid(Grid& grid, const ChannelDisplays& channels, 
 std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays& channels, ChannelResultTable& table,
                                                std::span<const Measure> kinds) {
     std::vector<CycleGridRow> rows;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
         if (!cd.shown()) continue;
         for (Measure kind : kinds) rows.push_back({ch, kind, !cd.isGate() && cd.typeText != kRowNoLimits});
@@ -243,7 +243,7 @@ std::vector<CycleGridRow> BuildDetailCycleGrid(Grid& grid, const ChannelDisplays
 std::vector<CycleGridRow> BuildVerdictGrid(Grid& grid, const ChannelDisplays& channels,
                                            const ChannelResultTable& table) {
     std::vector<CycleGridRow> rows;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
         if (!cd.shown()) continue;
         const bool limits = !cd.isGate() && cd.typeText != kRowNoLimits;

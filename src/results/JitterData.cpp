@@ -28,9 +28,9 @@ constexpr int kJitterDigits = 4;
 
 }  // namespace
 
-std::string JitterHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts) {
+std::string JitterHeaderLine1(const std::array<std::string, kChannels>& typeTexts) {
     std::string line = "Sample Name";
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         line += ",Ch" + std::to_string(ch + 1) + "," + typeTexts[static_cast<size_t>(ch)];
         line += std::string(kJitterBlock - 2, ',');
     }
@@ -39,7 +39,7 @@ std::string JitterHeaderLine1(const std::array<std::string, kAnaChannels>& typeT
 
 std::string JitterHeaderLine2() {
     std::string line;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         for (size_t c = 0; c < kJitterColumns.size(); ++c)
             line += std::string(",") + kJitterColumns[c] + (isCount(c) ? "" : "(s)");
         line += ',';
@@ -60,7 +60,7 @@ std::string JitterDataLine(std::string_view sampleName, const JitterResults& jit
     return line;
 }
 
-Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kChannels>& typeTexts,
                         std::vector<std::string>& lines) {
     if (!AppendCsvLines(fileName, JitterHeaderLine1(typeTexts), JitterHeaderLine2(), lines))
         return {ErrorCode::FileIo, kFailedToSaveJitterData};
@@ -69,8 +69,8 @@ Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string,
 
 void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults& jitter) {
     RedrawOff off(grid);
-    if (grid.rows() != 1 + kAnaChannels || grid.cols() != kJitterGridCols) {
-        grid = Grid(1 + kAnaChannels, kJitterGridCols, 1, 1);
+    if (grid.rows() != 1 + kChannels || grid.cols() != kJitterGridCols) {
+        grid = Grid(1 + kChannels, kJitterGridCols, 1, 1);
         grid.colWidth.assign(static_cast<size_t>(kJitterGridCols), kBaseColumnWidth);
     }
     grid.text(0, 0) = "Channel";
@@ -78,7 +78,7 @@ void DispJitter(Grid& grid, const ChannelDisplays& channels, const JitterResults
     grid.text(0, 2) = "Sig. Type";
     for (size_t c = 0; c < kJitterColumns.size(); ++c) grid.text(0, static_cast<int32_t>(3 + c)) = kJitterColumns[c];
     grid.text(0, kJitterGridCols - 1) = "Note";
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelDisplay& d = channels[static_cast<size_t>(ch)];
         const JitterResult& j = jitter[static_cast<size_t>(ch)];
         const int32_t row = 1 + ch;

@@ -23,18 +23,18 @@ inline constexpr std::array<const char*, 8> kJitterColumns = {"C2C Min",    "C2C
 // A channel takes one column per value and an empty one.
 inline constexpr int kJitterBlock = static_cast<int>(kJitterColumns.size()) + 1;
 
-using JitterResults = std::array<JitterResult, kAnaChannels>;
+using JitterResults = std::array<JitterResult, kChannels>;
 
 // Header lines of a new file: "Sample Name" and per channel "Ch<n>" and its
 // type text; then the value names with their units.
-std::string JitterHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts);
+std::string JitterHeaderLine1(const std::array<std::string, kChannels>& typeTexts);
 std::string JitterHeaderLine2();
 // The analysis's line: the sample name, then per channel its eight values
 // and an empty column.
 std::string JitterDataLine(std::string_view sampleName, const JitterResults& jitter);
 
 // As SaveResultLines, for the jitter file.
-Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+Outcome SaveJitterLines(std::string_view fileName, const std::array<std::string, kChannels>& typeTexts,
                         std::vector<std::string>& lines);
 
 // The "Jitter" grid: a header row, then one row per channel: "Ch<n>", its

@@ -5,19 +5,19 @@
 
 namespace mervasto {
 
-std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts) {
+std::string ResultHeaderLine1(const std::array<std::string, kChannels>& typeTexts) {
     std::string line = "Sample Name";
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         line += ",Ch" + std::to_string(ch + 1) + ",";
         line += typeTexts[static_cast<size_t>(ch)];
-        line += ch + 1 < kAnaChannels ? ",,,," : ",,,";
+        line += ch + 1 < kChannels ? ",,,," : ",,,";
     }
     return line;
 }
 
 std::string ResultHeaderLine2() {
     std::string line;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (ch > 0) line += ",";
         line += kResultHeaderBlock;
     }
@@ -26,7 +26,7 @@ std::string ResultHeaderLine2() {
 
 std::string ResultDataLine(std::string_view sampleName, const ChannelResultTable& table) {
     std::string line(sampleName);
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelResult& r = table.at(ch, Measure::OfType);
         AppendStatisticColumns(line, r.Min, r.Max, r.Mean, r.Sigma, r.Counts);
         line += ',';
@@ -54,7 +54,7 @@ Outcome AppendCsvLines(std::string_view fileName, const std::string& header1, co
     return appended;
 }
 
-Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kChannels>& typeTexts,
                         std::vector<std::string>& lines) {
     if (!AppendCsvLines(fileName, ResultHeaderLine1(typeTexts), ResultHeaderLine2(), lines))
         return {ErrorCode::FileIo, kFailedToSaveTestResults};
@@ -62,7 +62,7 @@ Outcome SaveResultLines(std::string_view fileName, const std::array<std::string,
 }
 
 Outcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
-                        const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table) {
+                        const std::array<std::string, kChannels>& typeTexts, const ChannelResultTable& table) {
     std::vector<std::string> lines{ResultDataLine(sampleName, table)};
     return SaveResultLines(fileName, typeTexts, lines);
 }

@@ -25,7 +25,7 @@ inline constexpr const char* kMayIOverwrite = "May I Overwrite?";
 inline constexpr const char* kCanceled = "Canceled.";
 
 // The two header lines a new results file starts with.
-std::string ResultHeaderLine1(const std::array<std::string, kAnaChannels>& typeTexts);
+std::string ResultHeaderLine1(const std::array<std::string, kChannels>& typeTexts);
 std::string ResultHeaderLine2();
 // The run's line: the sample name, then per channel the OfType Min, Max,
 // Mean, Sigma and Counts followed by an empty column.
@@ -45,13 +45,13 @@ Outcome AppendCsvLines(std::string_view fileName, const std::string& header1, co
 // failure the file is left as it was and lines keep every line, so that the
 // caller can try again with the next run's line added. A failure says
 // "Failed to save Test Results.".
-Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kAnaChannels>& typeTexts,
+Outcome SaveResultLines(std::string_view fileName, const std::array<std::string, kChannels>& typeTexts,
                         std::vector<std::string>& lines);
 
 // Appends the run's line to the results file, writing the header first when
 // the file does not exist yet. Nothing outside the file is changed.
 Outcome SaveTestResults(std::string_view fileName, std::string_view sampleName,
-                        const std::array<std::string, kAnaChannels>& typeTexts, const ChannelResultTable& table);
+                        const std::array<std::string, kChannels>& typeTexts, const ChannelResultTable& table);
 
 // A chosen detail file path split at its last folder separator; the wave
 // files saved with the details take the name without its 4-character

@@ -65,7 +65,7 @@ void SetupResultGrid1(Grid& grid) {
     const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Min", "Max", "Mean", "σ", "Counts"};
     SetGridRow(grid, 0, 0, static_cast<int32_t>(head.size()) - 1, head);
     SetGridCell(grid, 1, 2, "Unit");
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         SetGridCell(grid, 2 * ch + 2, 0, channelLabel(ch));
         SetGridCell(grid, 2 * ch + 3, 2, "Total");
     }
@@ -82,7 +82,7 @@ void SetupLogGrid(Grid& grid, int32_t TotalRepeats) {
     SetGridCell(grid, 1, 0, "Type");
     SetGridCell(grid, 3, 0, "Unit");
     static const std::vector<std::string> block = {"Min", "Max", "Mean", "Total Counts"};
-    for (int ch = 0; ch < kAnaChannels; ++ch) SetGridRow(grid, 2, 1 + 4 * ch, 4 + 4 * ch, block);
+    for (int ch = 0; ch < kChannels; ++ch) SetGridRow(grid, 2, 1 + 4 * ch, 4 + 4 * ch, block);
     for (int32_t c = 0; c < kLogGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.1);
     grid.colWidth[0] = width(1.2);
     grid.nextRow = kLogHeaderRows;
@@ -93,7 +93,7 @@ void SetupDetailDataGrid(Grid& grid, int32_t cycles) {
     grid = Grid(std::max(cycles, int32_t{0}) + kDetailHeaderRows, kDetailGridCols, kDetailHeaderRows, 1);
     const std::vector<std::string> head = {"Channel", "Sig. Name", "Sig. Type", "Total No.", "Unit"};
     SetGridColumn(grid, 0, kDetailHeaderRows - 1, 0, head);
-    for (int ch = 0; ch < kAnaChannels; ++ch) SetGridCell(grid, 0, 1 + ch, channelLabel(ch));
+    for (int ch = 0; ch < kChannels; ++ch) SetGridCell(grid, 0, 1 + ch, channelLabel(ch));
     for (int32_t c = 0; c < kDetailGridCols; ++c) grid.colWidth[static_cast<size_t>(c)] = width(1.2);
 }
 
@@ -120,7 +120,7 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
                         const ChannelResultTable& table) {
     if (grid.rows() < kResultGridRows || grid.cols() < kResultGridCols) SetupResultGrid1(grid);
     RedrawOff off(grid);
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
         const int32_t row = 2 * ch + 2;
         SetGridCell(grid, row, 0, channelLabel(ch));
@@ -129,7 +129,7 @@ std::string Disp_Result(Grid& grid, int32_t waveLength, const ChannelDisplays& c
 
         std::vector<std::string> texts(kResultGridCols - 3);  // cols 3..14, all ""
         std::vector<std::string> units(5);                    // second row, cols 3..7
-        if (ch == kAnaChannels - 1 && cd.isGate()) {
+        if (ch == kChannels - 1 && cd.isGate()) {
             if (cd.shown()) texts[kNoteCol - 3] = cd.note;
             SetGridRow(grid, row, 3, kResultGridCols - 1, texts);
             SetGridRow(grid, row + 1, 3, 7, units);
@@ -164,7 +164,7 @@ void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const
         for (int32_t r = kLogHeaderRows; r < logGrid.rows(); ++r) {
             for (int32_t c = 0; c < logGrid.cols(); ++c) logGrid.text(r, c).clear();
         }
-        for (int ch = 0; ch < kAnaChannels; ++ch) {
+        for (int ch = 0; ch < kChannels; ++ch) {
             const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
             SetGridCell(logGrid, 0, 1 + 4 * ch, cd.SigName);
             SetGridCell(logGrid, 1, 1 + 4 * ch, cd.typeText);
@@ -174,7 +174,7 @@ void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const
     const int32_t row = std::max(logGrid.nextRow, kLogHeaderRows);
     if (row >= logGrid.rows()) logGrid.setRows(std::max(row + 1, logGrid.rows() + logGrid.rows() / 2));
     SetGridCell(logGrid, row, 0, std::to_string(row - kLogHeaderRows + 1));
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (!channels[static_cast<size_t>(ch)].shown()) continue;
         const int32_t resRow = 2 * ch + 2;
         const int32_t col = 1 + 4 * ch;
@@ -193,7 +193,7 @@ void CopyResultToLog(int32_t first, const Grid& resultGrid, Grid& logGrid, const
 void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTable& cycles, float SampleSec) {
     RedrawOff off(grid);
     size_t longest = 0;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         if (channels[static_cast<size_t>(ch)].shown())
             longest = std::max(longest, cycles.channel[static_cast<size_t>(ch)].size());
     }
@@ -206,7 +206,7 @@ void DispDetailData(Grid& grid, const ChannelDisplays& channels, const CycleTabl
         grid.text(kDetailHeaderRows + static_cast<int32_t>(i), 0) = std::to_string(i + 1);
 
     const double ss = SampleSec;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelDisplay& cd = channels[static_cast<size_t>(ch)];
         const int32_t col = 1 + ch;
         SetGridCell(grid, 0, col, channelLabel(ch));

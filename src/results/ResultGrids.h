@@ -31,9 +31,9 @@ namespace mervasto {
 inline constexpr int32_t kResultGridRows = 10;
 inline constexpr int32_t kResultGridCols = 15;
 inline constexpr int32_t kLogHeaderRows = 4;
-inline constexpr int32_t kLogGridCols = 1 + 4 * kAnaChannels;
+inline constexpr int32_t kLogGridCols = 1 + 4 * kChannels;
 inline constexpr int32_t kDetailHeaderRows = 5;
-inline constexpr int32_t kDetailGridCols = 1 + kAnaChannels;
+inline constexpr int32_t kDetailGridCols = 1 + kChannels;
 inline constexpr int32_t kDetailStartCycles = 15000;
 // Column widths are multiples of one base width, in the view's units.
 inline constexpr int32_t kBaseColumnWidth = 80;
@@ -61,7 +61,7 @@ struct ChannelDisplay {
     bool shown() const { return !DispOffCheck && channelState == kChannelStateOn; }
     bool isGate() const { return typeText == kGateTypeText; }
 };
-using ChannelDisplays = std::array<ChannelDisplay, kAnaChannels>;
+using ChannelDisplays = std::array<ChannelDisplay, kChannels>;
 
 // The unit suffixes (with their leading blank) of Min/Max and of Mean/σ.
 struct UnitPair {

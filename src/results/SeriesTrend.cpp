@@ -16,7 +16,7 @@ void SeriesTrend::clear() {
 
 void SeriesTrend::add(int32_t pass, const ChannelResultTable& table, const ChannelDisplays& channels) {
     ++passes_;
-    for (int ch = 0; ch < kAnaChannels; ++ch) {
+    for (int ch = 0; ch < kChannels; ++ch) {
         const ChannelResult& r = table.at(ch, Measure::OfType);
         if (!r.Valid) continue;
         // "P.W.(%)" gives Min and Max in percent but the Mean in seconds.

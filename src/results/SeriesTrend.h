@@ -32,7 +32,7 @@ public:
     int32_t passes() const { return passes_; }
 
 private:
-    std::array<std::vector<SeriesPoint>, kAnaChannels> points_;
+    std::array<std::vector<SeriesPoint>, kChannels> points_;
     int32_t passes_ = 0;
 };
 

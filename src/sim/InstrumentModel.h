@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Channels.h"
 #include "sim/SimFaults.h"
 
 namespace mervasto {
@@ -32,7 +33,7 @@ struct SimState {
     std::string triggerSource = "CH1";
     double triggerLevel = 1.5;
     std::string triggerMode = "SINGLE";
-    std::array<SimChannel, 4> ch;
+    std::array<SimChannel, kChannels> ch;
     std::string cursorMode = "OFF";  // "DH" / "DHDV" are horizontal-cursor modes
     double cursor1 = -2.5;           // divisions from the screen centre
     double cursor2 = 2.5;

@@ -55,7 +55,7 @@ WaveCsvLoadResult LoadCombinedWaveCsv(const std::vector<std::string>& files, Dso
             return r;
         }
         p->rows = r.rowsRead;
-        for (int ch = 0; ch < std::min<int>(p->setup.ChannelCount, kWaveChannels); ++ch)
+        for (int ch = 0; ch < std::min<int>(p->setup.ChannelCount, kChannels); ++ch)
             if (p->setup.traceOn(ch) == kTraceOn) p->channels.push_back(ch);
         channels += p->channels.size();
         for (size_t ch = 0; ch < p->record.wave.size(); ++ch)
@@ -74,15 +74,15 @@ WaveCsvLoadResult LoadCombinedWaveCsv(const std::vector<std::string>& files, Dso
                           " s: the files of one capture have the same interval.");
     }
     if (channels == 0) return refuse(name + ": the files hold no channel.");
-    if (channels > static_cast<size_t>(kWaveChannels))
+    if (channels > static_cast<size_t>(kChannels))
         return refuse(name + ": the files hold " + std::to_string(channels) + " channels; a record takes at most " +
-                      std::to_string(kWaveChannels) + ".");
+                      std::to_string(kChannels) + ".");
 
     const Part& first = *parts.front();
     const auto rows = static_cast<size_t>(first.rows);
-    std::array<float, kWaveChannels> lo{};
-    std::array<float, kWaveChannels> hi{};
-    std::array<const float*, kWaveChannels> source{};
+    std::array<float, kChannels> lo{};
+    std::array<float, kChannels> hi{};
+    std::array<const float*, kChannels> source{};
     size_t c = 0;
     for (const auto& p : parts)
         for (int ch : p->channels) {

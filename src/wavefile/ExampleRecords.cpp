@@ -74,7 +74,7 @@ bool MakeExampleRecord(std::string_view name, DsoSetup& setup, WaveRecord& recor
     for (auto& w : record.wave) w.assign(kLength, 0.0f);
     Noise noise{12345u};
     for (int32_t i = 0; i < kLength; ++i) {
-        float v[4] = {0, 0, 0, 0};
+        float v[kChannels] = {};
         if (name == "pulses") {
             v[0] = pulse(i, 200, 0.5, 20);
             v[1] = pulse(i, 250, 0.3, 40);

@@ -158,7 +158,7 @@ void loadGeneric(const LineSource& source, DsoSetup& setup, WaveRecord& record, 
     const auto channels = static_cast<size_t>(s.ChannelCount);
     const auto length = static_cast<size_t>(std::max<int32_t>(s.RecordLength, static_cast<int32_t>(rows)));
     record.ensureLength(static_cast<int32_t>(length));
-    for (size_t c = 0; c < kWaveChannels; ++c) {
+    for (size_t c = 0; c < kChannels; ++c) {
         auto& w = record.wave[c];
         if (c >= channels)
             w.clear();

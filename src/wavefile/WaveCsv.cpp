@@ -97,7 +97,7 @@ Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     std::string buf(kFlushBytes + 4 * kSampleTextMax + 16, '\0');
     char* const base = buf.data();
     char* o = base;
-    const float* w[4] = {};
+    const float* w[kChannels] = {};
     for (int c = 0; c < columns; ++c)
         if (!record.wave[c].empty()) w[c] = record.wave[c].data();
     SampleTextCache cache;
@@ -251,7 +251,7 @@ void applyHeader(HeaderKey what, const FieldTable& table, DsoSetup& setup) {
 // leaves them unused and the first reader reads on by itself, so that every
 // quirk of the row-by-row reading stays where it was.
 struct TailRows {
-    std::array<std::vector<float>, kWaveChannels> values;
+    std::array<std::vector<float>, kChannels> values;
     size_t rows = 0;
 
     // Takes one line; false where the rows stop being plain.
@@ -260,7 +260,7 @@ struct TailRows {
         if (line.empty()) return true;
         splitSpans(line, spans);
         if (classify(line.substr(0, spans[0].length)) != HeaderKey::None) return false;
-        if (spans.size() < kWaveChannels || spans[2].length == 0) return false;
+        if (spans.size() < kChannels || spans[2].length == 0) return false;
         if (rows >= static_cast<size_t>(kMaxSamples)) return false;
         if (rows == reservedFor) {
             // Room for the rest, estimated from the bytes per row so far.
@@ -270,7 +270,7 @@ struct TailRows {
             reservedFor = std::min<uint64_t>(rows + more, static_cast<uint64_t>(kMaxSamples));
             for (auto& v : values) v.reserve(reservedFor);
         }
-        for (size_t ch = 0; ch < kWaveChannels; ++ch)
+        for (size_t ch = 0; ch < kChannels; ++ch)
             values[ch].push_back(SampleValue(line.substr(spans[ch].start, spans[ch].length)));
         ++rows;
         return true;
@@ -289,7 +289,7 @@ void finishRecord(int32_t rows, bool ch34, DsoSetup& setup, WaveRecord& record) 
     setup.RecordLength = static_cast<int32_t>(RoundHalfEven(rows / 10.0)) * 10;
     record.ensureLength(setup.RecordLength);
     const size_t held = ch34 && setup.ChannelCount != 2 ? 4 : 2;
-    for (size_t c = 0; c < kWaveChannels; ++c) {
+    for (size_t c = 0; c < kChannels; ++c) {
         auto& w = record.wave[c];
         if (c >= held)
             w.clear();
@@ -358,7 +358,7 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
                     !(setup.RecordLength > counter && static_cast<uint64_t>(setup.RecordLength) < counter + tail->rows);
                 if (same) {
                     ensureCapacity(static_cast<size_t>(counter) + tail->rows);
-                    for (size_t ch = 0; ch < kWaveChannels; ++ch)
+                    for (size_t ch = 0; ch < kChannels; ++ch)
                         std::copy(tail->values[ch].begin(), tail->values[ch].end(), record.wave[ch].begin() + counter);
                     counter += static_cast<int32_t>(tail->rows);
                     ch34 = true;
@@ -466,19 +466,19 @@ Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int
                         std::array<bool, kChannels> shown) {
     FileAppender out(fileName);
     std::string head = "//波形のcsv形式ファイル\r\nAddress";
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < kChannels; ++i)
         if (shown[i]) head += ",Ch" + std::to_string(i + 1) + "(V)";
     head.append("\r\n");
     out.write(ToNarrow(head));
 
     size_t rows = count > 0 ? static_cast<size_t>(count) : 0;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < kChannels; ++i)
         if (shown[i]) rows = std::min(rows, record.wave[i].size());
     std::string buf;
     buf.reserve(kFlushBytes + 256);
     for (size_t a = 0; a < rows; ++a) {
         buf.append(std::to_string(a));
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < kChannels; ++i) {
             if (!shown[i]) continue;
             buf.push_back(',');
             AppendShortestText(buf, record.wave[i][a]);

@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/Channels.h"
+
 namespace mervasto {
 
 // The longest record the program accepts: samples 0 .. 5000010.
 constexpr int32_t kMaxSamples = 5000011;
-constexpr int kWaveChannels = 4;
 
 // Four channels of samples taken at one common interval. wave[0] is Ch1
 // (wave1) .. wave[3] is Ch4 (wave4); sample k of every channel was taken k x
@@ -16,12 +17,12 @@ constexpr int kWaveChannels = 4;
 // for a channel the source does not hold (Ch3 and Ch4 of a two-channel
 // file), which is empty.
 struct WaveRecord {
-    std::array<std::vector<float>, kWaveChannels> wave;  // volts
+    std::array<std::vector<float>, kChannels> wave;  // volts
     // 16-bit samples on the instrument's scale (8192 counts per division),
     // from which the analysis finds the signal levels.
-    std::array<std::vector<int16_t>, kWaveChannels> raw;
+    std::array<std::vector<int16_t>, kChannels> raw;
     // Display codes: 32 per division around 128 (screen centre).
-    std::array<std::vector<int16_t>, kWaveChannels> displayCode;
+    std::array<std::vector<int16_t>, kChannels> displayCode;
     int32_t WaveLength = 0;
     float SampleSec = 0.0f;
     // The stored transfer range (sample numbers); -1 when never set, meaning

@@ -156,7 +156,7 @@ TEST_F(RunStateFile, HalvesMatchesPeaksOnTheBundledExamples) {
             ASSERT_TRUE(state.InputFromFile_Click(ui)) << name;
             tables[static_cast<size_t>(m)] = state.results().table;
         }
-        for (int ch = 0; ch < kAnaChannels; ++ch)
+        for (int ch = 0; ch < kChannels; ++ch)
             for (Measure kind : kMeasures) {
                 const auto& a = tables[0].at(ch, kind);
                 const auto& b = tables[1].at(ch, kind);
@@ -181,7 +181,7 @@ TEST_F(RunStateFile, AutoRulesKeepTodaysFilesOnTheBundledExamples) {
             state.settings().analysis.EdgeRule = m == 0 ? "Legacy" : "Auto";
             ui.files = {example(name)};
             ASSERT_TRUE(state.InputFromFile_Click(ui)) << name;
-            EXPECT_EQ(state.results().note, (std::array<std::string, kAnaChannels>{})) << name;
+            EXPECT_EQ(state.results().note, (std::array<std::string, kChannels>{})) << name;
         }
         for (const std::string& file : {state.resultFileName(), state.jitterFileName()}) {
             const auto lines = linesOf(file);

@@ -117,7 +117,7 @@ TEST(WaveNavigation, StackedChannelsFillTheirOwnLanes) {
     }
     v.channel[1].visible = false;  // lanes only for the drawn channels
     const QRectF plot(0, 0, 400, 300);
-    std::array<ColumnRange, kWaveChannels> range{{{0, 2}, {0, 1}, {-5, 5}, {1, 1}}};
+    std::array<ColumnRange, kChannels> range{{{0, 2}, {0, 1}, {-5, 5}, {1, 1}}};
     StackChannels(v, plot, range);
     WaveGeometry g;
     g.plot = plot;

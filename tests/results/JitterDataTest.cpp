@@ -13,7 +13,7 @@ JitterResults someJitter() {
 }
 
 TEST(JitterData, LinesKeepTheirColumns) {
-    const std::array<std::string, kAnaChannels> types = {"Period", "P.W.", "Duty", "Gate"};
+    const std::array<std::string, kChannels> types = {"Period", "P.W.", "Duty", "Gate"};
     EXPECT_EQ(JitterHeaderLine1(types),
               "Sample Name,Ch1,Period,,,,,,,,Ch2,P.W.,,,,,,,,Ch3,Duty,,,,,,,,Ch4,Gate,,,,,,,");
     const std::string block = ",C2C Min(s),C2C Max(s),C2C Mean(s),C2C σ(s),C2C Counts,TIE RMS(s),TIE p-p(s),TIE Edges,";

@@ -188,7 +188,7 @@ public:
                 // The six channel lines come as one block per channel.
                 size_t end = i;
                 while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
-                for (int ch = 0; ch < kSettingChannels; ++ch)
+                for (int ch = 0; ch < kChannels; ++ch)
                     for (size_t j = i; j < end; ++j)
                         if (!values("Ch" + std::to_string(ch + 1) + " " + std::string(layout[j].label),
                                     layout[j].fields, ch))
@@ -288,7 +288,7 @@ ResumeLoad load(TextLineReader& in, Settings& s) {
     result.found = true;
     for (const auto& field : SettingFields()) {
         if (!field.optionalLine) continue;
-        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch)
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kChannels : 0); ++ch)
             (void)SetField(s, {&field, ch}, DefaultText({&field, ch}));
     }
     LegacyReader legacy(next, s, result);
@@ -329,7 +329,7 @@ std::string ResumeText(const Settings& s) {
         case Line::ChannelBlock: {
             size_t end = i;
             while (end < layout.size() && layout[end].kind == Line::ChannelBlock) ++end;
-            for (int ch = 0; ch < kSettingChannels; ++ch)
+            for (int ch = 0; ch < kChannels; ++ch)
                 for (size_t j = i; j < end; ++j)
                     values("Ch" + std::to_string(ch + 1) + " " + std::string(layout[j].label), layout[j].fields, ch);
             i = end - 1;
@@ -345,7 +345,7 @@ std::string ResumeText(const Settings& s) {
     }
     for (const auto& field : SettingFields()) {
         if (!field.optionalLine) continue;
-        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch) {
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kChannels : 0); ++ch) {
             const FieldRef f{&field, ch};
             line(FieldName(f) + ",", FieldText(s, f));
         }

@@ -6,9 +6,9 @@
 
 namespace mervasto {
 
-std::array<ChannelSettings, 4> Settings::defaultChannels() {
-    constexpr std::array<int32_t, 4> kBackColors = {0x00FFFF, 0xFF00FF, 0xFFFF00, 0x00FF00};
-    std::array<ChannelSettings, 4> ch;
+std::array<ChannelSettings, kChannels> Settings::defaultChannels() {
+    constexpr std::array<int32_t, kChannels> kBackColors = {0x00FFFF, 0xFF00FF, 0xFFFF00, 0x00FF00};
+    std::array<ChannelSettings, kChannels> ch;
     for (size_t i = 0; i < ch.size(); ++i) {
         ch[i].BackColor = kBackColors[i];
         ch[i].SigName = "Ch" + std::to_string(i + 1);

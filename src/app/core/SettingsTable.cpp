@@ -240,7 +240,7 @@ FieldRef findIn(std::string_view name, char firstDigit, bool controlsOnly) {
         }
         if (name.size() == f.name.size() + 1 && name.substr(0, f.name.size()) == f.name) {
             const char d = name.back();
-            if (d >= firstDigit && d < firstDigit + kSettingChannels) return {&f, d - firstDigit};
+            if (d >= firstDigit && d < firstDigit + kChannels) return {&f, d - firstDigit};
         }
     }
     return {};
@@ -342,7 +342,7 @@ std::string RangeText(const SettingField& f) {
 Outcome CheckSettings(const Settings& s, std::span<const std::string_view> names) {
     for (const auto& field : table()) {
         if (std::find(names.begin(), names.end(), field.name) == names.end()) continue;
-        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch)
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kChannels : 0); ++ch)
             if (Outcome ok = CheckField({&field, ch}, FieldText(s, {&field, ch})); !ok) return ok;
     }
     return Outcome::Ok();

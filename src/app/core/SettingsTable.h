@@ -101,7 +101,4 @@ std::string DefaultText(const FieldRef& f);
 // NAME=VALUE as typed on a command line.
 Outcome SetSettingByName(Settings& s, std::string_view name, std::string_view value);
 
-// The channel count that per-channel fields have.
-inline constexpr int kSettingChannels = kChannels;
-
 }  // namespace mervasto

@@ -115,7 +115,7 @@ TEST(SettingsTest, SetSettingByName) {
 TEST(SettingsTest, TableNamesAndDefaults) {
     std::set<std::string> names, controls;
     for (const auto& field : SettingFields()) {
-        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kSettingChannels : 0); ++ch) {
+        for (int ch = field.perChannel ? 0 : -1; ch < (field.perChannel ? kChannels : 0); ++ch) {
             const FieldRef f{&field, ch};
             EXPECT_TRUE(names.insert(FieldName(f)).second) << FieldName(f);
             EXPECT_EQ(FindField(FieldName(f)), f) << FieldName(f);
