@@ -13,7 +13,6 @@
 
 namespace mervasto::csvhead {
 
-
 [[noreturn]] void fail(const std::string& text) { throw RuntimeError(ErrorCode::TypeMismatch, text); }
 
 std::string lower(std::string_view s) {
@@ -103,8 +102,6 @@ std::optional<double> parseNumber(std::string_view field, bool decimalComma) {
     return value;
 }
 
-
-
 Unit unitOf(std::string_view text) {
     const std::string u = lower(TrimCell(text));
     // Spellings of each unit; "µ" as UTF-8 (micro sign or Greek mu) or Latin-1.
@@ -135,7 +132,6 @@ Unit unitOf(std::string_view text) {
             if (name != nullptr && u == name) return {e.factor, e.kind};
     return {};
 }
-
 
 // "Time(s)", "CH1 [mV]", "Time in ms", "t/s", "Volt" or "µs" (a unit alone).
 Column parseColumnName(std::string_view text) {
@@ -184,8 +180,6 @@ bool isIndexColumn(const Column& c) {
         if (c.name == n) return true;
     return c.unit.kind == UnitKind::Count;
 }
-
-
 
 // The key of a metadata line or cell ("Sample Interval", "; Samplerate:",
 // "#dt=", "tInc").
@@ -236,7 +230,6 @@ std::optional<double> metaSeconds(std::string_view text, const MetaKey& key, boo
     if (!std::isfinite(v) || (key.kind != MetaKind::Start && !(v > 0))) return std::nullopt;
     return v;
 }
-
 
 // The key/value pairs of a metadata line: "Key,value" (or with ";" or a
 // tab), and every "key=value" or "key: value" among its cells.
