@@ -107,7 +107,6 @@ Outcome SaveWaveCsv(std::string_view fileName, const DsoSetup& setup, const Wave
     return out.commit();
 }
 
-
 Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int32_t count,
                         std::array<bool, kChannels> shown) {
     FileAppender out(fileName);
@@ -135,6 +134,5 @@ Outcome AppendWaveTable(std::string_view fileName, const WaveRecord& record, int
     out.write(buf);
     return out.finish();
 }
-
 
 }  // namespace mervasto
