@@ -10,7 +10,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
-#include "dso/DsoLink.h"
+#include "dso/Instrument.h"
 #include "results/Comparator.h"
 #include "results/ResultFiles.h"
 
@@ -25,7 +25,7 @@ constexpr const char* kDebugProposal = "C1Trace_pulse_00010.csv";
 std::string nextIndexText(const std::string& index) { return std::to_string(ToInt16(Val(index) + 1)); }
 }  // namespace
 
-RunState::RunState() : link_(std::make_unique<DsoLink>()) {
+RunState::RunState() : instrument_(std::make_unique<Instrument>()) {
     SetupResultGrid1(resultGrid_);
     SetupLogGrid(logGrid_, 1000);
     SetupDetailDataGrid(detailGrid_, kDetailStartCycles);
@@ -47,7 +47,7 @@ void RunState::FormLoad(const std::string& dataFolderOverride) {
 
 Outcome RunState::FormUnload() {
     Outcome saved = SaveResumeParam(ResumeFileName(dataFolder_), settings_);
-    if (link_) link_->close();
+    if (instrument_) instrument_->close();
     return saved;
 }
 

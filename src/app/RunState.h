@@ -13,6 +13,7 @@
 #include "common/Event.h"
 #include "common/Outcome.h"
 #include "common/UiPort.h"
+#include "dso/InstrumentDriver.h"
 #include "results/Comparator.h"
 #include "results/EncoderFiles.h"
 #include "results/Grid.h"
@@ -26,7 +27,7 @@
 
 namespace mervasto {
 
-class DsoLink;
+class Instrument;
 
 // Status texts of the run, as the user sees them.
 inline constexpr const char* kInputFromFileCanceled = "Input from File canceled.";
@@ -239,6 +240,12 @@ public:
     Outcome ConnectInstrument(UiPort& ui, const std::string& ip);
     Outcome ReadInstrumentSetup(UiPort& ui, const std::string& ip);
     Outcome HandBackInstrument();
+    // What the instrument family of the link (or of the Instrument setting
+    // while there is none) can do, and its name.
+    FeatureSupport instrumentSupports(InstrumentFeature feature) const;
+    std::string instrumentFamily() const;
+    // The port that answered when the address named none (0 otherwise).
+    uint16_t probedPort() const;
     // Cuts the link at once (the window closing during a silent exchange).
     void abortLink();
 
@@ -265,7 +272,7 @@ private:
     Grid detailGrid_;
     std::string totalWaveDatas_;
 
-    std::unique_ptr<DsoLink> link_;
+    std::unique_ptr<Instrument> instrument_;
 
     bool runDone_ = false;
     bool WavesPresent = false;
@@ -307,8 +314,10 @@ private:
     Outcome inputFromFile(UiPort& ui, bool& analysing);
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
-    // The link is open to another address than the box names.
+    // The link is open to another address or family than the settings name.
     bool linkedElsewhere() const;
+    // Connects and identifies with the Instrument setting's family.
+    Outcome connectInstrument(UiPort& ui, const std::string& ip);
     // ReadRejectRange_Click within a pass: a Stop is left to the run.
     Outcome readRejectRange(UiPort& ui);
     // The passes of a run, and one pass: acquisition, transfer, analysis,
