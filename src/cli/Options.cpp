@@ -49,8 +49,8 @@ Commands:
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
-  --instrument FAMILY          the instrument's family: Auto (default: its identification chooses) or
-                               Legacy; without a port in --ip, the family's port (else 5198, 5025, 5555
+  --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy
+                               or Rigol; without a port in --ip, the family's port (else 5198, 5025, 5555
                                and 4000 are tried)
 Exit status: 0 success, 1 a file could not be read or written, 2 bad options, 3 a verdict is NG,
 4 the instrument cannot be reached or failed during the run (the passes before it are kept).

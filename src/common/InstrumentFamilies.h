@@ -11,6 +11,8 @@ namespace mervasto {
 // driver for each of the others under the same name.
 inline constexpr std::string_view kInstrumentAuto = "Auto";
 inline constexpr std::string_view kInstrumentLegacy = "Legacy";
-inline constexpr std::array<std::string_view, 2> kInstrumentChoices = {kInstrumentAuto, kInstrumentLegacy};
+inline constexpr std::string_view kInstrumentRigol = "Rigol";
+inline constexpr std::array<std::string_view, 3> kInstrumentChoices = {kInstrumentAuto, kInstrumentLegacy,
+                                                                       kInstrumentRigol};
 
 }  // namespace mervasto

@@ -4,6 +4,7 @@
 #include "common/TextUtil.h"
 #include "dso/InstrumentDriver.h"
 #include "dso/LegacyDriver.h"
+#include "dso/RigolDriver.h"
 
 namespace mervasto {
 
@@ -27,6 +28,7 @@ const std::vector<const InstrumentFamily*>& InstrumentFamilies() {
     // A new family is one line here (and its word in common/InstrumentFamilies.h).
     static const std::vector<const InstrumentFamily*> families = {
         &LegacyFamily(),
+        &RigolFamily(),
     };
     return families;
 }

@@ -40,7 +40,7 @@ struct SimState {
 
 struct SimOptions {
     uint16_t port = 0;  // 0 = any free port
-    // The command set spoken (sim/Dialects.h): "legacy".
+    // The command set spoken (sim/Dialects.h): "legacy", "rigol".
     std::string dialect = "legacy";
     SimState state;
     SimFault fault = SimFault::None;

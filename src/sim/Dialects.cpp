@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "sim/InstrumentModel.h"
+#include "sim/RigolModel.h"
 
 namespace mervasto {
 
@@ -17,6 +18,7 @@ std::unique_ptr<DialectModel> Make(SimOptions options) {
 const std::vector<SimDialect>& SimDialects() {
     static const std::vector<SimDialect> dialects = {
         {"legacy", 5198, {"DS-5354", "DS-5352"}, Make<InstrumentModel>},
+        {"rigol", 5555, RigolModels(), Make<RigolModel>},
     };
     return dialects;
 }
