@@ -1,6 +1,5 @@
 #include "dso/Instrument.h"
 
-#include "common/InstrumentFamilies.h"
 #include "common/RuntimeError.h"
 #include "dso/DsoSetupReadout.h"
 #include "dso/LegacyDriver.h"
@@ -40,7 +39,7 @@ Outcome Instrument::connect(DsoSetup& setup, UiPort& ui, const std::string& addr
         else if (named)
             ports = {std::to_string(named->port)};
         else
-            for (uint16_t p : kProbedPorts) ports.push_back(std::to_string(p));
+            for (uint16_t p : probedPorts_) ports.push_back(std::to_string(p));
         probedPort_ = 0;
         bool up = false;
         for (const std::string& port : ports) {
@@ -55,7 +54,6 @@ Outcome Instrument::connect(DsoSetup& setup, UiPort& ui, const std::string& addr
         if (!up) return {ErrorCode::Link, kDsoNotConnected};
         host_ = address.host;
         port_ = address.portGiven ? address.port : std::string();
-        familyName_ = named ? std::string(named->name) : std::string(kInstrumentAuto);
         if (probedPort_ != 0) ui.setStatus(1, "The DSO answered on port " + std::to_string(probedPort_) + ".");
 
         const std::string reply = link_.QueryDso("*IDN?", 256);
@@ -80,11 +78,12 @@ Outcome Instrument::connect(DsoSetup& setup, UiPort& ui, const std::string& addr
 bool Instrument::linkedElsewhere(const std::string& addressText, std::string_view familyName) const {
     const std::string peer = link_.peer();
     if (peer.empty()) return false;
+    // Auto takes whichever family is linked; a named one must be the linked one.
     const InstrumentFamily* named = FamilyNamed(familyName);
-    if ((named ? std::string(named->name) : std::string(kInstrumentAuto)) != familyName_) return true;
+    if (named && driver_ && &driver_->family() != named) return true;
     const DsoAddress a = ParseDsoAddress(addressText);
     if (a.portGiven) return peer != a.host + ":" + a.port;
-    if (named) return peer != a.host + ":" + std::to_string(named->port);
+    // Without a port the link stands on whichever port answered.
     return a.host != host_ || !port_.empty();
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dso/InstrumentDriver.h"
 
@@ -34,11 +35,15 @@ public:
     // and lists the families.
     Outcome connect(DsoSetup& setup, UiPort& ui, const std::string& addressText, std::string_view familyName);
     bool linked() const { return link_.DsoLinked; }
-    // Linked, but to another address or family than these name.
+    // Linked, but to another address than this names, or to another family
+    // than the one named ("Auto" takes any).
     bool linkedElsewhere(const std::string& addressText, std::string_view familyName) const;
     // The port that answered when ports were tried; 0 when the address or
     // the family named it.
     uint16_t probedPort() const { return probedPort_; }
+    // The ports tried when none is named: kProbedPorts, or another list (a
+    // test's loopback ports).
+    void setProbedPorts(std::vector<uint16_t> ports) { probedPorts_ = std::move(ports); }
 
     // The linked family's driver; before a link, the named family's (the
     // legacy instrument's for "Auto", as the program always assumed).
@@ -67,12 +72,12 @@ private:
 
     DsoLink link_;
     std::unique_ptr<InstrumentDriver> driver_;  // the linked family's, or the last one asked for
-    // What the link was opened for: the host, the port the address named
-    // (empty when none) and the family's name.
+    // What the link was opened for: the host and the port the address named
+    // (empty when none).
     std::string host_;
     std::string port_;
-    std::string familyName_;
     uint16_t probedPort_ = 0;
+    std::vector<uint16_t> probedPorts_{std::begin(kProbedPorts), std::end(kProbedPorts)};
 };
 
 }  // namespace mervasto

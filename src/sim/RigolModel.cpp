@@ -300,7 +300,7 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
     const int64_t first = raw ? std::max<int64_t>(start_, 1) : 1;
     const int64_t last = raw ? std::min(stop_, memory) : memory;
     const int64_t most = format_ == "BYTE" ? kBytePoints : (format_ == "WORD" ? kBytePoints / 2 : 15625);
-    if (raw && last - first + 1 > most) {
+    if (raw && stop_ - first + 1 > most) {
         error("-222,\"Data out of range\"");
         return block({}, 9, out);
     }
