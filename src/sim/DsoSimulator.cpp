@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -36,6 +37,7 @@ struct DsoSimulator::Shared {
     int openConnections = 0;  // accepted and not yet closed
     uint16_t port = 0;
     std::function<void(const std::string&)> hook;
+    std::atomic<int64_t> servingNs{0};
 
     // Generates outside the lock and hands the record in: a long record
     // takes a while, and the accessors must not wait for it.
@@ -169,6 +171,7 @@ private:
             hook = shared_->hook;
         }
         if (hook) hook(line);
+        const auto begin = std::chrono::steady_clock::now();
         std::vector<SimReply> replies;
         {
             std::lock_guard lock(shared_->m);
@@ -177,6 +180,8 @@ private:
             replies = shared_->model->handle(line);
         }
         for (const SimReply& r : replies) deliver(s, r);
+        shared_->servingNs +=
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - begin).count();
     }
 
     void deliver(QTcpSocket* s, const SimReply& reply) {
@@ -433,6 +438,8 @@ void DsoSimulator::clearReplyOverrides() {
 }
 
 void DsoSimulator::regenerate() { shared_->renew(false); }
+
+double DsoSimulator::servingSeconds() const { return static_cast<double>(shared_->servingNs.load()) * 1e-9; }
 
 SimRecord DsoSimulator::record() const {
     std::shared_ptr<const SimRecord> held;

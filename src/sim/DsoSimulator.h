@@ -74,6 +74,9 @@ public:
     void regenerate();
     // The record the instrument holds, volts per channel.
     SimRecord record() const;
+    // Time spent answering so far: making the replies and handing them to
+    // the socket (what a benchmark of the host leaves out).
+    double servingSeconds() const;
 
     struct Shared;
     class Worker;

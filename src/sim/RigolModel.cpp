@@ -316,8 +316,10 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
     };
     std::string payload;
     if (format_ == "ASC") {
-        for (int64_t p = first; p <= last; ++p)
-            payload += (p == first ? "" : ",") + Sci((code(p) - yor - kReference) * yinc);
+        for (int64_t p = first; p <= last; ++p) {
+            if (p != first) payload += ',';
+            payload += Sci((code(p) - yor - kReference) * yinc);
+        }
     } else {
         const size_t width = format_ == "WORD" ? 2 : 1;
         payload.assign(static_cast<size_t>(n) * width, '\0');
