@@ -1,9 +1,10 @@
 // A soak of the acquisition run: passes of 100,000-sample records from the
-// local simulator with "Repeat" and "New Acquisition" ticked. Reports the
-// time per pass, the part of it spent outside the transfer, and the memory
-// before and after, and checks that every pass left its log row and result
-// line. With --series-trend every pass also goes into the per-pass trend and
-// its picture is drawn, as an open "Histogram / Trend" window does.
+// local simulator (of any dialect, --dialect) with "Repeat" and "New
+// Acquisition" ticked. Reports the time per pass, the part of it spent
+// outside the transfer, and the memory before and after, and checks that
+// every pass left its log row and result line. With --series-trend every pass
+// also goes into the per-pass trend and its picture is drawn, as an open
+// "Histogram / Trend" window does.
 #include "app/RunState.h"
 #include "app/ScriptedUi.h"
 #include "dso/DsoLink.h"
@@ -42,25 +43,35 @@ public:
     void setStatus(int panel, const std::string& text) override {
         if (panel == 1) {
             auto now = Clock::now();
-            if (text == "Transfering waves from the DSO.") start = now;
+            if (text == "Acquiring New Data.") armed = now;
+            if (text == "Transfering waves from the DSO.") {
+                start = now;
+                acquiring += now - armed;
+            }
             if (text == "Completed wave translation.") transfer += now - start;
         }
         status[panel] = text;  // the log of every text would grow with the series
     }
     Clock::time_point start;
+    Clock::time_point armed;
     Clock::duration transfer{};
+    // The acquisition wait: mostly the simulator making the next record.
+    Clock::duration acquiring{};
 };
 }  // namespace
 
 int main(int argc, char** argv) {
-    // bench_acquire [PASSES [EDGE_TIMING]] [--series-trend]
+    // bench_acquire [PASSES [EDGE_TIMING]] [--series-trend] [--dialect NAME]
     int passes = 1000;
     std::string edgeTiming = "Samples";
+    std::string dialect = "legacy";
     bool seriesTrend = false;
     for (int i = 1, positional = 0; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--series-trend")
             seriesTrend = true;
+        else if (arg == "--dialect" && i + 1 < argc)
+            dialect = argv[++i];
         else if (positional++ == 0)
             passes = std::atoi(arg.c_str());
         else
@@ -75,6 +86,7 @@ int main(int argc, char** argv) {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     SimOptions o;
+    o.dialect = dialect;
     o.state.recordLength = 100000;
     o.acqDelayMs = 0;
     DsoSimulator sim(o);
@@ -116,6 +128,7 @@ int main(int argc, char** argv) {
     std::filesystem::remove(state.resultFileName());
     a.TotalRepeats = std::to_string(passes);
     ui.transfer = {};
+    ui.acquiring = {};
     trend.clear();
     drawing = {};
     const auto t0 = std::chrono::steady_clock::now();
@@ -129,9 +142,11 @@ int main(int argc, char** argv) {
     int logRows = 0;
     for (int r = 4; r < state.logGrid().rows(); ++r) logRows += !state.logGrid().text(r, 0).empty();
     const double transfer = std::chrono::duration<double>(ui.transfer).count();
-    std::printf("passes %d, record 100000 samples x 4 channels, edge timing %s\n", passes, a.EdgeTiming.c_str());
-    std::printf("per pass: %.2f ms in all, %.2f ms beyond the transfer\n", 1e3 * total / passes,
-                1e3 * (total - transfer) / passes);
+    std::printf("passes %d, record 100000 samples x 4 channels, edge timing %s, dialect %s\n", passes,
+                a.EdgeTiming.c_str(), dialect.c_str());
+    const double acquiring = std::chrono::duration<double>(ui.acquiring).count();
+    std::printf("per pass: %.2f ms in all, %.2f ms beyond the transfer, of which %.2f ms waiting for the acquisition\n",
+                1e3 * total / passes, 1e3 * (total - transfer) / passes, 1e3 * acquiring / passes);
     if (seriesTrend)
         std::printf("series trend: %.3f ms per pass (update and drawing), %zu points on Ch1\n",
                     1e3 * std::chrono::duration<double>(drawing).count() / passes, trend.channel(0).size());

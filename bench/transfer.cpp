@@ -1,5 +1,8 @@
-// A 5,000,000-sample word-format transfer of one channel from the local
-// simulator, converted to volts (target: at most 0.3 s).
+// Transfers from the local simulator: a 5,000,000-sample word-format channel
+// of the legacy instrument, converted to volts (target: at most 0.3 s), and
+// per family a whole fetch of 4 x 1,000,000 8-bit points (target: at most
+// 0.5 s beyond the simulator's own time to make and hand over its replies,
+// reported as "beyond_sim_s").
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -8,6 +11,7 @@
 
 #include "dso/DsoLink.h"
 #include "dso/DsoSetupReadout.h"
+#include "dso/Instrument.h"
 #include "dso/WaveTransfer.h"
 #include "sim/DsoSimulator.h"
 
@@ -30,12 +34,16 @@ public:
     std::optional<uint32_t> chooseColor(uint32_t) override { return std::nullopt; }
 };
 
-void BM_WordTransfer5M(benchmark::State& state) {
+QCoreApplication& App() {
     static int argc = 1;
     static char name[] = "bench_transfer";
     static char* argv[] = {name, nullptr};
     static QCoreApplication app(argc, argv);
+    return app;
+}
 
+void BM_WordTransfer5M(benchmark::State& state) {
+    App();
     SimOptions o;
     o.state.model = "DS-5354";
     o.state.recordLength = 5'000'000;
@@ -65,5 +73,45 @@ void BM_WordTransfer5M(benchmark::State& state) {
     sim.stop();
 }
 BENCHMARK(BM_WordTransfer5M)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+
+// The whole fetch of a family's instrument: setup, then four channels of
+// 1,000,000 byte samples each, through the instrument interface.
+void BM_Fetch4x1M(benchmark::State& state, const char* dialect) {
+    App();
+    SimOptions o;
+    o.dialect = dialect;
+    o.state.recordLength = 1'000'000;
+    DsoSimulator sim(o);
+    if (!sim.start()) {
+        state.SkipWithError("the simulator did not start");
+        return;
+    }
+    Instrument instrument;
+    DsoSetup setup;
+    NullUi ui;
+    if (!instrument.connect(setup, ui, sim.address(), "Auto")) {
+        state.SkipWithError("no link to the simulator");
+        return;
+    }
+    WaveRecord record;
+    std::array<std::string, 4> vrate{"1", "1", "1", "1"};
+    DsoTransferInputs in{sim.address(), false, vrate, "Period"};
+    const double servedBefore = sim.servingSeconds();
+    double wall = 0;
+    for (auto _ : state) {
+        const auto t0 = std::chrono::steady_clock::now();
+        if (!instrument.fetch(setup, record, ui, in) || record.WaveLength != 1'000'000)
+            state.SkipWithError("the fetch failed");
+        wall += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    }
+    const double n = static_cast<double>(state.iterations());
+    state.counters["sim_s"] = (sim.servingSeconds() - servedBefore) / n;
+    state.counters["beyond_sim_s"] = (wall - (sim.servingSeconds() - servedBefore)) / n;
+    state.SetBytesProcessed(state.iterations() * int64_t{4'000'000});
+    instrument.close();
+    sim.stop();
+}
+BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy, "legacy")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol, "rigol")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 
 }  // namespace

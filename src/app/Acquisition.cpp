@@ -10,8 +10,7 @@
 #include "common/TextUtil.h"
 #include "dso/AcquisitionPass.h"
 #include "dso/DsoLink.h"
-#include "dso/DsoScreen.h"
-#include "dso/DsoSetupReadout.h"
+#include "dso/Instrument.h"
 #include "dso/RejectRange.h"
 #include "results/ResultFiles.h"
 
@@ -27,7 +26,6 @@ constexpr const char* kAcquisitionAborted = "Data Acquisition Aborted.";
 constexpr const char* kTransferingWaves = "Transfering waves from the DSO.";
 constexpr const char* kCompletedTransfer = "Completed data transffering.";
 constexpr const char* kFailedTranslationSetup = "Failed translation of the DSO setup.";
-constexpr const char* kDirectionText = "Set to Zoom Mode and Set Reject Range by Cursor !";
 constexpr const char* kDirectionTitle = "Direction";
 constexpr const char* kAbortedStoring = "Aborted Storing the Data to the File.";
 constexpr const char* kStoredData = "Stored the Data to the File.";
@@ -83,7 +81,7 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
     for (size_t ch = 0; ch < kChannels; ++ch) vrates[ch] = settings_.channels[ch].VRate;
     DsoTransferInputs in{settings_.analysis.IPAdressText, MemoryInput, vrates,
                          std::string(settings_.channels[3].signalText())};
-    Outcome transferred = mervasto::TransferFromDso(*link_, setup_, record_, ui, in);
+    Outcome transferred = instrument_->fetch(setup_, record_, ui, in);
     if (transferred) {
         for (size_t ch = 0; ch < kChannels; ++ch) settings_.channels[ch].VRate = vrates[ch];
         return transferred;
@@ -99,17 +97,17 @@ Outcome RunState::runPass(UiPort& ui) {
     if (linkedElsewhere()) {
         // Another instrument since the last pass: the old one gets its front
         // panel back, the new one is connected and identified as at a start.
-        if (const Outcome local = ReturnToLocal(*link_); !local) ui.setStatus(2, local.text());
-        link_->close();
+        if (const Outcome local = instrument_->returnToLocal(); !local) ui.setStatus(2, local.text());
+        instrument_->close();
     }
-    if (!link_->DsoLinked) {
-        Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
+    if (!instrument_->linked()) {
+        Outcome linked = InstrumentFailure(connectInstrument(ui, settings_.analysis.IPAdressText));
         if (!linked) return ShownInLinkBox(ui, std::move(linked));
     }
-    PrepareDsoForPass(*link_, setup_);
+    instrument_->prepareForPass(setup_);
     if (settings_.analysis.DaqCheck) {
         ui.setStatus(1, kAcquiringNewData);
-        if (link_->WaitSingleAcquisition()) ui.setStatus(1, kAcquisitionAborted);
+        if (instrument_->acquireSingle()) ui.setStatus(1, kAcquisitionAborted);
     }
     ui.setStatus(1, kTransferingWaves);
     InputSource = kInputTypeDso;
@@ -155,7 +153,8 @@ Outcome RunState::runPass(UiPort& ui) {
 
 Outcome RunState::shownInRunBox(UiPort& ui, Outcome failed) const {
     if (failed.ok()) return failed;
-    if (!failed.wasReported() && !link_->aborted()) ui.messageBox(failed.text(), MsgButtons::Ok, kLinkErrorTitle);
+    if (!failed.wasReported() && !instrument_->link().aborted())
+        ui.messageBox(failed.text(), MsgButtons::Ok, kLinkErrorTitle);
     return std::move(failed).reported();
 }
 
@@ -169,11 +168,11 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     if (running_) return Outcome::Ok();
     runFailure_ = Outcome::Ok();
     // A Stop left over from an earlier run must not cut this run's connect.
-    link_->clearStop();
-    ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
-    if (linkedElsewhere()) link_->close();
-    if (!link_->DsoLinked) {
-        Outcome linked = InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText));
+    instrument_->link().clearStop();
+    ApplyExchangeDeadline(instrument_->link(), settings_.analysis.TimeoutSeconds);
+    if (linkedElsewhere()) instrument_->close();
+    if (!instrument_->linked()) {
+        Outcome linked = InstrumentFailure(connectInstrument(ui, settings_.analysis.IPAdressText));
         runFailure_ = shownInRunBox(ui, StopToStatus(ui, ShownInLinkBox(ui, std::move(linked))));
         if (!runFailure_) {
             runEnded(runFailure_);
@@ -183,7 +182,7 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     running_ = true;
     if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended)
         runFailure_ = shownInRunBox(ui, StopToStatus(ui, std::move(ended)));
-    const Outcome local = ReturnToLocal(*link_);
+    const Outcome local = instrument_->returnToLocal();
     if (!local) ui.setStatus(2, local.text());
     running_ = false;
     runEnded(runFailure_);
@@ -198,7 +197,7 @@ Outcome RunState::runSeries(UiPort& ui) {
     RepeatLimit = ToInt32(Val(a.TotalRepeats));
     SetupLogGrid(logGrid_, std::max(RepeatLimit, 0));
     logFirst = true;
-    link_->StopRequested = false;
+    instrument_->link().StopRequested = false;
     if (runDone_) a.SampleIndex = NextSampleIndex(a.SampleIndex);
     settingsChanged();
     gridsChanged();
@@ -216,62 +215,75 @@ Outcome RunState::runSeries(UiPort& ui) {
         TransferFailed = false;
         ui.setStatus(1, kRepeatCount + std::to_string(repeatCounter_));
         if (Outcome pass = runPass(ui); !pass) return pass;
-        if (TransferFailed || link_->StopRequested || !a.DaqCheck) break;
+        if (TransferFailed || instrument_->link().StopRequested || !a.DaqCheck) break;
         if (repeatCounter_ == INT32_MAX) throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");
     }
     return Outcome::Ok();
 }
 
-void RunState::Stop_Click() { link_->requestStop(); }
+void RunState::Stop_Click() { instrument_->link().requestStop(); }
 
 void RunState::IPAdressText_Change() {
-    if (!running_ && linkedElsewhere()) link_->close();
+    if (!running_ && linkedElsewhere()) instrument_->close();
 }
 
 bool RunState::linkedElsewhere() const {
-    const std::string peer = link_->peer();
-    const DsoAddress wanted = ParseDsoAddress(settings_.analysis.IPAdressText);
-    return !peer.empty() && peer != wanted.host + ":" + wanted.port;
+    return instrument_->linkedElsewhere(settings_.analysis.IPAdressText, settings_.analysis.Instrument);
 }
 
-bool RunState::linked() const { return link_->DsoLinked; }
+bool RunState::linked() const { return instrument_->linked(); }
 
 std::string RunState::linkedInstrument() const {
-    const std::string peer = link_->peer();
-    return link_->DsoLinked && !peer.empty() ? setup_.Model + " at " + peer : std::string();
+    const std::string peer = instrument_->link().peer();
+    return instrument_->linked() && !peer.empty() ? setup_.Model + " at " + peer : std::string();
 }
-void RunState::setReplyTimeoutMs(int ms) { link_->setReplyTimeoutMs(ms); }
-void RunState::setExchangeDeadlineMs(int ms) { link_->setExchangeDeadlineMs(ms); }
-void RunState::abortLink() { link_->abort(); }
+void RunState::setReplyTimeoutMs(int ms) { instrument_->link().setReplyTimeoutMs(ms); }
+void RunState::setExchangeDeadlineMs(int ms) { instrument_->link().setExchangeDeadlineMs(ms); }
+void RunState::abortLink() { instrument_->link().abort(); }
+
+Outcome RunState::connectInstrument(UiPort& ui, const std::string& ip) {
+    return instrument_->connect(setup_, ui, ip, settings_.analysis.Instrument);
+}
 
 Outcome RunState::ConnectInstrument(UiPort& ui, const std::string& ip) {
-    return InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, ip));
+    return InstrumentFailure(connectInstrument(ui, ip));
 }
 
 Outcome RunState::ReadInstrumentSetup(UiPort& ui, const std::string& ip) {
-    return InstrumentFailure(ReadDsoSetup(*link_, setup_, ui, ip, false));
+    return InstrumentFailure(instrument_->readSetup(setup_, ui, ip, settings_.analysis.Instrument, false));
 }
 
-Outcome RunState::HandBackInstrument() { return InstrumentFailure(ReturnToLocal(*link_)); }
+Outcome RunState::HandBackInstrument() { return InstrumentFailure(instrument_->returnToLocal()); }
+
+FeatureSupport RunState::instrumentSupports(InstrumentFeature feature) const {
+    return instrument_->supports(feature, settings_.analysis.Instrument);
+}
+
+std::string RunState::instrumentFamily() const {
+    return std::string(instrument_->family(settings_.analysis.Instrument).name);
+}
+
+uint16_t RunState::probedPort() const { return instrument_->probedPort(); }
 
 Outcome RunState::ReadRejectRange_Click(UiPort& ui) { return StopToStatus(ui, readRejectRange(ui)); }
 
 Outcome RunState::readRejectRange(UiPort& ui) {
     if (!WavesPresent || !settings_.analysis.OmitRangeEffect || record_.WaveLength < 500) return Outcome::Ok();
     return Guarded([&]() -> Outcome {
-        ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+        ApplyExchangeDeadline(instrument_->link(), settings_.analysis.TimeoutSeconds);
         settings_.RejectRangeSet = false;
-        if (!running_ && linkedElsewhere()) link_->close();
-        if (!link_->DsoLinked) {
-            Outcome linked = ShownInLinkBox(
-                ui, InstrumentFailure(ConnectAndIdentify(*link_, setup_, ui, settings_.analysis.IPAdressText)));
+        if (!running_ && linkedElsewhere()) instrument_->close();
+        if (!instrumentSupports(InstrumentFeature::RejectRange).available) return Outcome::Ok();
+        if (!instrument_->linked()) {
+            Outcome linked =
+                ShownInLinkBox(ui, InstrumentFailure(connectInstrument(ui, settings_.analysis.IPAdressText)));
             if (!linked) return linked;
         }
-        if (Outcome local = ReturnToLocal(*link_); !local) return InstrumentFailure(std::move(local));
-        if (ui.messageBox(kDirectionText, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel)
-            return Outcome::Ok();
+        if (Outcome local = instrument_->returnToLocal(); !local) return InstrumentFailure(std::move(local));
+        const std::string direction = instrument_->driver(settings_.analysis.Instrument).rejectRangePrompt();
+        if (ui.messageBox(direction, MsgButtons::OkCancel, kDirectionTitle) == MsgAnswer::Cancel) return Outcome::Ok();
         ZoomReadout zoom;
-        if (Outcome read = ReadRejectRangeFromDso(*link_, setup_, record_.WaveLength, zoom); !read)
+        if (Outcome read = instrument_->readRejectRange(setup_, record_.WaveLength, zoom); !read)
             return InstrumentFailure(std::move(read));
         ZoomTimePerDiv = zoom.ZoomTimePerDiv;
         ZoomDelay = zoom.ZoomDelay;
@@ -286,9 +298,9 @@ Outcome RunState::readRejectRange(UiPort& ui) {
 }
 
 Outcome RunState::WaveSave_Click(UiPort& ui) {
-    if (!running_) link_->clearStop();  // a Stop of the last run is not meant for this
+    if (!running_) instrument_->link().clearStop();  // a Stop of the last run is not meant for this
     Outcome saved = Guarded([&]() -> Outcome {
-        ApplyExchangeDeadline(*link_, settings_.analysis.TimeoutSeconds);
+        ApplyExchangeDeadline(instrument_->link(), settings_.analysis.TimeoutSeconds);
         const std::string dataDir = JoinPath(dataFolder_, "Data");
         const std::string screenDir = JoinPath(dataFolder_, "VScreen");
         const std::string base = sampleName();
@@ -305,11 +317,14 @@ Outcome RunState::WaveSave_Click(UiPort& ui) {
             }
         }
         if (!settings_.analysis.SaveScreenCheck) return Outcome::Ok();
-        if (!running_ && linkedElsewhere()) link_->close();
+        if (!running_ && linkedElsewhere()) instrument_->close();
+        if (const FeatureSupport screen = instrumentSupports(InstrumentFeature::Screen); !screen.available)
+            return {ErrorCode::BadOption, screen.whyNot};
         makeFolder(screenDir);
         ui.setStatus(1, kStoringScreen);
         Outcome screen = ShownInLinkBox(
-            ui, SaveDsoScreen(*link_, ui, settings_.analysis.IPAdressText, JoinPath(screenDir, base + ".png")));
+            ui, instrument_->saveScreen(setup_, ui, settings_.analysis.IPAdressText, settings_.analysis.Instrument,
+                                        JoinPath(screenDir, base + ".png")));
         if (!screen && !screen.wasReported()) return screen;
         ui.setStatus(1, kCompletedScreen);  // after the link's own box too, as it always was
         return screen;

@@ -11,7 +11,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
 #include "common/TextUtil.h"
-#include "dso/DsoLink.h"
+#include "dso/Instrument.h"
 #include "results/Comparator.h"
 #include "results/ResultFiles.h"
 
@@ -32,7 +32,7 @@ std::string NextSampleIndex(const std::string& index) {
     return std::to_string(ToInt16(next));
 }
 
-RunState::RunState() : link_(std::make_unique<DsoLink>()) {
+RunState::RunState() : instrument_(std::make_unique<Instrument>()) {
     SetupResultGrid1(resultGrid_);
     SetupLogGrid(logGrid_, 1000);
     SetupDetailDataGrid(detailGrid_, kDetailStartCycles);
@@ -55,7 +55,7 @@ void RunState::FormLoad(const std::string& dataFolderOverride) {
 
 Outcome RunState::FormUnload() {
     Outcome saved = SaveResumeParam(ResumeFileName(dataFolder_), settings_);
-    if (link_) link_->close();
+    if (instrument_) instrument_->close();
     return saved;
 }
 

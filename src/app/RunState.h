@@ -13,6 +13,7 @@
 #include "common/Event.h"
 #include "common/Outcome.h"
 #include "common/UiPort.h"
+#include "dso/InstrumentDriver.h"
 #include "results/Comparator.h"
 #include "results/EncoderFiles.h"
 #include "results/Grid.h"
@@ -26,7 +27,7 @@
 
 namespace mervasto {
 
-class DsoLink;
+class Instrument;
 
 // The sample index after index: a 16-bit number, so past 32767 the next
 // record cannot be named (a setting fault naming the index).
@@ -246,6 +247,12 @@ public:
     Outcome ConnectInstrument(UiPort& ui, const std::string& ip);
     Outcome ReadInstrumentSetup(UiPort& ui, const std::string& ip);
     Outcome HandBackInstrument();
+    // What the instrument family of the link (or of the Instrument setting
+    // while there is none) can do, and its name.
+    FeatureSupport instrumentSupports(InstrumentFeature feature) const;
+    std::string instrumentFamily() const;
+    // The port that answered when the address named none (0 otherwise).
+    uint16_t probedPort() const;
     // Cuts the link at once (the window closing during a silent exchange).
     void abortLink();
 
@@ -273,7 +280,7 @@ private:
     Grid detailGrid_;
     std::string totalWaveDatas_;
 
-    std::unique_ptr<DsoLink> link_;
+    std::unique_ptr<Instrument> instrument_;
 
     bool runDone_ = false;
     bool WavesPresent = false;
@@ -315,8 +322,10 @@ private:
     Outcome inputFromFile(UiPort& ui, bool& analysing);
     // The instrument side of WaveTrans: setup readout and channel transfers.
     Outcome TransferFromDso(UiPort& ui);
-    // The link is open to another address than the box names.
+    // The link is open to another address or family than the settings name.
     bool linkedElsewhere() const;
+    // Connects and identifies with the Instrument setting's family.
+    Outcome connectInstrument(UiPort& ui, const std::string& ip);
     // ReadRejectRange_Click within a pass: a Stop is left to the run.
     Outcome readRejectRange(UiPort& ui);
     // The passes of a run, and one pass: acquisition, transfer, analysis,

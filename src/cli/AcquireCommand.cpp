@@ -60,6 +60,13 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     ui.keepStatusLog = false;
     ui.echo = o.format == "json" ? nullptr : &EchoToStderr;
     if (Outcome limits = LoadComparatorOption(state, ui, o, err); !limits) return limits;
+    // A family without a reject range cannot take --omit-range: told before any pass.
+    if (o.omitRange) {
+        if (const Outcome linked = state.ConnectInstrument(ui, *o.ip); !linked) return Told(err, linked);
+        if (Outcome refused = RefuseLacking(state, InstrumentFeature::RejectRange, "--omit-range", err); !refused)
+            return refused;
+    }
+    const Subscription sayProbed = state.runStarted.subscribe([&] { ReportProbedPort(state, err); });
 
     // A series repeats only with "New Acquisition" ticked, as the window's does.
     const AnalysisSettings& a = state.settings().analysis;

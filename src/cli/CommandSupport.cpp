@@ -36,6 +36,7 @@ WaveImportOptions ImportOptionsOf(const Options& o) {
 }
 
 void ApplyTimeout(RunState& state, const Options& o) {
+    if (o.instrument) state.settings().analysis.Instrument = *o.instrument;
     if (!o.timeoutMs) return;
     state.setReplyTimeoutMs(*o.timeoutMs);
     state.setExchangeDeadlineMs(*o.timeoutMs);
@@ -98,6 +99,19 @@ Outcome ReportUnsaved(RunState& state, std::ostream& err) {
 
 void ReportNotices(const RunState& state, std::ostream& err) {
     for (const auto& notice : state.notices()) err << "mervasto-cli: " << notice << '\n';
+}
+
+void ReportProbedPort(const RunState& state, std::ostream& err) {
+    if (state.probedPort() == 0) return;
+    err << "mervasto-cli: the DSO answered on port " << state.probedPort() << ": " << state.linkedInstrument() << " ("
+        << state.instrumentFamily() << ")\n";
+}
+
+Outcome RefuseLacking(const RunState& state, InstrumentFeature feature, const std::string& option, std::ostream& err) {
+    const FeatureSupport support = state.instrumentSupports(feature);
+    if (support.available) return Outcome::Ok();
+    err << "mervasto-cli: " << option << ": " << support.whyNot << '\n';
+    return {ErrorCode::BadOption, option + ": " + support.whyNot};
 }
 
 void EchoToStderr(const std::string& line) { std::cerr << line << '\n'; }

@@ -7,6 +7,7 @@
 #include "common/Outcome.h"
 
 namespace mervasto {
+enum class InstrumentFeature;
 class RunState;
 class ScriptedUi;
 class SeriesTrend;
@@ -41,7 +42,8 @@ Outcome PrepareState(RunState& state, const Options& o, std::ostream& err);
 // were read; the run went on with the values named): a setting's failure.
 Outcome SettingsRefused(const RunState& state);
 WaveImportOptions ImportOptionsOf(const Options& o);
-// --timeout bounds the instrument's silence and every whole exchange.
+// --timeout bounds the instrument's silence and every whole exchange;
+// --instrument names the family.
 void ApplyTimeout(RunState& state, const Options& o);
 // --comparator, when given: the limits loaded, or why not.
 Outcome LoadComparatorOption(RunState& state, ScriptedUi& ui, const Options& o, std::ostream& err);
@@ -55,6 +57,11 @@ Outcome ReportUnsaved(RunState& state, std::ostream& err);
 // What the run said once in the status bar that a command line would not
 // show otherwise (an older encoder file keeping its columns, say).
 void ReportNotices(const RunState& state, std::ostream& err);
+// Which port answered when the address named none, and what is there.
+void ReportProbedPort(const RunState& state, std::ostream& err);
+// A feature the linked family lacks refuses the option that asks for it
+// (ErrorCode::BadOption, told on err); ok when it has it.
+Outcome RefuseLacking(const RunState& state, InstrumentFeature feature, const std::string& option, std::ostream& err);
 // A status text or box of a run without a window, on stderr.
 void EchoToStderr(const std::string& line);
 

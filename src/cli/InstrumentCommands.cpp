@@ -19,6 +19,7 @@ Outcome withInstrument(RunState& state, const std::string& ip, std::ostream& err
     ScriptedUi ui;
     if (const Outcome linked = state.ConnectInstrument(ui, ip); !linked)
         return Told(err, Outcome(linked.code(), linked.text() + " (" + ip + ")"));
+    ReportProbedPort(state, err);
     if (const Outcome exchanged = exchange(ui); !exchanged) return Told(err, exchanged);
     if (const Outcome local = state.HandBackInstrument(); !local) return Told(err, local);
     return Outcome::Ok();

@@ -1,11 +1,13 @@
 #include "cli/Options.h"
 
 #include "app/core/Startup.h"
+#include "common/InstrumentFamilies.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <optional>
 #include <set>
@@ -55,6 +57,9 @@ Commands:
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
+  --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy
+                               or Rigol; without a port in --ip, the family's port (else 5198, 5025, 5555
+                               and 4000 are tried)
 Exit status: 0 success, 1 a file could not be read or written, 2 bad options or a refused setting
 (a --set value; or a line of a settings file, which is told and the run goes on with the value
 named), 3 a verdict is NG, 4 the instrument cannot be reached or failed during the run (the passes
@@ -62,6 +67,12 @@ before it are kept).
 )";
 
 constexpr int kMaxJobs = 256;
+
+bool CaseInsensitiveEqual(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
 
 // A misspelt or misplaced option: the usage tells the right form.
 Outcome optionError(const std::string& text) { return {ErrorCode::BadOption, text + "\n(try --help)"}; }
@@ -102,7 +113,7 @@ std::optional<double> secondsText(std::string_view text) {
 const std::set<std::string>& optionsWithValues() {
     static const std::set<std::string> names = {"--data-folder",     "--settings", "--set",    "--format",
                                                 "--comparator",      "--ip",       "--repeat", "--timeout",
-                                                "--import-interval", "--plots",    "--jobs"};
+                                                "--import-interval", "--plots",    "--jobs",   "--instrument"};
     return names;
 }
 
@@ -164,6 +175,14 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             if (n < 1 || n > kMaxJobs)
                 return optionError("--jobs takes a whole number from 1 to " + std::to_string(kMaxJobs) + ", not " + v);
             o.jobs = n;
+        } else if (a == "--instrument") {
+            const std::string& v = args[++i];
+            std::string words;
+            for (std::string_view family : kInstrumentChoices) {
+                if (CaseInsensitiveEqual(family, v)) o.instrument = std::string(family);
+                words += (words.empty() ? "" : ", ") + std::string(family);
+            }
+            if (!o.instrument) return optionError("--instrument takes " + words + ", not " + v);
         } else if (a == "--generic")
             o.generic = true;
         else if (a == "--combine")

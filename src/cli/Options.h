@@ -21,6 +21,7 @@ struct Options {
     bool noSave = false;
     std::optional<std::string> comparator;
     std::optional<std::string> ip;
+    std::optional<std::string> instrument;  // a family's name as the Instrument setting spells it
     std::optional<int32_t> repeat;
     bool newAcquisition = false;
     bool omitRange = false;

@@ -7,12 +7,6 @@
 
 namespace mervasto {
 
-namespace {
-constexpr const char* kTranslationSetup = "Translation the DSO setup.";
-constexpr const char* kTransferringWaves = "Transferring waves from the DSO.";
-constexpr const char* kCompletedWaveTranslation = "Completed wave translation.";
-}  // namespace
-
 void PrepareDsoForPass(DsoLink& link, const DsoSetup& setup) {
     if (Val(MidText(setup.Model, 5, 1)) > 3) link.SendDsoCommand("STOP;ROLL OFF;DISP OFF");
 }

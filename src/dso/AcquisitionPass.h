@@ -15,6 +15,11 @@ namespace mervasto {
 // The instrument's side of one pass of an acquisition run; the run itself
 // (passes, analysis, grids, files) belongs to the application.
 
+// The status texts of a transfer, whatever the instrument.
+inline constexpr const char* kTranslationSetup = "Translation the DSO setup.";
+inline constexpr const char* kTransferringWaves = "Transferring waves from the DSO.";
+inline constexpr const char* kCompletedWaveTranslation = "Completed wave translation.";
+
 // "STOP;ROLL OFF;DISP OFF" for a model whose 5th character reads above 3.
 // The two supported models have a 3 there, so they never get it.
 void PrepareDsoForPass(DsoLink& link, const DsoSetup& setup);

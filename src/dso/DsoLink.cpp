@@ -2,7 +2,6 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QTcpSocket>
 #include <QThread>
 #include <QTimer>
 
@@ -14,6 +13,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
 #include "dso/LinkFraming.h"
+#include "dso/TcpTransport.h"
 
 namespace mervasto {
 
@@ -37,7 +37,10 @@ DsoAddress ParseDsoAddress(const std::string& addressText) {
     if (colon != std::string::npos && text.find(':', colon + 1) == std::string::npos) {
         a.host = std::string{TrimBlanks(text.substr(0, colon))};
         std::string port{TrimBlanks(text.substr(colon + 1))};
-        if (!port.empty()) a.port = port;
+        if (!port.empty()) {
+            a.port = port;
+            a.portGiven = true;
+        }
     }
     if (a.host.empty()) a.host = kDefaultDsoAddress;
     return a;
@@ -48,64 +51,60 @@ int16_t ChannelCountOfModel(const std::string& model) {
     return ToInt16(Val(MidText(model, 7, 1)));
 }
 
-DsoLink::DsoLink() : ownerThread_(QThread::currentThread()), clock_(std::make_unique<QElapsedTimer>()) {
+DsoLink::DsoLink(std::unique_ptr<ByteTransport> transport)
+    : transport_(transport ? std::move(transport) : std::make_unique<TcpTransport>()),
+      ownerThread_(QThread::currentThread()),
+      clock_(std::make_unique<QElapsedTimer>()) {
     clock_->start();
+    transport_->notice = [this](ByteTransport::Notice n) { onNotice(n); };
 }
 
 DsoLink::~DsoLink() {
-    if (socket_) socket_->abort();
+    transport_->notice = nullptr;
+    transport_->abort();
 }
 
-void DsoLink::ensureSocket() {
-    if (socket_) return;
-    socket_ = std::make_unique<QTcpSocket>();
-    QTcpSocket* s = socket_.get();
-    QObject::connect(s, &QTcpSocket::connected, s, [this] {
-        events.Connected = true;
-        socket_->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    });
-    QObject::connect(s, &QTcpSocket::readyRead, s, [this] {
+void DsoLink::onNotice(ByteTransport::Notice n) {
+    using Notice = ByteTransport::Notice;
+    switch (n) {
+    case Notice::Connected: events.Connected = true; break;
+    case Notice::Data:
         events.DataArrived = true;
-        events.BytesTotal = static_cast<int32_t>(std::min<qint64>(socket_->bytesAvailable(), INT32_MAX));
-    });
-    QObject::connect(s, &QTcpSocket::bytesWritten, s, [this](qint64) {
-        if (socket_->bytesToWrite() == 0) events.SendCompleted = true;
-    });
-    QObject::connect(s, &QTcpSocket::errorOccurred, s, [this](QAbstractSocket::SocketError) {
-        if (!DsoLinked && socket_->state() != QAbstractSocket::ConnectedState) socketError_ = true;
-    });
+        events.BytesTotal = static_cast<int32_t>(std::min<int64_t>(static_cast<int64_t>(pending_.size()), INT32_MAX));
+        break;
+    case Notice::Written:
+        if (transport_->bytesToWrite() == 0) events.SendCompleted = true;
+        break;
+    case Notice::Failed:
+        if (!DsoLinked && transport_->state() != ByteTransport::State::Connected) socketError_ = true;
+        break;
+    case Notice::Changed: break;
+    }
+    if (waitLoop_) waitLoop_->quit();
 }
 
-bool DsoLink::socketOpen() const { return socket_ && socket_->state() == QAbstractSocket::ConnectedState; }
+bool DsoLink::socketOpen() const { return transport_->state() == ByteTransport::State::Connected; }
 
 int16_t DsoLink::state() const {
     if (socketError_) return kLinkError;
-    if (!socket_) return kLinkClosed;
-    switch (socket_->state()) {
-    case QAbstractSocket::UnconnectedState: return kLinkClosed;
-    case QAbstractSocket::HostLookupState: return kLinkResolving;
-    case QAbstractSocket::ConnectingState: return kLinkConnecting;
-    case QAbstractSocket::ConnectedState: return kLinkConnected;
-    case QAbstractSocket::ClosingState: return kLinkClosing;
-    default: return kLinkClosed;
+    switch (transport_->state()) {
+    case ByteTransport::State::Closed: return kLinkClosed;
+    case ByteTransport::State::Resolving: return kLinkResolving;
+    case ByteTransport::State::Connecting: return kLinkConnecting;
+    case ByteTransport::State::Connected: return kLinkConnected;
+    case ByteTransport::State::Closing: return kLinkClosing;
     }
+    return kLinkClosed;
 }
 
 void DsoLink::pullSocket() {
-    if (!socket_) return;
-    qint64 n = socket_->bytesAvailable();
-    if (n <= 0) return;
-    size_t old = pending_.size();
-    pending_.resize(old + static_cast<size_t>(n));
-    qint64 got = socket_->read(pending_.data() + old, n);
-    pending_.resize(old + static_cast<size_t>(std::max<qint64>(got, 0)));
-    if (got > 0) lastDataMs_ = clock_->elapsed();
+    if (transport_->readAvailable(pending_) > 0) lastDataMs_ = clock_->elapsed();
 }
 
 int64_t DsoLink::sinceDataMs() const { return clock_->elapsed() - lastDataMs_; }
 
 void DsoLink::close() {
-    if (socket_) socket_->abort();
+    transport_->abort();
     pending_.clear();
     socketError_ = false;
     DsoLinked = false;
@@ -152,25 +151,17 @@ DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::
     QTimer tick;
     tick.setInterval(kTickMs);
     QObject::connect(&tick, &QTimer::timeout, &loop, &QEventLoop::quit);
-    std::vector<QMetaObject::Connection> links;
-    if (socket_) {
-        QTcpSocket* s = socket_.get();
-        links.push_back(QObject::connect(s, &QTcpSocket::readyRead, &loop, &QEventLoop::quit));
-        links.push_back(QObject::connect(s, &QTcpSocket::bytesWritten, &loop, &QEventLoop::quit));
-        links.push_back(QObject::connect(s, &QTcpSocket::stateChanged, &loop, &QEventLoop::quit));
-        links.push_back(QObject::connect(s, &QTcpSocket::errorOccurred, &loop, &QEventLoop::quit));
-    }
-    QEventLoop* outer = loop_;
-    loop_ = &loop;
     struct Restore {
         DsoLink* self;
         QEventLoop* outer;
-        std::vector<QMetaObject::Connection>& links;
+        QEventLoop* outerWait;
         ~Restore() {
             self->loop_ = outer;
-            for (auto& c : links) QObject::disconnect(c);
+            self->waitLoop_ = outerWait;
         }
-    } restore{this, outer, links};
+    } restore{this, loop_, waitLoop_};
+    loop_ = &loop;
+    waitLoop_ = &loop;
     tick.start();
 
     lastDataMs_ = clock_->elapsed();
@@ -197,8 +188,7 @@ DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::
 
 int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) {
     if (aborted_) throw RuntimeError(ErrorCode::Link, "The link to the DSO is closed: the program is ending.");
-    ensureSocket();
-    if (socket_->state() == QAbstractSocket::UnconnectedState) {
+    if (transport_->state() == ByteTransport::State::Closed) {
         socketError_ = false;
         pending_.clear();
         double p = Val(port);
@@ -208,18 +198,18 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
         }
         events.Connected = false;
         peer_ = address + ":" + port;
-        socket_->connectToHost(QString::fromStdString(address), static_cast<quint16>(ToInt32(p)));
+        transport_->open(address, static_cast<uint16_t>(ToInt32(p)));
         auto end = waitFor(
             [this] {
-                auto st = socket_->state();
+                auto st = transport_->state();
                 return socketError_ ||
-                       (st != QAbstractSocket::ConnectingState && st != QAbstractSocket::HostLookupState);
+                       (st != ByteTransport::State::Connecting && st != ByteTransport::State::Resolving);
             },
-            "connecting to the DSO", false, replyTimeoutMs_);
+            "connecting to the DSO", false, connectTimeoutMs_ > 0 ? connectTimeoutMs_ : replyTimeoutMs_);
         if (end != WaitEnd::Done) {
-            socket_->abort();
+            transport_->abort();
             socketError_ = true;
-        } else if (!socketError_ && socket_->state() != QAbstractSocket::ConnectedState) {
+        } else if (!socketError_ && transport_->state() != ByteTransport::State::Connected) {
             socketError_ = true;
         }
     }
@@ -229,10 +219,9 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
 void DsoLink::SendDsoCommand(const std::string& command) {
     checkUsable("sending \"" + command + "\"");
     events.SendCompleted = false;
-    std::string line = command + '\n';
-    socket_->write(line.data(), static_cast<qint64>(line.size()));
+    transport_->write(command + '\n');
     const std::string what = "sending \"" + command + "\"";
-    if (waitFor([this] { return events.SendCompleted || socket_->bytesToWrite() == 0; }, what, true, replyTimeoutMs_,
+    if (waitFor([this] { return events.SendCompleted || transport_->bytesToWrite() == 0; }, what, true, replyTimeoutMs_,
                 deadlineFromNow()) != WaitEnd::Done)
         fail("The DSO did not take the command \"" + command + "\" in time; the link was closed.");
 }
@@ -243,8 +232,8 @@ std::string DsoLink::QueryDso(const std::string& command, int32_t maxLength) {
     pullSocket();
     pending_.clear();
     events.DataArrived = false;
-    std::string line = command + '\n';
-    socket_->write(line.data(), static_cast<qint64>(line.size()));
+    transport_->write(command + '\n');
+    transport_->replyWanted();
     const std::string what = "waiting for the reply to \"" + command + "\"";
     size_t scanned = 0;
     ReplyState reply = ReplyState::NeedMore;
@@ -267,14 +256,26 @@ std::string DsoLink::QueryDso(const std::string& command, int32_t maxLength) {
 }
 
 int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, const BlockCheck* check) {
+    return static_cast<int32_t>(readFramed(data, Framing::Legacy, BlockRead{check, progressPort}));
+}
+
+int64_t DsoLink::ReadBlock(std::vector<uint8_t>& data, const BlockRead& how) {
+    return readFramed(data, Framing::Definite, how);
+}
+
+int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const BlockRead& how) {
     checkUsable("reading a data block");
-    constexpr size_t kHeader = kBlockHeaderBytes;
+    const BlockCheck* check = how.check;
+    UiPort* progressPort = how.progress;
     const std::string of = check && !check->source.empty() ? " for " + check->source : std::string();
     const int64_t deadline = deadlineFromNow();
+    transport_->replyWanted();
     BlockHeader header;
     auto end = waitFor(
         [&] {
-            header = ParseBlockHeader(pending_, sinceDataMs() >= quietMs_, kMaxBlockBytes - 1);
+            const bool quiet = sinceDataMs() >= quietMs_;
+            header = framing == Framing::Legacy ? ParseBlockHeader(pending_, quiet, kMaxBlockBytes - 1)
+                                                : ParseDefiniteBlockHeader(pending_, quiet, kMaxBlockBytes - 1);
             return header.state != BlockHeaderState::NeedMore;
         },
         "waiting for a data block" + of, true, replyTimeoutMs_, deadline);
@@ -286,7 +287,8 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, 
              " ms); the link was closed.");
     if (header.state == BlockHeaderState::NotBlock)
         fail("The DSO's reply" + of + " is not a data block: it begins \"" + PrintableBytes(pending_, 24) +
-             "\" instead of \"#\", a digit and eight length digits.");
+             (framing == Framing::Legacy ? "\" instead of \"#\", a digit and eight length digits."
+                                         : "\" instead of \"#\", a digit n and n length digits."));
     const int64_t n = header.length;
     if (header.state == BlockHeaderState::TooLong)
         fail("The DSO announced a data block" + of + " of " + std::to_string(n) + " bytes, more than the " +
@@ -296,16 +298,19 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, 
     if (check && check->bytes >= 0 && n != check->bytes)
         fail("The DSO's block" + of + " holds " + std::to_string(n) + " bytes, not the " +
              std::to_string(check->bytes) + " asked for; the pass was ended and the link closed.");
-    const size_t total = kHeader + static_cast<size_t>(n) + 1;
+    const size_t headerBytes = header.headerBytes;
+    const size_t total = headerBytes + static_cast<size_t>(n) + 1;
     pending_.reserve(total);
+    const int64_t shownTotal = how.total > 0 ? how.total : n + 1;
     int64_t lastShown = -1;
     bool noTerminator = false;
     end = waitFor(
         [&] {
             if (progressPort) {
-                int64_t got = std::min<int64_t>(static_cast<int64_t>(pending_.size()) - kHeader, n + 1);
+                int64_t got =
+                    std::min<int64_t>(static_cast<int64_t>(pending_.size()) - static_cast<int64_t>(headerBytes), n + 1);
                 if (got != lastShown) {
-                    progressPort->progress(got, n + 1);
+                    progressPort->progress(how.before + got, shownTotal);
                     lastShown = got;
                 }
             }
@@ -320,10 +325,10 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, 
              " bytes; the pass was ended and the link closed.");
     if (end == WaitEnd::PastDeadline)
         fail("The DSO did not send the data block" + of + " within " + SecondsText(exchangeDeadlineMs_) + " (" +
-             std::to_string(pending_.size() - kHeader) + " of " + std::to_string(n + 1) +
+             std::to_string(pending_.size() - headerBytes) + " of " + std::to_string(n + 1) +
              " bytes); the link was closed.");
     if (end == WaitEnd::Silent)
-        fail("The DSO stopped sending the data block" + of + " after " + std::to_string(pending_.size() - kHeader) +
+        fail("The DSO stopped sending the data block" + of + " after " + std::to_string(pending_.size() - headerBytes) +
              " of " + std::to_string(n + 1) + " bytes; the link was closed.");
     // A byte other than LF after the payload, or bytes already behind the LF,
     // mean the block is longer than its header says.
@@ -331,10 +336,11 @@ int32_t DsoLink::ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort, 
         fail("The DSO's block" + of + " has more bytes than its header declares (" + std::to_string(n) +
              "); the pass was ended and the link closed.");
     data.resize(static_cast<size_t>(n) + 1);
-    std::copy(pending_.begin() + kHeader, pending_.begin() + static_cast<std::ptrdiff_t>(total), data.begin());
+    std::copy(pending_.begin() + static_cast<std::ptrdiff_t>(headerBytes),
+              pending_.begin() + static_cast<std::ptrdiff_t>(total), data.begin());
     pending_.erase(0, total);
-    if (progressPort) progressPort->progress(0, 0);
-    return static_cast<int32_t>(n);
+    if (progressPort && how.total <= 0) progressPort->progress(0, 0);
+    return n;
 }
 
 void DsoLink::pauseBetweenPolls() {
@@ -351,18 +357,24 @@ bool DsoLink::WaitSingleAcquisition() {
     SendDsoCommand("*ESE 255");
     (void)QueryDso("TESR?", 256);
     SendDsoCommand("WSGL");
+    return PollUntil([this] {
+        std::string reply = QueryDso("TESR?", 256);
+        // Garbage instead of the event register would be read as 0 for ever.
+        if (!LooksNumeric(reply))
+            fail("The DSO's reply to \"TESR?\" is not a number: \"" + PrintableBytes(reply, 24) +
+                 "\"; the link was closed.");
+        return (ToInt32(Val(reply)) & 1) != 0;
+    });
+}
+
+bool DsoLink::PollUntil(const std::function<bool()>& done) {
     for (bool first = true;; first = false) {
         if (!first) pauseBetweenPolls();
         QEventLoop yield;
         yield.processEvents(QEventLoop::AllEvents);
         if (aborted_) fail("The acquisition wait was ended: the program is ending.");
         if (StopRequested) return true;
-        std::string reply = QueryDso("TESR?", 256);
-        // Garbage instead of the event register would be read as 0 for ever.
-        if (!LooksNumeric(reply))
-            fail("The DSO's reply to \"TESR?\" is not a number: \"" + PrintableBytes(reply, 24) +
-                 "\"; the link was closed.");
-        if (ToInt32(Val(reply)) & 1) return false;
+        if (done()) return false;
     }
 }
 

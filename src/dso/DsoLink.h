@@ -11,9 +11,9 @@
 #include "common/Outcome.h"
 #include "common/RuntimeError.h"
 #include "common/UiPort.h"
+#include "dso/ByteTransport.h"
 #include "wavefile/DsoSetup.h"
 
-class QTcpSocket;
 class QEventLoop;
 class QElapsedTimer;
 class QThread;
@@ -48,6 +48,17 @@ struct BlockCheck {
     int64_t bytes = -1;  // -1: any length the header declares
 };
 
+// How a block of any header length is read: its check, and where its
+// progress goes. A transfer read in several blocks shows one progress over
+// all of them: before is what the blocks before this one held, total the
+// whole transfer (0: this block alone, hidden again at its end).
+struct BlockRead {
+    const BlockCheck* check = nullptr;
+    UiPort* progress = nullptr;
+    int64_t before = 0;
+    int64_t total = 0;
+};
+
 // Socket states as the link reports them (the values the callers compare).
 inline constexpr int16_t kLinkClosed = 0;
 inline constexpr int16_t kLinkResolving = 4;
@@ -61,6 +72,7 @@ inline constexpr int16_t kLinkError = 9;
 struct DsoAddress {
     std::string host;
     std::string port;
+    bool portGiven = false;  // the text named the port
 };
 DsoAddress ParseDsoAddress(const std::string& addressText);
 
@@ -72,7 +84,7 @@ struct DsoSocketEvents {
     bool SendCompleted = false;
 };
 
-// The one TCP connection to the instrument, which is not trusted: every
+// The one connection to the instrument, which is not trusted: every
 // reply is bounded in size and time. Every wait runs a local event loop, so
 // the window (or a QCoreApplication) keeps working meanwhile; a silent or
 // vanished peer, an exchange past its deadline, a malformed block, a second
@@ -83,7 +95,8 @@ struct DsoSocketEvents {
 // that owns the event loop); requestStop and abort may be called from anywhere.
 class DsoLink {
 public:
-    DsoLink();
+    // Over the given transport; a raw network socket when none is given.
+    explicit DsoLink(std::unique_ptr<ByteTransport> transport = nullptr);
     ~DsoLink();
     DsoLink(const DsoLink&) = delete;
     DsoLink& operator=(const DsoLink&) = delete;
@@ -107,10 +120,17 @@ public:
     // length than asked for closes the link and throws. Progress of a long
     // block goes to progressPort when given.
     int32_t ReadDsoBlock(std::vector<uint8_t>& data, UiPort* progressPort = nullptr, const BlockCheck* check = nullptr);
+    // Reads one definite-length block "#" + n + n length digits (any n from
+    // 1 to 9) of the query just sent, with the same checks: data gets the
+    // payload and the LF; returns the payload length.
+    int64_t ReadBlock(std::vector<uint8_t>& data, const BlockRead& how = {});
     // Arms one single acquisition and polls until it completes, pausing
     // between polls. True when it was ended by Stop (the link stays usable
     // then). The wait itself has no deadline; each poll has.
     bool WaitSingleAcquisition();
+    // The acquisition wait of any dialect: polls done() (one status query)
+    // until it holds, pausing between polls; true when Stop ended the wait.
+    bool PollUntil(const std::function<bool()>& done);
 
     // Closes the socket at once; DsoLinked becomes false.
     void close();
@@ -143,6 +163,9 @@ public:
     int exchangeDeadlineMs() const { return exchangeDeadlineMs_; }
     // A reply without a line end is complete after this long without data.
     void setQuietMs(int ms) { quietMs_ = ms; }
+    // Connecting gives up after this long (0: the reply time-out): short
+    // while ports are tried one after another.
+    void setConnectTimeoutMs(int ms) { connectTimeoutMs_ = ms; }
 
     DsoSocketEvents events;
     bool DsoLinked = false;
@@ -153,7 +176,9 @@ public:
 
 private:
     enum class WaitEnd { Done, Silent, PastDeadline };
-    void ensureSocket();
+    enum class Framing { Legacy, Definite };
+    void onNotice(ByteTransport::Notice n);
+    int64_t readFramed(std::vector<uint8_t>& data, Framing framing, const BlockRead& how);
     bool socketOpen() const;
     [[noreturn]] void fail(const std::string& text, ErrorCode code = ErrorCode::Link);
     // Runs a local event loop until done() holds. Throws (after closing) on
@@ -168,8 +193,9 @@ private:
     int64_t sinceDataMs() const;
     void checkUsable(const std::string& what);
 
-    std::unique_ptr<QTcpSocket> socket_;
+    std::unique_ptr<ByteTransport> transport_;
     QEventLoop* loop_ = nullptr;
+    QEventLoop* waitLoop_ = nullptr;  // the wait that the transport's notices end
     QThread* ownerThread_ = nullptr;
     std::string pending_;  // bytes read from the socket, not yet consumed
     std::string peer_;
@@ -179,6 +205,7 @@ private:
     int replyTimeoutMs_ = 10000;
     int exchangeDeadlineMs_ = 10000;
     int quietMs_ = 200;
+    int connectTimeoutMs_ = 0;
     std::unique_ptr<QElapsedTimer> clock_;
     int64_t lastDataMs_ = 0;
 };
@@ -190,6 +217,11 @@ private:
 // no model of 2 or 4 channels closes the link (ErrorCode::Link, naming the
 // reply) and leaves the setup as it was. Ok when linked.
 Outcome ConnectAndIdentify(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText);
+
+// The legacy instrument's identification: field 1 of the reply is the model,
+// its 7th character the channel count, 2 or 4; anything else closes the link
+// (ErrorCode::Link, naming the reply) and leaves the setup as it was.
+void TakeLegacyIdentity(DsoLink& link, const std::string& reply, DsoSetup& setup);
 
 // The box the window shows for an outcome of the instrument layer: the two
 // link texts get their "Confirmation" box with the buttons they always had

@@ -58,6 +58,35 @@ BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int
     return h;
 }
 
+BlockHeader ParseDefiniteBlockHeader(std::string_view pending, bool quietTimePassed, int64_t maxPayloadBytes) {
+    BlockHeader h;
+    if (pending.empty()) return h;
+    if (pending[0] != '#') {
+        // Text, or garbage: judged once its line has ended.
+        if (pending.find('\n') != std::string_view::npos || quietTimePassed) h.state = BlockHeaderState::NotBlock;
+        return h;
+    }
+    if (pending.size() < 2) return h;
+    if (pending[1] < '1' || pending[1] > '9') {
+        h.state = BlockHeaderState::NotBlock;
+        return h;
+    }
+    const size_t digits = static_cast<size_t>(pending[1] - '0');
+    const size_t headerBytes = 2 + digits;
+    const std::string_view lengthDigits = pending.substr(2, digits);
+    if (!std::all_of(lengthDigits.begin(), lengthDigits.end(), IsDigit)) {
+        h.state = BlockHeaderState::NotBlock;
+        return h;
+    }
+    if (pending.size() < headerBytes) return h;
+    int64_t length = 0;
+    for (char c : lengthDigits) length = length * 10 + (c - '0');  // at most nine digits: no overflow
+    h.length = length;
+    h.headerBytes = headerBytes;
+    h.state = length > maxPayloadBytes ? BlockHeaderState::TooLong : BlockHeaderState::Block;
+    return h;
+}
+
 bool LooksNumeric(std::string_view reply) {
     size_t i = reply.find_first_not_of(" \t");
     if (i == std::string_view::npos) return true;

@@ -39,13 +39,19 @@ enum class BlockHeaderState {
 
 struct BlockHeader {
     BlockHeaderState state = BlockHeaderState::NeedMore;
-    int64_t length = 0;  // payload bytes announced (Block and TooLong)
+    int64_t length = 0;                      // payload bytes announced (Block and TooLong)
+    size_t headerBytes = kBlockHeaderBytes;  // where the payload begins
 };
 
 // Judges the start of pending as a block header. A reply that does not begin
 // with "#" is judged NotBlock as soon as its line end has arrived or the
 // quiet time has passed, without waiting for ten bytes.
 BlockHeader ParseBlockHeader(std::string_view pending, bool quietTimePassed, int64_t maxPayloadBytes);
+
+// The same for a definite-length block of any header: "#", a digit n from 1
+// to 9 and n length digits ("#9000250000" from the SCPI instruments). "#0"
+// (a block of unknown length) is not one the link can check, so NotBlock.
+BlockHeader ParseDefiniteBlockHeader(std::string_view pending, bool quietTimePassed, int64_t maxPayloadBytes);
 
 // A numeric reply: empty, or a number after optional blanks (what Val reads
 // as more than its default).

@@ -9,6 +9,9 @@
 
 namespace mervasto {
 
+// What the legacy instrument's user is asked before the zoom window is read.
+inline constexpr const char* kZoomCursorDirection = "Set to Zoom Mode and Set Reject Range by Cursor !";
+
 // The zoom window and the reject range as sample indices of the record.
 struct RejectRange {
     int32_t ZoomStart = 0;

@@ -87,6 +87,7 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
     detail_ = new DetailCyclesForm(state_, *ui_, this);
     plots_ = new PlotWindow(state_, this);
+    ReadRejectRange_ = commands.readRange;
     lockedDuringRun_ = {WFStartCommand_, commands.save, commands.readRange,
                         InputFromFile_,  LimitPoints_,  OmitRangeEffect_};
     actionsLockedDuringRun_ = {commands.inputFile};
@@ -235,9 +236,9 @@ void MainForm::startUp(const std::string& dataFolderOverride) {
     state_.FormLoad(dataFolderOverride);
     binding_ = new SettingsBinding(state_.settings(), this);
     binding_->edited = [this](const FieldRef& field) {
-        if (FieldName(field) != "IPAdressText") return;
+        if (FieldName(field) != "IPAdressText" && FieldName(field) != "Instrument") return;
         state_.IPAdressText_Change();
-        showLink();
+        applyRunning();
     };
     showSettings();
     refreshViews();
@@ -318,6 +319,7 @@ void MainForm::applyRunning() {
     const bool idle = !state_.running();
     for (QWidget* w : lockedDuringRun_) w->setEnabled(idle);
     for (QAction* a : actionsLockedDuringRun_) a->setEnabled(idle);
+    applyCapabilities(idle);
     detail_->setRunning(!idle);
 }
 
@@ -325,6 +327,19 @@ bool MainForm::boxesTaken() {
     const std::optional<std::string> refused = binding_->firstRefusal();
     if (refused) ui_->setStatus(1, kNotStartedHead + *refused);
     return !refused;
+}
+
+void MainForm::applyCapabilities(bool idle) {
+    auto apply = [](QWidget* w, const FeatureSupport& f, bool enabled) {
+        // The tip a control had before it was greyed comes back with it.
+        if (!w->property("ownTip").isValid()) w->setProperty("ownTip", w->toolTip());
+        w->setEnabled(enabled && f.available);
+        w->setToolTip(f.available ? w->property("ownTip").toString() : q(f.whyNot));
+    };
+    const FeatureSupport range = state_.instrumentSupports(InstrumentFeature::RejectRange);
+    apply(ReadRejectRange_, range, idle);
+    apply(OmitRangeEffect_, range, idle);
+    apply(SaveScreenCheck_, state_.instrumentSupports(InstrumentFeature::Screen), true);
 }
 
 void MainForm::run(const std::function<Outcome()>& handler) {

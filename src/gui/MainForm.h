@@ -115,6 +115,8 @@ private:
     void showGrids();
     // Status panel 4: the instrument while it is linked.
     void showLink();
+    // What the instrument's family lacks is greyed, its reason the tip.
+    void applyCapabilities(bool idle);
     void storeWindowPositions();
 
     RunState state_;
@@ -135,6 +137,8 @@ private:
     QPlainTextEdit* Comment_;
     QComboBox* LevelMethod_;
     QComboBox* EdgeTiming_;
+    QComboBox* Instrument_;
+    QPushButton* ReadRejectRange_;
     QGroupBox* addressFrame_;
     QCheckBox* RepeatCheck_;
     QCheckBox* DaqCheck_;

@@ -19,6 +19,7 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
+#include "common/InstrumentFamilies.h"
 #include "display/WavePainter.h"
 #include "gui/EncoderTab.h"
 #include "gui/GridModel.h"
@@ -122,6 +123,12 @@ QGroupBox* MainForm::buildSettings(QWidget* parent, Commands& commands) {
     commands.tcpip = new QPushButton("TCP/IP Address", settingsBox);
     commands.tcpip->setObjectName("TCPIPAddressSet");
     g->addWidget(commands.tcpip, 0, 7);
+    // The instrument's family beside its address: Auto lets its identification choose.
+    Instrument_ = new QComboBox(settingsBox);
+    Instrument_->setObjectName("Instrument");
+    for (std::string_view family : kInstrumentChoices) Instrument_->addItem(q(std::string(family)));
+    Instrument_->setToolTip("The instrument's family; Auto: its identification chooses");
+    g->addWidget(Instrument_, 0, 8);
     return settingsBox;
 }
 

@@ -16,6 +16,7 @@
 #include "gui/MainForm.h"
 #include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
+#include "sim/Dialects.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -48,6 +49,12 @@ int main(int argc, char** argv) {
     QCommandLineOption simulate(
         "simulate", "Start a simulated instrument on this machine and connect to it (scenarios: " + scenarios + ").",
         "SCENARIO");
+    QString dialects;
+    for (const auto& d : SimDialects())
+        dialects +=
+            (dialects.isEmpty() ? "" : ", ") + QString::fromUtf8(d.name.data(), static_cast<int>(d.name.size()));
+    QCommandLineOption dialect("dialect", "The simulated instrument's command set (" + dialects + "; default legacy).",
+                               "NAME", "legacy");
     QCommandLineOption screenshot("screenshot",
                                   "Run a short series from the simulated instrument, save pictures of the "
                                   "main window, the histogram window and the wave window into DIR and quit "
@@ -61,6 +68,7 @@ int main(int argc, char** argv) {
                               "PASSES");
     parser.addOption(dataFolder);
     parser.addOption(simulate);
+    parser.addOption(dialect);
     parser.addOption(screenshot);
     QCommandLineOption demo("demo",
                             "With the simulated instrument: run a 20-pass series in which a scripted user "
@@ -97,6 +105,12 @@ int main(int argc, char** argv) {
         if (std::find(names.begin(), names.end(), options.state.scenario) == names.end()) {
             std::cerr << "mervasto: unknown scenario \"" << options.state.scenario
                       << "\"; the simulated instrument knows " << scenarios.toStdString() << ".\n";
+            return 2;
+        }
+        options.dialect = parser.value(dialect).toStdString();
+        if (!SimDialectNamed(options.dialect)) {
+            std::cerr << "mervasto: unknown dialect \"" << options.dialect << "\"; the simulated instrument speaks "
+                      << dialects.toStdString() << ".\n";
             return 2;
         }
         sim = std::make_unique<DsoSimulator>(options);

@@ -1,5 +1,7 @@
 #include "sim/DsoSimulator.h"
 
+#include "sim/Dialects.h"
+
 #include <QHostAddress>
 #include <QPointer>
 #include <QTcpServer>
@@ -8,6 +10,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -24,16 +27,17 @@ constexpr int kEndlessPeriodMs = 2;
 }  // namespace
 
 struct DsoSimulator::Shared {
-    explicit Shared(SimOptions options) : model(std::move(options)) {}
+    explicit Shared(SimOptions options) : model(MakeDialectModel(std::move(options))) {}
 
     mutable std::mutex m;
     std::condition_variable logged;  // a command was added to the log
-    InstrumentModel model;
+    std::unique_ptr<DialectModel> model;
     std::vector<std::string> log;
     int connections = 0;      // accepted since the start
     int openConnections = 0;  // accepted and not yet closed
     uint16_t port = 0;
     std::function<void(const std::string&)> hook;
+    std::atomic<int64_t> servingNs{0};
 
     // Generates outside the lock and hands the record in: a long record
     // takes a while, and the accessors must not wait for it.
@@ -41,14 +45,14 @@ struct DsoSimulator::Shared {
         SimRecordOrder order;
         {
             std::lock_guard lock(m);
-            order = model.nextRecordOrder();
+            order = model->nextRecordOrder();
         }
         auto record = std::make_shared<const SimRecord>(GenerateSimRecord(order));
         std::lock_guard lock(m);
         if (asAcquisition)
-            model.acquisitionDone(std::move(record));
+            model->acquisitionDone(std::move(record));
         else
-            model.setRecord(std::move(record));
+            model->setRecord(std::move(record));
     }
 };
 
@@ -68,8 +72,8 @@ public:
         SimFault fault;
         {
             std::lock_guard lock(shared_->m);
-            port = shared_->model.options().port;
-            fault = shared_->model.options().fault;
+            port = shared_->model->options().port;
+            fault = shared_->model->options().fault;
         }
         if (!server_->listen(QHostAddress::LocalHost, port)) return false;
         {
@@ -95,7 +99,7 @@ public:
     void switchOff() {
         {
             std::lock_guard lock(shared_->m);
-            shared_->model.setFault(SimFault::Refuse);
+            shared_->model->setFault(SimFault::Refuse);
         }
         server_->close();
         QTimer::singleShot(0, this, [this] { abortAll(); });
@@ -167,14 +171,17 @@ private:
             hook = shared_->hook;
         }
         if (hook) hook(line);
+        const auto begin = std::chrono::steady_clock::now();
         std::vector<SimReply> replies;
         {
             std::lock_guard lock(shared_->m);
             shared_->log.push_back(line);
             shared_->logged.notify_all();
-            replies = shared_->model.handle(line);
+            replies = shared_->model->handle(line);
         }
         for (const SimReply& r : replies) deliver(s, r);
+        shared_->servingNs +=
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - begin).count();
     }
 
     void deliver(QTcpSocket* s, const SimReply& reply) {
@@ -199,7 +206,7 @@ private:
             int late;
             {
                 std::lock_guard lock(shared_->m);
-                late = shared_->model.options().lateMs;
+                late = shared_->model->options().lateMs;
             }
             QPointer<QTcpSocket> p(s);
             QTimer::singleShot(late, this, [p, bytes] {
@@ -211,7 +218,7 @@ private:
             conns_[s].trickle += bytes;
             if (!trickle_->isActive()) {
                 std::lock_guard lock(shared_->m);
-                trickle_->setInterval(std::max(shared_->model.options().tricklePeriodMs, 0));
+                trickle_->setInterval(std::max(shared_->model->options().tricklePeriodMs, 0));
                 trickle_->start();
             }
             return;
@@ -222,7 +229,7 @@ private:
         int delay;
         {
             std::lock_guard lock(shared_->m);
-            delay = shared_->model.options().acqDelayMs;
+            delay = shared_->model->options().acqDelayMs;
         }
         std::shared_ptr<Shared> shared = shared_;
         QTimer::singleShot(std::max(delay, 0), this, [shared] { shared->renew(true); });
@@ -232,7 +239,7 @@ private:
         bool on;
         {
             std::lock_guard lock(shared_->m);
-            on = shared_->model.options().fault == SimFault::EndlessReply;
+            on = shared_->model->options().fault == SimFault::EndlessReply;
         }
         bool any = false;
         for (auto& [s, c] : conns_) {
@@ -334,14 +341,14 @@ int DsoSimulator::connectionCount() const {
 
 SimState DsoSimulator::state() const {
     std::lock_guard lock(shared_->m);
-    return shared_->model.options().state;
+    return shared_->model->options().state;
 }
 
 void DsoSimulator::setState(const SimState& state) {
     bool fresh;
     {
         std::lock_guard lock(shared_->m);
-        fresh = shared_->model.setState(state);
+        fresh = shared_->model->setState(state);
     }
     if (fresh) shared_->renew(false);
 }
@@ -349,7 +356,7 @@ void DsoSimulator::setState(const SimState& state) {
 void DsoSimulator::setFault(SimFault fault) {
     {
         std::lock_guard lock(shared_->m);
-        shared_->model.setFault(fault);
+        shared_->model->setFault(fault);
     }
     if (worker_) {
         Worker* w = worker_;
@@ -365,7 +372,7 @@ void DsoSimulator::setFault(SimFault fault) {
 void DsoSimulator::setFaultAfter(SimFault fault, int blocks) {
     if (blocks <= 0) return setFault(fault);
     std::lock_guard lock(shared_->m);
-    shared_->model.setFaultAfter(fault, blocks);
+    shared_->model->setFaultAfter(fault, blocks);
 }
 
 void DsoSimulator::switchOff() {
@@ -377,42 +384,42 @@ void DsoSimulator::switchOff() {
 
 int DsoSimulator::blocksSent() const {
     std::lock_guard lock(shared_->m);
-    return shared_->model.blocksSent();
+    return shared_->model->blocksSent();
 }
 
 SimFault DsoSimulator::fault() const {
     std::lock_guard lock(shared_->m);
-    return shared_->model.options().fault;
+    return shared_->model->options().fault;
 }
 
 void DsoSimulator::setAcqDelayMs(int ms) {
     std::lock_guard lock(shared_->m);
-    shared_->model.options().acqDelayMs = ms;
+    shared_->model->options().acqDelayMs = ms;
 }
 
 void DsoSimulator::setLateMs(int ms) {
     std::lock_guard lock(shared_->m);
-    shared_->model.options().lateMs = ms;
+    shared_->model->options().lateMs = ms;
 }
 
 void DsoSimulator::setScreenBytes(int bytes) {
     std::lock_guard lock(shared_->m);
-    shared_->model.options().screenBytes = bytes;
+    shared_->model->options().screenBytes = bytes;
 }
 
 void DsoSimulator::setTricklePeriodMs(int ms) {
     std::lock_guard lock(shared_->m);
-    shared_->model.options().tricklePeriodMs = ms;
+    shared_->model->options().tricklePeriodMs = ms;
 }
 
 void DsoSimulator::setBadSetupField(const std::string& field) {
     std::lock_guard lock(shared_->m);
-    shared_->model.options().badSetupField = field;
+    shared_->model->options().badSetupField = field;
 }
 
 int DsoSimulator::statusPolls() const {
     std::lock_guard lock(shared_->m);
-    return shared_->model.statusPolls();
+    return shared_->model->statusPolls();
 }
 
 void DsoSimulator::setCommandHook(std::function<void(const std::string&)> hook) {
@@ -422,21 +429,23 @@ void DsoSimulator::setCommandHook(std::function<void(const std::string&)> hook) 
 
 void DsoSimulator::setReplyOverride(const std::string& query, const std::string& reply, bool raw) {
     std::lock_guard lock(shared_->m);
-    shared_->model.setReplyOverride(query, reply, raw);
+    shared_->model->setReplyOverride(query, reply, raw);
 }
 
 void DsoSimulator::clearReplyOverrides() {
     std::lock_guard lock(shared_->m);
-    shared_->model.clearReplyOverrides();
+    shared_->model->clearReplyOverrides();
 }
 
 void DsoSimulator::regenerate() { shared_->renew(false); }
+
+double DsoSimulator::servingSeconds() const { return static_cast<double>(shared_->servingNs.load()) * 1e-9; }
 
 SimRecord DsoSimulator::record() const {
     std::shared_ptr<const SimRecord> held;
     {
         std::lock_guard lock(shared_->m);
-        held = shared_->model.recordShared();
+        held = shared_->model->recordShared();
     }
     return *held;
 }

@@ -12,8 +12,8 @@ class QThread;
 
 namespace mervasto {
 
-// The instrument on a loopback port: the socket server around an
-// InstrumentModel, answering in its own thread so that a client waiting with
+// The instrument on a loopback port: the socket server around the model of
+// its dialect (SimOptions::dialect), answering in its own thread so that a client waiting with
 // nested event loops in the caller's thread is served. Every accessor is
 // thread-safe.
 class DsoSimulator {
@@ -53,7 +53,8 @@ public:
     void setScreenBytes(int bytes);
     void setTricklePeriodMs(int ms);
     void setBadSetupField(const std::string& field);
-    // "TESR?" queries received so far (the polls of an acquisition wait).
+    // Completion queries received so far (the polls of an acquisition wait:
+    // "TESR?", ":TRIG:STAT?").
     int statusPolls() const;
     // Called in the simulator's thread with every line received, before it is
     // answered: lets a test act at an exact point of an exchange.
@@ -73,6 +74,9 @@ public:
     void regenerate();
     // The record the instrument holds, volts per channel.
     SimRecord record() const;
+    // Time spent answering so far: making the replies and handing them to
+    // the socket (what a benchmark of the host leaves out).
+    double servingSeconds() const;
 
     struct Shared;
     class Worker;

@@ -12,9 +12,9 @@ constexpr std::array<const char*, 14> kFaultNames = {
     "huge-block", "garbage", "short-block", "long-block", "no-terminator", "endless-reply",   "bad-setup"};
 const char kGarbage[] = "\x01\x02gArBaGe,,\x7f~";
 
-std::string BlockHeader(size_t bytes) {
+std::string BlockHeader(size_t bytes, int digits) {
     char header[16];
-    std::snprintf(header, sizeof header, "#8%08zu", bytes);
+    std::snprintf(header, sizeof header, "#%d%0*zu", digits, digits, bytes);
     return header;
 }
 
@@ -42,22 +42,25 @@ bool SimFaultFromName(const std::string& name, SimFault& fault) {
     return false;
 }
 
-SimReply ShapeBlock(SimFault fault, const std::string& payload) {
+SimReply ShapeBlock(SimFault fault, const std::string& payload, int lengthDigits) {
     using How = SimReply::How;
+    const auto digits = static_cast<size_t>(lengthDigits);
+    const std::string count = "#" + std::to_string(lengthDigits);
     switch (fault) {
     case SimFault::Refuse: return {How::SwitchOff, {}};
-    case SimFault::BadHeader: return {How::Now, "#8 12X4567" + payload + "\n"};
-    case SimFault::HugeBlock: return {How::Now, "#899999999" + payload.substr(0, 16)};
+    case SimFault::BadHeader: return {How::Now, count + std::string(" 12X456789").substr(0, digits) + payload + "\n"};
+    case SimFault::HugeBlock: return {How::Now, count + std::string(digits, '9') + payload.substr(0, 16)};
     case SimFault::Garbage: return {How::Now, std::string(kGarbage) + "\n"};
     case SimFault::CloseMidBlock:
-        return {How::CloseAfter, BlockHeader(payload.size()) + payload.substr(0, payload.size() / 2)};
+        return {How::CloseAfter, BlockHeader(payload.size(), lengthDigits) + payload.substr(0, payload.size() / 2)};
     case SimFault::ShortBlock: {
         const std::string half = payload.substr(0, payload.size() / 2);
-        return {How::Now, BlockHeader(half.size()) + half + "\n"};
+        return {How::Now, BlockHeader(half.size(), lengthDigits) + half + "\n"};
     }
-    case SimFault::LongBlock: return {How::Now, BlockHeader(payload.size()) + payload + std::string(16, '\x55') + "\n"};
-    case SimFault::NoTerminator: return {How::Now, BlockHeader(payload.size()) + payload};
-    default: return {How::Now, BlockHeader(payload.size()) + payload + "\n"};
+    case SimFault::LongBlock:
+        return {How::Now, BlockHeader(payload.size(), lengthDigits) + payload + std::string(16, '\x55') + "\n"};
+    case SimFault::NoTerminator: return {How::Now, BlockHeader(payload.size(), lengthDigits) + payload};
+    default: return {How::Now, BlockHeader(payload.size(), lengthDigits) + payload + "\n"};
     }
 }
 

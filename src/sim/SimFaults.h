@@ -49,9 +49,10 @@ struct SimReply {
     bool operator==(const SimReply&) const = default;
 };
 
-// A block as the fault leaves it: header, payload and terminator, or what
-// the fault sends instead.
-SimReply ShapeBlock(SimFault fault, const std::string& payload);
+// A block as the fault leaves it: header ("#", the digit count, that many
+// length digits: eight for the legacy instrument), payload and terminator,
+// or what the fault sends instead.
+SimReply ShapeBlock(SimFault fault, const std::string& payload, int lengthDigits = 8);
 // Any reply, block or text, as the fault delivers it.
 SimReply Deliver(SimFault fault, SimReply reply, bool isBlock);
 

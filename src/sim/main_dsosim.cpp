@@ -9,6 +9,7 @@
 
 #include "common/Numeric.h"
 #include "common/PackageVersion.h"
+#include "sim/Dialects.h"
 #include "sim/DsoSimulator.h"
 #include "sim/Scenario.h"
 
@@ -16,12 +17,19 @@ namespace {
 
 void Usage() {
     std::printf(
-        "usage: mervasto-dsosim [--port N] [--model DS-5352|DS-5354] [--scenario NAME]\n"
+        "usage: mervasto-dsosim [--dialect NAME] [--port N] [--model M] [--scenario NAME]\n"
         "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
         "                       [--fault-after BLOCKS] [--fault-rate MS]\n"
         "                       [--bad-setup-field FIELD] [--help] [--version]\n"
-        "Serves the instrument's command set on 127.0.0.1 until killed.\n"
-        "scenarios:");
+        "Serves an instrument's command set on 127.0.0.1 until killed; the port is\n"
+        "the dialect's own unless --port names one.\n"
+        "dialects and their models:\n");
+    for (const auto& d : mervasto::SimDialects()) {
+        std::printf("  %-8.*s port %u:", static_cast<int>(d.name.size()), d.name.data(), static_cast<unsigned>(d.port));
+        for (const auto& m : d.models) std::printf(" %s", m.c_str());
+        std::printf("\n");
+    }
+    std::printf("scenarios:");
     for (const auto& s : mervasto::ScenarioNames()) std::printf(" %s", s.c_str());
     std::printf("\nfaults:");
     for (const auto& f : mervasto::SimFaultNames()) std::printf(" %s", f.c_str());
@@ -36,7 +44,8 @@ int main(int argc, char** argv) {
     using namespace mervasto;
     QCoreApplication app(argc, argv);
     SimOptions options;
-    options.port = 5198;
+    bool portGiven = false;
+    std::string model;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
@@ -59,12 +68,15 @@ int main(int argc, char** argv) {
                 return 2;
             }
             options.port = static_cast<uint16_t>(p);
-        } else if (a == "--model") {
-            if (v != "DS-5352" && v != "DS-5354") {
-                std::fprintf(stderr, "mervasto-dsosim: unknown model %s\n", v.c_str());
+            portGiven = true;
+        } else if (a == "--dialect") {
+            if (!SimDialectNamed(v)) {
+                std::fprintf(stderr, "mervasto-dsosim: unknown dialect %s\n", v.c_str());
                 return 2;
             }
-            options.state.model = v;
+            options.dialect = v;
+        } else if (a == "--model") {
+            model = v;
         } else if (a == "--scenario") {
             bool known = false;
             for (const auto& s : ScenarioNames()) known = known || s == v;
@@ -109,6 +121,16 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
+
+    const SimDialect& dialect = *SimDialectNamed(options.dialect);
+    if (!portGiven) options.port = dialect.port;
+    if (model.empty()) model = dialect.models.front();
+    if (std::find(dialect.models.begin(), dialect.models.end(), model) == dialect.models.end()) {
+        std::fprintf(stderr, "mervasto-dsosim: the %s dialect has no model %s\n", options.dialect.c_str(),
+                     model.c_str());
+        return 2;
+    }
+    options.state.model = model;
 
     DsoSimulator sim(options);
     if (!sim.start()) {

@@ -212,6 +212,7 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
     bool ch34 = false;  // some row gave Ch3 and Ch4
     setup = DsoSetup{};
     FieldTable table;
+    int displayLines = 0;  // the highest trace with a "CHn Display" line
     auto& f = table.fields;
 
     // Sample rows are not copied into the field table one by one: the last
@@ -280,6 +281,8 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
                 SplitFieldsInto(FromNarrow(line), f);
                 applyHeader(what, table, setup);
                 if (what == HeaderKey::Points) result.rowsDeclared = setup.RecordLength;
+                if (what == HeaderKey::Channel && MidText(table.field(0), 5, 4) == "Disp")
+                    displayLines = std::max(displayLines, static_cast<int>(Val(MidText(table.field(0), 3, 1))));
                 if (what == HeaderKey::DataStart) {
                     inData = true;
                     counter = 0;
@@ -339,6 +342,10 @@ WaveCsvLoadResult load(const LineSource& source, DsoSetup& setup, WaveRecord& re
     if (inData && result.rowsDeclared > counter)
         result.warnings.push_back(source.name + ": the file ends after " + std::to_string(counter) + " of the " +
                                   std::to_string(result.rowsDeclared) + " sample rows it declares.");
+    // A model name of another maker (DS1104Z) carries no count; the channel
+    // lines this program wrote for it do.
+    if (setup.ChannelCount != 2 && setup.ChannelCount != 4 && (displayLines == 2 || displayLines == 4))
+        setup.ChannelCount = static_cast<int16_t>(displayLines);
     if (inData && counter > 0 && setup.ChannelCount != 2 && setup.ChannelCount != 4) {
         result.channelCountNote =
             "The model name \"" + setup.Model + "\" gives no channel count; Ch3 and Ch4 are left out.";

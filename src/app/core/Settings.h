@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/Channels.h"
+#include "common/InstrumentFamilies.h"
 #include <string_view>
 
 #include "analysis/AnalysisTypes.h"
@@ -76,6 +77,9 @@ struct AnalysisSettings {
     // What the edge scan does after a walk through the band: "Legacy",
     // "Schmitt", or "Auto" (Legacy's results unless it passed a crossing over).
     std::string EdgeRule = std::string(kEdgeRuleAuto);
+    // The instrument family spoken to: "Auto" (its identification chooses)
+    // or a family's name (common/InstrumentFamilies.h).
+    std::string Instrument = std::string(kInstrumentAuto);
 };
 
 struct ChannelSettings {

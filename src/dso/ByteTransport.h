@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace mervasto {
+
+// The bytes between the program and an instrument, however they travel: a
+// raw network socket now, VXI-11 or a USB device node later. The link keeps
+// every wait, time-out, cap and check above it, so a transport only moves
+// bytes and says when something happened. Used from the thread that owns the
+// link; notice() is called in that thread.
+class ByteTransport {
+public:
+    enum class State { Closed, Resolving, Connecting, Connected, Closing };
+    enum class Notice {
+        Connected,  // the connection is up
+        Data,       // bytes arrived
+        Written,    // bytes went out
+        Changed,    // the state changed
+        Failed,     // connecting failed, or the connection broke
+    };
+
+    virtual ~ByteTransport() = default;
+
+    // Starts connecting; the state says when it is done.
+    virtual void open(const std::string& host, uint16_t port) = 0;
+    virtual State state() const = 0;
+    // Appends what has arrived to `into`; the count taken.
+    virtual int64_t readAvailable(std::string& into) = 0;
+    virtual void write(const std::string& bytes) = 0;
+    // Bytes handed to write() and not yet sent.
+    virtual int64_t bytesToWrite() const = 0;
+    // Drops the connection at once and discards what is in flight.
+    virtual void abort() = 0;
+    // A reply is expected now. A message-based transport (VXI-11, USBTMC)
+    // asks the device for it here; a byte stream needs nothing.
+    virtual void replyWanted() {}
+
+    std::function<void(Notice)> notice;
+};
+
+}  // namespace mervasto

@@ -1,0 +1,72 @@
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableView>
+
+#include <gtest/gtest.h>
+
+#include "gui/GuiUi.h"
+#include "gui/MainForm.h"
+#include "sim/DsoSimulator.h"
+#include "support/TestFolder.h"
+
+// "Input from DSO" with each instrument family's simulator: a new family is
+// one more value of the parameter. (The application object is MainFormTest's.)
+namespace mervasto {
+namespace {
+
+struct Family {
+    const char* dialect;
+    const char* model;
+    const char* name;  // in the Instrument drop-down
+};
+
+class FamilyWindowTest : public ::testing::TestWithParam<Family> {};
+
+TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
+    const Family& f = GetParam();
+    SimOptions o;
+    o.dialect = f.dialect;
+    o.state.recordLength = 2000;
+    DsoSimulator sim(o);
+    ASSERT_TRUE(sim.start());
+    MainForm form((test::FreshTestFolder("mervasto-family-gui-") / "data").string());
+    std::vector<std::string> boxes;
+    form.ui().answerHook = [&](const std::string& text, MsgButtons, const std::string& title) {
+        boxes.push_back(title + ": " + text);
+        return MsgAnswer::Ok;
+    };
+    auto* family = form.findChild<QComboBox*>("Instrument");
+    ASSERT_NE(family, nullptr);
+    EXPECT_EQ(family->currentText(), "Auto");
+    EXPECT_GE(family->findText(f.name), 1);
+    form.findChild<QLineEdit*>("IPAdressText")->setText(QString::fromStdString(sim.address()));
+
+    form.findChild<QPushButton*>("WFStartCommand")->click();
+    EXPECT_TRUE(boxes.empty()) << boxes.front();
+    EXPECT_EQ(form.ui().statusText(1), "Completed data transffering.");
+    EXPECT_EQ(form.ui().statusText(4), std::string(f.model) + " at " + sim.address());
+    auto* results = form.findChild<QTableView*>("ResultGrid1")->model();
+    EXPECT_FALSE(results->data(results->index(2, 7)).toString().isEmpty());
+    EXPECT_EQ(form.state().resultLines().written(), 1);
+    EXPECT_TRUE(form.findChild<QPushButton*>("ReadRejectRange")->isEnabled());
+
+    // Naming the family keeps the link; naming another drops it, and the
+    // next press refuses the instrument's identity in one box.
+    family->setCurrentText(f.name);
+    EXPECT_EQ(form.state().settings().analysis.Instrument, f.name);
+    EXPECT_TRUE(form.state().linked());
+    family->setCurrentText(std::string(f.name) == "Legacy" ? "Rigol" : "Legacy");
+    EXPECT_FALSE(form.state().linked());
+    EXPECT_EQ(form.ui().statusText(4), "");
+    form.findChild<QPushButton*>("WFStartCommand")->click();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_NE(boxes[0].find("identification"), std::string::npos) << boxes[0];
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
+                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy"}, Family{"rigol", "DS1104Z", "Rigol"}),
+                         [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace mervasto
