@@ -76,6 +76,11 @@ struct AnalysisSettings {
     // What the edge scan does after a walk through the band: "Legacy",
     // "Schmitt", or "Auto" (Legacy's results unless it passed a crossing over).
     std::string EdgeRule = std::string(kEdgeRuleAuto);
+    // Where every pass is stored: empty for OutputData's results.sqlite, a
+    // postgresql:// URI for the server of a line of stations, any other
+    // text a SQLite file. The station's name there; empty for the host name.
+    std::string ResultsDb;
+    std::string StationName;
 };
 
 struct ChannelSettings {

@@ -121,6 +121,8 @@ const std::vector<SettingField>& table() {
             optionalLine(number("MinStateWidth", &A::MinStateWidth, 0, 1)),
             optionalLine(choice("EdgeTiming", &A::EdgeTiming, kEdgeTimings)),
             optionalLine(choice("EdgeRule", &A::EdgeRule, kEdgeRules)),
+            optionalLine(text("ResultsDb", &A::ResultsDb)),
+            optionalLine(text("StationName", &A::StationName)),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

@@ -138,7 +138,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 65u);
+    ASSERT_EQ(ls.size(), 67u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -169,6 +169,8 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[62], "MinStateWidth,0");
     EXPECT_EQ(ls[63], "EdgeTiming,Samples");
     EXPECT_EQ(ls[64], "EdgeRule,Auto");
+    EXPECT_EQ(ls[65], "ResultsDb,");
+    EXPECT_EQ(ls[66], "StationName,");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -238,7 +240,7 @@ TEST_F(ResumeFileTest, LoadStopsAtFirstBadOrMissingLine) {
     EXPECT_EQ(noGate.channels[0].ChInputSignal, 1);
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 19});
+    writeLines({full.begin(), full.end() - 21});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);
