@@ -407,12 +407,16 @@ Outcome ResultStore::summarise(const PassFilter& filter, std::vector<SummaryRow>
         std::map<std::tuple<int, int32_t, int>, Group> groups;
         const LimitCells none{};
         int64_t lastPass = -1;
+        int64_t lastRun = -1;
         const PassInfo* pass = nullptr;
         const LimitCells* passLimits = &none;
-        const std::string sql =
-            "SELECT x.pass_id, x.channel, x.kind, x.min, x.max, x.mean, x.sigma, x.counts, x.go"
-            " FROM pass_result x JOIN pass p ON p.id = x.pass_id" +
-            where + " ORDER BY x.pass_id";
+        // The groups of the run the passes belong to, found once per run.
+        std::array<Group*, kAnaChannels * kKinds> runGroups{};
+        // Without a filter every result counts: no pass need be looked up.
+        const std::string sql = "SELECT x.pass_id, x.channel, x.kind, x.min, x.max, x.mean, x.sigma, x.counts, x.go" +
+                                (params.empty() ? std::string(" FROM pass_result x")
+                                                : " FROM pass_result x JOIN pass p ON p.id = x.pass_id" + where) +
+                                " ORDER BY x.pass_id";
         db_->query(sql, params, [&](const SqlRow& r) {
             const int64_t passId = r.integer(0);
             if (passId != lastPass) {
@@ -421,22 +425,31 @@ Outcome ResultStore::summarise(const PassFilter& filter, std::vector<SummaryRow>
                 pass = it == passes.end() ? nullptr : &it->second;
                 const auto l = pass ? limits.find(pass->limitSet) : limits.end();
                 passLimits = l == limits.end() ? &none : &l->second;
+                if (pass && pass->run != lastRun) {
+                    lastRun = pass->run;
+                    runGroups.fill(nullptr);
+                }
             }
             if (!pass) return;
             const int ch = static_cast<int>(r.integer(1));
             const int kind = static_cast<int>(r.integer(2));
             if (ch < 1 || ch > kAnaChannels || kind < 0 || kind >= kKinds) return;
-            const auto type = types.find({pass->run, ch});
-            const int32_t typeIndex = type == types.end() ? -1 : type->second.first;
-            Group& g = groups[{ch, typeIndex, kind}];
-            SummaryRow& s = g.row;
-            if (s.passes == 0) {
-                s.channel = ch;
-                s.typeIndex = typeIndex;
-                s.type = type == types.end() ? std::string() : type->second.second;
-                s.kind = static_cast<Measure>(kind);
-                s.unit = QuantityOf(s.kind, typeIndex).unit;
+            Group*& slot = runGroups[cellOf(ch, kind)];
+            if (!slot) {
+                const auto type = types.find({pass->run, ch});
+                const int32_t typeIndex = type == types.end() ? -1 : type->second.first;
+                slot = &groups[{ch, typeIndex, kind}];
+                SummaryRow& s = slot->row;
+                if (s.passes == 0) {
+                    s.channel = ch;
+                    s.typeIndex = typeIndex;
+                    s.type = type == types.end() ? std::string() : type->second.second;
+                    s.kind = static_cast<Measure>(kind);
+                    s.unit = QuantityOf(s.kind, typeIndex).unit;
+                }
             }
+            Group& g = *slot;
+            SummaryRow& s = g.row;
             ++s.passes;
             const LimitCell& l = (*passLimits)[cellOf(ch, kind)];
             if (l.countSet() || l.valueSet()) {
