@@ -85,6 +85,9 @@ int StoreSchemaVersion(SqlDatabase& db) {
 }
 
 void EnsureStoreSchema(SqlDatabase& db) {
+    // A store that is up to date is only read: a reader needs no write lock
+    // and no right to write.
+    if (StoreSchemaVersion(db) == kStoreSchemaVersion) return;
     db.beginWrite();
     try {
         if (db.postgres()) db.exec(kSchemaLock);
