@@ -94,6 +94,7 @@ Outcome RunState::TransferFromDso(UiPort& ui) {
 }
 
 Outcome RunState::runPass(UiPort& ui) {
+    passStarted_ = StoreTimeNow();
     if (linkedElsewhere()) {
         // Another instrument since the last pass: the old one gets its front
         // panel back, the new one is connected and identified as at a start.
@@ -145,6 +146,7 @@ Outcome RunState::runPass(UiPort& ui) {
         if (!saved) passWriteFailed(ui, saved);
     }
     (void)SaveResults(ui);  // a refused line waits for the next pass
+    countSeriesPass(ui);
     ++passesDone_;
     gridsChanged();
     passFinished();
@@ -182,6 +184,7 @@ Outcome RunState::WFStartCommand_Click(UiPort& ui) {
     running_ = true;
     if (Outcome ended = Guarded([&] { return runSeries(ui); }); !ended)
         runFailure_ = shownInRunBox(ui, StopToStatus(ui, std::move(ended)));
+    showSeriesEnd(ui);
     const Outcome local = instrument_->returnToLocal();
     if (!local) ui.setStatus(2, local.text());
     running_ = false;
@@ -199,6 +202,10 @@ Outcome RunState::runSeries(UiPort& ui) {
     logFirst = true;
     instrument_->link().StopRequested = false;
     if (runDone_) a.SampleIndex = NextSampleIndex(a.SampleIndex);
+    // A series repeats only with New Acquisition ticked.
+    seriesPlanned_ = a.RepeatCheck && a.DaqCheck ? std::max(RepeatLimit, 0) : 1;
+    seriesDone_ = seriesGo_ = seriesNg_ = 0;
+    newRun_ = true;
     settingsChanged();
     gridsChanged();
     runStarted();
@@ -206,6 +213,7 @@ Outcome RunState::runSeries(UiPort& ui) {
         TransferFailed = false;
         ui.setStatus(1, "");
         repeatCounter_ = 1;
+        showSeriesPass(ui);
         if (Outcome pass = runPass(ui); !pass) return pass;
         runDone_ = true;
         if (!TransferFailed) ui.setStatus(1, kCompletedTransfer);
@@ -214,6 +222,7 @@ Outcome RunState::runSeries(UiPort& ui) {
     for (repeatCounter_ = 1; repeatCounter_ <= RepeatLimit; ++repeatCounter_) {
         TransferFailed = false;
         ui.setStatus(1, kRepeatCount + std::to_string(repeatCounter_));
+        showSeriesPass(ui);
         if (Outcome pass = runPass(ui); !pass) return pass;
         if (TransferFailed || instrument_->link().StopRequested || !a.DaqCheck) break;
         if (repeatCounter_ == INT32_MAX) throw RuntimeError(ErrorCode::Overflow, "Overflow: the repeat counter.");

@@ -237,6 +237,7 @@ Outcome RunState::EditLimit(UiPort& ui, Grid& grid, const std::vector<CycleGridR
 Outcome RunState::SaveResults(UiPort& ui) {
     lastSave_ = Outcome::Ok();
     if (!saveResultLine_) return lastSave_;
+    storePass(ui);
     // The queues of the other files speak only when they fail, and the
     // encoder's goes first, so the status shows ResultData.csv as always.
     const auto types = typeTexts();
@@ -255,6 +256,7 @@ Outcome RunState::SaveResults(UiPort& ui) {
     }
     keep(resultLines_.append(ui, resultFileName(), types, ResultDataLine(sample, results_.table)));
     keep(jitterLines_.append(ui, jitterFileName(), types, JitterDataLine(sample, results_.jitter)));
+    passSaved();
     return lastSave_;
 }
 
@@ -296,6 +298,7 @@ Outcome RunState::WaveTrans(UiPort& ui, std::string_view InpType, const std::str
     record_.WaveLength = setup_.RecordLength;
     record_.SampleSec = setup_.SampleInterval;
     FillSampleCodes(setup_, record_);
+    inputFile_ = filename;
     ui.setStatus(1, kCompletedAllTranslations);
     return Outcome::Ok();
 }
@@ -316,6 +319,7 @@ Outcome RunState::inputFromFile(UiPort& ui, bool& analysing) {
     settings_.analysis.SmoothingNo = CheckSmoothingNo(settings_.analysis.SmoothingNo);
     SmoothingCount = SmoothingCountOf(settings_.analysis.SmoothingNo);
     InputSource = kInputTypeFile;
+    passStarted_ = StoreTimeNow();
     std::string proposal = DebugCheck ? std::string(kDebugProposal) : sampleName() + ".csv";
     auto chosen = ui.chooseOpenFile(kSelectInputTitle, proposal, JoinPath(dataFolder_, "Data"), "*.csv");
     if (!chosen) return {ErrorCode::Canceled, kCanceled};

@@ -20,6 +20,8 @@
 #include "results/JitterData.h"
 #include "results/ResultFiles.h"
 #include "results/ResultGrids.h"
+#include "store/ResultStore.h"
+#include "store/RunTally.h"
 #include "wavefile/DsoSetup.h"
 #include "wavefile/GenericCsv.h"
 #include "wavefile/WaveCsv.h"
@@ -137,6 +139,23 @@ public:
     // What the last SaveResults came to (ok with the result line switched off).
     const Outcome& lastSave() const { return lastSave_; }
 
+    // --- the results store --------------------------------------------------
+    // Every pass that writes a result line is also stored, first, so that
+    // neither write stops the other; off for the command line's --no-store.
+    void setStoreResults(bool on) { storeResults_ = on; }
+    bool storeResults() const { return storeResults_; }
+    // The ResultsDb setting, or the data folder's OutputData/results.sqlite.
+    StoreTarget storeTarget() const;
+    // What storing the last pass came to (ok when it was not stored). A
+    // failure has been shown in status panel 2.
+    const Outcome& lastStore() const { return lastStore_; }
+    int64_t passesStored() const { return passesStored_; }
+    int64_t storeFailures() const { return storeFailures_; }
+    // The run so far, as the "Yield" tab shows it.
+    const RunTally& runTally() const { return tally_; }
+    // The result grid as plain numbers in SI base units, on the clipboard.
+    Outcome ResultCopyNumbers_Click(UiPort& ui);
+
     // --- derived views ------------------------------------------------------
     ChannelDisplays channelDisplays() const;
     std::array<std::string, kChannels> typeTexts() const;
@@ -161,6 +180,7 @@ public:
     Event<> settingsChanged;  // the program wrote settings back (index, clamps)
     Event<> runStarted;       // an instrument run began (Running is true)
     Event<> passFinished;     // an instrument pass is analysed, logged and saved
+    Event<> passSaved;        // a pass went to the results files and the store
     // An instrument run ended (Running is false again): ok when it ran through
     // or was stopped, else why it ended early, its connection included (also
     // kept in RunFailure).
@@ -315,6 +335,27 @@ private:
                                   " encoder line(s) are kept until the encoder file can be written."};
     bool saveResultLine_ = true;
     std::vector<std::string> notices_;
+
+    std::unique_ptr<ResultStore> store_;
+    RunTally tally_;
+    bool storeResults_ = true;
+    bool newRun_ = true;  // the next pass stored begins a run
+    Outcome lastStore_;
+    int64_t passesStored_ = 0;
+    int64_t storeFailures_ = 0;
+    std::string passStarted_;  // when the pass in progress began (UTC)
+    std::string inputFile_;    // the wave file the record came from
+    // The instrument run in progress: passes planned, analysed, Go and NG.
+    int32_t seriesPlanned_ = 0;
+    int32_t seriesDone_ = 0;
+    int32_t seriesGo_ = 0;
+    int32_t seriesNg_ = 0;
+    RunInfo storeRunInfo() const;
+    void storePass(UiPort& ui);
+    // Status panel 3 and the series' progress bar.
+    void showSeriesPass(UiPort& ui) const;
+    void countSeriesPass(UiPort& ui);
+    void showSeriesEnd(UiPort& ui) const;
 
     void runAnalysis(UiPort* ui, AnalysisEntry entry);
     // InputFromFile_Click up to its boundary; analysing tells a fault of the

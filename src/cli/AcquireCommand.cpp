@@ -82,6 +82,8 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     const Subscription reportPasses = state.passFinished.subscribe([&] {
         ++passes;
         anyNg |= report.pass("", state, {}, o.comparator.has_value(), state.repeatCounter());
+        // Echoed from the status bar already, unless the output is JSON.
+        if (!ui.echo && !state.lastStore()) err << "mervasto-cli: " << state.lastStore().text() << '\n';
         if (!o.plots) return;
         series.add(state.repeatCounter(), state.results().table, state.channelDisplays());
     });
@@ -98,6 +100,7 @@ Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err) {
     KeepFirst(result, saved);
     KeepFirst(result, plotted);
     KeepFirst(result, SettingsRefused(state));
+    KeepFirst(result, ReportUnstored(state, err));
     if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
     return result;
 }

@@ -70,6 +70,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
         anyNg |= report.pass(f, state, messages, o.comparator.has_value(), std::nullopt);
         const std::string& named = o.combine ? o.files.front() : f;
         if (o.plots) KeepFirst(result, WritePlots(state, o, std::filesystem::path(named).stem().string(), err));
+        if (!state.lastStore()) err << "mervasto-cli: " << state.lastStore().text() << '\n';
         if (o.format == "json" || !state.saveResultLine()) continue;
         const Outcome& saved = state.lastSave();
         err << (saved ? kSavedTestResults + state.resultFileName() + "." : saved.text()) << '\n';
@@ -78,6 +79,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err) {
     ReportNotices(state, err);
     KeepFirst(result, ReportUnsaved(state, err));
     KeepFirst(result, SettingsRefused(state));
+    KeepFirst(result, ReportUnstored(state, err));
     if (result && anyNg) return {ErrorCode::VerdictNg, "a verdict is NG"};
     return result;
 }

@@ -41,7 +41,7 @@ int RunCli(const std::vector<std::string>& args, std::ostream& out, std::ostream
         {"info", cli::CommandInfo},       {"analyze", cli::CommandAnalyze},
         {"convert", cli::CommandConvert}, {"make-examples", cli::CommandMakeExamples},
         {"readout", cli::CommandReadout}, {"fetch", cli::CommandFetch},
-        {"acquire", cli::CommandAcquire},
+        {"acquire", cli::CommandAcquire}, {"results", cli::CommandResults},
     };
     const auto command = commands.find(o.command);
     if (command == commands.end()) {

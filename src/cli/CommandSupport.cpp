@@ -58,7 +58,9 @@ Outcome PrepareState(RunState& state, const Options& o, std::ostream& err) {
             return {ErrorCode::BadOption, set.text()};
         }
     }
+    if (o.resultsDb) (void)SetSettingByName(state.settings(), "ResultsDb", *o.resultsDb);
     state.setSaveResultLine(!o.noSave);
+    state.setStoreResults(!o.noStore);
     state.setImportOptions(ImportOptionsOf(o));
     ApplyTimeout(state, o);
     return Outcome::Ok();
@@ -95,6 +97,14 @@ Outcome ReportUnsaved(RunState& state, std::ostream& err) {
     for (size_t cut; (cut = text.find("\r\n")) != std::string::npos;) text.replace(cut, 2, "\n");
     err << "mervasto-cli: " << text << '\n';
     return left;
+}
+
+Outcome ReportUnstored(const RunState& state, std::ostream& err) {
+    if (state.storeFailures() == 0) return Outcome::Ok();
+    const std::string text = std::to_string(state.storeFailures()) + " pass(es) could not be stored in " +
+                             StoreTargetText(state.storeTarget()) + "; their result lines were written as usual";
+    err << "mervasto-cli: " << text << '\n';
+    return {ErrorCode::FileIo, text};
 }
 
 void ReportNotices(const RunState& state, std::ostream& err) {

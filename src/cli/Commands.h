@@ -26,6 +26,7 @@ Outcome CommandAnalyze(const Options& o, std::ostream& out, std::ostream& err);
 Outcome CommandReadout(const Options& o, std::ostream& out, std::ostream& err);
 Outcome CommandFetch(const Options& o, std::ostream& out, std::ostream& err);
 Outcome CommandAcquire(const Options& o, std::ostream& out, std::ostream& err);
+Outcome CommandResults(const Options& o, std::ostream& out, std::ostream& err);
 
 // --- shared by the commands ------------------------------------------------
 // Keeps the first failure: a later one does not replace it.
@@ -54,6 +55,8 @@ Outcome WritePlots(const RunState& state, const Options& o, const std::string& b
 // Result lines the results file could not take are tried once more, then
 // printed, so that none is lost.
 Outcome ReportUnsaved(RunState& state, std::ostream& err);
+// Passes the results store refused: how many, and where they belong.
+Outcome ReportUnstored(const RunState& state, std::ostream& err);
 // What the run said once in the status bar that a command line would not
 // show otherwise (an older encoder file keeping its columns, say).
 void ReportNotices(const RunState& state, std::ostream& err);

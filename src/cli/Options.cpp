@@ -5,6 +5,7 @@
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
+#include "store/PassRecord.h"
 
 #include <algorithm>
 #include <cctype>
@@ -35,7 +36,8 @@ Commands:
       --format table|csv|json  output form (default table)
       --cycles                 with json: every cycle record
       --comparator FILE        load Go/NG limits and print the verdicts (exit 3 on NG)
-      --no-save                do not append to ResultData.csv (nor EncoderData.csv)
+      --no-save                do not append to ResultData.csv (nor EncoderData.csv), nor store
+      --no-store               do not store the passes in the results store
       --plots DIR              also write each analysed channel's wave, histogram and
                                trend as PNG into DIR, named after the file and channel
       --jobs N                 at most N threads at work, 1 .. 256 (default: the machine's
@@ -51,15 +53,23 @@ Commands:
                                transfer the instrument's channels into a wave CSV file
   acquire --ip HOST[:PORT] [--repeat N] [--new-acquisition] [--omit-range]
           [--settings FILE] [--set NAME=VALUE ...] [--format table|csv|json] [--no-save]
-          [--plots DIR]
+          [--plots DIR] [--no-store]
                                run acquisitions without a window; Ctrl+C stops after the pass;
                                --plots draws the last pass, named after the sample
+  results list                 the stored runs: id, station, sample, start, passes, yield
+  results export [--run ID ... | --since TIME --until TIME] [--format csv|json]
+                               one row per stored pass, channel and kind, in SI base units
+  results summary [--run ID ...] [--format table|csv|json]
+                               per channel and kind: passes, min, max, mean, sigma, yield, Cp, Cpk
+                               (TIME: YYYY-MM-DD[Thh:mm[:ss]] in UTC; --until is the first left out)
 
 Global options: --help, --version, --data-folder DIR,
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
   --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy
                                or Rigol; without a port in --ip, the family's port (else 5198, 5025, 5555
                                and 4000 are tried)
+  --results-db DB              the results store: a SQLite file, or postgresql://USER@HOST/DB for a line of
+                               stations (default: the ResultsDb setting, else OutputData/results.sqlite)
 Exit status: 0 success, 1 a file could not be read or written, 2 bad options or a refused setting
 (a --set value; or a line of a settings file, which is told and the run goes on with the value
 named), 3 a verdict is NG, 4 the instrument cannot be reached or failed during the run (the passes
@@ -111,9 +121,9 @@ std::optional<double> secondsText(std::string_view text) {
 }
 
 const std::set<std::string>& optionsWithValues() {
-    static const std::set<std::string> names = {"--data-folder",     "--settings", "--set",    "--format",
-                                                "--comparator",      "--ip",       "--repeat", "--timeout",
-                                                "--import-interval", "--plots",    "--jobs",   "--instrument"};
+    static const std::set<std::string> names = {
+        "--data-folder",     "--settings", "--set",  "--format",     "--comparator", "--ip",  "--repeat", "--timeout",
+        "--import-interval", "--plots",    "--jobs", "--instrument", "--results-db", "--run", "--since",  "--until"};
     return names;
 }
 
@@ -183,7 +193,22 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
                 words += (words.empty() ? "" : ", ") + std::string(family);
             }
             if (!o.instrument) return optionError("--instrument takes " + words + ", not " + v);
-        } else if (a == "--generic")
+        } else if (a == "--results-db") {
+            o.resultsDb = args[++i];
+        } else if (a == "--run") {
+            const std::string& v = args[++i];
+            double n = 0;
+            if (!numberOption(v, n) || n < 1 || n != RoundHalfEven(n) || n > 9e15)
+                return optionError("--run takes a run's id (a whole number from 1), not " + v);
+            o.runs.push_back(static_cast<int64_t>(n));
+        } else if (a == "--since" || a == "--until") {
+            const std::string& v = args[++i];
+            const std::optional<std::string> at = StoreTimeOf(v);
+            if (!at) return optionError(a + " takes a time YYYY-MM-DD[Thh:mm[:ss[.fff]]][Z] (UTC), not " + v);
+            (a == "--since" ? o.since : o.until) = *at;
+        } else if (a == "--no-store")
+            o.noStore = true;
+        else if (a == "--generic")
             o.generic = true;
         else if (a == "--combine")
             o.combine = true;

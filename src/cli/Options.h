@@ -31,6 +31,13 @@ struct Options {
     bool combine = false;  // the files are the channels of one record
     std::optional<std::string> plots;
     std::optional<int> jobs;  // --jobs: the work pool's cap; its default when not given
+    // The results store: where it is, whether passes go to it, and which
+    // passes the results command reads.
+    std::optional<std::string> resultsDb;
+    bool noStore = false;
+    std::vector<int64_t> runs;
+    std::optional<std::string> since;
+    std::optional<std::string> until;
 };
 
 // What --help prints.

@@ -70,6 +70,11 @@ public:
         (void)done;
         (void)total;
     }
+    // How far a series of passes has come: done of total (total 0 hides it).
+    virtual void seriesProgress(int64_t done, int64_t total) {
+        (void)done;
+        (void)total;
+    }
     // Puts a text on the clipboard.
     virtual void setClipboardText(const std::string& text) { (void)text; }
 };

@@ -31,6 +31,13 @@ GuiUi::GuiUi(QWidget* parent, QStatusBar* statusBar) : parent_(parent) {
         panel_[i]->setObjectName(QStringLiteral("StatusPanel%1").arg(i));
         panel_[i]->setMinimumWidth(i == 1 ? 300 : 80);
         statusBar->addWidget(panel_[i], i == 1 ? 1 : 0);
+        if (i == 3) {
+            series_ = new QProgressBar(statusBar);
+            series_->setObjectName(QStringLiteral("SeriesProgress"));
+            series_->setMaximumWidth(120);
+            series_->hide();
+            statusBar->addWidget(series_);
+        }
     }
     progress_ = new QProgressBar(statusBar);
     progress_->setObjectName(QStringLiteral("TransferProgress"));
@@ -139,6 +146,16 @@ void GuiUi::progress(int64_t done, int64_t total) {
     progress_->setRange(0, 1000);
     progress_->setValue(static_cast<int>(done * 1000 / total));
     progress_->show();
+}
+
+void GuiUi::seriesProgress(int64_t done, int64_t total) {
+    if (total <= 0) {
+        series_->hide();
+        return;
+    }
+    series_->setRange(0, 1000);
+    series_->setValue(static_cast<int>(std::min(done, total) * 1000 / total));
+    series_->show();
 }
 
 void GuiUi::setClipboardText(const std::string& text) { QApplication::clipboard()->setText(q(text)); }

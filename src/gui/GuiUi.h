@@ -27,6 +27,7 @@ public:
                                               const std::string& initialFolder, const std::string& filter) override;
     std::optional<uint32_t> chooseColor(uint32_t initial) override;
     void progress(int64_t done, int64_t total) override;
+    void seriesProgress(int64_t done, int64_t total) override;
     void setClipboardText(const std::string& text) override;
 
     std::string statusText(int panel) const;
@@ -48,6 +49,7 @@ private:
     QPointer<QWidget> parent_;
     QLabel* panel_[5] = {};
     QProgressBar* progress_ = nullptr;
+    QProgressBar* series_ = nullptr;  // beside panel 3
 };
 
 }  // namespace mervasto

@@ -122,6 +122,8 @@ void MainForm::connectCommands(const Commands& c) {
         selectedRange(v, r1, c1, r2, c2);
         GuardedApplication::report(state_.ResultCopy_Click(*ui_, v == LogGrid_ ? 0 : 1, r1, c1, r2, c2));
     });
+    connect(c.copyNumbers, &QPushButton::clicked, this,
+            [this] { GuardedApplication::report(state_.ResultCopyNumbers_Click(*ui_)); });
     connect(c.detailForm, &QPushButton::clicked, this, [this] {
         detail_->setRunning(state_.running());
         detail_->refresh();

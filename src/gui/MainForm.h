@@ -72,6 +72,7 @@ private:
         QPushButton* pictures;
         QPushButton* detailPath;
         QPushButton* copyLog;
+        QPushButton* copyNumbers;
         QPushButton* detailForm;
         QPushButton* colorInit;
         QPushButton* histogram;

@@ -24,6 +24,7 @@
 #include "gui/EncoderTab.h"
 #include "gui/GridModel.h"
 #include "gui/GuiUi.h"
+#include "gui/YieldTab.h"
 
 namespace mervasto {
 
@@ -212,6 +213,8 @@ QHBoxLayout* MainForm::buildButtons(QWidget* parent, Commands& commands) {
     commands.pictures = button("SaveWave", "Save Pictures");
     commands.detailPath = button("SelDataSaveFile", "Detail Path...");
     commands.copyLog = button("ResultCopy", "Copy");
+    commands.copyNumbers = button("ResultCopyNumbers", "Copy as Numbers");
+    commands.copyNumbers->setToolTip("The result grid as plain numbers in SI base units, for a spreadsheet");
     commands.detailForm = button("DetailCycles", "Limits / Go-NG...");
     commands.colorInit = button("ColorInit", "Init Colors");
     commands.histogram = button("ShowHistogram", "Histogram / Trend");
@@ -244,6 +247,7 @@ QTabWidget* MainForm::buildGrids(QWidget* parent) {
     JitterGrid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     SSTab1_->addTab(JitterGrid_, "Jitter");
     SSTab1_->addTab(new EncoderTab(state_, SSTab1_), "Encoder");
+    SSTab1_->addTab(new YieldTab(state_, SSTab1_), "Yield");
     return SSTab1_;
 }
 

@@ -118,8 +118,14 @@ TEST_F(AcquisitionRun, RepeatSeries) {
         const char* totalRepeats;
         bool newAcquisition;
         size_t passes;
+        const char* progress;  // status panel 3 at the end
     };
-    const Case cases[] = {{"3", true, 3}, {"3", false, 1}, {"0", true, 0}};
+    const Case cases[] = {{"3", true, 3, "Completed 3 passes: 3 Go, 0 NG."},
+                          {"3", false, 1, "Completed 1 pass: 1 Go, 0 NG."},
+                          {"0", true, 0, "Completed 0 passes: 0 Go, 0 NG."}};
+    // Count limits every pass meets: each is judged Go.
+    std::ofstream(dir_ / "limits.txt") << "1,1,100000\n";
+    ASSERT_TRUE(state.LoadComparator(ui, (dir_ / "limits.txt").string()).ok());
     size_t lines = 0;
     for (const auto& c : cases) {
         settle();
@@ -136,6 +142,7 @@ TEST_F(AcquisitionRun, RepeatSeries) {
         EXPECT_FALSE(statusSeen("Repeat count=" + std::to_string(c.passes + 1)));
         lines += c.passes;
         EXPECT_EQ(resultLines(), lines == 0 ? 0u : lines + 2);
+        EXPECT_EQ(ui.status[3], c.progress);
     }
 }
 
@@ -160,6 +167,7 @@ TEST_F(AcquisitionRun, StopDuringTheAcquisitionWaitAndDuringASeries) {
     sim->setCommandHook(nullptr);
     const size_t passes = resultLines() - 3;
     EXPECT_EQ(passes, 3u);
+    EXPECT_EQ(ui.status[3], "Stopped after 3 of 1000 passes.");
     // The detail file of the last pass carries its counter.
     EXPECT_TRUE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes) + ".csv")).string()));
     EXPECT_FALSE(FileExists((dir_ / "out" / ("d_" + std::to_string(passes + 1) + ".csv")).string()));

@@ -4,6 +4,8 @@
 #include "gui/MainForm.h"
 #include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
+#include "gui/YieldTab.h"
+#include "display/PlotPainter.h"
 #include "common/TextFile.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
@@ -25,6 +27,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTableView>
@@ -755,9 +758,9 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     const std::string pulses = writeExample("pulses");
     files = {pulses, pulses};
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
-    EXPECT_EQ(tabs->tabText(tabs->count() - 1), "Encoder");
     auto* grid = find<QTableView>(*form, "EncoderGrid");
     ASSERT_NE(grid, nullptr);
+    EXPECT_EQ(tabs->tabText(tabs->indexOf(grid->parentWidget())), "Encoder");
     EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
 
     find<QCheckBox>(*form, "Encoder")->setChecked(true);
@@ -845,6 +848,53 @@ TEST_F(MainFormTest, ADroppedFileLoadsAsInputFromFileDoes) {
 
     EXPECT_TRUE(dialogFolders.empty());
     EXPECT_TRUE(boxes.empty()) << boxes.front();
+}
+
+// A series tells in status panel 3 and its bar where it is and how it
+// ended; the "Yield" tab shows the run's yield and the chart of its pass
+// means, a click on a point that pass's results; "Copy as Numbers" puts the
+// result grid on the clipboard as exact numbers.
+TEST_F(MainFormTest, SeriesProgressYieldTabAndCopyAsNumbers) {
+    DsoSimulator sim(test::SeriesSimOptions());
+    ASSERT_TRUE(sim.start());
+    auto form = open();
+    form->show();
+    prepareSeries(*form, sim, 3);
+    std::ofstream(dir_ / "ng.txt") << "1,100000,200000\n";  // more cycles than any pass has
+    ASSERT_TRUE(form->state().LoadComparator(form->ui(), (dir_ / "ng.txt").string()).ok());
+    auto* bar = find<QProgressBar>(*form, "SeriesProgress");
+    std::vector<std::string> during;
+    Subscription watch = form->state().passFinished.subscribe([&] {
+        during.push_back(form->ui().statusText(3) + (bar->isVisible() ? " bar " + std::to_string(bar->value()) : ""));
+    });
+    find<QPushButton>(*form, "WFStartCommand")->click();
+    EXPECT_EQ(during, (std::vector<std::string>{"Pass 1 / 3 bar 333", "Pass 2 / 3 bar 666", "Pass 3 / 3 bar 1000"}));
+    EXPECT_EQ(form->ui().statusText(3), "Completed 3 passes: 0 Go, 3 NG.");
+    EXPECT_FALSE(bar->isVisible());
+    EXPECT_EQ(form->ui().statusText(1), "Saved Test Results to the " + form->state().resultFileName() + ".");
+
+    auto* tabs = find<QTabWidget>(*form, "SSTab1");
+    auto* yield = form->findChild<YieldTab*>();
+    ASSERT_NE(yield, nullptr);
+    tabs->setCurrentWidget(yield);
+    EXPECT_EQ(find<QLabel>(*form, "RunYield")->text(), "Run 1: 3 passes, 0 Go, 3 NG; yield 0.00 %");
+    ASSERT_EQ(yield->chart().pass.size(), 3u);
+    EXPECT_EQ(yield->chart().ng, (std::vector<uint8_t>{0, 0, 0}));  // OfType has no limits; PulseWidth has
+    find<QComboBox>(*form, "YieldKind")->setCurrentIndex(static_cast<int>(Measure::PulseWidth));
+    EXPECT_EQ(yield->chart().ng, (std::vector<uint8_t>{1, 1, 1}));
+    auto* chart = find<QWidget>(*form, "ControlChart");
+    const QRectF plot = PlotRect(chart->rect(), true);
+    QTest::mouseClick(chart, Qt::LeftButton, {}, QPoint(static_cast<int>(plot.center().x()), 50));
+    const Grid& pass = yield->passGrid();
+    EXPECT_EQ(pass.text(0, 0), "Pass 2");
+    ASSERT_EQ(pass.rows(), 1 + 4 * kKinds);
+    EXPECT_EQ(pass.text(1, 2), "PulseWidth");
+    EXPECT_EQ(pass.text(1, 8), "NG");
+
+    typeEnter(find<QLineEdit>(*form, "StationName"), "line-3");
+    EXPECT_EQ(form->state().settings().analysis.StationName, "line-3");
+    find<QPushButton>(*form, "ResultCopyNumbers")->click();
+    EXPECT_EQ(QApplication::clipboard()->text().section("\r\n", 0, 0), "Channel\tCh1\tCh2\tCh3\tCh4");
 }
 
 }  // namespace

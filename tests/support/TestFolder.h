@@ -38,8 +38,11 @@ inline TestFolders& Folders() {
 // prefix, the test's name and this program's token.
 inline std::filesystem::path FreshTestFolder(const std::string& prefix) {
     auto& folders = detail::Folders();
-    const auto dir = std::filesystem::temp_directory_path() /
-                     (prefix + ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + folders.token);
+    // A parameterised test's name ("Round/Sqlite") names one folder, not two.
+    std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    for (char& c : name)
+        if (c == '/') c = '_';
+    const auto dir = std::filesystem::temp_directory_path() / (prefix + name + "_" + folders.token);
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     folders.made.push_back(dir);

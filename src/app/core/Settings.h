@@ -80,6 +80,11 @@ struct AnalysisSettings {
     // The instrument family spoken to: "Auto" (its identification chooses)
     // or a family's name (common/InstrumentFamilies.h).
     std::string Instrument = std::string(kInstrumentAuto);
+    // Where every pass is stored: empty for OutputData's results.sqlite, a
+    // postgresql:// URI for the server of a line of stations, any other
+    // text a SQLite file. The station's name there; empty for the host name.
+    std::string ResultsDb;
+    std::string StationName;
 };
 
 struct ChannelSettings {

@@ -137,6 +137,8 @@ const std::vector<SettingField>& table() {
             optionalLine(choice("EdgeTiming", &A::EdgeTiming, kEdgeTimings)),
             optionalLine(choice("EdgeRule", &A::EdgeRule, kEdgeRules)),
             optionalLine(choice("Instrument", &A::Instrument, kInstrumentChoices)),
+            optionalLine(text("ResultsDb", &A::ResultsDb)),
+            optionalLine(text("StationName", &A::StationName)),
         };
         for (auto& f : t)
             if (f.kind == FieldKind::Check || f.kind == FieldKind::Flag) f.max = 1;

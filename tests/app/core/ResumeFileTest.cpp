@@ -138,7 +138,7 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
     const auto ls = lines();
-    ASSERT_EQ(ls.size(), 66u);
+    ASSERT_EQ(ls.size(), 68u);
     EXPECT_EQ(ls[0], "Max周期数,1000");
     EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
     EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
@@ -170,6 +170,8 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     EXPECT_EQ(ls[63], "EdgeTiming,Samples");
     EXPECT_EQ(ls[64], "EdgeRule,Auto");
     EXPECT_EQ(ls[65], "Instrument,Auto");
+    EXPECT_EQ(ls[66], "ResultsDb,");
+    EXPECT_EQ(ls[67], "StationName,");
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -267,7 +269,7 @@ TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
     }
 
     // A file from before the optional lines loads whole with their defaults.
-    writeLines({full.begin(), full.end() - 20});
+    writeLines({full.begin(), full.end() - 22});
     Settings old;
     old.analysis.LevelMethod = "Halves";
     (void)LoadResumeParam(file_, old);
