@@ -6,10 +6,8 @@
 #include <cctype>
 #include <cmath>
 #include <limits>
-#include <span>
 #include <vector>
 
-#include "analysis/Levels.h"
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextFile.h"
@@ -241,7 +239,7 @@ Outcome RigolDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, U
         std::vector<int> on;
         for (int ch = 0; ch < setup.ChannelCount && ch < kChannels; ++ch)
             if (setup.traceOn(ch) == "ON") on.push_back(ch);
-        if (on.empty()) return {ErrorCode::Link, "The DSO has every channel switched off: there is nothing to fetch."};
+        if (on.empty()) return {ErrorCode::Link, kNothingToFetch};
         // The memory is read only while the instrument is stopped.
         link.SendDsoCommand(":STOP");
         link.SendDsoCommand(":WAV:MODE RAW");
@@ -270,23 +268,7 @@ Outcome RigolDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, U
             readChannel(link, ch, *p, record, ui, done, length * static_cast<int64_t>(on.size()));
             done += length;
         }
-        const auto n = static_cast<size_t>(length);
-        for (int ch = 0; ch < kChannels; ++ch) {
-            auto& raw = record.raw[static_cast<size_t>(ch)];
-            if (std::find(on.begin(), on.end(), ch) == on.end()) {
-                raw.clear();
-                continue;
-            }
-            raw.resize(std::max(raw.size(), n));
-            RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), setup.voltsPerDiv(ch),
-                         setup.offset(ch), std::span<int16_t>(raw.data(), n));
-        }
-        record.WaveLength = setup.RecordLength;
-        record.SampleSec = setup.SampleInterval;
-        record.ensureLength(record.WaveLength);
-        for (int ch = 0; ch < kChannels; ++ch)
-            if (std::find(on.begin(), on.end(), ch) == on.end())
-                std::fill_n(record.wave[static_cast<size_t>(ch)].begin(), n, 0.0f);
+        FinishScpiRecord(setup, record, on, static_cast<int32_t>(length));
         ui.progress(0, 0);
         ui.setStatus(1, kCompletedWaveTranslation);
         return Outcome::Ok();

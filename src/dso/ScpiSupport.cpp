@@ -1,6 +1,10 @@
 #include "dso/ScpiSupport.h"
 
+#include <algorithm>
 #include <cctype>
+#include <span>
+
+#include "analysis/Levels.h"
 
 #include "common/Numeric.h"
 #include "common/TextUtil.h"
@@ -53,6 +57,26 @@ void CheckErrorQueue(DsoLink& link, const std::string& query, const std::string&
         errors += (errors.empty() ? "" : "; ") + PrintableBytes(reply, 120);
     }
     link.failExchange("The DSO reports an error after " + after + ": " + errors + "; the link was closed.");
+}
+
+void FinishScpiRecord(const DsoSetup& setup, WaveRecord& record, const std::vector<int>& on, int32_t length) {
+    const auto n = static_cast<size_t>(length);
+    auto isOn = [&](int ch) { return std::find(on.begin(), on.end(), ch) != on.end(); };
+    for (int ch = 0; ch < kChannels; ++ch) {
+        auto& raw = record.raw[static_cast<size_t>(ch)];
+        if (!isOn(ch)) {
+            raw.clear();
+            continue;
+        }
+        raw.resize(std::max(raw.size(), n));
+        RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), setup.voltsPerDiv(ch),
+                     setup.offset(ch), std::span<int16_t>(raw.data(), n));
+    }
+    record.WaveLength = setup.RecordLength;
+    record.SampleSec = setup.SampleInterval;
+    record.ensureLength(record.WaveLength);
+    for (int ch = 0; ch < kChannels; ++ch)
+        if (!isOn(ch)) std::fill_n(record.wave[static_cast<size_t>(ch)].begin(), n, 0.0f);
 }
 
 }  // namespace mervasto

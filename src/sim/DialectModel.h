@@ -41,7 +41,7 @@ struct SimState {
 
 struct SimOptions {
     uint16_t port = 0;  // 0 = any free port
-    // The command set spoken (sim/Dialects.h): "legacy", "rigol".
+    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "tektronix".
     std::string dialect = "legacy";
     SimState state;
     SimFault fault = SimFault::None;

@@ -7,16 +7,11 @@
 #include <utility>
 
 #include "common/Numeric.h"
+#include "sim/ScpiHeader.h"
 
 namespace mervasto {
 
 namespace {
-
-std::string Upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
 
 // "%e" as the instrument writes its numbers: 1.000000e-03.
 std::string Sci(double v) {
@@ -25,43 +20,8 @@ std::string Sci(double v) {
     return buf;
 }
 
-// The short form of a word of the guide's syntax: "ASCii" is "ASC".
-std::string ShortForm(std::string_view pattern) {
-    size_t n = 0;
-    while (n < pattern.size() && !std::islower(static_cast<unsigned char>(pattern[n]))) ++n;
-    return std::string(pattern.substr(0, n));
-}
-
-// One node of a header against one node of the guide's syntax: "WAVeform"
-// takes "WAV" and "WAVEFORM"; a trailing "#" takes a number ("CHANnel#":
-// "CHAN2", "CHANNEL2").
-bool NodeIs(std::string_view node, std::string_view pattern, int* number) {
-    if (!pattern.empty() && pattern.back() == '#') {
-        pattern.remove_suffix(1);
-        size_t digits = 0;
-        while (digits < node.size() && std::isdigit(static_cast<unsigned char>(node[node.size() - 1 - digits])))
-            ++digits;
-        if (digits == 0 || digits > 2) return false;
-        if (number) *number = std::stoi(std::string(node.substr(node.size() - digits)));
-        node.remove_suffix(digits);
-    }
-    return node == ShortForm(pattern) || node == Upper(pattern);
-}
-
-// A header against the guide's syntax, nodes in brackets optional
-// (":TIMebase[:MAIN]:SCALe").
-bool Matches(const std::vector<std::string>& nodes, size_t i, const std::vector<std::string_view>& pattern, size_t j,
-             int* number) {
-    if (j == pattern.size()) return i == nodes.size();
-    std::string_view p = pattern[j];
-    const bool optional = p.front() == '[';
-    if (optional) p = p.substr(1, p.size() - 2);
-    if (i < nodes.size() && NodeIs(nodes[i], p, number) && Matches(nodes, i + 1, pattern, j + 1, number)) return true;
-    return optional && Matches(nodes, i, pattern, j + 1, number);
-}
-
 bool Bool(std::string_view argument) {
-    const std::string a = Upper(argument);
+    const std::string a = ScpiUpper(argument);
     return a == "1" || a == "ON";
 }
 
@@ -88,7 +48,7 @@ void RigolModel::acquisitionDone(std::shared_ptr<const SimRecord> record) {
 RigolModel::Command RigolModel::parse(std::string_view text) {
     Command c;
     const size_t blank = text.find(' ');
-    std::string header = Upper(text.substr(0, blank));
+    std::string header = ScpiUpper(text.substr(0, blank));
     if (blank != std::string_view::npos) c.argument = std::string(TrimCommand(text.substr(blank + 1)));
     if (!header.empty() && header.back() == '?') {
         c.query = true;
@@ -106,7 +66,8 @@ RigolModel::Command RigolModel::parse(std::string_view text) {
 
 std::vector<SimReply> RigolModel::handle(std::string_view line) {
     std::vector<SimReply> out;
-    if (const Command c = parse(TrimCommand(line)); c.query && Matches(c.nodes, 0, {"TRIGger", "STATus"}, 0, nullptr))
+    if (const Command c = parse(TrimCommand(line));
+        c.query && ScpiMatches(c.nodes, 0, {"TRIGger", "STATus"}, 0, nullptr))
         ++statusPolls_;
     if (overridden(line, out)) return out;
     std::string_view rest = line;
@@ -121,7 +82,7 @@ std::vector<SimReply> RigolModel::handle(std::string_view line) {
 }
 
 void RigolModel::command(const Command& c, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, nullptr); };
+    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(c.nodes, 0, pattern, 0, nullptr); };
     if (c.query && is({"WAVeform", "DATA"})) return waveData(out);
     if (c.query && is({"DISPlay", "DATA"})) {
         const bool sized = opt_.screenBytes > 0;
@@ -147,7 +108,7 @@ void RigolModel::command(const Command& c, std::vector<SimReply>& out) {
 
 bool RigolModel::query(const Command& c, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(c.nodes, 0, pattern, 0, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(c, reply)) return true;
     if (is({"*IDN"})) return reply = "RIGOL TECHNOLOGIES," + st.model + ",DS1ZA000000001,00.04.04.SP4", true;
@@ -178,13 +139,13 @@ bool RigolModel::query(const Command& c, std::string& reply) {
         if (n < 1 || n > channels()) return false;
         const SimChannel& ch = st.ch[static_cast<size_t>(n - 1)];
         const std::string& what = c.nodes[1];
-        if (NodeIs(what, "DISPlay", nullptr)) reply = ch.trace == "ON" ? "1" : "0";
-        if (NodeIs(what, "SCALe", nullptr)) reply = Sci(ch.voltsPerDiv);
-        if (NodeIs(what, "OFFSet", nullptr)) reply = Sci(ch.offset);
-        if (NodeIs(what, "COUPling", nullptr))
+        if (ScpiNodeIs(what, "DISPlay", nullptr)) reply = ch.trace == "ON" ? "1" : "0";
+        if (ScpiNodeIs(what, "SCALe", nullptr)) reply = Sci(ch.voltsPerDiv);
+        if (ScpiNodeIs(what, "OFFSet", nullptr)) reply = Sci(ch.offset);
+        if (ScpiNodeIs(what, "COUPling", nullptr))
             reply = ch.coupling.rfind("AC", 0) == 0 ? "AC" : (ch.coupling == "GND" ? "GND" : "DC");
-        if (NodeIs(what, "BWLimit", nullptr)) reply = ch.bandwidth == "OFF" ? "OFF" : "20M";
-        if (NodeIs(what, "INVert", nullptr)) reply = ch.inverted == "ON" ? "1" : "0";
+        if (ScpiNodeIs(what, "BWLimit", nullptr)) reply = ch.bandwidth == "OFF" ? "OFF" : "20M";
+        if (ScpiNodeIs(what, "INVert", nullptr)) reply = ch.inverted == "ON" ? "1" : "0";
         return true;
     }
     if (is({"WAVeform", "SOURce"})) return reply = "CHAN" + std::to_string(source_ + 1), true;
@@ -206,9 +167,9 @@ bool RigolModel::query(const Command& c, std::string& reply) {
 
 bool RigolModel::setting(const Command& c) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(c.nodes, 0, pattern, 0, &n); };
     SimState& st = opt_.state;
-    const std::string a = Upper(c.argument);
+    const std::string a = ScpiUpper(c.argument);
     if (is({"*CLS"})) return errors_.clear(), true;
     if (is({"RUN"})) return run_ = "RUN", true;
     if (is({"STOP"})) return run_ = "STOP", true;
@@ -222,26 +183,26 @@ bool RigolModel::setting(const Command& c) {
             return true;
         }
         SimChannel& ch = st.ch[static_cast<size_t>(n - 1)];
-        if (NodeIs(c.nodes[1], "DISPlay", nullptr)) ch.trace = Bool(a) ? "ON" : "OFF";
-        if (NodeIs(c.nodes[1], "SCALe", nullptr)) ch.voltsPerDiv = Val(a);
-        if (NodeIs(c.nodes[1], "OFFSet", nullptr)) ch.offset = Val(a);
+        if (ScpiNodeIs(c.nodes[1], "DISPlay", nullptr)) ch.trace = Bool(a) ? "ON" : "OFF";
+        if (ScpiNodeIs(c.nodes[1], "SCALe", nullptr)) ch.voltsPerDiv = Val(a);
+        if (ScpiNodeIs(c.nodes[1], "OFFSet", nullptr)) ch.offset = Val(a);
         return true;
     }
     if (is({"WAVeform", "SOURce"})) {
         int channel = 0;
-        if (NodeIs(a, "CHANnel#", &channel) && channel >= 1 && channel <= channels())
+        if (ScpiNodeIs(a, "CHANnel#", &channel) && channel >= 1 && channel <= channels())
             source_ = channel - 1;
         else
             error("-224,\"Illegal parameter value\"");
         return true;
     }
     if (is({"WAVeform", "MODE"}) || is({"WAVeform", "FORMat"})) {
-        const bool mode = NodeIs(c.nodes[1], "MODE", nullptr);
+        const bool mode = ScpiNodeIs(c.nodes[1], "MODE", nullptr);
         const std::vector<std::string_view> words = mode ? std::vector<std::string_view>{"NORMal", "MAXimum", "RAW"}
                                                          : std::vector<std::string_view>{"WORD", "BYTE", "ASCii"};
         for (std::string_view w : words)
-            if (NodeIs(a, w, nullptr)) {
-                (mode ? mode_ : format_) = ShortForm(w);
+            if (ScpiNodeIs(a, w, nullptr)) {
+                (mode ? mode_ : format_) = ScpiShortForm(w);
                 return true;
             }
         error("-224,\"Illegal parameter value\"");
@@ -253,7 +214,7 @@ bool RigolModel::setting(const Command& c) {
             error("-222,\"Data out of range\"");
             return true;
         }
-        (NodeIs(c.nodes[1], "STARt", nullptr) ? start_ : stop_) = static_cast<int64_t>(v);
+        (ScpiNodeIs(c.nodes[1], "STARt", nullptr) ? start_ : stop_) = static_cast<int64_t>(v);
         return true;
     }
     return false;
@@ -332,7 +293,7 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
 bool RigolModel::badSetupReply(const Command& c, std::string& reply) const {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(c.nodes, 0, pattern, 0, &n); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"TIMebase", "[MAIN]", "SCALe"})) return reply = "ERR?", true;

@@ -21,6 +21,7 @@ struct Family {
     int divisions;          // across the screen: the sample interval is time/div x this / points
     double voltsPerCode;    // at 1 V/div
     float lowest, highest;  // the volts its codes reach at 1 V/div
+    bool rejectRange;       // read from the instrument
 };
 
 class FamilyCliTest : public CliRun, public ::testing::WithParamInterface<Family> {
@@ -84,7 +85,8 @@ TEST_P(FamilyCliTest, ReadoutFetchAnalyzeAndASeries) {
 }
 
 // --instrument forces the family: another's identity is refused (exit 4),
-// and a name no family has is a bad option (exit 2).
+// and a name no family has is a bad option (exit 2), as is --omit-range
+// with a family that has no reject range.
 TEST_P(FamilyCliTest, TheInstrumentOptionForcesTheFamily) {
     const Family& f = GetParam();
     SimOptions o;
@@ -97,13 +99,18 @@ TEST_P(FamilyCliTest, TheInstrumentOptionForcesTheFamily) {
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", other}), kExitNoInstrument);
     EXPECT_NE(err.str().find("identification"), std::string::npos) << err.str();
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", "Acme"}), kExitBadOptions);
-    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, not Acme"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, Tektronix, not Acme"), std::string::npos)
+        << err.str();
+    if (!f.rejectRange)
+        EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--omit-range", "--no-save"}), kExitBadOptions) << err.str();
 }
 
-INSTANTIATE_TEST_SUITE_P(Families, FamilyCliTest,
-                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy", 10, 1.0 / 32, -4.0f, 127.0f / 32},
-                                           Family{"rigol", "DS1104Z", "Rigol", 12, 1.0 / 25, -5.08f, 5.12f}),
-                         [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Families, FamilyCliTest,
+    ::testing::Values(Family{"legacy", "DS-5354", "Legacy", 10, 1.0 / 32, -4.0f, 127.0f / 32, true},
+                      Family{"rigol", "DS1104Z", "Rigol", 12, 1.0 / 25, -5.08f, 5.12f, true},
+                      Family{"tektronix", "MSO44", "Tektronix", 10, 1.0 / 25, -5.12f, 5.08f, false}),
+    [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace mervasto::test

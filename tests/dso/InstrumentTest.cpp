@@ -56,9 +56,14 @@ TEST(InstrumentIdentityTest, TheIdentificationChoosesTheFamily) {
         {"Auto", "RIGOL TECHNOLOGIES,MSO1104Z,DS1ZA1,00.04.04", "Rigol", 4},
         {"Auto", "MERVASTO SIMULATOR,DS-5352,0001,1.00", "Legacy", 2},
         {"rigol", "RIGOL TECHNOLOGIES,DS1054Z,DS1ZA1,00.04.04", "Rigol", 4},
+        {"Auto", "TEKTRONIX,MSO44,C000001,CF:91.1CT FV:1.44.3.433", "Tektronix", 4},
+        {"Auto", "TEKTRONIX,TBS2072,C000001,CF:91.1CT FV:v1.29", "Tektronix", 2},
+        {"Auto", "TEKTRONIX,MSO58,C000001,CF:91.1CT FV:1.44.3.433", "Tektronix", 4},  // its first four
+        {"Tektronix", "RIGOL TECHNOLOGIES,DS1054Z,DS1ZA1,00.04.04", "names no 2, 3, 4, 5 or 6 Series MSO", 0},
         {"Auto", "ACME,SCOPE9,1,1",
          "names no model with 2 or 4 channels: \"ACME,SCOPE9,1,1\"; the link was closed. The program knows these "
-         "families: Legacy (DS-5352, DS-5354), Rigol (DS1000Z, MSO1000Z).",
+         "families: Legacy (DS-5352, DS-5354), Rigol (DS1000Z, MSO1000Z), Tektronix (2, 3, 4, 5, 6 Series MSO, "
+         "TBS2000).",
          0},
         {"Rigol", "MERVASTO SIMULATOR,DS-5354,0001,1.00", "names no DS1000Z or MSO1000Z model", 0},
         {"Legacy", "RIGOL TECHNOLOGIES,DS1104Z,DS1ZA1,00.04.04", "names no model with 2 or 4 channels", 0},

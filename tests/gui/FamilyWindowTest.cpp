@@ -19,6 +19,7 @@ struct Family {
     const char* dialect;
     const char* model;
     const char* name;  // in the Instrument drop-down
+    bool rejectRange;  // read from the instrument, else greyed with the reason
 };
 
 class FamilyWindowTest : public ::testing::TestWithParam<Family> {};
@@ -49,7 +50,9 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
     auto* results = form.findChild<QTableView*>("ResultGrid1")->model();
     EXPECT_FALSE(results->data(results->index(2, 7)).toString().isEmpty());
     EXPECT_EQ(form.state().resultLines().written(), 1);
-    EXPECT_TRUE(form.findChild<QPushButton*>("ReadRejectRange")->isEnabled());
+    auto* readRange = form.findChild<QPushButton*>("ReadRejectRange");
+    EXPECT_EQ(readRange->isEnabled(), f.rejectRange);
+    EXPECT_EQ(readRange->toolTip().contains("Tektronix"), !f.rejectRange);
 
     // Naming the family keeps the link; naming another drops it, and the
     // next press refuses the instrument's identity in one box.
@@ -65,7 +68,9 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
-                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy"}, Family{"rigol", "DS1104Z", "Rigol"}),
+                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy", true},
+                                           Family{"rigol", "DS1104Z", "Rigol", true},
+                                           Family{"tektronix", "MSO44", "Tektronix", false}),
                          [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
 }  // namespace
