@@ -63,7 +63,8 @@ int TektronixChannels(std::string_view model) {
     const std::string m = Upper(model);
     // MSO22 ... MSO68B, MDO32, MDO34: the series, then the channels, then letters (B, LP).
     if ((m.rfind("MSO", 0) == 0 || m.rfind("MDO", 0) == 0) && m.size() >= 5 && Digit(m[3]) && Digit(m[4])) {
-        const bool seriesKnown = m[0] == 'M' && m[1] == 'D' ? m[3] == '3' : (m[3] == '2' || (m[3] >= '4' && m[3] <= '6'));
+        const bool seriesKnown =
+            m[0] == 'M' && m[1] == 'D' ? m[3] == '3' : (m[3] == '2' || (m[3] >= '4' && m[3] <= '6'));
         const bool lettersAfter = std::all_of(m.begin() + 5, m.end(), [](char c) { return std::isalpha(c) != 0; });
         const int channels = m[4] - '0';
         return seriesKnown && lettersAfter && channels % 2 == 0 && channels >= 2 ? channels : 0;
@@ -97,7 +98,7 @@ std::optional<TektronixPreamble> ParseTektronixPreamble(const std::string& reply
                   std::to_string(f.size()) + " fields, not 9: " + quoted;
         return std::nullopt;
     }
-    static constexpr const char* kNames[9] = {"bytes per point", "byte order", "binary format",
+    static constexpr const char* kNames[9] = {"bytes per point", "byte order",  "binary format",
                                               "points",          "x increment", "x zero",
                                               "y multiplier",    "y offset",    "y zero"};
     auto field = [&](int i, const std::string& must) {
@@ -183,10 +184,7 @@ void TektronixDriver::readSetupFields(DsoLink& link, DsoSetup& setup, bool memor
     setup.TimePerDiv = ScpiSetupNumber(link, "HORizontal:SCAle?", "time base", true);
     setup.TriggerDelay = ScpiSetupNumber(link, "HORizontal:DELay:TIMe?", "trigger delay", false);
     const std::string mode = link.QueryDso("ACQuire:MODe?", 80);
-    setup.AcqMode = mode == "SAMPLE"       ? "NORMAL"
-                    : mode == "PEAKDETECT" ? "PEAK"
-                    : mode == "HIRES"      ? "HIGH_RES"
-                                           : mode;
+    setup.AcqMode = mode == "SAMPLE" ? "NORMAL" : mode == "PEAKDETECT" ? "PEAK" : mode == "HIRES" ? "HIGH_RES" : mode;
     setup.TriggerSource = link.QueryDso("TRIGger:A:EDGE:SOUrce?", 80);
     const bool onChannel = setup.TriggerSource.rfind("CH", 0) == 0;
     setup.TriggerLevel =
@@ -269,11 +267,11 @@ void TektronixDriver::readChannel(DsoLink& link, int channel, const TektronixPre
                           (why.empty() ? std::string() : "; the DSO says " + why) +
                           "; the pass was ended and the link closed.");
     }
-    TektronixVolts(std::span<const uint8_t>(buf.data(), static_cast<size_t>(got)), p, std::span<float>(volts.data(), n));
+    TektronixVolts(std::span<const uint8_t>(buf.data(), static_cast<size_t>(got)), p,
+                   std::span<float>(volts.data(), n));
 }
 
-Outcome TektronixDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, UiPort& ui,
-                               DsoTransferInputs& in) {
+Outcome TektronixDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, UiPort& ui, DsoTransferInputs& in) {
     ui.setStatus(1, kTranslationSetup);
     return Guarded([&]() -> Outcome {
         readSetupFields(link, setup, in.memoryInput);

@@ -35,13 +35,14 @@ bool ScpiNodeIs(std::string_view node, std::string_view pattern, int* number) {
 
 // A header against the guide's syntax, nodes in brackets optional
 // (":TIMebase[:MAIN]:SCALe").
-bool ScpiMatches(const std::vector<std::string>& nodes, size_t i, const std::vector<std::string_view>& pattern, size_t j,
-             int* number) {
+bool ScpiMatches(const std::vector<std::string>& nodes, size_t i, const std::vector<std::string_view>& pattern,
+                 size_t j, int* number) {
     if (j == pattern.size()) return i == nodes.size();
     std::string_view p = pattern[j];
     const bool optional = p.front() == '[';
     if (optional) p = p.substr(1, p.size() - 2);
-    if (i < nodes.size() && ScpiNodeIs(nodes[i], p, number) && ScpiMatches(nodes, i + 1, pattern, j + 1, number)) return true;
+    if (i < nodes.size() && ScpiNodeIs(nodes[i], p, number) && ScpiMatches(nodes, i + 1, pattern, j + 1, number))
+        return true;
     return optional && ScpiMatches(nodes, i, pattern, j + 1, number);
 }
 

@@ -46,8 +46,8 @@ constexpr int kCommandError = 32;
 }  // namespace
 
 const std::vector<std::string>& TektronixModels() {
-    static const std::vector<std::string> models = {"MSO44",  "MSO46",  "MSO24",   "MSO22",  "MDO34",
-                                                    "MDO32",  "MSO54",  "MSO64B",  "TBS2104", "TBS2072"};
+    static const std::vector<std::string> models = {"MSO44", "MSO46", "MSO24",  "MSO22",   "MDO34",
+                                                    "MDO32", "MSO54", "MSO64B", "TBS2104", "TBS2072"};
     return models;
 }
 
@@ -209,8 +209,7 @@ bool TektronixModel::query(const Unit& u, std::string& reply) {
     }
     if (is({"DATa", "SOUrce"})) return reply = "CH" + std::to_string(source_ + 1), true;
     if (is({"DATa", "ENCdg"})) {
-        reply = ascii_ ? word("ASCIi")
-                       : word(std::string(msbFirst_ ? "" : "S") + (signed_ ? "RIBinary" : "RPBinary"));
+        reply = ascii_ ? word("ASCIi") : word(std::string(msbFirst_ ? "" : "S") + (signed_ ? "RIBinary" : "RPBinary"));
         return true;
     }
     if (is({"DATa", "WIDth"}) || is({"WFMOutpre", "BYT_Nr"})) return reply = std::to_string(width_), true;
@@ -280,7 +279,8 @@ bool TektronixModel::setting(const Unit& u) {
     }
     if (is({"DATa", "ENCdg"})) {
         const std::vector<std::string_view> words = {"RIBinary", "SRIbinary", "RPBinary", "SRPbinary", "ASCIi"};
-        const auto w = std::find_if(words.begin(), words.end(), [&](std::string_view w) { return ScpiNodeIs(a, w, nullptr); });
+        const auto w =
+            std::find_if(words.begin(), words.end(), [&](std::string_view w) { return ScpiNodeIs(a, w, nullptr); });
         if (w == words.end()) {
             event(224, "Illegal parameter value", kExecutionError);
             return true;
@@ -388,7 +388,8 @@ void TektronixModel::curve(std::vector<std::string>& texts, std::vector<SimReply
     };
     std::string payload;
     if (ascii_) {
-        for (int64_t k = start_ - 1; k < start_ - 1 + n; ++k) payload += (payload.empty() ? "" : ",") + std::to_string(code(k));
+        for (int64_t k = start_ - 1; k < start_ - 1 + n; ++k)
+            payload += (payload.empty() ? "" : ",") + std::to_string(code(k));
         return text(payload, out);
     }
     payload.resize(static_cast<size_t>(n * width_));

@@ -84,7 +84,7 @@ private:
     int64_t start_ = 1;
     int64_t stop_ = kDefaultStop;
     std::array<double, kChannels> position_{};  // divisions
-    int status_ = 0;  // the standard event status register
+    int status_ = 0;                            // the standard event status register
     std::deque<Event> events_;
     size_t summarized_ = 0;  // the events *ESR? has made readable
 };

@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "DsoTestSupport.h"
-#include "ReplayTransport.h"
+#include "ReplayExchange.h"
 #include "analysis/Levels.h"
-#include "dso/Instrument.h"
 #include "dso/RigolDriver.h"
 
 // The Rigol DS1000Z / MSO1000Z driver against exchanges recorded as the
@@ -62,38 +60,9 @@ std::vector<Step> Until(std::vector<Step> steps, const std::string& last) {
     return steps;
 }
 
-std::vector<Step> Joined(std::initializer_list<std::vector<Step>> parts) {
-    std::vector<Step> all;
-    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
-
-class RigolExchange : public ::testing::Test {
+class RigolExchange : public ReplayExchange {
 protected:
-    void SetUp() override { TestApp(); }
-
-    // An instrument whose link plays the script back after its
-    // identification, connected with the family left to that.
-    void play(std::vector<Step> script) {
-        record = std::make_shared<ReplayTransport::Record>();
-        record->script = Joined({{{"*IDN?", kIdn}, {"*CLS", ""}}, script});
-        instrument = std::make_unique<Instrument>(std::make_unique<ReplayTransport>(record));
-        instrument->link().setReplyTimeoutMs(300);
-        instrument->link().setQuietMs(50);
-        ASSERT_TRUE(instrument->connect(setup, ui, "127.0.0.1:5555", "Auto"));
-        ASSERT_EQ(&instrument->family("Auto"), &RigolFamily());
-    }
-    Outcome fetch() {
-        DsoTransferInputs in{"127.0.0.1:5555", false, vrate, "Period"};
-        return instrument->fetch(setup, wave, ui, in);
-    }
-
-    std::shared_ptr<ReplayTransport::Record> record;
-    std::unique_ptr<Instrument> instrument;
-    DsoSetup setup;
-    WaveRecord wave;
-    ScriptedUi ui;
-    std::array<std::string, 4> vrate{"", "1", "1", "1"};
+    RigolExchange() : ReplayExchange({{"*IDN?", kIdn}, {"*CLS", ""}}, RigolFamily()) {}
 };
 
 TEST_F(RigolExchange, TheWholeRecordInBatchesScaledToVoltsAndCodes) {

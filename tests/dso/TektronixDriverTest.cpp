@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "DsoTestSupport.h"
-#include "ReplayTransport.h"
+#include "ReplayExchange.h"
 #include "analysis/Levels.h"
-#include "dso/Instrument.h"
 #include "dso/ScpiSupport.h"
 #include "dso/TektronixDriver.h"
 
@@ -65,12 +63,6 @@ std::vector<Step> Take(std::vector<Step> steps, size_t n) {
     return steps;
 }
 
-std::vector<Step> Joined(std::initializer_list<std::vector<Step>> parts) {
-    std::vector<Step> all;
-    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
-
 int CodeAt(int64_t k, int width) { return static_cast<int>((k % 201) - 100) * (width == 2 ? 300 : 1); }
 
 std::string Codes(int width) {
@@ -83,30 +75,10 @@ std::string Codes(int width) {
     return bytes;
 }
 
-class TektronixExchange : public ::testing::Test {
+class TektronixExchange : public ReplayExchange {
 protected:
-    void SetUp() override { TestApp(); }
-
-    void play(std::vector<Step> script) {
-        record = std::make_shared<ReplayTransport::Record>();
-        record->script = Joined({{{"*IDN?", kIdn}, {"HEADer 0", ""}, {"VERBose 1", ""}, {"*CLS", ""}}, script});
-        instrument = std::make_unique<Instrument>(std::make_unique<ReplayTransport>(record));
-        instrument->link().setReplyTimeoutMs(300);
-        instrument->link().setQuietMs(50);
-        ASSERT_TRUE(instrument->connect(setup, ui, "127.0.0.1:4000", "Auto"));
-        ASSERT_EQ(&instrument->family("Auto"), &TektronixFamily());
-    }
-    Outcome fetch() {
-        DsoTransferInputs in{"127.0.0.1:4000", false, vrate, "Period"};
-        return instrument->fetch(setup, wave, ui, in);
-    }
-
-    std::shared_ptr<ReplayTransport::Record> record;
-    std::unique_ptr<Instrument> instrument;
-    DsoSetup setup;
-    WaveRecord wave;
-    ScriptedUi ui;
-    std::array<std::string, 4> vrate{"", "1", "1", "1"};
+    TektronixExchange()
+        : ReplayExchange({{"*IDN?", kIdn}, {"HEADer 0", ""}, {"VERBose 1", ""}, {"*CLS", ""}}, TektronixFamily()) {}
 };
 
 // 8-bit sample data and 16-bit high-resolution data: the whole record of the
@@ -277,7 +249,7 @@ TEST_F(TektronixExchange, SingleSequenceEndsWhenTheStateReadsZero) {
 
 TEST(TektronixModelsTest, TheModelNamesTheChannels) {
     const std::pair<const char*, int> cases[] = {
-        {"MSO44", 4},   {"MSO46", 6},   {"mso24", 4},   {"MSO22", 2},   {"MDO34", 4},   {"MDO32", 2},
+        {"MSO44", 4},   {"MSO46", 6},   {"mso24", 4},   {"MSO22", 2},   {"MDO34", 4},    {"MDO32", 2},
         {"MSO58LP", 8}, {"MSO64B", 4},  {"TBS2104", 4}, {"TBS2072", 2}, {"TBS2204B", 4}, {"TBS2103", 0},
         {"MDO44", 0},   {"MSO2024", 0}, {"MSO4104", 0}, {"MSO74", 0},   {"MSO4", 0},     {"TDS2012", 0},
     };

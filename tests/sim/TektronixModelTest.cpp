@@ -53,7 +53,7 @@ TEST(TektronixModelTest, HeadersRepliesAndEvents) {
         {"ALLEv?", One("113,\"Undefined header; Command not found: SELECT:CH2?\",113,\"Undefined header; Command "
                        "not found: DATA:SOURC\"")},
         {"DATa:SOUrce CH9;*ESR?;:EVMsg?;:EVMsg?", One("16;224,\"Illegal parameter value\";0,\"No events to report; "
-                                                    "queue empty\"")},
+                                                      "queue empty\"")},
     };
     for (const auto& step : steps) EXPECT_EQ(Texts(m->handle(step.line)), step.replies) << step.line;
     // The TBS2000 switches its channels with SELect.
