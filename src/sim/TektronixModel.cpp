@@ -200,7 +200,7 @@ bool TektronixModel::query(const Unit& u, std::string& reply) {
         const SimChannel& ch = st.ch[i];
         const std::string& what = u.nodes[1];
         if (ScpiNodeIs(what, "SCAle", nullptr)) reply = Nr3(ch.voltsPerDiv);
-        if (ScpiNodeIs(what, "OFFSet", nullptr)) reply = Nr3(-ch.offset);
+        if (ScpiNodeIs(what, "OFFSet", nullptr)) reply = Nr3(yZero(n - 1));
         if (ScpiNodeIs(what, "POSition", nullptr)) reply = Nr3(position_[i]);
         if (ScpiNodeIs(what, "COUPling", nullptr)) reply = ch.coupling.rfind("AC", 0) == 0 ? "AC" : "DC";
         if (ScpiNodeIs(what, "BANdwidth", nullptr)) reply = Nr3(ch.bandwidth == "OFF" ? 500e6 : 20e6);
@@ -362,7 +362,9 @@ double TektronixModel::yOff(int ch) const {
     return position_[static_cast<size_t>(ch)] * codesPerDiv + (signed_ ? 0 : (width_ == 2 ? 32768 : 128));
 }
 
-double TektronixModel::yZero(int ch) const { return -opt_.state.ch[static_cast<size_t>(ch)].offset; }
+double TektronixModel::yZero(int ch) const {
+    return 0.0 - opt_.state.ch[static_cast<size_t>(ch)].offset;  // never -0
+}
 
 void TektronixModel::curve(std::vector<std::string>& texts, std::vector<SimReply>& out) {
     // What a line asked before the curve goes first.

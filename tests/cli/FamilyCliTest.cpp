@@ -101,8 +101,9 @@ TEST_P(FamilyCliTest, TheInstrumentOptionForcesTheFamily) {
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", "Acme"}), kExitBadOptions);
     EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, Tektronix, not Acme"), std::string::npos)
         << err.str();
-    if (!f.rejectRange)
+    if (!f.rejectRange) {
         EXPECT_EQ(run({"acquire", "--ip", sim.address(), "--omit-range", "--no-save"}), kExitBadOptions) << err.str();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
