@@ -327,7 +327,11 @@ Outcome TektronixDriver::returnToLocal(DsoLink& link) {
 }
 
 FeatureSupport TektronixDriver::supports(InstrumentFeature feature) const {
-    return {false, feature == InstrumentFeature::RejectRange ? kNoRejectRange : kNoScreen};
+    switch (feature) {
+    case InstrumentFeature::RejectRange: return {false, kNoRejectRange};
+    case InstrumentFeature::Screen: return {false, kNoScreen};
+    }
+    return {};
 }
 
 std::string TektronixDriver::rejectRangePrompt() const { return kNoRejectRange; }

@@ -10,16 +10,12 @@ std::string ScpiUpper(std::string_view s) {
     return out;
 }
 
-// The short form of a word of the guide's syntax: "ASCii" is "ASC".
 std::string ScpiShortForm(std::string_view pattern) {
     size_t n = 0;
     while (n < pattern.size() && !std::islower(static_cast<unsigned char>(pattern[n]))) ++n;
     return std::string(pattern.substr(0, n));
 }
 
-// One node of a header against one node of the guide's syntax: "WAVeform"
-// takes "WAV" and "WAVEFORM"; a trailing "#" takes a number ("CHANnel#":
-// "CHAN2", "CHANNEL2").
 bool ScpiNodeIs(std::string_view node, std::string_view pattern, int* number) {
     if (!pattern.empty() && pattern.back() == '#') {
         pattern.remove_suffix(1);
@@ -33,8 +29,6 @@ bool ScpiNodeIs(std::string_view node, std::string_view pattern, int* number) {
     return node == ScpiShortForm(pattern) || node == ScpiUpper(pattern);
 }
 
-// A header against the guide's syntax, nodes in brackets optional
-// (":TIMebase[:MAIN]:SCALe").
 bool ScpiMatches(const std::vector<std::string>& nodes, size_t i, const std::vector<std::string_view>& pattern,
                  size_t j, int* number) {
     if (j == pattern.size()) return i == nodes.size();

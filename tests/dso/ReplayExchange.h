@@ -40,6 +40,15 @@ protected:
         DsoTransferInputs in{address(), false, vrate, "Period"};
         return instrument->fetch(setup, wave, ui, in);
     }
+    // The acquisition wait: the arming steps, then the completion query
+    // answered with each reply in turn; what the wait came to.
+    Outcome waitWith(std::vector<Step> arm, const std::string& poll, const std::vector<std::string>& replies) {
+        for (const auto& r : replies) arm.push_back({poll, r + "\n"});
+        play(arm);
+        const Outcome waited = Guarded([&] { EXPECT_FALSE(instrument->acquireSingle()); });
+        EXPECT_TRUE(record->done());
+        return waited;
+    }
     std::string address() const { return "127.0.0.1:" + std::to_string(family_.port); }
 
     std::shared_ptr<ReplayTransport::Record> record;

@@ -163,15 +163,9 @@ TEST_F(RigolExchange, SingleAcquisitionEndsOnStop) {
     };
     const Case cases[] = {{{"STOP"}, false}, {{"WAIT", "WAIT", "TD", "STOP"}, false}, {{"WAIT", "1"}, true}};
     for (const Case& c : cases) {
-        std::vector<Step> script = {{":SING", ""}};
-        for (const auto& s : c.statuses) script.push_back({":TRIG:STAT?", s + "\n"});
-        play(script);
-        const Outcome waited = Guarded([&] { EXPECT_FALSE(instrument->acquireSingle()); });
+        const Outcome waited = waitWith({{":SING", ""}}, ":TRIG:STAT?", c.statuses);
         EXPECT_EQ(waited.ok(), !c.fails) << waited.text();
-        EXPECT_TRUE(record->done());
-        if (c.fails) {
-            EXPECT_NE(waited.text().find("none of TD, WAIT, RUN, AUTO, STOP"), std::string::npos);
-        }
+        EXPECT_EQ(waited.text().find("none of TD, WAIT, RUN, AUTO, STOP") != std::string::npos, c.fails);
     }
 }
 

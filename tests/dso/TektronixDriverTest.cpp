@@ -235,15 +235,10 @@ TEST_F(TektronixExchange, SingleSequenceEndsWhenTheStateReadsZero) {
     };
     const Case cases[] = {{{"0"}, false}, {{"1", "1", "0"}, false}, {{"1", "RUN"}, true}};
     for (const Case& c : cases) {
-        std::vector<Step> script = {{"ACQuire:STOPAfter SEQuence", ""}, {"ACQuire:STATE RUN", ""}};
-        for (const auto& s : c.states) script.push_back({"ACQuire:STATE?", s + "\n"});
-        play(script);
-        const Outcome waited = Guarded([&] { EXPECT_FALSE(instrument->acquireSingle()); });
+        const Outcome waited =
+            waitWith({{"ACQuire:STOPAfter SEQuence", ""}, {"ACQuire:STATE RUN", ""}}, "ACQuire:STATE?", c.states);
         EXPECT_EQ(waited.ok(), !c.fails) << waited.text();
-        EXPECT_TRUE(record->done());
-        if (c.fails) {
-            EXPECT_NE(waited.text().find("neither 0 nor 1"), std::string::npos);
-        }
+        EXPECT_EQ(waited.text().find("neither 0 nor 1") != std::string::npos, c.fails);
     }
 }
 
