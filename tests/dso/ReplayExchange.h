@@ -40,6 +40,16 @@ protected:
         DsoTransferInputs in{address(), false, vrate, "Period"};
         return instrument->fetch(setup, wave, ui, in);
     }
+    // A fetch the instrument ends: the message in the outcome, the script
+    // played to its end, the link closed.
+    void expectFetchEnds(std::vector<Step> script, const std::string& message) {
+        play(std::move(script));
+        const Outcome fetched = fetch();
+        EXPECT_EQ(fetched.code(), ErrorCode::Link);
+        EXPECT_NE(fetched.text().find(message), std::string::npos) << fetched.text();
+        EXPECT_TRUE(record->done()) << record->sent.back();
+        EXPECT_FALSE(instrument->linked());
+    }
     // The acquisition wait: the arming steps, then the completion query
     // answered with each reply in turn; what the wait came to.
     Outcome waitWith(std::vector<Step> arm, const std::string& poll, const std::vector<std::string>& replies) {

@@ -141,12 +141,7 @@ TEST_F(RigolExchange, RefusalsAndTheErrorQueueAreToldInTheInstrumentsWords) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        play(c.script);
-        const Outcome fetched = fetch();
-        EXPECT_EQ(fetched.code(), ErrorCode::Link);
-        EXPECT_NE(fetched.text().find(c.message), std::string::npos) << fetched.text();
-        EXPECT_TRUE(record->done()) << record->sent.back();
-        EXPECT_FALSE(instrument->linked());
+        expectFetchEnds(c.script, c.message);
     }
     // Every channel off: nothing to fetch, the link kept.
     play(SetupSteps("300000", "0"));

@@ -214,12 +214,7 @@ TEST_F(TektronixExchange, RefusalsAndTheEventQueueAreToldInTheInstrumentsWords) 
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        play(c.script);
-        const Outcome fetched = fetch();
-        EXPECT_EQ(fetched.code(), ErrorCode::Link);
-        EXPECT_NE(fetched.text().find(c.message), std::string::npos) << fetched.text();
-        EXPECT_TRUE(record->done()) << record->sent.back();
-        EXPECT_FALSE(instrument->linked());
+        expectFetchEnds(c.script, c.message);
     }
     play(SetupSteps("SAMPLE", "1000", "0"));
     EXPECT_EQ(fetch().text(), kNothingToFetch);
