@@ -65,7 +65,8 @@ int TektronixChannels(std::string_view model) {
     if ((m.rfind("MSO", 0) == 0 || m.rfind("MDO", 0) == 0) && m.size() >= 5 && Digit(m[3]) && Digit(m[4])) {
         const bool seriesKnown =
             m[0] == 'M' && m[1] == 'D' ? m[3] == '3' : (m[3] == '2' || (m[3] >= '4' && m[3] <= '6'));
-        const bool lettersAfter = std::all_of(m.begin() + 5, m.end(), [](char c) { return std::isalpha(c) != 0; });
+        const bool lettersAfter = std::all_of(m.begin() + 5, m.end(),
+                                              [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
         const int channels = m[4] - '0';
         return seriesKnown && lettersAfter && channels % 2 == 0 && channels >= 2 ? channels : 0;
     }
