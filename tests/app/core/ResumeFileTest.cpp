@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "common/TextFile.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "app/core/ResumeFile.h"
 #include "app/core/SettingsTable.h"
@@ -23,38 +22,15 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    std::string readAll() const {
-        std::ifstream in(file_, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
-    void writeAll(const std::string& bytes) const { std::ofstream(file_, std::ios::binary) << bytes; }
-
     std::vector<std::string> lines() const {
-        std::vector<std::string> out;
-        std::string all = readAll();
-        size_t start = 0, end;
-        while ((end = all.find("\r\n", start)) != std::string::npos) {
-            out.push_back(FromNarrow(all.substr(start, end - start)));
-            start = end + 2;
-        }
-        return out;
+        auto ls = test::CrLfLines(test::ReadBytes(file_));
+        for (auto& l : ls) l = FromNarrow(l);
+        return ls;
     }
     void writeLines(const std::vector<std::string>& ls) const {
         std::string all;
         for (const auto& l : ls) all += ToNarrow(l) + "\r\n";
-        writeAll(all);
-    }
-
-    // Every setting is written, so equal texts mean equal settings.
-    std::string savedText(const Settings& s) const {
-        const std::string other = (dir_ / "compare.txt").string();
-        (void)SaveResumeParam(other, s);
-        std::ifstream in(other, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        test::WriteBytes(file_, all);
     }
 
     fs::path dir_;
@@ -64,44 +40,20 @@ protected:
 // Every setting away from its default.
 Settings changedSettings() {
     Settings s;
-    const char* pairs[][2] = {{"MaxCycles", "2500"},
-                              {"TotalRepeats", "77"},
-                              {"RepeatCheck", "1"},
-                              {"Histerisis", "12.5"},
-                              {"PLevel", "40"},
-                              {"SmoothingNo", "5"},
-                              {"LimitPoints", "0.2"},
-                              {"SampleNo", "Board A"},
-                              {"SampleIndex", "9"},
-                              {"IPAdressText", "10.0.0.7"},
-                              {"ZoomRate", "20"},
-                              {"DDSaveCheck", "1"},
-                              {"WDSaveCheck", "1"},
-                              {"DaqCheck", "1"},
-                              {"OmitRangeEffect", "1"},
-                              {"LevelMethod", "Halves"},
-                              {"ChInputSignal1", "0"},
-                              {"ChInputSignal2", "Duty"},
-                              {"ChInputSignal3", "Max"},
-                              {"ChInputSignal4", "Gate"},
-                              {"VRate2", "10"},
-                              {"SigName3", "Clock"},
-                              {"DispOffCheck2", "1"},
-                              {"DispOffCheck4", "1"},
-                              {"PPCheck2", "1"},
-                              {"DutyCheck3", "true"},
-                              {"TimeoutSeconds", "2.5"},
-                              {"SaveWavesCheck", "1"},
-                              {"Stacked", "1"},
-                              {"Comment", "x"},
-                              {"Encoder", "1"},
-                              {"EncoderA", "3"},
-                              {"EncoderB", "4"},
-                              {"EncoderZ", "2"},
-                              {"EncoderCountsPerRev", "500"},
-                              {"MinStateWidth", "5e-05"},
-                              {"EdgeTiming", "Interpolated"}};
-    for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
+    // name=value pairs, each set by its name.
+    const std::string pairs =
+        "MaxCycles=2500;TotalRepeats=77;RepeatCheck=1;Histerisis=12.5;PLevel=40;SmoothingNo=5;"
+        "LimitPoints=0.2;SampleNo=Board A;SampleIndex=9;IPAdressText=10.0.0.7;ZoomRate=20;DDSaveCheck=1;"
+        "WDSaveCheck=1;DaqCheck=1;OmitRangeEffect=1;LevelMethod=Halves;TimeoutSeconds=2.5;SaveWavesCheck=1;"
+        "Stacked=1;Comment=x;Encoder=1;EncoderA=3;EncoderB=4;EncoderZ=2;EncoderCountsPerRev=500;"
+        "MinStateWidth=5e-05;EdgeTiming=Interpolated;ChInputSignal1=0;ChInputSignal2=Duty;ChInputSignal3=Max;"
+        "ChInputSignal4=Gate;VRate2=10;SigName3=Clock;DispOffCheck2=1;DispOffCheck4=1;PPCheck2=1;"
+        "DutyCheck3=true;";
+    for (size_t at = 0, end; (end = pairs.find(';', at)) != std::string::npos; at = end + 1) {
+        const std::string pair = pairs.substr(at, end - at);
+        const size_t eq = pair.find('=');
+        EXPECT_TRUE(SetSettingByName(s, pair.substr(0, eq), pair.substr(eq + 1)).ok()) << pair;
+    }
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
         s.channels[i].BackColor = 0x102030 + i;
@@ -127,7 +79,7 @@ TEST_F(ResumeFileTest, RoundTripRestoresEverySetting) {
     // Every load puts a line feed before each comment line, the first included.
     EXPECT_EQ(loaded.analysis.Comment, "\n" + saved.analysis.Comment);
     loaded.analysis.Comment = saved.analysis.Comment;
-    EXPECT_EQ(savedText(loaded), savedText(saved));
+    EXPECT_EQ(ResumeText(loaded), ResumeText(saved));
     EXPECT_EQ(loaded.windows.WaveFormAllTop, 6000);
     EXPECT_EQ(loaded.channels[3].ChInputSignal, 9);
 }
@@ -137,41 +89,28 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.Comment = "a\r\nb";
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
-    const auto ls = lines();
-    ASSERT_EQ(ls.size(), 68u);
-    EXPECT_EQ(ls[0], "Max周期数,1000");
-    EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
-    EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
-    EXPECT_EQ(ls[9], "Ch1 信号タイプ, 1 ");
-    EXPECT_EQ(ls[16], "Ch2 のバック色, 16711935 ");
-    EXPECT_EQ(ls[28], "Ch4 のバック色, 65280 ");
-    EXPECT_EQ(ls[32], "Ch4 表示off, 0 ");
-    EXPECT_EQ(ls[33], "コメント");
-    EXPECT_EQ(ls[34], "a");
-    EXPECT_EQ(ls[35], "b");
-    EXPECT_EQ(ls[36], "//");
-    EXPECT_EQ(ls[37], "範囲マージン(div),0");
-    EXPECT_EQ(ls[38], "除外チェック/範囲, 0 , 0 , 0 ,False");
-    EXPECT_EQ(ls[39], "Screen Layout, 0 , 0 , 0 , 0 , 0 , 0 ");
-    EXPECT_EQ(ls[40], "");
-    EXPECT_EQ(ls[41], "詳細データ格納する/しない, 0 ");
-    EXPECT_EQ(ls[42], "詳細データ格納パス,,,");
-    EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
-    EXPECT_EQ(ls[44], "トリガチェック, 0 ");
-    EXPECT_EQ(ls[45], "センタレベル,50");
-    EXPECT_EQ(ls[46], "LevelMethod,Auto");
-    EXPECT_EQ(ls[47], "PPCheck1,0");
-    EXPECT_EQ(ls[55], "TimeoutSeconds,10");
-    EXPECT_EQ(ls[56], "Stacked,0");
-    EXPECT_EQ(ls[57], "Encoder,0");
-    EXPECT_EQ(ls[58], "EncoderA,1");
-    EXPECT_EQ(ls[60], "EncoderZ,0");
-    EXPECT_EQ(ls[62], "MinStateWidth,0");
-    EXPECT_EQ(ls[63], "EdgeTiming,Samples");
-    EXPECT_EQ(ls[64], "EdgeRule,Auto");
-    EXPECT_EQ(ls[65], "Instrument,Auto");
-    EXPECT_EQ(ls[66], "ResultsDb,");
-    EXPECT_EQ(ls[67], "StationName,");
+    // The defaults' whole file: the legacy lines at their places, the
+    // comment's lines between its label and "//", then the lines by label.
+    EXPECT_EQ(
+        test::ReadBytes(file_),
+        ToNarrow("Max周期数,1000\r\nヒステリシス,10\r\nサンプル名称,Sample\r\n追番,1\r\n"
+                 "IPアドレス,192.168.1.101\r\n拡大倍率,1\r\n格納選択, 1 , 0 \r\n移動平均回数,1\r\n"
+                 "繰返し, 0 ,1000\r\nCh1 信号タイプ, 1 \r\nCh1 のバック色, 65535 \r\n"
+                 "Ch1 の文字色, 0 \r\nCh1 V倍率,1.0\r\nCh1 信号名称,Ch1\r\nCh1 表示off, 0 \r\n"
+                 "Ch2 信号タイプ, 1 \r\nCh2 のバック色, 16711935 \r\nCh2 の文字色, 0 \r\n"
+                 "Ch2 V倍率,1.0\r\nCh2 信号名称,Ch2\r\nCh2 表示off, 0 \r\nCh3 信号タイプ, 1 \r\n"
+                 "Ch3 のバック色, 16776960 \r\nCh3 の文字色, 0 \r\nCh3 V倍率,1.0\r\n"
+                 "Ch3 信号名称,Ch3\r\nCh3 表示off, 0 \r\nCh4 信号タイプ, 1 \r\n"
+                 "Ch4 のバック色, 65280 \r\nCh4 の文字色, 0 \r\nCh4 V倍率,1.0\r\nCh4 信号名称,Ch4\r\n"
+                 "Ch4 表示off, 0 \r\nコメント\r\na\r\nb\r\n//\r\n範囲マージン(div),0\r\n"
+                 "除外チェック/範囲, 0 , 0 , 0 ,False\r\nScreen Layout, 0 , 0 , 0 , 0 , 0 , 0 \r\n\r\n"
+                 "詳細データ格納する/しない, 0 \r\n詳細データ格納パス,,,\r\n"
+                 "波形データ格納ファイルヘッダ/チェック,, 0 \r\nトリガチェック, 0 \r\n"
+                 "センタレベル,50\r\nLevelMethod,Auto\r\nPPCheck1,0\r\nPPCheck2,0\r\nPPCheck3,0\r\n"
+                 "PPCheck4,0\r\nDutyCheck1,0\r\nDutyCheck2,0\r\nDutyCheck3,0\r\nDutyCheck4,0\r\nTimeoutSeconds,10\r\n"
+                 "Stacked,0\r\nEncoder,0\r\nEncoderA,1\r\nEncoderB,2\r\nEncoderZ,0\r\nEncoderCountsPerRev,0\r\n"
+                 "MinStateWidth,0\r\nEdgeTiming,Samples\r\nEdgeRule,Auto\r\nInstrument,Auto\r\nResultsDb,\r\n"
+                 "StationName,\r\n"));
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -369,7 +308,7 @@ TEST_F(ResumeFileTest, OptionalLinesByLabel) {
 TEST_F(ResumeFileTest, MissingFileLeavesDefaults) {
     Settings loaded;
     EXPECT_FALSE(LoadResumeParam((dir_ / "none.txt").string(), loaded).complete);
-    EXPECT_EQ(savedText(loaded), savedText(Settings{}));
+    EXPECT_EQ(ResumeText(loaded), ResumeText(Settings{}));
 }
 
 }  // namespace
