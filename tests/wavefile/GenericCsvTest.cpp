@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -419,39 +420,13 @@ TEST(GenericCsvTest, SamplesAreTheNearestFloat) {
     // Leading zeros, plain decimals at the edges of the eight-character
     // steps (8, 16 and 17 places), digits beyond what a mantissa takes, the
     // float range's ends, signs and exponent forms.
-    for (const char* t : {"0.000012345678",
-                          "000123.5",
-                          "0.1234567812345678",
-                          "0.12345678123456789",
-                          "1.2345678e3",
-                          "0.00000000",
-                          "1.00000000",
-                          "9.9999999999999999",
-                          "0.0000000000000001",
-                          "-0.00000000000000000000123456",
-                          "12345678901234567890123",
-                          "0.1234567890123456789",
-                          "1234567.25",
-                          "00000000",
-                          "-0",
-                          "7",
-                          "1e-7",
-                          "12345678e-9",
-                          "0.1",
-                          "-0.8325195",
-                          "+1.5",
-                          "16777216",
-                          "16777217",
-                          "3.4028235e38",
-                          "1e-10",
-                          "1.17549435E-38",
-                          "0.000000001",
-                          "123456789012345678901",
-                          "2.5e-3",
-                          "7E-03",
-                          "99999999.5",
-                          "0.30000001192092896"})
-        texts.emplace_back(t);
+    std::istringstream more(
+        "0.000012345678 000123.5 0.1234567812345678 0.12345678123456789 1.2345678e3 0.00000000 "
+        "1.00000000 9.9999999999999999 0.0000000000000001 -0.00000000000000000000123456 "
+        "12345678901234567890123 0.1234567890123456789 1234567.25 00000000 -0 7 1e-7 12345678e-9 0.1 "
+        "-0.8325195 +1.5 16777216 16777217 3.4028235e38 1e-10 1.17549435E-38 0.000000001 "
+        "123456789012345678901 2.5e-3 7E-03 99999999.5 0.30000001192092896 ");
+    for (std::string t; more >> t;) texts.push_back(t);
     // Each text twice: inside the row, where the reader has the following
     // characters to read ahead into, and as the row's last field.
     std::string file = "Time(s),CH1(V),CH2(V)\r\n";
