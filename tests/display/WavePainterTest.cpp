@@ -89,17 +89,6 @@ TEST(WavePainter, GeometryClampsZoomAndScroll) {
     EXPECT_EQ(FirstSampleCentredOn(1000, 1, 500), 0);
 }
 
-TEST(WavePainter, TraceSitsAtItsVoltsAndJoinsAcrossTheStep) {
-    Scene s;
-    const QImage im = s.paint();
-    const QRgb green = rgb(kGreen);
-    EXPECT_EQ(im.pixel(100, 210), green);  // 0 V in the first half
-    EXPECT_EQ(im.pixel(300, 60), green);   // 2 V in the second half
-    EXPECT_NE(im.pixel(100, 70), green);
-    EXPECT_NE(im.pixel(300, 200), green);
-    for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
-}
-
 TEST(WavePainter, SamePictureOnEveryDrawingPath) {
     // Strokes go straight into RGB32 pixels unless a clip, a transform or
     // another format stands in the way; the pictures must not differ.
@@ -124,10 +113,15 @@ TEST(WavePainter, SamePictureOnEveryDrawingPath) {
     EXPECT_EQ(render(QImage::Format_RGB888, false, false), direct);
 }
 
-TEST(WavePainter, LevelLinesAndHysteresisBand) {
+TEST(WavePainter, TraceLevelLinesAndHysteresisBand) {
     Scene s;
     QImage im = s.paint();
     const QRgb green = rgb(kGreen);
+    EXPECT_EQ(im.pixel(100, 210), green);  // 0 V in the first half
+    EXPECT_EQ(im.pixel(300, 60), green);   // 2 V in the second half
+    EXPECT_NE(im.pixel(100, 70), green);
+    EXPECT_NE(im.pixel(300, 200), green);
+    for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
     // Decision level (dashed) across the picture; high and low (dotted) where the trace is not.
     EXPECT_GT(countInRow(im, 135, 0, 400, green), 200);
     EXPECT_GT(countInRow(im, 60, 0, 200, green), 50);
