@@ -202,22 +202,31 @@ TEST(ExtractCycles, CycleLimitKeepsTheFirstCyclesAndTellsWhetherMoreWereLeft) {
     EXPECT_EQ(CycleLimit(-4), 1);
 }
 
-TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
+// A reject range restarts the scan unarmed after it; a smoothing margin ends
+// a walk through the band early, at halfSmooth + 2 samples before the window
+// end, where the averages stop.
+TEST(ExtractCycles, RejectRangeAndSmoothingMargin) {
     // Rising edges at 4, 14, 24, ...; falling at 10, 20, 30, ...
-    const auto v = squareWave(60, 5);
+    const auto square = squareWave(60, 5);
     const std::vector<Edges> all = {{4, 10, 14}, {14, 20, 24}, {24, 30, 34}, {34, 40, 44}, {44, 50, 54}};
+    // A slow rise through the band, left at 13.
+    const std::vector<float> rise = {0, 0, 0, 10, 10, 0, 0, 4.5f, 5, 5.5f, 5.8f, 6.0f, 6.4f, 6.6f, 10, 10};
     struct Case {
         const char* name;
+        const std::vector<float>& v;
         bool omit, flag;
-        int32_t first, last;
+        int32_t first, last, halfSmooth;
         std::vector<Edges> want;
     };
-    const std::vector<Case> cases = {
-        {"in force", true, true, 22, 37, {{4, 10, 14}, {44, 50, 54}}},
-        {"box not ticked", false, true, 22, 37, all},
-        {"nothing read", true, false, 22, 37, all},
-        {"first index 0 drops it", true, true, 0, 37, all},
-        {"last index past the window drops it", true, true, 22, 60, all},
+    const Case cases[] = {
+        {"in force", square, true, true, 22, 37, 0, {{4, 10, 14}, {44, 50, 54}}},
+        {"box not ticked", square, false, true, 22, 37, 0, all},
+        {"nothing read", square, true, false, 22, 37, 0, all},
+        {"first index 0 drops it", square, true, true, 0, 37, 0, all},
+        {"last index past the window drops it", square, true, true, 22, 60, 0, all},
+        {"exit at 13: (12 + 7) / 2 = 9.5 -> 10", rise, false, false, 0, 0, 0, {{2, 4, 10}}},
+        {"stops at 16 - 4 = 12: (11 + 7) / 2", rise, false, false, 0, 0, 2, {{2, 4, 9}}},
+        {"stops at 11: (10 + 7) / 2 = 8.5 -> 8", rise, false, false, 0, 0, 3, {{2, 4, 8}}},
     };
     for (const auto& c : cases) {
         ScanSettings s = settings();
@@ -225,23 +234,8 @@ TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
         s.rejectFlag = c.flag;
         s.rejectStart = c.first;
         s.rejectEnd = c.last;
-        EXPECT_EQ(scanEdges(v, s), c.want) << c.name;
-    }
-}
-
-TEST(ExtractCycles, SmoothingMarginStopsTheBandWalk) {
-    // A slow rise through the band: the walk ends at the exit distance or,
-    // earlier, at halfSmooth + 2 samples before the window end.
-    const std::vector<float> v = {0, 0, 0, 10, 10, 0, 0, 4.5f, 5, 5.5f, 5.8f, 6.0f, 6.4f, 6.6f, 10, 10};
-    const std::pair<int32_t, Edges> cases[] = {
-        {0, {2, 4, 10}},  // exit at 13: (12 + 7) / 2 = 9.5 -> 10
-        {2, {2, 4, 9}},   // stops at 16 - 4 = 12: (11 + 7) / 2
-        {3, {2, 4, 8}},   // stops at 11: (10 + 7) / 2 = 8.5 -> 8
-    };
-    for (const auto& [hs, want] : cases) {
-        ScanSettings s = settings();
-        s.halfSmooth = hs;
-        EXPECT_EQ(scanEdges(v, s), std::vector<Edges>{want}) << hs;
+        s.halfSmooth = c.halfSmooth;
+        EXPECT_EQ(scanEdges(c.v, s), c.want) << c.name;
     }
 }
 
