@@ -5,12 +5,16 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace mervasto::test {
 
-// A file's bytes exactly as stored (empty when it cannot be read).
+// A file's bytes exactly as stored (empty when it cannot be read, a folder
+// in its place included).
 inline std::string ReadBytes(const std::filesystem::path& file) {
+    std::error_code ec;
+    if (std::filesystem::is_directory(file, ec)) return {};
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
