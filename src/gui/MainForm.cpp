@@ -69,19 +69,8 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     setStatusBar(sb);
     ui_ = std::make_unique<GuiUi>(this, sb);
 
-    auto* central = new QWidget(this);
-    auto* main = new QVBoxLayout(central);
-    setCentralWidget(central);
     Commands commands{};
-    main->addWidget(buildSettings(central, commands));
-    // A row of its own: shown, it pushes the rest down instead of covering it.
-    main->addWidget(addressFrame_);
-    auto* chRow = new QHBoxLayout;
-    buildChannelFrames(central, chRow);
-    main->addLayout(chRow);
-    main->addLayout(buildButtons(central, commands));
-    main->addWidget(buildGrids(central), 1);
-    buildMenus(commands);
+    buildWindow(commands);
 
     waveAll_ = new WaveWindow(state_, WaveWindow::Mode::All, this);
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);

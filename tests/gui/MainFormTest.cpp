@@ -12,7 +12,9 @@
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/WaveCsv.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemModel>
+#include <QAbstractScrollArea>
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
@@ -29,6 +31,8 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
@@ -51,6 +55,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 using namespace mervasto;
@@ -760,7 +765,9 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* grid = find<QTableView>(*form, "EncoderGrid");
     ASSERT_NE(grid, nullptr);
-    EXPECT_EQ(tabs->tabText(tabs->indexOf(grid->parentWidget())), "Encoder");
+    int page = 0;
+    while (page < tabs->count() && !tabs->widget(page)->isAncestorOf(grid)) ++page;
+    EXPECT_EQ(tabs->tabText(page), "Encoder");
     EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
 
     find<QCheckBox>(*form, "Encoder")->setChecked(true);
@@ -896,5 +903,62 @@ TEST_F(MainFormTest, SeriesProgressYieldTabAndCopyAsNumbers) {
     find<QPushButton>(*form, "ResultCopyNumbers")->click();
     EXPECT_EQ(QApplication::clipboard()->text().section("\r\n", 0, 0), "Channel\tCh1\tCh2\tCh3\tCh4");
 }
+
+}  // namespace
+
+namespace {
+
+// At each size every channel's result rows are in view, no two controls
+// under one parent overlap, and no button or caption is cut short: what does
+// not fit scrolls.
+class MainFormSizeTest : public MainFormTest, public ::testing::WithParamInterface<QSize> {};
+
+TEST_P(MainFormSizeTest, NothingOverlapsOrIsCut) {
+    auto form = open();
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    form->show();
+    form->resize(GetParam());
+    QApplication::processEvents();
+    ASSERT_EQ(form->size(), GetParam());
+
+    auto* result = find<QTableView>(*form, "ResultGrid1");
+    const int lastRow = result->model()->rowCount() - 1;
+    EXPECT_TRUE(result->viewport()->rect().contains(result->visualRect(result->model()->index(lastRow, 0))));
+    auto isControl = [](const QWidget* w) {
+        return qobject_cast<const QAbstractButton*>(w) || qobject_cast<const QLabel*>(w) ||
+               qobject_cast<const QLineEdit*>(w) || qobject_cast<const QComboBox*>(w) ||
+               qobject_cast<const QGroupBox*>(w) || qobject_cast<const QTabWidget*>(w) ||
+               qobject_cast<const QAbstractScrollArea*>(w);
+    };
+    std::map<QWidget*, std::vector<QWidget*>> siblings;
+    for (auto* w : form->findChildren<QWidget*>()) {
+        if (!w->isVisible() || !isControl(w) || w->isWindow()) continue;
+        siblings[w->parentWidget()].push_back(w);
+        const auto name = w->objectName().toStdString() + " " + w->metaObject()->className();
+        // A long message in the status bar is cut; its tip keeps it whole.
+        if (auto* l = qobject_cast<QLabel*>(w); l && l->parentWidget() == form->statusBar()) {
+            EXPECT_EQ(l->toolTip(), l->text());
+        } else if (qobject_cast<QAbstractButton*>(w) || qobject_cast<QLabel*>(w)) {
+            EXPECT_GE(w->width(), w->sizeHint().width()) << name;
+        }
+    }
+    for (const auto& [parent, ws] : siblings)
+        for (size_t i = 0; i < ws.size(); ++i)
+            for (size_t j = i + 1; j < ws.size(); ++j) {
+                EXPECT_FALSE(ws[i]->geometry().intersects(ws[j]->geometry()))
+                    << ws[i]->objectName().toStdString() << " " << ws[i]->metaObject()->className() << " / "
+                    << ws[j]->objectName().toStdString() << " " << ws[j]->metaObject()->className();
+            }
+    // At the default size the settings need no scrolling either.
+    if (GetParam() == QSize(1100, 760)) {
+        auto* scroll = find<QAbstractScrollArea>(*form, "SettingsScroll");
+        EXPECT_FALSE(scroll->verticalScrollBar()->isVisible());
+        EXPECT_FALSE(scroll->horizontalScrollBar()->isVisible());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, MainFormSizeTest,
+                         ::testing::Values(QSize(1100, 760), QSize(1400, 900), QSize(960, 700), QSize(800, 600)));
 
 }  // namespace
