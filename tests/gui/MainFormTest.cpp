@@ -1,11 +1,13 @@
 #include "gui/DetailCyclesForm.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
+#include "gui/HelpWindow.h"
 #include "gui/MainForm.h"
 #include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
 #include "gui/YieldTab.h"
 #include "display/PlotPainter.h"
+#include "common/PackageVersion.h"
 #include "common/TextFile.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
@@ -28,6 +30,8 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
@@ -36,6 +40,7 @@
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
+#include <QTextBrowser>
 #include <QUrl>
 
 #include "app/core/ExitStatus.h"
@@ -962,3 +967,59 @@ INSTANTIATE_TEST_SUITE_P(Sizes, MainFormSizeTest,
                          ::testing::Values(QSize(1100, 760), QSize(1400, 900), QSize(960, 700), QSize(800, 600)));
 
 }  // namespace
+
+// Help: the user guide wherever an installation puts the documents (beside
+// the program on Windows, the package's documentation on Debian, else the
+// sources of this build), opened with F1 from any window; About; Quit.
+TEST_F(MainFormTest, HelpAboutAndQuit) {
+    const std::filesystem::path root = dir_ / "install";
+    const std::pair<const char*, std::filesystem::path> places[] = {
+        {"bin/docs", root / "bin/docs"},
+        {"share/doc/mervasto/docs", root / "share/doc/mervasto/docs"},
+        {"", std::filesystem::path(MERVASTO_SOURCE_DIR) / "docs"},
+    };
+    for (const auto& [where, expected] : places) {
+        std::filesystem::remove_all(root);
+        std::filesystem::create_directories(root / "bin");
+        if (*where) {
+            std::filesystem::create_directories(root / where);
+            std::ofstream(root / where / "user-guide.md") << "# User guide\n";
+        }
+        const QString found = FindHelpFolder(HelpFolderCandidates(QString::fromStdString((root / "bin").string())));
+        EXPECT_EQ(std::filesystem::path(found.toStdString()), expected) << where;
+    }
+    HelpWindow missing({QString::fromStdString((root / "nowhere").string())});
+    EXPECT_TRUE(find<QTextBrowser>(missing, "HelpText")->toPlainText().startsWith("The user guide was not found."));
+
+    auto form = open();
+    form->show();
+    form->waveAll()->show();
+    QApplication::setActiveWindow(form->waveAll());
+    QTest::keyClick(form->waveAll(), Qt::Key_F1);
+    auto* help = form->findChild<HelpWindow*>("HelpWindow");
+    ASSERT_NE(help, nullptr);
+    EXPECT_TRUE(help->isVisible());
+    auto* text = find<QTextBrowser>(*help, "HelpText");
+    EXPECT_TRUE(text->toPlainText().contains("Limits and Go/NG"));
+    auto* pages = find<QListWidget>(*help, "HelpPages");
+    EXPECT_EQ(pages->item(0)->text(), "User guide");
+    const auto formats = pages->findItems("File formats", Qt::MatchExactly);
+    ASSERT_EQ(formats.size(), 1);
+    pages->setCurrentItem(formats.front());
+    EXPECT_TRUE(text->source().toLocalFile().endsWith("file-formats.md"));
+    EXPECT_TRUE(find<QPushButton>(*help, "HelpBack")->isEnabled());
+
+    form->findChild<QAction*>("AboutAction")->trigger();
+    auto* about = form->findChild<QMessageBox*>("AboutBox");
+    ASSERT_NE(about, nullptr);
+    for (const QString& part : {QStringLiteral("(Ver3.40)"), QString::fromStdString(std::string(kPackageVersion)),
+                                QStringLiteral("Licence: MIT"), QStringLiteral("Qt ") + qVersion()})
+        EXPECT_TRUE(about->text().contains(part)) << part.toStdString();
+    about->close();
+
+    QApplication::setActiveWindow(form.get());
+    QTest::keyClick(form.get(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_FALSE(form->isVisible());
+    EXPECT_TRUE(form->sessionEnd().ok());
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "data" / "Parameter" / "Resume340.txt"));
+}
