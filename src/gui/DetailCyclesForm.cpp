@@ -43,7 +43,20 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     view_->setObjectName("DetailCycleGrid");
     view_->setModel(model_);
     view_->horizontalHeader()->hide();
-    view_->verticalHeader()->hide();
+    // Rows of one channel look alike but for their kind: the row header
+    // and the tip name it.
+    auto bodyRow = [this](int row) -> const CycleGridRow* {
+        return row >= 1 && row - 1 < static_cast<int>(rows_.size()) ? &rows_[static_cast<size_t>(row - 1)] : nullptr;
+    };
+    model_->rowHeader = [this, bodyRow](int row) {
+        const CycleGridRow* r = bodyRow(row);
+        return r ? CycleRowName(*r, displays_) : std::string();
+    };
+    model_->rowTip = [this, bodyRow](int row) {
+        const CycleGridRow* r = bodyRow(row);
+        return r ? CycleRowTip(*r, displays_) : std::string();
+    };
+    view_->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     layout->addWidget(view_, 1);
     warnings_ = new QLabel(this);
     warnings_->setObjectName("LimitWarnings");
@@ -54,7 +67,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
         GuardedApplication::report(state_.SelectComparator_Click(ui_));
         refresh();
     });
-    resize(700, 460);
+    resize(860, 520);
     refresh();
 }
 
@@ -82,6 +95,7 @@ void DetailCyclesForm::setRunning(bool running) {
 
 void DetailCyclesForm::refresh() {
     rows_ = state_.BuildLimitGrid(grid_);
+    displays_ = state_.channelDisplays();
     file_->setText(QString::fromStdString(state_.settings().ComparatorFile));
     model_->refresh();
     refusal_.clear();

@@ -42,6 +42,7 @@ private:
     GuiUi& ui_;
     Grid grid_;
     std::vector<CycleGridRow> rows_;
+    ChannelDisplays displays_;  // as the rows were built
     GridModel* model_;
     QTableView* view_;
     QLineEdit* file_;

@@ -27,6 +27,7 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
         if (const std::string* note = grid_->cellNote(index.row(), index.column()))
             return QString::fromStdString(*note);
+        if (rowTip) return QString::fromStdString(rowTip(index.row()));
         return {};
     case Qt::FontRole:
         if (fixed) {
@@ -37,6 +38,13 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
         return {};
     default: return {};
     }
+}
+
+QVariant GridModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Vertical || !rowHeader) return QAbstractTableModel::headerData(section, orientation, role);
+    if (role == Qt::DisplayRole) return QString::fromStdString(rowHeader(section));
+    if (role == Qt::ToolTipRole && rowTip) return QString::fromStdString(rowTip(section));
+    return {};
 }
 
 Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {

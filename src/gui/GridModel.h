@@ -24,6 +24,12 @@ public:
     // The grid's texts or size changed.
     void refresh();
 
+    // Row headers and the tip of a row's cells that have no note of their
+    // own; the view shows the headers when it shows its vertical header.
+    std::function<std::string(int row)> rowHeader;
+    std::function<std::string(int row)> rowTip;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
     // Columns the user may edit, and what an edit does (returns false to refuse).
     std::function<bool(int row, int col)> editable;
     std::function<bool(int row, int col, const std::string& text)> edited;

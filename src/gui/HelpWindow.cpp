@@ -50,8 +50,9 @@ QString FindHelpFolder(const QStringList& candidates) {
 }
 
 QString AboutText() {
-    return QStringLiteral("Mervasto %1\nPeriods/Encoder Pulses Analyzing\n\nPackage version %2\nLicence: MIT\n"
-                          "Qt %3 (built with %4)")
+    return QStringLiteral(
+               "Mervasto %1\nPeriods/Encoder Pulses Analyzing\n\nPackage version %2\nLicence: MIT\n"
+               "Qt %3 (built with %4)")
         .arg(QString::fromStdString(CaptionSuffix()),
              QString::fromUtf8(kPackageVersion.data(), static_cast<int>(kPackageVersion.size())), qVersion(),
              QStringLiteral(QT_VERSION_STR));

@@ -27,6 +27,7 @@
 #include <QDropEvent>
 #include <QItemSelectionModel>
 #include <QGroupBox>
+#include <QHeaderView>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -215,6 +216,22 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     bool ng = false;
     for (int r = 1; r < g.rows(); ++r) ng |= g.text(r, 0) == "1" && g.text(r, 5) == "NG";
     EXPECT_TRUE(ng);
+
+    // Ch1's seven rows: the same cells, told apart by their row headers and tips.
+    auto* view = find<QTableView>(*form->detailCycles(), "DetailCycleGrid");
+    auto* m = view->model();
+    form->detailCycles()->show();
+    EXPECT_TRUE(view->verticalHeader()->isVisible());
+    const char* names[] = {"Pulse width (s)", "Duty (%)", "Ch Type: Period (s)", "Period (s)", "Frequency (Hz)",
+                           "Amplitude (V)",   "RMS (V)"};
+    for (int r = 1; r <= 7; ++r) {
+        EXPECT_EQ(g.text(r, 0), "1");
+        EXPECT_EQ(g.text(r, 1), "Period");
+        EXPECT_EQ(m->headerData(r, Qt::Vertical).toString(), names[r - 1]);
+        const QString tip = m->index(r, 2).data(Qt::ToolTipRole).toString();
+        EXPECT_TRUE(tip.startsWith(QStringLiteral("Ch1, ") + names[r - 1])) << tip.toStdString();
+        EXPECT_EQ(m->headerData(r, Qt::Vertical, Qt::ToolTipRole).toString(), tip);
+    }
 }
 
 // The Edge Timing and Edge Rule lists beside the level method set their
