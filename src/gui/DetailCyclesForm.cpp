@@ -71,6 +71,13 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     refresh();
 }
 
+DetailCyclesForm::~DetailCyclesForm() {
+    // The view asks for its row headers while it is torn down, after the
+    // rows they come from are gone.
+    model_->rowHeader = nullptr;
+    model_->rowTip = nullptr;
+}
+
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
     if (running_) return false;
     const Outcome edited = state_.EditLimit(ui_, grid_, rows_, row, col, text);

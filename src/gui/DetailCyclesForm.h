@@ -25,6 +25,7 @@ class DetailCyclesForm : public QWidget {
     Q_OBJECT
 public:
     DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent = nullptr);
+    ~DetailCyclesForm() override;
     void refresh();
     const Grid& grid() const { return grid_; }
     // A typed limit: the verdict again, then the record analysed again

@@ -87,6 +87,13 @@ bool dropFiles(MainForm& form, const std::vector<std::string>& files) {
     return enter.isAccepted() && drop.isAccepted();
 }
 
+// The tab whose page holds the widget.
+int tabOf(QTabWidget* tabs, QWidget* w) {
+    int page = 0;
+    while (page < tabs->count() && !tabs->widget(page)->isAncestorOf(w)) ++page;
+    return page;
+}
+
 QString cell(QTableView* v, int row, int col) { return v->model()->index(row, col).data().toString(); }
 
 class MainFormTest : public ::testing::Test {
@@ -787,9 +794,7 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* grid = find<QTableView>(*form, "EncoderGrid");
     ASSERT_NE(grid, nullptr);
-    int page = 0;
-    while (page < tabs->count() && !tabs->widget(page)->isAncestorOf(grid)) ++page;
-    EXPECT_EQ(tabs->tabText(page), "Encoder");
+    EXPECT_EQ(tabs->tabText(tabOf(tabs, grid)), "Encoder");
     EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
 
     find<QCheckBox>(*form, "Encoder")->setChecked(true);
@@ -905,7 +910,7 @@ TEST_F(MainFormTest, SeriesProgressYieldTabAndCopyAsNumbers) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* yield = form->findChild<YieldTab*>();
     ASSERT_NE(yield, nullptr);
-    tabs->setCurrentWidget(yield);
+    tabs->setCurrentIndex(tabOf(tabs, yield));
     EXPECT_EQ(find<QLabel>(*form, "RunYield")->text(), "Run 1: 3 passes, 0 Go, 3 NG; yield 0.00 %");
     ASSERT_EQ(yield->chart().pass.size(), 3u);
     EXPECT_EQ(yield->chart().ng, (std::vector<uint8_t>{0, 0, 0}));  // OfType has no limits; PulseWidth has
