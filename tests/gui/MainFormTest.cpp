@@ -694,6 +694,12 @@ TEST_F(MainFormTest, LayoutAndCaptions) {
     for (auto* l : form->findChildren<QLabel*>()) captions << l->text();
     for (const char* c : {"Hysteresis", "Level", "Margin", "Level Method", "Edge Timing", "Time-out (s)"})
         EXPECT_TRUE(captions.contains(c)) << c;
+    // P-P and Duty change no result: their tips say so, and they stay live.
+    for (const char* name : {"PPCheck0", "DutyCheck3"}) {
+        auto* box = find<QCheckBox>(*form, name);
+        EXPECT_TRUE(box->isEnabled()) << name;
+        EXPECT_TRUE(box->toolTip().contains("changes no result")) << name;
+    }
     find<QPushButton>(*form, "TCPIPAddressSet")->click();
     QApplication::processEvents();
     auto* frame = find<QGroupBox>(*form, "AddressFrame");
