@@ -79,6 +79,7 @@ HelpWindow::HelpWindow(const QStringList& candidates, QWidget* parent)
     text_->setObjectName("HelpText");
     text_->setOpenExternalLinks(true);
     split->setStretchFactor(1, 1);
+    split->setSizes({200, 700});
     layout->addWidget(split, 1);
     back->setEnabled(false);
     forward->setEnabled(false);
