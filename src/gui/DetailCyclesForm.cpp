@@ -67,7 +67,7 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
         GuardedApplication::report(state_.SelectComparator_Click(ui_));
         refresh();
     });
-    resize(860, 520);
+    resize(800, 520);
     refresh();
 }
 
@@ -105,6 +105,7 @@ void DetailCyclesForm::refresh() {
     displays_ = state_.channelDisplays();
     file_->setText(QString::fromStdString(state_.settings().ComparatorFile));
     model_->refresh();
+    ApplyColumnWidths(view_, grid_);
     refusal_.clear();
     showWarnings();
 }

@@ -2,10 +2,17 @@
 
 #include <QBrush>
 #include <QFont>
+#include <QTableView>
 
 #include "display/WavePainter.h"
 
 namespace mervasto {
+
+void ApplyColumnWidths(QTableView* v, const Grid& grid) {
+    for (int c = 0; c < grid.cols() && c < static_cast<int>(grid.colWidth.size()); ++c)
+        if (grid.colWidth[static_cast<size_t>(c)] > 0 && v->columnWidth(c) != grid.colWidth[static_cast<size_t>(c)])
+            v->setColumnWidth(c, grid.colWidth[static_cast<size_t>(c)]);
+}
 
 int GridModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->rows(); }
 int GridModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->cols(); }

@@ -6,7 +6,12 @@
 
 #include "results/Grid.h"
 
+class QTableView;
+
 namespace mervasto {
+
+// The column widths the results layer gives its grid, in pixels.
+void ApplyColumnWidths(QTableView* v, const Grid& grid);
 
 // A table view's window onto a results grid: the grid stays a table of
 // texts, so half a million detail rows cost no widgets.

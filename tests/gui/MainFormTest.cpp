@@ -228,7 +228,9 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     auto* view = find<QTableView>(*form->detailCycles(), "DetailCycleGrid");
     auto* m = view->model();
     form->detailCycles()->show();
+    QApplication::processEvents();
     EXPECT_TRUE(view->verticalHeader()->isVisible());
+    EXPECT_FALSE(view->horizontalScrollBar()->isVisible());  // every column, Value UL too, in view
     const char* names[] = {"Pulse width (s)", "Duty (%)", "Ch Type: Period (s)", "Period (s)", "Frequency (Hz)",
                            "Amplitude (V)",   "RMS (V)"};
     for (int r = 1; r <= 7; ++r) {
@@ -992,7 +994,10 @@ TEST_P(MainFormSizeTest, NothingOverlapsOrIsCut) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, MainFormSizeTest,
-                         ::testing::Values(QSize(1100, 760), QSize(1400, 900), QSize(960, 700), QSize(800, 600)));
+                         ::testing::Values(QSize(1100, 760), QSize(1400, 900), QSize(960, 700), QSize(800, 600)),
+                         [](const auto& size) {
+                             return std::to_string(size.param.width()) + "x" + std::to_string(size.param.height());
+                         });
 
 }  // namespace
 
