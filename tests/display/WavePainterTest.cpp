@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QPainter>
 
+#include <cmath>
 #include <vector>
 
 #include "display/WavePainter.h"
@@ -242,6 +243,38 @@ TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     EXPECT_EQ(v.channel[1].HighLevel, 3);
     EXPECT_EQ(v.AnaStart, 10);
     EXPECT_EQ(v.GateEnd, 99);
+}
+
+// Four channels of one signal overlaid: every extreme at the same place and
+// height. The labels stand apart, inside the plot, each bracket under its own
+// label and over its cycle; one channel alone keeps the plain place.
+TEST(WavePainter, ExtremeLabelsOfOverlaidChannelsDoNotOverlap) {
+    Scene s;
+    s.cycles.channel[0] = {CycleRecord{}, CycleRecord{}};
+    s.cycles.channel[0][0].FirstEdge = 500;
+    s.cycles.channel[0][0].LastEdge = 600;
+    s.cycles.channel[0][1].FirstEdge = 520;
+    s.cycles.channel[0][1].LastEdge = 640;
+    for (int ch = 1; ch < kChannels; ++ch) {
+        s.cycles.channel[static_cast<size_t>(ch)] = s.cycles.channel[0];
+        s.view.channel[static_cast<size_t>(ch)] = s.view.channel[0];
+    }
+    for (auto& e : s.view.extremes) e = {0, 1};
+    const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), s.view);
+    for (int channels : {1, 4}) {
+        for (int ch = 0; ch < kChannels; ++ch) s.view.channel[static_cast<size_t>(ch)].visible = ch < channels;
+        const std::vector<ExtremeMark> marks = PlaceExtremeMarks(g, s.view);
+        ASSERT_EQ(marks.size(), static_cast<size_t>(2 * channels));
+        for (size_t i = 0; i < marks.size(); ++i) {
+            const ExtremeMark& m = marks[i];
+            EXPECT_TRUE(g.plot.contains(m.label)) << i;
+            EXPECT_EQ(m.label.bottom() + 3, m.y) << i;
+            EXPECT_EQ(m.x0, static_cast<int>(std::floor(g.xOf((m.max ? 520 : 500) + 0.5))));
+            EXPECT_EQ(m.named, channels > 1);
+            for (size_t j = 0; j < i; ++j) EXPECT_FALSE(m.label.intersects(marks[j].label)) << i << " " << j;
+        }
+        EXPECT_EQ(marks[0].y, static_cast<int>(std::floor(g.yOf(2, s.view.channel[0]))) - 6);
+    }
 }
 
 TEST(WavePainter, LabelsDrawWhenFontsAreAvailable) {
