@@ -5,6 +5,7 @@
 #include "dso/InstrumentDriver.h"
 #include "dso/LegacyDriver.h"
 #include "dso/RigolDriver.h"
+#include "dso/SiglentDriver.h"
 
 namespace mervasto {
 
@@ -29,6 +30,7 @@ const std::vector<const InstrumentFamily*>& InstrumentFamilies() {
     static const std::vector<const InstrumentFamily*> families = {
         &LegacyFamily(),
         &RigolFamily(),
+        &SiglentFamily(),
     };
     return families;
 }

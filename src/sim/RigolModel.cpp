@@ -12,12 +12,6 @@ namespace mervasto {
 
 namespace {
 
-std::string Upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
 // "%e" as the instrument writes its numbers: 1.000000e-03.
 std::string Sci(double v) {
     char buf[32];
@@ -45,7 +39,7 @@ bool NodeIs(std::string_view node, std::string_view pattern, int* number) {
         if (number) *number = std::stoi(std::string(node.substr(node.size() - digits)));
         node.remove_suffix(digits);
     }
-    return node == ShortForm(pattern) || node == Upper(pattern);
+    return node == ShortForm(pattern) || node == UpperCase(pattern);
 }
 
 // A header against the guide's syntax, nodes in brackets optional
@@ -61,7 +55,7 @@ bool Matches(const std::vector<std::string>& nodes, size_t i, const std::vector<
 }
 
 bool Bool(std::string_view argument) {
-    const std::string a = Upper(argument);
+    const std::string a = UpperCase(argument);
     return a == "1" || a == "ON";
 }
 
@@ -88,7 +82,7 @@ void RigolModel::acquisitionDone(std::shared_ptr<const SimRecord> record) {
 RigolModel::Command RigolModel::parse(std::string_view text) {
     Command c;
     const size_t blank = text.find(' ');
-    std::string header = Upper(text.substr(0, blank));
+    std::string header = UpperCase(text.substr(0, blank));
     if (blank != std::string_view::npos) c.argument = std::string(TrimCommand(text.substr(blank + 1)));
     if (!header.empty() && header.back() == '?') {
         c.query = true;
@@ -208,7 +202,7 @@ bool RigolModel::setting(const Command& c) {
     int n = 0;
     auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
     SimState& st = opt_.state;
-    const std::string a = Upper(c.argument);
+    const std::string a = UpperCase(c.argument);
     if (is({"*CLS"})) return errors_.clear(), true;
     if (is({"RUN"})) return run_ = "RUN", true;
     if (is({"STOP"})) return run_ = "STOP", true;
