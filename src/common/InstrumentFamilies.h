@@ -13,7 +13,8 @@ inline constexpr std::string_view kInstrumentAuto = "Auto";
 inline constexpr std::string_view kInstrumentLegacy = "Legacy";
 inline constexpr std::string_view kInstrumentRigol = "Rigol";
 inline constexpr std::string_view kInstrumentSiglent = "Siglent";
-inline constexpr std::array<std::string_view, 4> kInstrumentChoices = {kInstrumentAuto, kInstrumentLegacy,
-                                                                       kInstrumentRigol, kInstrumentSiglent};
+inline constexpr std::string_view kInstrumentKeysight = "Keysight";
+inline constexpr std::array<std::string_view, 5> kInstrumentChoices = {
+    kInstrumentAuto, kInstrumentLegacy, kInstrumentRigol, kInstrumentSiglent, kInstrumentKeysight};
 
 }  // namespace mervasto

@@ -3,6 +3,7 @@
 #include "common/InstrumentFamilies.h"
 #include "common/TextUtil.h"
 #include "dso/InstrumentDriver.h"
+#include "dso/KeysightDriver.h"
 #include "dso/LegacyDriver.h"
 #include "dso/RigolDriver.h"
 #include "dso/SiglentDriver.h"
@@ -31,6 +32,7 @@ const std::vector<const InstrumentFamily*>& InstrumentFamilies() {
         &LegacyFamily(),
         &RigolFamily(),
         &SiglentFamily(),
+        &KeysightFamily(),
     };
     return families;
 }

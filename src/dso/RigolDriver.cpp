@@ -189,16 +189,7 @@ Outcome RigolDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, U
             std::string problem;
             const std::optional<RigolPreamble> p = ParseRigolPreamble(link.QueryDso(kPreambleQuery, 256), problem);
             if (!p) link.failExchange(problem + kReadoutEnded);
-            if (length == 0) {
-                length = p->points;
-                last_ = p;
-                setup.RecordLength = static_cast<int32_t>(length);
-                setup.SampleInterval = static_cast<float>(p->xincrement);
-            } else if (p->points != length) {
-                link.failExchange("The DSO's record of CH" + std::to_string(ch + 1) + " has " +
-                                  std::to_string(p->points) + " points, that of CH" + std::to_string(on.front() + 1) +
-                                  " " + std::to_string(length) + kReadoutEnded);
-            }
+            TakeRecordShape(link, *p, ch, on.front(), length, setup, last_);
             std::string& rate = in.VRate[static_cast<size_t>(ch)];
             if (rate.empty() || rate == " ") rate = "1.0";
             readChannel(link, ch, *p, record, ui, done, length * static_cast<int64_t>(on.size()));

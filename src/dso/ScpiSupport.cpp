@@ -172,6 +172,20 @@ std::optional<ScpiPreamble> ParseScpiPreamble(const std::string& reply, const st
     return std::nullopt;
 }
 
+void TakeRecordShape(DsoLink& link, const ScpiPreamble& p, int channel, int firstChannel, int64_t& length,
+                     DsoSetup& setup, std::optional<ScpiPreamble>& last) {
+    if (length == 0) {
+        length = p.points;
+        last = p;
+        setup.RecordLength = static_cast<int32_t>(length);
+        setup.SampleInterval = static_cast<float>(p.xincrement);
+    } else if (p.points != length) {
+        link.failExchange("The DSO's record of CH" + std::to_string(channel + 1) + " has " + std::to_string(p.points) +
+                          " points, that of CH" + std::to_string(firstChannel + 1) + " " + std::to_string(length) +
+                          kReadoutEnded);
+    }
+}
+
 void RangeFromCursorTimes(bool fromDso, double a, double b, const ScpiPreamble* axis, DsoSetup& setup,
                           int32_t recordLength, ZoomReadout& out) {
     ScpiPreamble centred;

@@ -82,6 +82,12 @@ struct PreambleRule {
 std::optional<ScpiPreamble> ParseScpiPreamble(const std::string& reply, const std::string& query,
                                               const PreambleRule& rule, std::string& problem);
 
+// Takes the first channel's preamble as the record's shape (its length and
+// interval into the setup, *last the time axis); a later channel of another
+// length ends the readout. length is 0 before the first channel.
+void TakeRecordShape(DsoLink& link, const ScpiPreamble& p, int channel, int firstChannel, int64_t& length,
+                     DsoSetup& setup, std::optional<ScpiPreamble>& last);
+
 // The reject range from two cursor times from the trigger (fromDso), else
 // the middle eight tenths, against the record's time axis (`axis`, or
 // without one the memory centred on the trigger and moved by its delay).

@@ -121,6 +121,14 @@ void DialectModel::text(const std::string& reply, std::vector<SimReply>& out) co
     out.push_back(Deliver(opt_.fault, {SimReply::How::Now, reply + "\n"}, false));
 }
 
+void DialectModel::screenBlock(int lengthDigits, std::vector<SimReply>& out) {
+    const bool sized = opt_.screenBytes > 0;
+    const std::vector<uint8_t> png = SimScreenPng(sized ? SimRecord{} : *record_, opt_.state);
+    std::string bytes(png.begin(), png.end());
+    if (sized) bytes.resize(static_cast<size_t>(opt_.screenBytes), '\0');
+    block(bytes, lengthDigits, out);
+}
+
 void DialectModel::block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out,
                          const std::string& before, const std::string& after) {
     if (faultAt_ > 0 && blocksSent_ >= faultAt_) {

@@ -41,7 +41,7 @@ struct SimState {
 
 struct SimOptions {
     uint16_t port = 0;  // 0 = any free port
-    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "siglent".
+    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "siglent", "keysight".
     std::string dialect = "legacy";
     SimState state;
     SimFault fault = SimFault::None;
@@ -136,6 +136,8 @@ protected:
     // ends them with more than a line feed `after` behind it.
     void block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out, const std::string& before = {},
                const std::string& after = {});
+    // The screen as a PNG block (of screenBytes bytes when set).
+    void screenBlock(int lengthDigits, std::vector<SimReply>& out);
 
     SimOptions opt_;
     std::shared_ptr<const SimRecord> record_;

@@ -169,6 +169,26 @@ const Family kFamilies[] = {
      0,
      0,
      false},
+    {"keysight",
+     ":SING",
+     ":WAV:DATA?",
+     ":SYST:LOCK OFF",
+     {
+         {"switched off", SimFault::Refuse, "closed the connection while waiting for a data block", true},
+         {"silent at the status poll", SimFault::Silent, "did not answer \":TER?\""},
+         {"garbage status", SimFault::Garbage, "reply to \":TER?\" is not a number"},
+         {"short block", SimFault::ShortBlock, "block for CH1 holds 1000 bytes, not the 2000 of its 2000 points", true},
+         {"block without its line feed", SimFault::NoTerminator, "block for CH1 has no line feed", true},
+         {"volts/div", SimFault::BadSetup, "volts/div of CHAN1 (\":CHAN1:SCAL?\") is not a number", false, "VDIV"},
+         {"acquisition points", SimFault::BadSetup, "acquisition points (\":ACQ:POIN?\") make no record", false,
+          "LENGTH"},
+         {"sample interval", SimFault::BadSetup, "sample interval (1 / \":ACQ:SRAT?\") is too small", false,
+          "INTERVAL"},
+         {"volts per code", SimFault::BadSetup, "y increment (field 8 of \":WAV:PRE?\")", false, "VOLTS"},
+     },
+     500,  // 1000 - 2.5 / 10 x 2000
+     1500,
+     true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyRun, ::testing::ValuesIn(kFamilies),

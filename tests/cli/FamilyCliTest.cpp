@@ -101,14 +101,16 @@ TEST_P(FamilyCliTest, TheInstrumentOptionForcesTheFamily) {
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", other}), kExitNoInstrument);
     EXPECT_NE(err.str().find("identification"), std::string::npos) << err.str();
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", "Acme"}), kExitBadOptions);
-    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, Siglent, not Acme"), std::string::npos)
+    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, Siglent, Keysight, not Acme"), std::string::npos)
         << err.str();
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyCliTest,
                          ::testing::Values(Family{"legacy", "DS-5354", "Legacy", 10, 1.0 / 32, -4.0f, 127.0f / 32},
                                            Family{"rigol", "DS1104Z", "Rigol", 12, 1.0 / 25, -5.08f, 5.12f},
-                                           Family{"siglent", "SDS1104X-E", "Siglent", 14, 1.0 / 25, -5.12f, 5.08f}),
+                                           Family{"siglent", "SDS1104X-E", "Siglent", 14, 1.0 / 25, -5.12f, 5.08f},
+                                           Family{"keysight", "DSOX3024T", "Keysight", 10, 10.0 / 256, -5.0f,
+                                                  127 * 10.0f / 256}),
                          [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -71,7 +71,8 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
 INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
                          ::testing::Values(Family{"legacy", "DS-5354", "Legacy", true},
                                            Family{"rigol", "DS1104Z", "Rigol", true},
-                                           Family{"siglent", "SDS1104X-E", "Siglent", false}),
+                                           Family{"siglent", "SDS1104X-E", "Siglent", false},
+                                           Family{"keysight", "DSOX3024T", "Keysight", true}),
                          [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
 }  // namespace

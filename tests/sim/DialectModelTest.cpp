@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/Dialects.h"
+#include "sim/KeysightModel.h"
 #include "sim/RigolModel.h"
 #include "sim/SiglentModel.h"
 
@@ -89,6 +90,23 @@ const Script kScripts[] = {
       {"=done", {}},
       {"INR?;SAST?", {"1\n", "Stop\n"}},
       {"INR?", {"0\n"}}}},
+    {"keysight",
+     {{"*IDN?", {"KEYSIGHT TECHNOLOGIES,DSOX3024T,MY00000001,07.50.2021102830\n"}},
+      {":TIMebase:SCALe 0.002;:tim:scal?", {"2.000000e-03\n"}},
+      {":WAVeform:SOURce CHANnel2;:wav:sour?", {"CHAN2\n"}},
+      // The offset is the volts at the screen's centre.
+      {":CHANNEL2:SCALE?;:CHAN2:OFFS?", {"5.000000e-01\n", "1.000000e+00\n"}},
+      {":SYSTem:ERRor?", {"+0,\"No error\"\n"}},
+      {":WAV:FORMAT FLOAT", {}},
+      {":NOSUCH 1", {}},
+      {":SYST:ERR?", {"-224,\"Illegal parameter value\"\n"}},
+      {":SYST:ERR?", {"-113,\"Undefined header\"\n"}},
+      {":TER?", {"+0\n"}},
+      {":SINGle", {""}},
+      {":OPER:COND?", {"+8\n"}},
+      {"=done", {}},
+      {":TER?;:OPERegister:CONDition?", {"+1\n", "+0\n"}},
+      {":TER?", {"+0\n"}}}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Dialects, DialectScriptTest, ::testing::ValuesIn(kScripts),
@@ -134,6 +152,31 @@ TEST(SiglentModelTest, WaveformBlocksAndTheirRefusal) {
     for (size_t k = 0; k < 1000; ++k) {
         const double code = std::clamp(std::nearbyint((volts[k + 5] - 1.0) / 0.5 * 25), -128.0, 127.0);
         ASSERT_EQ(static_cast<int8_t>(block[0][16 + k]), code) << k;
+    }
+}
+
+// The raw record only once stopped (the measurement record while running);
+// WORD codes in either byte order; volts = (code - 32768) x YINCrement +
+// YORigin.
+TEST(KeysightModelTest, RecordsWordsAndByteOrders) {
+    auto m = Model("keysight", 100000);
+    EXPECT_EQ(Texts(m->handle(":WAV:SOUR CHAN2;:WAV:POIN:MODE RAW;:WAV:POIN MAX;:WAV:POIN?")),
+              std::vector<std::string>{"62500\n"});
+    EXPECT_EQ(Texts(m->handle(":STOP;:WAV:FORM WORD;:WAV:PRE?")),
+              std::vector<std::string>{"1,0,100000,1,1.000000e-07,-5.000000e-03,0,7.629395e-05,1.000000e+00,32768\n"});
+    const auto& volts = m->recordShared()->at(1);
+    for (const char* order : {"MSBF", "LSBF"}) {
+        const auto block = Texts(m->handle(std::string(":WAV:BYT ") + order + ";:WAV:DATA?"));
+        ASSERT_EQ(block.size(), 1u);
+        ASSERT_EQ(block[0].substr(0, 10), "#800200000");
+        const bool low = order == std::string("LSBF");
+        for (size_t k : {size_t{0}, size_t{777}, size_t{99999}}) {
+            const auto b0 = static_cast<uint8_t>(block[0][10 + 2 * k]), b1 = static_cast<uint8_t>(block[0][11 + 2 * k]);
+            const int code = low ? b1 << 8 | b0 : b0 << 8 | b1;
+            // Ten divisions of 0.5 V about 1 V: -1.5 V to 3.5 V.
+            const double clipped = std::clamp(static_cast<double>(volts[k]), -1.5, 3.5);
+            EXPECT_NEAR((code - 32768) * 0.5 * 10 / 65536 + 1.0, clipped, 0.5 * 10 / 65536) << order << k;
+        }
     }
 }
 
