@@ -113,6 +113,8 @@ void BM_Fetch4x1M(benchmark::State& state, const char* dialect) {
 }
 BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy, "legacy")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol, "rigol")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, siglent, "siglent")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, keysight, "keysight")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 BENCHMARK_CAPTURE(BM_Fetch4x1M, tektronix, "tektronix")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 
 }  // namespace

@@ -12,8 +12,11 @@ namespace mervasto {
 inline constexpr std::string_view kInstrumentAuto = "Auto";
 inline constexpr std::string_view kInstrumentLegacy = "Legacy";
 inline constexpr std::string_view kInstrumentRigol = "Rigol";
+inline constexpr std::string_view kInstrumentSiglent = "Siglent";
+inline constexpr std::string_view kInstrumentKeysight = "Keysight";
 inline constexpr std::string_view kInstrumentTektronix = "Tektronix";
-inline constexpr std::array<std::string_view, 4> kInstrumentChoices = {kInstrumentAuto, kInstrumentLegacy,
-                                                                       kInstrumentRigol, kInstrumentTektronix};
+inline constexpr std::array<std::string_view, 6> kInstrumentChoices = {kInstrumentAuto,     kInstrumentLegacy,
+                                                                       kInstrumentRigol,    kInstrumentSiglent,
+                                                                       kInstrumentKeysight, kInstrumentTektronix};
 
 }  // namespace mervasto

@@ -3,8 +3,10 @@
 #include "common/InstrumentFamilies.h"
 #include "common/TextUtil.h"
 #include "dso/InstrumentDriver.h"
+#include "dso/KeysightDriver.h"
 #include "dso/LegacyDriver.h"
 #include "dso/RigolDriver.h"
+#include "dso/SiglentDriver.h"
 #include "dso/TektronixDriver.h"
 
 namespace mervasto {
@@ -28,9 +30,7 @@ Identity IdentityOf(const std::string& reply) {
 const std::vector<const InstrumentFamily*>& InstrumentFamilies() {
     // A new family is one line here (and its word in common/InstrumentFamilies.h).
     static const std::vector<const InstrumentFamily*> families = {
-        &LegacyFamily(),
-        &RigolFamily(),
-        &TektronixFamily(),
+        &LegacyFamily(), &RigolFamily(), &SiglentFamily(), &KeysightFamily(), &TektronixFamily(),
     };
     return families;
 }

@@ -1,7 +1,5 @@
 #include "dso/TektronixDriver.h"
 
-#include <QDateTime>
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -29,12 +27,6 @@ constexpr const char* kNoRejectRange =
 constexpr const char* kNoScreen =
     "A Tektronix instrument saves its screen as a file on its own drive, which the program does not fetch.";
 
-std::string Upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
 bool Digit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
 std::string Channel(int ch) { return "CH" + std::to_string(ch + 1); }
@@ -60,7 +52,7 @@ void CheckEvents(DsoLink& link, const std::string& after) {
 }  // namespace
 
 int TektronixChannels(std::string_view model) {
-    const std::string m = Upper(model);
+    const std::string m = UpperText(model);
     // MSO22 ... MSO68B, MDO32, MDO34: the series, then the channels, then letters (B, LP).
     if ((m.rfind("MSO", 0) == 0 || m.rfind("MDO", 0) == 0) && m.size() >= 5 && Digit(m[3]) && Digit(m[4])) {
         const bool seriesKnown =
@@ -80,7 +72,7 @@ int TektronixChannels(std::string_view model) {
 const InstrumentFamily& TektronixFamily() {
     static const InstrumentFamily family{
         "Tektronix", "2, 3, 4, 5, 6 Series MSO, TBS2000", 4000,
-        [](const Identity& id) { return Upper(id.maker) == "TEKTRONIX" && TektronixChannels(id.model) > 0; },
+        [](const Identity& id) { return UpperText(id.maker) == "TEKTRONIX" && TektronixChannels(id.model) > 0; },
         [] { return std::unique_ptr<InstrumentDriver>(std::make_unique<TektronixDriver>()); }};
     return family;
 }
@@ -117,7 +109,7 @@ std::optional<TektronixPreamble> ParseTektronixPreamble(const std::string& reply
     }
     TektronixPreamble p;
     p.bytes = static_cast<int>(v[0]);
-    p.msbFirst = Upper(f[1]) == "MSB";
+    p.msbFirst = UpperText(f[1]) == "MSB";
     p.points = static_cast<int64_t>(v[3]);
     p.xincr = v[4];
     p.xzero = v[5];
@@ -127,9 +119,9 @@ std::optional<TektronixPreamble> ParseTektronixPreamble(const std::string& reply
     const double mostCode = v[0] == 2 ? 32768.0 : 128.0;
     if (v[0] != 1 && v[0] != 2)
         problem = field(0, "is not 1 or 2");
-    else if (Upper(f[1]) != "MSB" && Upper(f[1]) != "LSB")
+    else if (UpperText(f[1]) != "MSB" && UpperText(f[1]) != "LSB")
         problem = field(1, "is not MSB or LSB");
-    else if (Upper(f[2]) != "RI")
+    else if (UpperText(f[2]) != "RI")
         problem = field(2, "is not RI (signed)");
     else if (v[3] != std::floor(v[3]) || v[3] < 10 || v[3] > kMaxSamples)
         problem = field(3, "is not a whole number from 10 to " + std::to_string(kMaxSamples) +
@@ -164,13 +156,10 @@ void TektronixVolts(std::span<const uint8_t> bytes, const TektronixPreamble& p, 
 void TektronixDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& setup) {
     const Identity id = IdentityOf(reply);
     const int channels = TektronixChannels(id.model);
-    if (channels == 0)
-        link.failExchange(
-            "The DSO's identification (\"*IDN?\") names no 2, 3, 4, 5 or 6 Series MSO or TBS2000 model: \"" +
-            PrintableBytes(reply, 60) + "\"; the link was closed.");
+    if (channels == 0) RefuseIdentification(link, reply, "2, 3, 4, 5 or 6 Series MSO or TBS2000");
     setup.Model = id.model;
     setup.ChannelCount = static_cast<int16_t>(std::min(channels, kChannels));
-    const std::string m = Upper(id.model);
+    const std::string m = UpperText(id.model);
     selectsChannels_ = m.rfind("TBS", 0) == 0 || m.rfind("MDO3", 0) == 0;
     // Bare replies in long words; what earlier programs left in the event queue is not this program's.
     link.SendDsoCommand("HEADer 0");
@@ -181,7 +170,7 @@ void TektronixDriver::identify(DsoLink& link, const std::string& reply, DsoSetup
 void TektronixDriver::readSetupFields(DsoLink& link, DsoSetup& setup, bool memoryInput) {
     for (int ch = 0; ch < kChannels; ++ch) setup.trace(ch).Inverted = false;
     setup.InfoDigit = "1";
-    setup.DateTime = QDateTime::currentDateTime().toString("yyyy/MM/dd hh:mm:ss").toStdString();
+    setup.DateTime = ReadoutTime();
     setup.TimePerDiv = ScpiSetupNumber(link, "HORizontal:SCAle?", "time base", true);
     setup.TriggerDelay = ScpiSetupNumber(link, "HORizontal:DELay:TIMe?", "trigger delay", false);
     const std::string mode = link.QueryDso("ACQuire:MODe?", 80);
@@ -222,18 +211,6 @@ void TektronixDriver::readSetupFields(DsoLink& link, DsoSetup& setup, bool memor
     setup.CursorsFromDso = false;
 }
 
-Outcome TektronixDriver::readSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText,
-                                   bool memoryInput) {
-    (void)ui;
-    (void)addressText;
-    return Guarded([&] { readSetupFields(link, setup, memoryInput); });
-}
-
-void TektronixDriver::prepareForPass(DsoLink& link, const DsoSetup& setup) {
-    (void)link;
-    (void)setup;
-}
-
 bool TektronixDriver::acquireSingle(DsoLink& link) {
     link.clearStop();
     link.SendDsoCommand("ACQuire:STOPAfter SEQuence");
@@ -272,53 +249,31 @@ void TektronixDriver::readChannel(DsoLink& link, int channel, const TektronixPre
                    std::span<float>(volts.data(), n));
 }
 
-Outcome TektronixDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, UiPort& ui, DsoTransferInputs& in) {
-    ui.setStatus(1, kTranslationSetup);
-    return Guarded([&]() -> Outcome {
-        readSetupFields(link, setup, in.memoryInput);
-        ui.setStatus(1, kTransferringWaves);
-        std::vector<int> on;
-        for (int ch = 0; ch < setup.ChannelCount; ++ch)
-            if (setup.traceOn(ch) == "ON") on.push_back(ch);
-        if (on.empty()) return {ErrorCode::Link, kNothingToFetch};
-        // A record still being acquired is not the one the setup describes.
-        link.SendDsoCommand("ACQuire:STATE STOP");
-        // Averaged and high-resolution records have more than 8 bits.
-        const bool words = setup.AcqMode == "AVERAGE" || setup.AcqMode == "HIGH_RES";
-        link.SendDsoCommand("DATa:ENCdg RIBinary");
-        link.SendDsoCommand(words ? "WFMOutpre:BYT_Nr 2" : "WFMOutpre:BYT_Nr 1");
-        // The instrument's own range is not the whole record.
-        link.SendDsoCommand("DATa:STARt 1");
-        link.SendDsoCommand("DATa:STOP " + std::to_string(setup.RecordLength));
-        int64_t length = 0;
-        int64_t done = 0;
-        for (int ch : on) {
-            const std::string source = "DATa:SOUrce " + Channel(ch);
-            link.SendDsoCommand(source);
-            CheckEvents(link, "\"" + source + "\"");
-            std::string problem;
-            const std::optional<TektronixPreamble> p =
-                ParseTektronixPreamble(link.QueryDso(kTektronixPreambleQuery, 512), problem);
-            if (!p) link.failExchange(problem + kReadoutEnded);
-            if (length == 0) {
-                length = p->points;
-                setup.RecordLength = static_cast<int32_t>(length);
-                setup.SampleInterval = static_cast<float>(p->xincr);
-            } else if (p->points != length) {
-                link.failExchange("The DSO's record of " + Channel(ch) + " has " + std::to_string(p->points) +
-                                  " points, that of " + Channel(on.front()) + " " + std::to_string(length) +
-                                  kReadoutEnded);
-            }
-            std::string& rate = in.VRate[static_cast<size_t>(ch)];
-            if (rate.empty() || rate == " ") rate = "1.0";
-            readChannel(link, ch, *p, record, ui, done * p->bytes, length * p->bytes * static_cast<int64_t>(on.size()));
-            done += length;
-        }
-        FinishScpiRecord(setup, record, on, static_cast<int32_t>(length));
-        ui.progress(0, 0);
-        ui.setStatus(1, kCompletedWaveTranslation);
-        return Outcome::Ok();
-    });
+void TektronixDriver::readWaves(DsoLink& link, DsoSetup& setup, const std::vector<int>& on, WaveRecord& record,
+                                UiPort& ui) {
+    // A record still being acquired is not the one the setup describes.
+    link.SendDsoCommand("ACQuire:STATE STOP");
+    // Averaged and high-resolution records have more than 8 bits.
+    const bool words = setup.AcqMode == "AVERAGE" || setup.AcqMode == "HIGH_RES";
+    link.SendDsoCommand("DATa:ENCdg RIBinary");
+    link.SendDsoCommand(words ? "WFMOutpre:BYT_Nr 2" : "WFMOutpre:BYT_Nr 1");
+    // The instrument's own range is not the whole record.
+    link.SendDsoCommand("DATa:STARt 1");
+    link.SendDsoCommand("DATa:STOP " + std::to_string(setup.RecordLength));
+    int64_t length = 0;
+    int64_t done = 0;
+    for (int ch : on) {
+        const std::string source = "DATa:SOUrce " + Channel(ch);
+        link.SendDsoCommand(source);
+        CheckEvents(link, "\"" + source + "\"");
+        std::string problem;
+        const std::optional<TektronixPreamble> p =
+            ParseTektronixPreamble(link.QueryDso(kTektronixPreambleQuery, 512), problem);
+        if (!p) link.failExchange(problem + kReadoutEnded);
+        TakeRecordLength(link, p->points, p->xincr, ch, on.front(), length, setup);
+        readChannel(link, ch, *p, record, ui, done * p->bytes, length * p->bytes * static_cast<int64_t>(on.size()));
+        done += length;
+    }
 }
 
 Outcome TektronixDriver::returnToLocal(DsoLink& link) {
@@ -333,26 +288,6 @@ FeatureSupport TektronixDriver::supports(InstrumentFeature feature) const {
     case InstrumentFeature::Screen: return {false, kNoScreen};
     }
     return {};
-}
-
-std::string TektronixDriver::rejectRangePrompt() const { return kNoRejectRange; }
-
-Outcome TektronixDriver::readRejectRange(DsoLink& link, DsoSetup& setup, int32_t recordLength, ZoomReadout& out) {
-    (void)link;
-    (void)setup;
-    (void)recordLength;
-    (void)out;
-    return {ErrorCode::BadOption, kNoRejectRange};
-}
-
-Outcome TektronixDriver::saveScreen(DsoLink& link, UiPort& ui, const std::string& addressText,
-                                    const std::string& fileName, int32_t* bytes) {
-    (void)link;
-    (void)ui;
-    (void)addressText;
-    (void)fileName;
-    if (bytes) *bytes = -1;
-    return {ErrorCode::BadOption, kNoScreen};
 }
 
 }  // namespace mervasto

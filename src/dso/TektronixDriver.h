@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "dso/InstrumentDriver.h"
+#include "dso/ScpiDriver.h"
 
 namespace mervasto {
 
@@ -41,24 +41,19 @@ std::optional<TektronixPreamble> ParseTektronixPreamble(const std::string& reply
 // byte order: (code - YOFf) x YMUlt + YZEro. out holds a volt per point.
 void TektronixVolts(std::span<const uint8_t> bytes, const TektronixPreamble& p, std::span<float> out);
 
-class TektronixDriver : public InstrumentDriver {
+class TektronixDriver : public ScpiDriver {
 public:
     const InstrumentFamily& family() const override { return TektronixFamily(); }
     void identify(DsoLink& link, const std::string& reply, DsoSetup& setup) override;
-    Outcome readSetup(DsoLink& link, DsoSetup& setup, UiPort& ui, const std::string& addressText,
-                      bool memoryInput) override;
-    void prepareForPass(DsoLink& link, const DsoSetup& setup) override;
     bool acquireSingle(DsoLink& link) override;
-    Outcome fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, UiPort& ui, DsoTransferInputs& in) override;
     Outcome returnToLocal(DsoLink& link) override;
     FeatureSupport supports(InstrumentFeature feature) const override;
-    std::string rejectRangePrompt() const override;
-    Outcome readRejectRange(DsoLink& link, DsoSetup& setup, int32_t recordLength, ZoomReadout& out) override;
-    Outcome saveScreen(DsoLink& link, UiPort& ui, const std::string& addressText, const std::string& fileName,
-                       int32_t* bytes) override;
+
+protected:
+    void readSetupFields(DsoLink& link, DsoSetup& setup, bool memoryInput) override;
+    void readWaves(DsoLink& link, DsoSetup& setup, const std::vector<int>& on, WaveRecord& record, UiPort& ui) override;
 
 private:
-    void readSetupFields(DsoLink& link, DsoSetup& setup, bool memoryInput);
     void readChannel(DsoLink& link, int channel, const TektronixPreamble& p, WaveRecord& record, UiPort& ui,
                      int64_t before, int64_t total);
 

@@ -4,7 +4,9 @@
 #include <stdexcept>
 
 #include "sim/InstrumentModel.h"
+#include "sim/KeysightModel.h"
 #include "sim/RigolModel.h"
+#include "sim/SiglentModel.h"
 #include "sim/TektronixModel.h"
 
 namespace mervasto {
@@ -20,6 +22,8 @@ const std::vector<SimDialect>& SimDialects() {
     static const std::vector<SimDialect> dialects = {
         {"legacy", 5198, {"DS-5354", "DS-5352"}, Make<InstrumentModel>},
         {"rigol", 5555, RigolModels(), Make<RigolModel>},
+        {"siglent", 5025, SiglentModels(), Make<SiglentModel>},
+        {"keysight", 5025, KeysightModels(), Make<KeysightModel>},
         {"tektronix", 4000, TektronixModels(), Make<TektronixModel>},
     };
     return dialects;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "common/Numeric.h"
-#include "sim/ScpiHeader.h"
+#include "sim/ScpiHeaders.h"
 
 namespace mervasto {
 
@@ -17,16 +17,6 @@ std::string Nr3(double v) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%.4E", v);
     return buf;
-}
-
-std::vector<std::string> Nodes(std::string_view header) {
-    std::vector<std::string> nodes;
-    for (size_t from = 0;;) {
-        const size_t colon = header.find(':', from);
-        nodes.push_back(ScpiUpper(header.substr(from, colon == std::string_view::npos ? colon : colon - from)));
-        if (colon == std::string_view::npos) return nodes;
-        from = colon + 1;
-    }
 }
 
 // A whole text that is a number (NR1, NR2 or NR3).
@@ -70,7 +60,7 @@ bool TektronixModel::selects() const {
 }
 
 std::string TektronixModel::word(std::string_view pattern) const {
-    return verbose_ ? ScpiUpper(pattern) : ScpiShortForm(pattern);
+    return verbose_ ? UpperCase(pattern) : ShortForm(pattern);
 }
 
 void TektronixModel::event(int code, const std::string& text, int statusBit) {
@@ -83,30 +73,14 @@ std::vector<SimReply> TektronixModel::handle(std::string_view line) {
     if (overridden(line, out)) return out;
     std::vector<std::string> texts;
     std::vector<std::string> path;  // where a header without a leading ":" continues
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const size_t semi = rest.find(';');
-        const std::string_view one = TrimCommand(rest.substr(0, semi));
-        rest = semi == std::string_view::npos ? std::string_view() : rest.substr(semi + 1);
-        if (one.empty()) continue;
-        Unit u;
-        const size_t blank = one.find(' ');
-        std::string_view header = one.substr(0, blank);
-        if (blank != std::string_view::npos) u.argument = std::string(TrimCommand(one.substr(blank + 1)));
-        if (!header.empty() && header.back() == '?') {
-            u.query = true;
-            header.remove_suffix(1);
-        }
-        if (!header.empty() && header.front() == '*') {
-            u.nodes = {ScpiUpper(header)};
-        } else {
-            const bool rooted = !header.empty() && header.front() == ':';
-            u.nodes = rooted ? std::vector<std::string>() : path;
-            for (std::string& n : Nodes(rooted ? header.substr(1) : header)) u.nodes.push_back(std::move(n));
+    ForEachScpiCommand(line, [&](const ScpiCommand& c) {
+        Unit u = c;
+        if (u.nodes.front().rfind('*', 0) != 0) {
+            if (!u.rooted) u.nodes.insert(u.nodes.begin(), path.begin(), path.end());
             path.assign(u.nodes.begin(), u.nodes.end() - 1);
         }
         unit(u, texts, out);
-    }
+    });
     if (!texts.empty()) {
         std::string joined;
         for (const std::string& t : texts) joined += (joined.empty() ? "" : ";") + t;
@@ -116,11 +90,11 @@ std::vector<SimReply> TektronixModel::handle(std::string_view line) {
 }
 
 void TektronixModel::unit(const Unit& u, std::vector<std::string>& texts, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(u.nodes, 0, pattern, 0, nullptr); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, nullptr); };
     if (u.query && is({"ACQuire", "STATE"})) ++statusPolls_;
     if (u.query && is({"CURVe"})) return curve(texts, out);
     if (!u.query && is({"ACQuire", "STATE"})) {
-        const std::string a = ScpiUpper(u.argument);
+        const std::string a = UpperCase(u.argument);
         const bool run = a == "RUN" || a == "ON" || (IsNumber(a) && Val(a) != 0);
         if (!run && a != "STOP" && a != "OFF" && !IsNumber(a))
             return event(224, "Illegal parameter value", kExecutionError);
@@ -149,7 +123,7 @@ void TektronixModel::unit(const Unit& u, std::vector<std::string>& texts, std::v
 
 bool TektronixModel::query(const Unit& u, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(u.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(u, reply)) return true;
     if (is({"*IDN"})) return reply = "TEKTRONIX," + st.model + ",C000001,CF:91.1CT FV:1.44.3.433", true;
@@ -199,12 +173,12 @@ bool TektronixModel::query(const Unit& u, std::string& reply) {
         const auto i = static_cast<size_t>(n - 1);
         const SimChannel& ch = st.ch[i];
         const std::string& what = u.nodes[1];
-        if (ScpiNodeIs(what, "SCAle", nullptr)) reply = Nr3(ch.voltsPerDiv);
-        if (ScpiNodeIs(what, "OFFSet", nullptr)) reply = Nr3(yZero(n - 1));
-        if (ScpiNodeIs(what, "POSition", nullptr)) reply = Nr3(position_[i]);
-        if (ScpiNodeIs(what, "COUPling", nullptr)) reply = ch.coupling.rfind("AC", 0) == 0 ? "AC" : "DC";
-        if (ScpiNodeIs(what, "BANdwidth", nullptr)) reply = Nr3(ch.bandwidth == "OFF" ? 500e6 : 20e6);
-        if (ScpiNodeIs(what, "INVert", nullptr)) reply = ch.inverted == "ON" ? "1" : "0";
+        if (NodeIs(what, "SCAle", nullptr)) reply = Nr3(ch.voltsPerDiv);
+        if (NodeIs(what, "OFFSet", nullptr)) reply = Nr3(yZero(n - 1));
+        if (NodeIs(what, "POSition", nullptr)) reply = Nr3(position_[i]);
+        if (NodeIs(what, "COUPling", nullptr)) reply = ch.coupling.rfind("AC", 0) == 0 ? "AC" : "DC";
+        if (NodeIs(what, "BANdwidth", nullptr)) reply = Nr3(ch.bandwidth == "OFF" ? 500e6 : 20e6);
+        if (NodeIs(what, "INVert", nullptr)) reply = ch.inverted == "ON" ? "1" : "0";
         return true;
     }
     if (is({"DATa", "SOUrce"})) return reply = "CH" + std::to_string(source_ + 1), true;
@@ -234,8 +208,8 @@ bool TektronixModel::query(const Unit& u, std::string& reply) {
 
 bool TektronixModel::setting(const Unit& u) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(u.nodes, 0, pattern, 0, &n); };
-    const std::string a = ScpiUpper(u.argument);
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, &n); };
+    const std::string a = UpperCase(u.argument);
     auto flag = [&](bool& to) {
         if (a == "1" || a == "ON" || a == "0" || a == "OFF")
             to = a == "1" || a == "ON";
@@ -260,8 +234,8 @@ bool TektronixModel::setting(const Unit& u) {
         return true;
     }
     if (is({"ACQuire", "STOPAfter"})) {
-        if (ScpiNodeIs(a, "SEQuence", nullptr) || ScpiNodeIs(a, "RUNSTop", nullptr))
-            sequence_ = ScpiNodeIs(a, "SEQuence", nullptr);
+        if (NodeIs(a, "SEQuence", nullptr) || NodeIs(a, "RUNSTop", nullptr))
+            sequence_ = NodeIs(a, "SEQuence", nullptr);
         else
             event(224, "Illegal parameter value", kExecutionError);
         return true;
@@ -271,7 +245,7 @@ bool TektronixModel::setting(const Unit& u) {
         return channelSetting(u, n);
     if (is({"DATa", "SOUrce"})) {
         int channel = 0;
-        if (ScpiNodeIs(a, "CH#", &channel) && channel >= 1 && channel <= channels())
+        if (NodeIs(a, "CH#", &channel) && channel >= 1 && channel <= channels())
             source_ = channel - 1;
         else
             event(224, "Illegal parameter value", kExecutionError);
@@ -280,7 +254,7 @@ bool TektronixModel::setting(const Unit& u) {
     if (is({"DATa", "ENCdg"})) {
         const std::vector<std::string_view> words = {"RIBinary", "SRIbinary", "RPBinary", "SRPbinary", "ASCIi"};
         const auto w =
-            std::find_if(words.begin(), words.end(), [&](std::string_view w) { return ScpiNodeIs(a, w, nullptr); });
+            std::find_if(words.begin(), words.end(), [&](std::string_view w) { return NodeIs(a, w, nullptr); });
         if (w == words.end()) {
             event(224, "Illegal parameter value", kExecutionError);
             return true;
@@ -309,7 +283,7 @@ bool TektronixModel::setting(const Unit& u) {
         if (!(v >= 1) || v != std::floor(v))
             event(222, "Data out of range", kExecutionError);
         else
-            (ScpiNodeIs(u.nodes[1], "STARt", nullptr) ? start_ : stop_) = static_cast<int64_t>(v);
+            (NodeIs(u.nodes[1], "STARt", nullptr) ? start_ : stop_) = static_cast<int64_t>(v);
         return true;
     }
     return false;
@@ -319,9 +293,9 @@ bool TektronixModel::channelSetting(const Unit& u, int n) {
     if (n < 1 || n > channels()) return false;
     const auto i = static_cast<size_t>(n - 1);
     SimChannel& ch = opt_.state.ch[i];
-    const std::string a = ScpiUpper(u.argument);
+    const std::string a = UpperCase(u.argument);
     const std::string& what = u.nodes.back();
-    if (ScpiNodeIs(what, "STATE", nullptr) || ScpiNodeIs(what, "CH#", nullptr)) {
+    if (NodeIs(what, "STATE", nullptr) || NodeIs(what, "CH#", nullptr)) {
         if (a == "1" || a == "ON" || a == "0" || a == "OFF")
             ch.trace = a == "1" || a == "ON" ? "ON" : "OFF";
         else
@@ -332,9 +306,9 @@ bool TektronixModel::channelSetting(const Unit& u, int n) {
         event(224, "Illegal parameter value", kExecutionError);
         return true;
     }
-    if (ScpiNodeIs(what, "SCAle", nullptr)) ch.voltsPerDiv = Val(a);
-    if (ScpiNodeIs(what, "OFFSet", nullptr)) ch.offset = -Val(a);
-    if (ScpiNodeIs(what, "POSition", nullptr)) position_[i] = Val(a);
+    if (NodeIs(what, "SCAle", nullptr)) ch.voltsPerDiv = Val(a);
+    if (NodeIs(what, "OFFSet", nullptr)) ch.offset = -Val(a);
+    if (NodeIs(what, "POSition", nullptr)) position_[i] = Val(a);
     return true;
 }
 
@@ -411,7 +385,7 @@ void TektronixModel::curve(std::vector<std::string>& texts, std::vector<SimReply
 
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
 bool TektronixModel::badSetupReply(const Unit& u, std::string& reply) const {
-    auto is = [&](std::vector<std::string_view> pattern) { return ScpiMatches(u.nodes, 0, pattern, 0, nullptr); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, nullptr); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"HORizontal", "SCAle"})) return reply = "ERR?", true;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/DialectModel.h"
+#include "sim/ScpiHeaders.h"
 
 namespace mervasto {
 
@@ -45,11 +46,7 @@ public:
     bool acquiring() const { return acquiring_; }
 
 private:
-    struct Unit {
-        std::vector<std::string> nodes;  // upper case
-        bool query = false;
-        std::string argument;
-    };
+    using Unit = ScpiCommand;
     struct Event {
         int code;
         std::string text;

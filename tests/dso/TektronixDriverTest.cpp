@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "ReplayExchange.h"
+#include "ScpiExchange.h"
 #include "analysis/Levels.h"
 #include "dso/ScpiSupport.h"
 #include "dso/TektronixDriver.h"
@@ -58,11 +58,6 @@ std::vector<Step> ReadSteps(const std::string& preamble, int width = 1) {
             {kTektronixPreambleQuery, preamble}};
 }
 
-std::vector<Step> Take(std::vector<Step> steps, size_t n) {
-    steps.resize(n);
-    return steps;
-}
-
 int CodeAt(int64_t k, int width) { return static_cast<int>((k % 201) - 100) * (width == 2 ? 300 : 1); }
 
 std::string Codes(int width) {
@@ -75,10 +70,13 @@ std::string Codes(int width) {
     return bytes;
 }
 
-class TektronixExchange : public ReplayExchange {
+class TektronixExchange : public ScpiExchange {
 protected:
-    TektronixExchange()
-        : ReplayExchange({{"*IDN?", kIdn}, {"HEADer 0", ""}, {"VERBose 1", ""}, {"*CLS", ""}}, TektronixFamily()) {}
+    void play(const std::vector<Step>& script) {
+        ScpiExchange::play({{"*IDN?", kIdn}, {"HEADer 0", ""}, {"VERBose 1", ""}, {"*CLS", ""}}, TektronixFamily(),
+                           script);
+    }
+    void playScript(const std::vector<Step>& script) override { play(script); }
 };
 
 // 8-bit sample data and 16-bit high-resolution data: the whole record of the
@@ -186,38 +184,27 @@ TEST(TektronixPreambleTest, FieldsAndWhatIsRefused) {
 // the link closed.
 TEST_F(TektronixExchange, RefusalsAndTheEventQueueAreToldInTheInstrumentsWords) {
     const std::string preamble = "1;MSB;RI;1000;1.0000E-06;-5.0000E-04;2.0000E-02;-50;1.0000E+00\n";
-    const std::vector<Step> toSource = Take(ReadSteps(preamble), 6);
-    struct Case {
-        const char* name;
-        std::vector<Step> script;
-        std::string message;
-    };
-    const Case cases[] = {
-        {"curve refused",
-         Joined({SetupSteps(),
+    const std::vector<Step> toSource = Until(ReadSteps(preamble), "DATa:SOUrce CH1");
+    expectRefusals({
+        {Joined({SetupSteps(),
                  ReadSteps(preamble),
                  {{"CURVe?", TekBlock("")}, {"*ESR?", "16\n"}, {"ALLEv?", "222,\"Data out of range\"\n"}}}),
          "curve of CH1 holds 0 bytes, not the 1000 of its 1000 points; the DSO says 222,\"Data out of range\""},
-        {"event after the transfer settings",
-         Joined({SetupSteps(),
+        {Joined({SetupSteps(),
                  toSource,
                  {{"*ESR?", "32\n"}, {"ALLEv?", "113,\"Undefined header; Command not found: DATA:SOURCE\"\n"}}}),
          "The DSO reports an error after \"DATa:SOUrce CH1\": 113,\"Undefined header; Command not found: "
          "DATA:SOURCE\"; the link was closed."},
-        {"event status no number", Joined({SetupSteps(), toSource, {{"*ESR?", "ERR\n"}}}),
+        {Joined({SetupSteps(), toSource, {{"*ESR?", "ERR\n"}}}),
          "event status (\"*ESR?\") replied \"ERR\", which is no number from 0 to 255"},
-        {"unsigned codes", Joined({SetupSteps(), ReadSteps("1;MSB;RP;1000;1E-6;0;0.02;0;0\n")}),
+        {Joined({SetupSteps(), ReadSteps("1;MSB;RP;1000;1E-6;0;0.02;0;0\n")}),
          "binary format (field 3 of the preamble) is not RI"},
-        {"record length", Take(SetupSteps("SAMPLE", "12000000"), 7),
+        {Until(SetupSteps("SAMPLE", "12000000"), "HORizontal:RECOrdlength?"),
          "record length (\"HORizontal:RECOrdlength?\") makes no record of 10 to 5000011"},
-        {"time base", {{"HORizontal:SCAle?", "ERR\n"}}, "time base (\"HORizontal:SCAle?\") is not a number: \"ERR\""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        expectFetchEnds(c.script, c.message);
-    }
+        {{{"HORizontal:SCAle?", "ERR\n"}}, "time base (\"HORizontal:SCAle?\") is not a number: \"ERR\""},
+    });
     play(SetupSteps("SAMPLE", "1000", "0"));
-    EXPECT_EQ(fetch().text(), kNothingToFetch);
+    EXPECT_EQ(fetch().text(), kEveryChannelOff);
     EXPECT_TRUE(instrument->linked());
 }
 
@@ -230,8 +217,9 @@ TEST_F(TektronixExchange, SingleSequenceEndsWhenTheStateReadsZero) {
     };
     const Case cases[] = {{{"0"}, false}, {{"1", "1", "0"}, false}, {{"1", "RUN"}, true}};
     for (const Case& c : cases) {
-        const Outcome waited =
-            waitWith({{"ACQuire:STOPAfter SEQuence", ""}, {"ACQuire:STATE RUN", ""}}, "ACQuire:STATE?", c.states);
+        std::vector<Step> script = {{"ACQuire:STOPAfter SEQuence", ""}, {"ACQuire:STATE RUN", ""}};
+        for (const auto& s : c.states) script.push_back({"ACQuire:STATE?", s + "\n"});
+        const Outcome waited = waitOver(script);
         EXPECT_EQ(waited.ok(), !c.fails) << waited.text();
         EXPECT_EQ(waited.text().find("neither 0 nor 1") != std::string::npos, c.fails);
     }

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
 #include "sim/DsoSimulator.h"
@@ -19,7 +21,8 @@ struct Family {
     const char* dialect;
     const char* model;
     const char* name;  // in the Instrument drop-down
-    bool rejectRange;  // read from the instrument, else greyed with the reason
+    bool rejectRange;  // read from the instrument's cursors, else greyed with the reason
+    friend void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
 };
 
 class FamilyWindowTest : public ::testing::TestWithParam<Family> {};
@@ -52,14 +55,14 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
     EXPECT_EQ(form.state().resultLines().written(), 1);
     auto* readRange = form.findChild<QPushButton*>("ReadRejectRange");
     EXPECT_EQ(readRange->isEnabled(), f.rejectRange);
-    EXPECT_EQ(readRange->toolTip().contains("Tektronix"), !f.rejectRange);
+    EXPECT_EQ(readRange->toolTip().contains(f.name), !f.rejectRange) << readRange->toolTip().toStdString();
 
     // Naming the family keeps the link; naming another drops it, and the
     // next press refuses the instrument's identity in one box.
     family->setCurrentText(f.name);
     EXPECT_EQ(form.state().settings().analysis.Instrument, f.name);
     EXPECT_TRUE(form.state().linked());
-    family->setCurrentText(std::string(f.name) == "Legacy" ? "Rigol" : "Legacy");
+    family->setCurrentText(std::string(f.name) == "Rigol" ? "Legacy" : "Rigol");
     EXPECT_FALSE(form.state().linked());
     EXPECT_EQ(form.ui().statusText(4), "");
     form.findChild<QPushButton*>("WFStartCommand")->click();
@@ -70,6 +73,8 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
 INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
                          ::testing::Values(Family{"legacy", "DS-5354", "Legacy", true},
                                            Family{"rigol", "DS1104Z", "Rigol", true},
+                                           Family{"siglent", "SDS1104X-E", "Siglent", false},
+                                           Family{"keysight", "DSOX3024T", "Keysight", true},
                                            Family{"tektronix", "MSO44", "Tektronix", false}),
                          [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
