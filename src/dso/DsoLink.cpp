@@ -13,7 +13,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
 #include "dso/LinkFraming.h"
-#include "dso/TcpTransport.h"
+#include "dso/RoutedTransport.h"
 
 namespace mervasto {
 
@@ -30,8 +30,20 @@ std::string SecondsText(int ms) {
 
 }  // namespace
 
+DsoTransport TransportOfAddress(std::string_view addressText) {
+    const std::string_view text = TrimBlanks(addressText);
+    const std::string_view scheme = "vxi11://";
+    if (text.size() >= scheme.size() && std::equal(scheme.begin(), scheme.end(), text.begin(), [](char a, char b) {
+            return a == std::tolower(static_cast<unsigned char>(b));
+        }))
+        return DsoTransport::Vxi11;
+    if (!text.empty() && text.front() == '/') return DsoTransport::Usbtmc;
+    return DsoTransport::Socket;
+}
+
 DsoAddress ParseDsoAddress(const std::string& addressText) {
     std::string text{TrimBlanks(addressText)};
+    if (const DsoTransport t = TransportOfAddress(text); t != DsoTransport::Socket) return {text, "", true, t};
     DsoAddress a{text, kDsoPortText};
     auto colon = text.find(':');
     if (colon != std::string::npos && text.find(':', colon + 1) == std::string::npos) {
@@ -52,7 +64,7 @@ int16_t ChannelCountOfModel(const std::string& model) {
 }
 
 DsoLink::DsoLink(std::unique_ptr<ByteTransport> transport)
-    : transport_(transport ? std::move(transport) : std::make_unique<TcpTransport>()),
+    : transport_(transport ? std::move(transport) : std::make_unique<RoutedTransport>()),
       ownerThread_(QThread::currentThread()),
       clock_(std::make_unique<QElapsedTimer>()) {
     clock_->start();
@@ -191,13 +203,15 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
     if (transport_->state() == ByteTransport::State::Closed) {
         socketError_ = false;
         pending_.clear();
-        double p = Val(port);
-        if (!(p >= 1 && p <= 65535)) {
+        // A VXI-11 or USBTMC address names its own door and has no port.
+        const bool ownDoor = TransportOfAddress(address) != DsoTransport::Socket;
+        double p = ownDoor ? 0 : Val(port);
+        if (!ownDoor && !(p >= 1 && p <= 65535)) {
             socketError_ = true;
             return state();
         }
         events.Connected = false;
-        peer_ = address + ":" + port;
+        peer_ = ownDoor ? address : address + ":" + port;
         transport_->open(address, static_cast<uint16_t>(ToInt32(p)));
         auto end = waitFor(
             [this] {

@@ -82,7 +82,7 @@ bool Instrument::linkedElsewhere(const std::string& addressText, std::string_vie
     const InstrumentFamily* named = FamilyNamed(familyName);
     if (named && driver_ && &driver_->family() != named) return true;
     const DsoAddress a = ParseDsoAddress(addressText);
-    if (a.portGiven) return peer != a.host + ":" + a.port;
+    if (a.portGiven) return peer != a.peer();
     // Without a port the link stands on whichever port answered.
     return a.host != host_ || !port_.empty();
 }
