@@ -40,6 +40,9 @@ public:
     // The link's reply time-out, for a transport whose calls block and carry
     // their own (VXI-11's io_timeout).
     virtual void setTimeoutMs(int ms) {}
+    // Why the connection failed or broke, when the transport knows more
+    // than that it did (empty otherwise).
+    virtual std::string failure() const { return {}; }
 
     std::function<void(Notice)> notice;
 };

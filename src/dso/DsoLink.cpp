@@ -190,7 +190,8 @@ DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::
         if (needOpen && !socketOpen()) {
             pullSocket();
             if (done()) return WaitEnd::Done;
-            fail("The DSO closed the connection while " + what + ".");
+            const std::string why = transport_->failure();
+            fail("The DSO closed the connection while " + what + (why.empty() ? "." : ": " + why));
         }
         if (timeoutMs > 0 && sinceDataMs() > timeoutMs) return WaitEnd::Silent;
         if (deadlineAtMs >= 0 && clock_->elapsed() > deadlineAtMs) return WaitEnd::PastDeadline;

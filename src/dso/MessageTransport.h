@@ -55,8 +55,7 @@ public:
     void replyWanted() override;
     void setTimeoutMs(int ms) override { timeoutMs_ = ms; }
 
-    // Why the last connect or call failed (empty when none did).
-    std::string failure() const;
+    std::string failure() const override;
 
     struct Session;
 

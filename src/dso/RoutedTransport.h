@@ -25,6 +25,7 @@ public:
         if (door_) door_->replyWanted();
     }
     void setTimeoutMs(int ms) override;
+    std::string failure() const override { return door_ ? door_->failure() : std::string(); }
 
 private:
     std::unique_ptr<ByteTransport> door_;
