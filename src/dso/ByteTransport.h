@@ -37,6 +37,10 @@ public:
     // A reply is expected now. A message-based transport (VXI-11, USBTMC)
     // asks the device for it here; a byte stream needs nothing.
     virtual void replyWanted() {}
+    // A read asked for is still under way, or bytes of it wait to be taken:
+    // false tells the link that a block it still needs bytes of must be
+    // asked for again (a device may cut a message). A stream always reads.
+    virtual bool replyPending() const { return true; }
     // The link's reply time-out, for a transport whose calls block and carry
     // their own (VXI-11's io_timeout).
     virtual void setTimeoutMs(int ms) {}

@@ -291,7 +291,9 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
             const bool quiet = sinceDataMs() >= quietMs_;
             header = framing == Framing::Legacy ? ParseBlockHeader(pending_, quiet, kMaxBlockBytes - 1)
                                                 : ParseDefiniteBlockHeader(pending_, quiet, kMaxBlockBytes - 1);
-            return header.state != BlockHeaderState::NeedMore;
+            if (header.state != BlockHeaderState::NeedMore) return true;
+            if (!pending_.empty() && pending_[0] == '#') askAgainIfDone();
+            return false;
         },
         "waiting for a data block" + of, true, replyTimeoutMs_, deadline);
     if (end == WaitEnd::PastDeadline)
@@ -332,6 +334,7 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
             if (pending_.size() >= total) return true;
             // The payload is all there and nothing more comes: the LF is missing.
             noTerminator = pending_.size() == total - 1 && sinceDataMs() >= quietMs_;
+            if (pending_.size() < total - 1) askAgainIfDone();
             return noTerminator;
         },
         "reading a data block" + of + " of " + std::to_string(n) + " bytes", true, replyTimeoutMs_, deadline);
@@ -356,6 +359,10 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
     pending_.erase(0, total);
     if (progressPort && how.total <= 0) progressPort->progress(0, 0);
     return n;
+}
+
+void DsoLink::askAgainIfDone() {
+    if (!transport_->replyPending()) transport_->replyWanted();
 }
 
 void DsoLink::pauseBetweenPolls() {

@@ -203,6 +203,9 @@ private:
                     int64_t deadlineAtMs = -1);
     int64_t deadlineFromNow() const;
     void pauseBetweenPolls();
+    // A block still short of bytes after its message ended (a device that
+    // cuts long replies into several): the next part is asked for.
+    void askAgainIfDone();
     void pullSocket();
     int64_t sinceDataMs() const;
     void checkUsable(const std::string& what);

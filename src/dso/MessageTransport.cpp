@@ -9,6 +9,12 @@
 
 namespace mervasto {
 
+namespace {
+// The device's own time-out runs this much longer than the link's, so that
+// the link's message, which names the exchange, is the one the user sees.
+constexpr int kDeviceGraceMs = 1000;
+}  // namespace
+
 // What the link's thread and the worker share. The worker holds it as long
 // as it runs, so an abandoned session outlives the transport.
 struct MessageTransport::Session {
@@ -20,6 +26,7 @@ struct MessageTransport::Session {
     std::unique_ptr<MessageChannel> channel;
     std::string inbox;
     int64_t unsent = 0;
+    int reads = 0;  // reads asked for and not yet done
     State state = State::Connecting;
     std::string failure;
     bool abandoned = false;
@@ -64,7 +71,7 @@ struct MessageTransport::Session {
                 if (abandoned) break;
                 job = std::move(jobs.front());
                 jobs.pop_front();
-                timeout = timeoutMs;
+                timeout = timeoutMs > 0 ? timeoutMs + kDeviceGraceMs : 0;
             }
             try {
                 switch (job.first) {
@@ -84,7 +91,7 @@ struct MessageTransport::Session {
                     tell(Notice::Written);
                     break;
                 }
-                case Job::Read:
+                case Job::Read: {
                     channel->receive(
                         [this](const char* bytes, size_t n) {
                             std::lock_guard lock(m);
@@ -92,7 +99,11 @@ struct MessageTransport::Session {
                             tell(Notice::Data);
                         },
                         timeout);
+                    std::lock_guard lock(m);
+                    --reads;
+                    tell(Notice::Changed);
                     break;
+                }
                 }
             } catch (const std::exception& e) {
                 std::lock_guard lock(m);
@@ -168,7 +179,14 @@ void MessageTransport::replyWanted() {
     std::lock_guard lock(session_->m);
     if (session_->state != State::Connected) return;
     session_->jobs.emplace_back(Session::Job::Read, std::string());
+    ++session_->reads;
     session_->wake.notify_one();
+}
+
+bool MessageTransport::replyPending() const {
+    if (!session_) return false;
+    std::lock_guard lock(session_->m);
+    return session_->reads > 0 || !session_->inbox.empty();
 }
 
 int64_t MessageTransport::bytesToWrite() const {

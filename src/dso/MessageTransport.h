@@ -53,6 +53,7 @@ public:
     int64_t bytesToWrite() const override;
     void abort() override;
     void replyWanted() override;
+    bool replyPending() const override;
     void setTimeoutMs(int ms) override { timeoutMs_ = ms; }
 
     std::string failure() const override;

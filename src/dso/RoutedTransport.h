@@ -24,6 +24,7 @@ public:
     void replyWanted() override {
         if (door_) door_->replyWanted();
     }
+    bool replyPending() const override { return door_ ? door_->replyPending() : true; }
     void setTimeoutMs(int ms) override;
     std::string failure() const override { return door_ ? door_->failure() : std::string(); }
 

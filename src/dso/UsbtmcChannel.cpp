@@ -35,7 +35,8 @@ public:
         if (fd_ < 0) {
             const int e = errno;
             std::string why = "Cannot open the USB instrument " + path_ + ": " + std::strerror(e) + ".";
-            if (e == EACCES) why += " The user needs read and write access to the device node (its group, or a udev rule).";
+            if (e == EACCES)
+                why += " The user needs read and write access to the device node (its group, or a udev rule).";
             throw ChannelError(why);
         }
     }
@@ -64,8 +65,9 @@ public:
         do n = ::read(fd_, buffer_.data(), buffer_.size());
         while (n < 0 && errno == EINTR);
         if (n < 0)
-            throw ChannelError(errno == ETIMEDOUT ? "The USB instrument had no reply within its time-out."
-                                                  : "The USB instrument failed a read: " + std::string(std::strerror(errno)) + ".");
+            throw ChannelError(errno == ETIMEDOUT
+                                   ? "The USB instrument had no reply within its time-out."
+                                   : "The USB instrument failed a read: " + std::string(std::strerror(errno)) + ".");
         if (n == 0) throw ChannelError("The USB instrument is gone.");
         take(buffer_.data(), static_cast<size_t>(n));
     }

@@ -112,14 +112,16 @@ public:
         q.u32(rpc::kCoreVersion);
         q.u32(rpc::kProtocolTcp);
         q.u32(0);
-        const std::string found = call(rpc::kPortmapProgram, rpc::kPortmapVersion, rpc::kPortmapGetPort, q.bytes(), wait);
+        const std::string found =
+            call(rpc::kPortmapProgram, rpc::kPortmapVersion, rpc::kPortmapGetPort, q.bytes(), wait);
         rpc::XdrReader r(found);
         const uint32_t port = r.u32();
         drop();
         if (!r.ok() || port == 0 || port > 65535)
             throw ChannelError("The instrument at " + Where(a_) + " offers no VXI-11 core channel.");
         fd_ = ConnectTcp(a_.host, static_cast<uint16_t>(port), wait, why);
-        if (fd_ < 0) throw ChannelError("The VXI-11 core channel of " + Where(a_) + " refused the connection: " + why + ".");
+        if (fd_ < 0)
+            throw ChannelError("The VXI-11 core channel of " + Where(a_) + " refused the connection: " + why + ".");
         rpc::XdrWriter link;
         link.i32(static_cast<int32_t>(reinterpret_cast<uintptr_t>(this) & 0x7fffffff));
         link.u32(0);  // no lock

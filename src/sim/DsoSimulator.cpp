@@ -434,7 +434,7 @@ private:
             if (known) lid_ = ++links_;
             out.i32(known ? rpc::kNoError : rpc::kDeviceNotAccessible);
             out.i32(known ? lid_ : 0);
-            out.u32(0);                // no abort channel
+            out.u32(0);               // no abort channel
             out.u32(kMaxWriteBytes);  // the most one device_write may carry
             break;
         }
@@ -724,7 +724,8 @@ void DsoSimulator::Worker::portmapDatagrams() {
     while (udp_->hasPendingDatagrams()) {
         const QNetworkDatagram d = udp_->receiveDatagram();
         const QByteArray call = d.data();
-        const std::string reply = PortmapReply(std::string_view(call.constData(), static_cast<size_t>(call.size())), corePort());
+        const std::string reply =
+            PortmapReply(std::string_view(call.constData(), static_cast<size_t>(call.size())), corePort());
         if (!reply.empty()) udp_->writeDatagram(d.makeReply(QByteArray::fromStdString(reply)));
     }
 }
