@@ -133,6 +133,29 @@ INSTANTIATE_TEST_SUITE_P(Transports, FamilyTransportCliTest,
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param);
                          });
 
+// The address without a port goes through liblxi, which asks the portmapper
+// on its usual port only: the simulator's takes it when it can (root, and
+// free), and each family reads out and fetches through the library.
+TEST_F(FamilyRun, EveryFamilyThroughLiblxiWhenThePortmapperPortIsFree) {
+    for (const Family& f : kFamilies) {
+        SimOptions o;
+        o.dialect = f.dialect;
+        o.transport = "vxi11";
+        o.port = 111;
+        o.state.recordLength = 300000;
+        DsoSimulator sim(o);
+        if (!sim.start()) GTEST_SKIP() << "port 111 cannot be had here";
+        ASSERT_EQ(run({"readout", "--ip", "vxi11://127.0.0.1"}), kExitOk) << f.name << err.str();
+        EXPECT_NE(out.str().find(f.model), std::string::npos) << out.str();
+        const std::string file = (dir_ / "lxi.csv").string();
+        ASSERT_EQ(run({"fetch", "--ip", "vxi11://localhost/inst0", file}), kExitOk) << f.name << err.str();
+        DsoSetup setup;
+        WaveRecord record;
+        ASSERT_TRUE(LoadWaveCsv(file, setup, record).ok());
+        EXPECT_EQ(setup.RecordLength, 300000) << f.name;
+    }
+}
+
 // What goes wrong at an instrument reached over VXI-11 or USBTMC ends the
 // run (exit 4) with the link's own checks and time-outs, and says what
 // happened: nothing there, a link to an unknown device, silence, the

@@ -3,6 +3,7 @@
 #include "DsoTestSupport.h"
 #include "common/RuntimeError.h"
 #include "dso/DsoSetupReadout.h"
+#include "dso/Vxi11Channel.h"
 #include "dso/WaveTransfer.h"
 
 namespace mervasto::test {
@@ -13,6 +14,7 @@ using Log = std::vector<std::string>;
 TEST(DsoAddressTest, HostAndPortFromTheAddressBox) {
     struct Case {
         std::string text, host, port;
+        DsoTransport transport = DsoTransport::Socket;
     };
     const std::vector<Case> cases = {
         {"192.168.1.101", "192.168.1.101", "5198"},
@@ -22,11 +24,46 @@ TEST(DsoAddressTest, HostAndPortFromTheAddressBox) {
         {"localhost:5198", "localhost", "5198"},
         {"host:", "host", "5198"},
         {"fe80::1", "fe80::1", "5198"},  // more than one colon is not host:port
+        // The other doors name themselves and take no port of the link's.
+        {" vxi11://10.0.0.5:111/inst0 ", "vxi11://10.0.0.5:111/inst0", "", DsoTransport::Vxi11},
+        {"VXI11://scope", "VXI11://scope", "", DsoTransport::Vxi11},
+        {"/dev/usbtmc0", "/dev/usbtmc0", "", DsoTransport::Usbtmc},
     };
     for (const auto& c : cases) {
         const DsoAddress a = ParseDsoAddress(c.text);
         EXPECT_EQ(a.host, c.host) << c.text;
         EXPECT_EQ(a.port, c.port) << c.text;
+        EXPECT_EQ(a.transport, c.transport) << c.text;
+    }
+}
+
+TEST(DsoAddressTest, Vxi11HostPortmapperAndDevice) {
+    struct Case {
+        std::string text;
+        bool ok;
+        std::string host = {};
+        uint16_t port = 0;
+        std::string device = {};
+    };
+    const std::vector<Case> cases = {
+        {"vxi11://10.0.0.5", true, "10.0.0.5", 111, "inst0"},
+        {"vxi11://scope.lab:4000/inst1", true, "scope.lab", 4000, "inst1"},
+        {"vxi11://scope/", true, "scope", 111, "inst0"},
+        {"vxi11://[fe80::1]:112/gpib0,5", true, "fe80::1", 112, "gpib0,5"},
+        {"vxi11://", false},
+        {"vxi11://host:0", false},
+        {"vxi11://host:70000", false},
+        {"vxi11://host:", false},
+        {"vxi11://[fe80::1", false},
+        {"10.0.0.5", false},
+    };
+    for (const auto& c : cases) {
+        Vxi11Address a;
+        ASSERT_EQ(ParseVxi11Address(c.text, a), c.ok) << c.text;
+        if (!c.ok) continue;
+        EXPECT_EQ(a.host, c.host) << c.text;
+        EXPECT_EQ(a.portmapPort, c.port) << c.text;
+        EXPECT_EQ(a.device, c.device) << c.text;
     }
 }
 
