@@ -48,7 +48,7 @@ struct SimOptions {
     std::string transport = "raw";
     std::string usbtmcPath;
     // The most one VXI-11 device_read returns: a longer reply takes several.
-    int vxi11ReadBytes = 16 * 1024;
+    int vxi11ReadBytes = 64 * 1024;
     // The command set spoken (sim/Dialects.h): "legacy", "rigol".
     std::string dialect = "legacy";
     SimState state;
