@@ -159,6 +159,9 @@ public:
     [[noreturn]] void failExchange(const std::string& text);
 
     int16_t state() const;
+    // Why the transport could not connect or broke, when it knows (VXI-11,
+    // USBTMC); empty otherwise.
+    std::string transportFailure() const { return transport_->failure(); }
     bool aborted() const { return aborted_.load(); }
     // "host:port" of the open connection, as LinkToSLA was given them; empty
     // when the socket is not connected.

@@ -187,9 +187,9 @@ TEST_P(TransportFaultCliTest, EndsTheRunAndSaysWhy) {
 }
 
 const DoorFault kDoorFaults[] = {
-    {"refused", "vxi11", SimFault::Refuse, "DSO not connected normally."},
-    {"refused", "usbtmc", SimFault::Refuse, "DSO not connected normally."},
-    {"unknown_device", "vxi11", SimFault::None, "DSO not connected normally."},
+    {"refused", "vxi11", SimFault::Refuse, "DSO not connected normally. (vxi11://127.0.0.1:"},
+    {"refused", "usbtmc", SimFault::Refuse, "No such file or directory"},
+    {"unknown_device", "vxi11", SimFault::None, "refused a link to inst7"},
     {"silent", "vxi11", SimFault::Silent, "did not answer \"*IDN?\" within 1 s"},
     {"silent", "usbtmc", SimFault::Silent, "did not answer \"*IDN?\" within 1 s"},
     {"gone_mid_block", "vxi11", SimFault::CloseMidBlock, "closed the connection while reading a data block"},
