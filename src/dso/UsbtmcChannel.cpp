@@ -104,7 +104,7 @@ private:
 
     std::string path_;
     std::atomic<int> fd_{-1};
-    bool socket_ = false;
+    std::atomic<bool> socket_{false};
     std::vector<char> buffer_;
 };
 
