@@ -34,6 +34,12 @@ constexpr uint32_t kReadRequestBytes = 1024 * 1024;
 // connection is taken for dead.
 constexpr int kCallMarginMs = 2000;
 constexpr int kCloseMs = 1000;
+// A time-out of 0 waits for ever; the device is given the longest it takes.
+constexpr uint32_t kForeverMs = 3600 * 1000;
+
+uint32_t DeviceTimeout(int timeoutMs) { return timeoutMs > 0 ? static_cast<uint32_t>(timeoutMs) : kForeverMs; }
+// The wait for a call's reply: the device's time-out and a margin, or none.
+int CallWait(int timeoutMs) { return timeoutMs > 0 ? timeoutMs + kCallMarginMs : 0; }
 
 std::string Where(const Vxi11Address& a) {
     return a.host + " (portmapper port " + std::to_string(a.portmapPort) + ", device " + a.device + ")";
@@ -147,12 +153,12 @@ public:
             const bool last = at + n == message.size();
             rpc::XdrWriter w;
             w.i32(lid_);
-            w.u32(static_cast<uint32_t>(std::max(timeoutMs, 0)));
+            w.u32(DeviceTimeout(timeoutMs));
             w.u32(0);
             w.u32(last ? rpc::kFlagEnd : 0);
             w.opaque(std::string_view(message).substr(at, n));
             const std::string done =
-                call(rpc::kCoreProgram, rpc::kCoreVersion, rpc::kDeviceWrite, w.bytes(), timeoutMs + kCallMarginMs);
+                call(rpc::kCoreProgram, rpc::kCoreVersion, rpc::kDeviceWrite, w.bytes(), CallWait(timeoutMs));
             rpc::XdrReader r(done);
             const int32_t error = r.i32();
             const uint32_t size = r.u32();
@@ -169,12 +175,12 @@ public:
             rpc::XdrWriter w;
             w.i32(lid_);
             w.u32(kReadRequestBytes);
-            w.u32(static_cast<uint32_t>(std::max(timeoutMs, 0)));
+            w.u32(DeviceTimeout(timeoutMs));
             w.u32(0);
             w.u32(0);  // no flags: the reply ends at END, not at a character
             w.u32(0);
             const std::string got =
-                call(rpc::kCoreProgram, rpc::kCoreVersion, rpc::kDeviceRead, w.bytes(), timeoutMs + kCallMarginMs);
+                call(rpc::kCoreProgram, rpc::kCoreVersion, rpc::kDeviceRead, w.bytes(), CallWait(timeoutMs));
             rpc::XdrReader r(got);
             const int32_t error = r.i32();
             const uint32_t reason = r.u32();
@@ -214,6 +220,7 @@ private:
         stream_.clear();
     }
 
+    // One call and its reply; timeoutMs 0 waits for ever (until interrupted).
     std::string call(uint32_t program, uint32_t version, uint32_t procedure, std::string_view args, int timeoutMs) {
         const uint32_t xid = ++xid_;
         const std::string out = rpc::RecordMarked(rpc::EncodeCall({xid, program, version, procedure, args}));
@@ -226,7 +233,7 @@ private:
             }
             at += static_cast<size_t>(n);
         }
-        const auto until = Clock::now() + std::chrono::milliseconds(timeoutMs > 0 ? timeoutMs : 10000);
+        const auto until = Clock::now() + std::chrono::milliseconds(timeoutMs);
         std::string record;
         for (;;) {
             const rpc::RecordState st = rpc::TakeRecord(stream_, record);
@@ -242,7 +249,7 @@ private:
                 return std::string(reply.results);
             }
             pollfd p{fd, POLLIN, 0};
-            const int ready = poll(&p, 1, MsLeft(until));
+            const int ready = poll(&p, 1, timeoutMs > 0 ? MsLeft(until) : -1);
             if (ready == 0) throw ChannelError("The instrument did not answer the call in time.");
             if (ready < 0) {
                 if (errno == EINTR) continue;
@@ -283,14 +290,16 @@ public:
     }
 
     void send(const std::string& message, int timeoutMs) override {
-        if (lxi_send(device_, message.data(), static_cast<int>(message.size()), timeoutMs) < 0)
+        if (lxi_send(device_, message.data(), static_cast<int>(message.size()),
+                     static_cast<int>(DeviceTimeout(timeoutMs))) < 0)
             throw ChannelError("The instrument did not take a message (device_write failed).");
     }
 
     void receive(const std::function<void(const char*, size_t)>& take, int timeoutMs) override {
         // The library joins the device reads of one reply up to END into the buffer.
         if (buffer_.empty()) buffer_.resize(static_cast<size_t>(kMaxBlockBytes) + 4096);
-        const int n = lxi_receive(device_, buffer_.data(), static_cast<int>(buffer_.size()), timeoutMs);
+        const int n = lxi_receive(device_, buffer_.data(), static_cast<int>(buffer_.size()),
+                                  static_cast<int>(DeviceTimeout(timeoutMs)));
         if (n < 0) throw ChannelError("The instrument failed a read (device_read failed or timed out).");
         take(buffer_.data(), static_cast<size_t>(n));
     }

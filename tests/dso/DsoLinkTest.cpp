@@ -353,5 +353,35 @@ TEST_F(SimTest, ClosingTheProgramEndsAnyExchange) {
     EXPECT_THROW(link.LinkToSLA("127.0.0.1", std::to_string(sim->port())), RuntimeError);
 }
 
+// Over VXI-11 and USBTMC the calls block in a worker: a second Stop and
+// closing the program still end a wait on a silent instrument that has no
+// time-out at once, and the next run links again.
+class DoorTest : public SimTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DoorTest, StopAndClosingEndAWaitOnASilentInstrument) {
+    SimOptions o = small();
+    o.transport = GetParam();
+    startSim(o);
+    linkUp();
+    const auto [code, text] = silentQueryEndedBy([this] {
+        link.requestStop();
+        link.requestStop();
+    });
+    EXPECT_EQ(code, ErrorCode::Canceled) << text;
+    EXPECT_FALSE(link.DsoLinked);
+    EXPECT_EQ(link.state(), kLinkClosed);
+
+    sim->setFault(SimFault::None);
+    sim->setCommandHook(nullptr);
+    link.clearStop();
+    link.setReplyTimeoutMs(2000);
+    ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    EXPECT_EQ(link.peer(), sim->address());
+    EXPECT_EQ(silentQueryEndedBy([this] { link.abort(); }).first, ErrorCode::Link);
+    EXPECT_EQ(link.state(), kLinkClosed);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, DoorTest, ::testing::Values("vxi11", "usbtmc"));
+
 }  // namespace
 }  // namespace mervasto::test
