@@ -6,6 +6,15 @@ if(MERVASTO_DOCDIR STREQUAL "${CMAKE_INSTALL_DATAROOTDIR}/doc/Mervasto")
   set(MERVASTO_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/mervasto)
 endif()
 
+# The help window reads the installed documents relative to the program, and
+# those of the source tree when it runs from a build.
+if(TARGET mervasto_gui)
+  file(RELATIVE_PATH _docs_from_program ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}
+    ${CMAKE_INSTALL_PREFIX}/${MERVASTO_DOCDIR}/docs)
+  target_compile_definitions(mervasto_gui PRIVATE MERVASTO_DOCS_FROM_PROGRAM="${_docs_from_program}"
+    MERVASTO_SOURCE_DOCS="${PROJECT_SOURCE_DIR}/docs")
+endif()
+
 foreach(program mervasto mervasto-cli mervasto-dsosim)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -70,9 +70,9 @@ Global options: --help, --version, --data-folder DIR,
                                default; DEVICE: inst0 by default) instead of its raw socket
   --usb /dev/usbtmcN           reach a USB instrument through its USBTMC device node (in place of --ip)
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
-  --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy
-                               or Rigol; without a port in --ip, the family's port (else 5198, 5025, 5555
-                               and 4000 are tried)
+  --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy,
+                               Rigol, Siglent or Keysight; without a port in --ip, the family's port (else
+                               5198, 5025, 5555 and 4000 are tried)
   --results-db DB              the results store: a SQLite file, or postgresql://USER@HOST/DB for a line of
                                stations (default: the ResultsDb setting, else OutputData/results.sqlite)
 Exit status: 0 success, 1 a file could not be read or written, 2 bad options or a refused setting

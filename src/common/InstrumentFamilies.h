@@ -12,7 +12,9 @@ namespace mervasto {
 inline constexpr std::string_view kInstrumentAuto = "Auto";
 inline constexpr std::string_view kInstrumentLegacy = "Legacy";
 inline constexpr std::string_view kInstrumentRigol = "Rigol";
-inline constexpr std::array<std::string_view, 3> kInstrumentChoices = {kInstrumentAuto, kInstrumentLegacy,
-                                                                       kInstrumentRigol};
+inline constexpr std::string_view kInstrumentSiglent = "Siglent";
+inline constexpr std::string_view kInstrumentKeysight = "Keysight";
+inline constexpr std::array<std::string_view, 5> kInstrumentChoices = {
+    kInstrumentAuto, kInstrumentLegacy, kInstrumentRigol, kInstrumentSiglent, kInstrumentKeysight};
 
 }  // namespace mervasto

@@ -209,8 +209,7 @@ void WavePainter::paint(QPainter& painter, const QRect& area, const WaveView& or
             if (ChannelDrawn(view, ch)) drawTrace(painter, g, ch, view);
         for (int ch = 0; ch < kChannels; ++ch)
             if (ChannelDrawn(view, ch)) drawEdges(painter, g, ch, view);
-        for (int ch = 0; ch < kChannels; ++ch)
-            if (ChannelDrawn(view, ch)) drawExtremes(painter, g, ch, view);
+        drawExtremes(painter, g, view);
         // The gate is drawn only when it narrows the record.
         if (view.GateEnd >= view.GateStart && (view.GateStart > 0 || view.GateEnd < view.WaveLength - 1)) {
             painter.setPen(plainPen(ColorFromBgr(view.channel[3].colour), Qt::DashLine));
@@ -414,46 +413,74 @@ void WavePainter::drawEdges(QPainter& p, const WaveGeometry& g, int ch, const Wa
     p.setBrush(Qt::NoBrush);
 }
 
-void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view) {
-    if (!view.cycles) return;
-    const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
-    if (c.HighLevel == c.LowLevel) return;
-    const std::vector<CycleRecord>& cycles = view.cycles->channel[static_cast<size_t>(ch)];
-    const ExtremeCycles& e = view.extremes[static_cast<size_t>(ch)];
-    // A bracket just above the high level over the cycle's stretch, wide
-    // enough to be seen in the whole-record view, where finding it matters most.
-    // Pushed down from the plot's top so that its label stays readable.
-    const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, static_cast<int>(g.plot.top()) + 16);
+std::vector<ExtremeMark> PlaceExtremeMarks(const WaveGeometry& g, const WaveView& view) {
+    std::vector<ExtremeMark> marks;
+    if (!view.cycles || g.count == 0) return marks;
     // Several channels' marks share two colours: then the label names the channel.
     int shown = 0;
-    for (int other = 0; other < kChannels; ++other) shown += ChannelDrawn(view, other) ? 1 : 0;
-    const QString prefix = shown > 1 ? QStringLiteral("Ch%1 ").arg(ch + 1) : QString();
-    const struct {
-        int32_t index;
-        const char* text;
-        uint32_t colour;
-    } marks[] = {{e.min, "min", kMinMarkColour}, {e.max, "max", kMaxMarkColour}};
-    for (const auto& [index, text, markColour] : marks) {
-        if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
-        const CycleRecord& r = cycles[static_cast<size_t>(index)];
-        if (!CycleHasStretch(r) || r.LastEdge < g.first || r.FirstEdge >= g.first + g.count) continue;
-        const int x0 = static_cast<int>(std::floor(g.xOf(r.FirstEdge + 0.5)));
-        const int x1 = std::max(static_cast<int>(std::floor(g.xOf(r.LastEdge + 0.5))), x0 + 2);
-        p.setPen(plainPen(ColorFromBgr(markColour)));
-        p.drawLine(x0, y, x1, y);
-        p.drawLine(x0, y, x0, y + 4);
-        p.drawLine(x1, y, x1, y + 4);
-        if (haveFonts()) {
-            QFont font = p.font();
-            font.setPixelSize(10);
-            p.setFont(font);
+    for (int ch = 0; ch < kChannels; ++ch) shown += ChannelDrawn(view, ch) ? 1 : 0;
+    const int width = shown > 1 ? 64 : 40;
+    const int top = static_cast<int>(g.plot.top()), bottom = static_cast<int>(g.plot.bottom());
+    for (int ch = 0; ch < kChannels; ++ch) {
+        if (!ChannelDrawn(view, ch)) continue;
+        const WaveChannelView& c = view.channel[static_cast<size_t>(ch)];
+        if (c.HighLevel == c.LowLevel) continue;
+        const std::vector<CycleRecord>& cycles = view.cycles->channel[static_cast<size_t>(ch)];
+        const ExtremeCycles& e = view.extremes[static_cast<size_t>(ch)];
+        // A bracket just above the high level over the cycle's stretch, wide
+        // enough to be seen in the whole-record view, where finding it matters
+        // most. Pushed down from the plot's top so that its label stays readable.
+        const int y = std::max(pixelRow(g.yOf(c.HighLevel, c)) - 6, top + kMarkLabelStep + 2);
+        for (const auto& [index, max] : {std::pair(e.min, false), std::pair(e.max, true)}) {
+            if (index < 0 || static_cast<size_t>(index) >= cycles.size()) continue;
+            const CycleRecord& r = cycles[static_cast<size_t>(index)];
+            if (!CycleHasStretch(r) || r.LastEdge < g.first || r.FirstEdge >= g.first + g.count) continue;
+            ExtremeMark m;
+            m.ch = ch;
+            m.max = max;
+            m.named = shown > 1;
+            m.x0 = static_cast<int>(std::floor(g.xOf(r.FirstEdge + 0.5)));
+            m.x1 = std::max(static_cast<int>(std::floor(g.xOf(r.LastEdge + 0.5))), m.x0 + 2);
             // Kept inside the plot: an extreme at the record's very start or end is common.
-            const int w = prefix.isEmpty() ? 40 : 64;
             const int left =
-                std::clamp((x0 + x1) / 2 - w / 2, static_cast<int>(g.plot.left()),
-                           std::max(static_cast<int>(g.plot.right()) - w, static_cast<int>(g.plot.left())));
-            p.drawText(QRect(left, y - 14, w, 12), Qt::AlignHCenter | Qt::AlignBottom, prefix + text);
+                std::clamp((m.x0 + m.x1) / 2 - width / 2, static_cast<int>(g.plot.left()),
+                           std::max(static_cast<int>(g.plot.right()) - width, static_cast<int>(g.plot.left())));
+            // Channels at one level mark their extremes at one height: a mark
+            // whose label would cover another's moves a label's height up,
+            // or down, until it covers none.
+            auto labelAt = [&](int yAt) { return QRect(left, yAt - kMarkLabelStep, width, kMarkLabelStep - 2); };
+            m.y = y;
+            for (int step = 0; step <= 2 * kChannels * 2; ++step) {
+                const int yAt = y + (step % 2 == 1 ? -1 : 1) * ((step + 1) / 2) * kMarkLabelStep;
+                if (yAt - kMarkLabelStep < top || yAt + 4 > bottom) continue;
+                const QRect label = labelAt(yAt);
+                if (std::none_of(marks.begin(), marks.end(),
+                                 [&](const ExtremeMark& other) { return other.label.intersects(label); })) {
+                    m.y = yAt;
+                    break;
+                }
+            }
+            m.label = labelAt(m.y);
+            marks.push_back(m);
         }
+    }
+    return marks;
+}
+
+void WavePainter::drawExtremes(QPainter& p, const WaveGeometry& g, const WaveView& view) {
+    const std::vector<ExtremeMark> marks = PlaceExtremeMarks(g, view);
+    if (marks.empty()) return;
+    QFont font = p.font();
+    font.setPixelSize(10);
+    if (haveFonts()) p.setFont(font);
+    for (const ExtremeMark& m : marks) {
+        p.setPen(plainPen(ColorFromBgr(m.max ? kMaxMarkColour : kMinMarkColour)));
+        p.drawLine(m.x0, m.y, m.x1, m.y);
+        p.drawLine(m.x0, m.y, m.x0, m.y + 4);
+        p.drawLine(m.x1, m.y, m.x1, m.y + 4);
+        if (!haveFonts()) continue;
+        const QString prefix = m.named ? QStringLiteral("Ch%1 ").arg(m.ch + 1) : QString();
+        p.drawText(m.label, Qt::AlignHCenter | Qt::AlignBottom, prefix + (m.max ? "max" : "min"));
     }
 }
 

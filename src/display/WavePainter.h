@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "analysis/AnalysisTypes.h"
 #include "display/WaveDecimator.h"
@@ -126,6 +127,22 @@ int32_t FirstSampleCentredOn(int32_t waveLength, double zoom, double centre);
 constexpr int32_t kMaxMarkedCycles = 400;
 constexpr double kMinPixelsPerMarkedCycle = 12;
 
+// The "min" and "max" marks over each drawn channel's extreme cycles: a
+// bracket at row y from x0 to x1 and the label's box above it. Marks whose
+// labels would overlap (channels at one level, extremes close together) are
+// moved apart by a label's height; all stay inside the plot.
+constexpr int kMarkLabelStep = 14;
+struct ExtremeMark {
+    int ch = 0;
+    bool max = false;
+    bool named = false;  // "Ch2 max" when several channels are drawn
+    int x0 = 0;
+    int x1 = 0;
+    int y = 0;
+    QRect label;
+};
+std::vector<ExtremeMark> PlaceExtremeMarks(const WaveGeometry& g, const WaveView& view);
+
 // Paints views. Keeps the min/max pyramids of the channels and its drawing
 // buffers between calls, so a redraw allocates nothing once warmed up.
 class WavePainter {
@@ -147,7 +164,7 @@ private:
     void drawLevels(QPainter& p, const WaveGeometry& g, const WaveChannelView& ch, float histerisis);
     void drawTrace(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
     void drawEdges(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
-    void drawExtremes(QPainter& p, const WaveGeometry& g, int ch, const WaveView& view);
+    void drawExtremes(QPainter& p, const WaveGeometry& g, const WaveView& view);
     void drawLabels(QPainter& p, const QRect& area, const WaveGeometry& g, const WaveView& view);
 
     std::array<WaveDecimator, kChannels> pyramid_;

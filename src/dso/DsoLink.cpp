@@ -286,13 +286,27 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
     const int64_t deadline = deadlineFromNow();
     transport_->replyWanted();
     BlockHeader header;
+    size_t skip = 0;  // the bytes before the "#"
     auto end = waitFor(
         [&] {
             const bool quiet = sinceDataMs() >= quietMs_;
-            header = framing == Framing::Legacy ? ParseBlockHeader(pending_, quiet, kMaxBlockBytes - 1)
-                                                : ParseDefiniteBlockHeader(pending_, quiet, kMaxBlockBytes - 1);
+            std::string_view view = pending_;
+            if (how.textBefore > 0) {
+                skip = view.substr(0, how.textBefore + 1).find('#');
+                if (skip == std::string_view::npos) {
+                    skip = 0;
+                    const bool over = view.size() > how.textBefore || view.find('\n') != std::string_view::npos;
+                    header.state = over || quiet ? BlockHeaderState::NotBlock : BlockHeaderState::NeedMore;
+                    if (header.state != BlockHeaderState::NeedMore) return true;
+            if (!view.empty() && view[0] == '#') askAgainIfDone();
+            return false;
+                }
+                view.remove_prefix(skip);
+            }
+            header = framing == Framing::Legacy ? ParseBlockHeader(view, quiet, kMaxBlockBytes - 1)
+                                                : ParseDefiniteBlockHeader(view, quiet, kMaxBlockBytes - 1);
             if (header.state != BlockHeaderState::NeedMore) return true;
-            if (!pending_.empty() && pending_[0] == '#') askAgainIfDone();
+            if (!view.empty() && view[0] == '#') askAgainIfDone();
             return false;
         },
         "waiting for a data block" + of, true, replyTimeoutMs_, deadline);
@@ -315,8 +329,9 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
     if (check && check->bytes >= 0 && n != check->bytes)
         fail("The DSO's block" + of + " holds " + std::to_string(n) + " bytes, not the " +
              std::to_string(check->bytes) + " asked for; the pass was ended and the link closed.");
-    const size_t headerBytes = header.headerBytes;
-    const size_t total = headerBytes + static_cast<size_t>(n) + 1;
+    const size_t headerBytes = skip + header.headerBytes;
+    const auto lineEnds = static_cast<size_t>(std::max(how.lineEnds, 1));
+    const size_t total = headerBytes + static_cast<size_t>(n) + lineEnds;
     pending_.reserve(total);
     const int64_t shownTotal = how.total > 0 ? how.total : n + 1;
     int64_t lastShown = -1;
@@ -333,8 +348,8 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
             }
             if (pending_.size() >= total) return true;
             // The payload is all there and nothing more comes: the LF is missing.
-            noTerminator = pending_.size() == total - 1 && sinceDataMs() >= quietMs_;
-            if (pending_.size() < total - 1) askAgainIfDone();
+            noTerminator = pending_.size() >= total - lineEnds && sinceDataMs() >= quietMs_;
+            if (pending_.size() < total - lineEnds) askAgainIfDone();
             return noTerminator;
         },
         "reading a data block" + of + " of " + std::to_string(n) + " bytes", true, replyTimeoutMs_, deadline);
@@ -350,12 +365,15 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
              " of " + std::to_string(n + 1) + " bytes; the link was closed.");
     // A byte other than LF after the payload, or bytes already behind the LF,
     // mean the block is longer than its header says.
-    if (pending_[total - 1] != '\n' || pending_.size() > total)
+    const bool ended =
+        std::all_of(pending_.begin() + static_cast<std::ptrdiff_t>(total - lineEnds),
+                    pending_.begin() + static_cast<std::ptrdiff_t>(total), [](char c) { return c == '\n'; });
+    if (!ended || pending_.size() > total)
         fail("The DSO's block" + of + " has more bytes than its header declares (" + std::to_string(n) +
              "); the pass was ended and the link closed.");
     data.resize(static_cast<size_t>(n) + 1);
     std::copy(pending_.begin() + static_cast<std::ptrdiff_t>(headerBytes),
-              pending_.begin() + static_cast<std::ptrdiff_t>(total), data.begin());
+              pending_.begin() + static_cast<std::ptrdiff_t>(headerBytes + static_cast<size_t>(n) + 1), data.begin());
     pending_.erase(0, total);
     if (progressPort && how.total <= 0) progressPort->progress(0, 0);
     return n;

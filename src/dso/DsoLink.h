@@ -58,6 +58,11 @@ struct BlockRead {
     UiPort* progress = nullptr;
     int64_t before = 0;
     int64_t total = 0;
+    // Some instruments name the block first ("DAT2,#9..."): up to this many
+    // bytes before its "#" are passed over (0: the reply is the block).
+    size_t textBefore = 0;
+    // The line feeds that end the block (two from some instruments).
+    int lineEnds = 1;
 };
 
 // Socket states as the link reports them (the values the callers compare).

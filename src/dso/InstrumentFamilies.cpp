@@ -3,8 +3,10 @@
 #include "common/InstrumentFamilies.h"
 #include "common/TextUtil.h"
 #include "dso/InstrumentDriver.h"
+#include "dso/KeysightDriver.h"
 #include "dso/LegacyDriver.h"
 #include "dso/RigolDriver.h"
+#include "dso/SiglentDriver.h"
 
 namespace mervasto {
 
@@ -29,6 +31,8 @@ const std::vector<const InstrumentFamily*>& InstrumentFamilies() {
     static const std::vector<const InstrumentFamily*> families = {
         &LegacyFamily(),
         &RigolFamily(),
+        &SiglentFamily(),
+        &KeysightFamily(),
     };
     return families;
 }

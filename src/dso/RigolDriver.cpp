@@ -1,7 +1,5 @@
 #include "dso/RigolDriver.h"
 
-#include <QDateTime>
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -28,16 +26,10 @@ constexpr const char* kPreambleQuery = ":WAV:PRE?";
 // The cursors' answer when a cursor has no value.
 constexpr double kNoCursorValue = 9.9e37;
 
-std::string Upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
 // DS1054Z, DS1104Z-S, DS1202Z-E, MSO1104Z: three digits after "DS1" or
 // "MSO1", then the Z; the digit before the Z counts the channels.
 int16_t RigolChannels(std::string_view model) {
-    const std::string m = Upper(model);
+    const std::string m = UpperText(model);
     const size_t prefix = m.rfind("DS1", 0) == 0 ? 3 : (m.rfind("MSO1", 0) == 0 ? 4 : 0);
     if (prefix == 0 || m.size() < prefix + 4 || m[prefix + 3] != 'Z') return 0;
     for (size_t i = prefix; i < prefix + 3; ++i)
@@ -46,15 +38,6 @@ int16_t RigolChannels(std::string_view model) {
     return d == '2' ? 2 : (d == '4' ? 4 : 0);
 }
 
-// The instrument's words as the program's files have always written them.
-std::string WordOf(const std::string& reply, std::initializer_list<std::pair<const char*, const char*>> words) {
-    for (const auto& [theirs, ours] : words)
-        if (reply == theirs) return ours;
-    return reply;
-}
-
-std::string Now() { return QDateTime::currentDateTime().toString("yyyy/MM/dd hh:mm:ss").toStdString(); }
-
 std::string Channel(int ch) { return ":CHAN" + std::to_string(ch + 1); }
 
 }  // namespace
@@ -62,60 +45,13 @@ std::string Channel(int ch) { return ":CHAN" + std::to_string(ch + 1); }
 const InstrumentFamily& RigolFamily() {
     static const InstrumentFamily family{
         "Rigol", "DS1000Z, MSO1000Z", 5555,
-        [](const Identity& id) { return Upper(id.maker) == "RIGOL TECHNOLOGIES" && RigolChannels(id.model) > 0; },
+        [](const Identity& id) { return UpperText(id.maker) == "RIGOL TECHNOLOGIES" && RigolChannels(id.model) > 0; },
         [] { return std::unique_ptr<InstrumentDriver>(std::make_unique<RigolDriver>()); }};
     return family;
 }
 
 std::optional<RigolPreamble> ParseRigolPreamble(const std::string& reply, std::string& problem) {
-    const std::vector<std::string> f = SplitFields(reply);
-    const std::string quoted = "\"" + PrintableBytes(reply, 120) + "\"";
-    if (f.size() != 10) {
-        problem = "The DSO's preamble (\"" + std::string(kPreambleQuery) + "\") has " + std::to_string(f.size()) +
-                  " fields, not 10: " + quoted;
-        return std::nullopt;
-    }
-    static constexpr const char* kNames[10] = {"format",   "type",        "points",      "count",    "x increment",
-                                               "x origin", "x reference", "y increment", "y origin", "y reference"};
-    double v[10];
-    for (size_t i = 0; i < 10; ++i) {
-        const std::string why = SetupNumberProblem(f[i], false);
-        if (!why.empty()) {
-            problem = "The DSO's " + std::string(kNames[i]) + " (field " + std::to_string(i + 1) + " of \"" +
-                      kPreambleQuery + "\") " + why + ": " + quoted;
-            return std::nullopt;
-        }
-        v[i] = Val(f[i]);
-    }
-    RigolPreamble p;
-    p.format = static_cast<int>(v[0]);
-    p.type = static_cast<int>(v[1]);
-    p.points = static_cast<int64_t>(v[2]);
-    p.count = static_cast<int64_t>(v[3]);
-    p.xincrement = v[4];
-    p.xorigin = v[5];
-    p.xreference = v[6];
-    p.yincrement = v[7];
-    p.yorigin = v[8];
-    p.yreference = v[9];
-    auto field = [&](int i, const std::string& must) {
-        return "The DSO's " + std::string(kNames[i]) + " (field " + std::to_string(i + 1) + " of \"" + kPreambleQuery +
-               "\") " + must + ": " + quoted;
-    };
-    if (v[0] != 0 || v[1] != 2)
-        problem = field(v[0] != 0 ? 0 : 1, v[0] != 0 ? "is not 0 (BYTE)" : "is not 2 (RAW)");
-    else if (v[2] != std::floor(v[2]) || v[2] < 10 || v[2] > kMaxSamples)
-        problem = field(2, "is not a whole number from 10 to " + std::to_string(kMaxSamples) +
-                               " (a smaller memory depth makes a record the program takes)");
-    else if (!std::isnormal(static_cast<float>(p.xincrement)) || p.xincrement < 0)
-        problem = field(4, "is not a sample interval a float holds");
-    else if (!std::isnormal(static_cast<float>(p.yincrement)) || p.yincrement < 0 ||
-             256.0 * p.yincrement * (1.0 + std::fabs(p.yorigin) + std::fabs(p.yreference)) >
-                 std::numeric_limits<float>::max())
-        problem = field(7, "is not a volts per code a float holds");
-    else
-        return p;
-    return std::nullopt;
+    return ParseScpiPreamble(reply, kPreambleQuery, {0, "BYTE", 2, "RAW", 256}, problem);
 }
 
 float RigolVolts(uint8_t code, const RigolPreamble& p) {
@@ -137,7 +73,7 @@ void RigolDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& se
 void RigolDriver::readSetupFields(DsoLink& link, DsoSetup& setup, bool memoryInput) {
     for (int ch = 0; ch < kChannels; ++ch) setup.trace(ch).Inverted = false;
     setup.InfoDigit = "1";
-    setup.DateTime = Now();
+    setup.DateTime = ReadoutTime();
     setup.TimePerDiv = ScpiSetupNumber(link, ":TIM:SCAL?", "time base", true);
     setup.TriggerDelay = ScpiSetupNumber(link, ":TIM:OFFS?", "trigger delay", false);
     setup.AcqMode = WordOf(link.QueryDso(":ACQ:TYPE?", 80),
@@ -238,10 +174,8 @@ Outcome RigolDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, U
     return Guarded([&]() -> Outcome {
         readSetupFields(link, setup, in.memoryInput);
         ui.setStatus(1, kTransferringWaves);
-        std::vector<int> on;
-        for (int ch = 0; ch < setup.ChannelCount && ch < kChannels; ++ch)
-            if (setup.traceOn(ch) == "ON") on.push_back(ch);
-        if (on.empty()) return {ErrorCode::Link, "The DSO has every channel switched off: there is nothing to fetch."};
+        const std::vector<int> on = ChannelsOn(setup);
+        if (on.empty()) return {ErrorCode::Link, kEveryChannelOff};
         // The memory is read only while the instrument is stopped.
         link.SendDsoCommand(":STOP");
         link.SendDsoCommand(":WAV:MODE RAW");
@@ -255,40 +189,13 @@ Outcome RigolDriver::fetch(DsoLink& link, DsoSetup& setup, WaveRecord& record, U
             std::string problem;
             const std::optional<RigolPreamble> p = ParseRigolPreamble(link.QueryDso(kPreambleQuery, 256), problem);
             if (!p) link.failExchange(problem + kReadoutEnded);
-            if (length == 0) {
-                length = p->points;
-                last_ = p;
-                setup.RecordLength = static_cast<int32_t>(length);
-                setup.SampleInterval = static_cast<float>(p->xincrement);
-            } else if (p->points != length) {
-                link.failExchange("The DSO's record of CH" + std::to_string(ch + 1) + " has " +
-                                  std::to_string(p->points) + " points, that of CH" + std::to_string(on.front() + 1) +
-                                  " " + std::to_string(length) + kReadoutEnded);
-            }
+            TakeRecordShape(link, *p, ch, on.front(), length, setup, last_);
             std::string& rate = in.VRate[static_cast<size_t>(ch)];
             if (rate.empty() || rate == " ") rate = "1.0";
             readChannel(link, ch, *p, record, ui, done, length * static_cast<int64_t>(on.size()));
             done += length;
         }
-        const auto n = static_cast<size_t>(length);
-        for (int ch = 0; ch < kChannels; ++ch) {
-            auto& raw = record.raw[static_cast<size_t>(ch)];
-            if (std::find(on.begin(), on.end(), ch) == on.end()) {
-                raw.clear();
-                continue;
-            }
-            raw.resize(std::max(raw.size(), n));
-            RawFromVolts(std::span<const float>(record.wave[static_cast<size_t>(ch)].data(), n), setup.voltsPerDiv(ch),
-                         setup.offset(ch), std::span<int16_t>(raw.data(), n));
-        }
-        record.WaveLength = setup.RecordLength;
-        record.SampleSec = setup.SampleInterval;
-        record.ensureLength(record.WaveLength);
-        for (int ch = 0; ch < kChannels; ++ch)
-            if (std::find(on.begin(), on.end(), ch) == on.end())
-                std::fill_n(record.wave[static_cast<size_t>(ch)].begin(), n, 0.0f);
-        ui.progress(0, 0);
-        ui.setStatus(1, kCompletedWaveTranslation);
+        FinishScpiRecord(setup, on, record, ui);
         return Outcome::Ok();
     });
 }
@@ -308,50 +215,15 @@ Outcome RigolDriver::readRejectRange(DsoLink& link, DsoSetup& setup, int32_t rec
         const std::string mode = link.QueryDso(":CURS:MODE?", 80);
         const double a = Val(link.QueryDso(":CURS:MAN:AXV?", 80));
         const double b = Val(link.QueryDso(":CURS:MAN:BXV?", 80));
-        // Without the record's own time axis: the memory is centred on the
-        // trigger, moved by the time offset.
-        RigolPreamble axis;
-        if (last_) {
-            axis = *last_;
-        } else {
-            axis.xincrement = setup.SampleInterval;
-            axis.xorigin = setup.TriggerDelay - recordLength / 2.0 * setup.SampleInterval;
-        }
-        auto index = [&](double t) {
-            const double i = (t - axis.xorigin) / axis.xincrement + axis.xreference;
-            return ToInt32(std::clamp(i, 0.0, static_cast<double>(recordLength)));
-        };
         const bool fromDso = mode == "MAN" && std::fabs(a) < kNoCursorValue && std::fabs(b) < kNoCursorValue;
-        out.ZoomTimePerDiv = setup.TimePerDiv;
-        out.ZoomDelay = setup.TriggerDelay;
-        out.CursorsFromDso = fromDso;
-        setup.CursorsFromDso = fromDso;
-        out.range.ZoomStart = 0;
-        out.range.ZoomEnd = recordLength;
-        if (fromDso) {
-            out.range.RejectStart = index(std::min(a, b));
-            out.range.RejectEnd = index(std::max(a, b));
-        } else {
-            out.range.RejectStart = ToInt32(recordLength / 10.0);
-            out.range.RejectEnd = ToInt32(recordLength * 9 / 10.0);
-        }
+        RangeFromCursorTimes(fromDso, a, b, last_ ? &*last_ : nullptr, setup, recordLength, out);
     });
 }
 
 Outcome RigolDriver::saveScreen(DsoLink& link, UiPort& ui, const std::string& addressText, const std::string& fileName,
                                 int32_t* bytes) {
     (void)addressText;
-    if (bytes) *bytes = -1;
-    return Guarded([&]() -> Outcome {
-        link.SendDsoCommand(":DISP:DATA? ON,OFF,PNG");
-        std::vector<uint8_t> image;
-        const int64_t n = link.ReadBlock(image, {nullptr, &ui});
-        image.resize(static_cast<size_t>(n));  // the picture without the reply's line end
-        if (Outcome written = WriteFileReplacing(fileName, std::string(image.begin(), image.end())); !written)
-            return written;
-        if (bytes) *bytes = static_cast<int32_t>(n);
-        return Outcome::Ok();
-    });
+    return SaveScreenBlock(link, ui, ":DISP:DATA? ON,OFF,PNG", fileName, bytes);
 }
 
 }  // namespace mervasto

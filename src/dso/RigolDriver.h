@@ -5,6 +5,7 @@
 #include <string>
 
 #include "dso/InstrumentDriver.h"
+#include "dso/ScpiSupport.h"
 
 namespace mervasto {
 
@@ -14,19 +15,9 @@ const InstrumentFamily& RigolFamily();
 // The most points one ":WAV:DATA?" of BYTE data returns from the memory.
 inline constexpr int32_t kRigolBatchPoints = 250000;
 
-// The ten fields of ":WAV:PRE?".
-struct RigolPreamble {
-    int format = 0;  // 0 BYTE, 1 WORD, 2 ASCii
-    int type = 0;    // 0 NORMal, 1 MAXimum, 2 RAW
-    int64_t points = 0;
-    int64_t count = 0;
-    double xincrement = 0;  // s between points
-    double xorigin = 0;     // s of the first point from the trigger
-    double xreference = 0;
-    double yincrement = 0;  // V per code
-    double yorigin = 0;     // codes
-    double yreference = 0;  // codes
-};
+// The ten fields of ":WAV:PRE?": format 0 BYTE, 1 WORD, 2 ASCii; type 0
+// NORMal, 1 MAXimum, 2 RAW.
+using RigolPreamble = ScpiPreamble;
 
 // The preamble of a reply, or why the record cannot be made of it (the
 // field, its number in the reply, and the reply) in `problem`.

@@ -43,7 +43,20 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
     view_->setObjectName("DetailCycleGrid");
     view_->setModel(model_);
     view_->horizontalHeader()->hide();
-    view_->verticalHeader()->hide();
+    // Rows of one channel look alike but for their kind: the row header
+    // and the tip name it.
+    auto bodyRow = [this](int row) -> const CycleGridRow* {
+        return row >= 1 && row - 1 < static_cast<int>(rows_.size()) ? &rows_[static_cast<size_t>(row - 1)] : nullptr;
+    };
+    model_->rowHeader = [this, bodyRow](int row) {
+        const CycleGridRow* r = bodyRow(row);
+        return r ? CycleRowName(*r, displays_) : std::string();
+    };
+    model_->rowTip = [this, bodyRow](int row) {
+        const CycleGridRow* r = bodyRow(row);
+        return r ? CycleRowTip(*r, displays_) : std::string();
+    };
+    view_->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     layout->addWidget(view_, 1);
     warnings_ = new QLabel(this);
     warnings_->setObjectName("LimitWarnings");
@@ -54,8 +67,15 @@ DetailCyclesForm::DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent)
         GuardedApplication::report(state_.SelectComparator_Click(ui_));
         refresh();
     });
-    resize(700, 460);
+    resize(800, 520);
     refresh();
+}
+
+DetailCyclesForm::~DetailCyclesForm() {
+    // The view asks for its row headers while it is torn down, after the
+    // rows they come from are gone.
+    model_->rowHeader = nullptr;
+    model_->rowTip = nullptr;
 }
 
 bool DetailCyclesForm::editLimit(int row, int col, const std::string& text) {
@@ -82,8 +102,10 @@ void DetailCyclesForm::setRunning(bool running) {
 
 void DetailCyclesForm::refresh() {
     rows_ = state_.BuildLimitGrid(grid_);
+    displays_ = state_.channelDisplays();
     file_->setText(QString::fromStdString(state_.settings().ComparatorFile));
     model_->refresh();
+    ApplyColumnWidths(view_, grid_);
     refusal_.clear();
     showWarnings();
 }

@@ -25,6 +25,7 @@ class DetailCyclesForm : public QWidget {
     Q_OBJECT
 public:
     DetailCyclesForm(RunState& state, GuiUi& ui, QWidget* parent = nullptr);
+    ~DetailCyclesForm() override;
     void refresh();
     const Grid& grid() const { return grid_; }
     // A typed limit: the verdict again, then the record analysed again
@@ -42,6 +43,7 @@ private:
     GuiUi& ui_;
     Grid grid_;
     std::vector<CycleGridRow> rows_;
+    ChannelDisplays displays_;  // as the rows were built
     GridModel* model_;
     QTableView* view_;
     QLineEdit* file_;

@@ -2,10 +2,17 @@
 
 #include <QBrush>
 #include <QFont>
+#include <QTableView>
 
 #include "display/WavePainter.h"
 
 namespace mervasto {
+
+void ApplyColumnWidths(QTableView* v, const Grid& grid) {
+    for (int c = 0; c < grid.cols() && c < static_cast<int>(grid.colWidth.size()); ++c)
+        if (grid.colWidth[static_cast<size_t>(c)] > 0 && v->columnWidth(c) != grid.colWidth[static_cast<size_t>(c)])
+            v->setColumnWidth(c, grid.colWidth[static_cast<size_t>(c)]);
+}
 
 int GridModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->rows(); }
 int GridModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : grid_->cols(); }
@@ -27,6 +34,7 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
         if (const std::string* note = grid_->cellNote(index.row(), index.column()))
             return QString::fromStdString(*note);
+        if (rowTip) return QString::fromStdString(rowTip(index.row()));
         return {};
     case Qt::FontRole:
         if (fixed) {
@@ -37,6 +45,13 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
         return {};
     default: return {};
     }
+}
+
+QVariant GridModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Vertical || !rowHeader) return QAbstractTableModel::headerData(section, orientation, role);
+    if (role == Qt::DisplayRole) return QString::fromStdString(rowHeader(section));
+    if (role == Qt::ToolTipRole && rowTip) return QString::fromStdString(rowTip(section));
+    return {};
 }
 
 Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {

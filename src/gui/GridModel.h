@@ -6,7 +6,12 @@
 
 #include "results/Grid.h"
 
+class QTableView;
+
 namespace mervasto {
+
+// The column widths the results layer gives its grid, in pixels.
+void ApplyColumnWidths(QTableView* v, const Grid& grid);
 
 // A table view's window onto a results grid: the grid stays a table of
 // texts, so half a million detail rows cost no widgets.
@@ -23,6 +28,12 @@ public:
 
     // The grid's texts or size changed.
     void refresh();
+
+    // Row headers and the tip of a row's cells that have no note of their
+    // own; the view shows the headers when it shows its vertical header.
+    std::function<std::string(int row)> rowHeader;
+    std::function<std::string(int row)> rowTip;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
     // Columns the user may edit, and what an edit does (returns false to refuse).
     std::function<bool(int row, int col)> editable;

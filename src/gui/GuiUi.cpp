@@ -49,6 +49,8 @@ GuiUi::GuiUi(QWidget* parent, QStatusBar* statusBar) : parent_(parent) {
 void GuiUi::setStatus(int panel, const std::string& text) {
     if (panel < 1 || panel > 4) return;
     panel_[panel]->setText(q(text));
+    // A long message is cut off by a narrow window; the tip keeps it whole.
+    panel_[panel]->setToolTip(q(text));
     panel_[panel]->repaint();
 }
 

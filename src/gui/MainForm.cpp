@@ -39,13 +39,6 @@ constexpr const char* kNotStartedHead = "Not started: ";
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
 
-// The column widths the results layer gives its grid, in pixels.
-void applyColumnWidths(QTableView* v, const Grid& grid) {
-    for (int c = 0; c < grid.cols() && c < static_cast<int>(grid.colWidth.size()); ++c)
-        if (grid.colWidth[static_cast<size_t>(c)] > 0 && v->columnWidth(c) != grid.colWidth[static_cast<size_t>(c)])
-            v->setColumnWidth(c, grid.colWidth[static_cast<size_t>(c)]);
-}
-
 // The selected range of a view, or its current cell when nothing is selected.
 void selectedRange(QTableView* v, int& r1, int& c1, int& r2, int& c2) {
     QModelIndexList sel = v->selectionModel()->selectedIndexes();
@@ -69,19 +62,8 @@ MainForm::MainForm(const std::string& dataFolderOverride, QWidget* parent) : QMa
     setStatusBar(sb);
     ui_ = std::make_unique<GuiUi>(this, sb);
 
-    auto* central = new QWidget(this);
-    auto* main = new QVBoxLayout(central);
-    setCentralWidget(central);
     Commands commands{};
-    main->addWidget(buildSettings(central, commands));
-    // A row of its own: shown, it pushes the rest down instead of covering it.
-    main->addWidget(addressFrame_);
-    auto* chRow = new QHBoxLayout;
-    buildChannelFrames(central, chRow);
-    main->addLayout(chRow);
-    main->addLayout(buildButtons(central, commands));
-    main->addWidget(buildGrids(central), 1);
-    buildMenus(commands);
+    buildWindow(commands);
 
     waveAll_ = new WaveWindow(state_, WaveWindow::Mode::All, this);
     waveEach_ = new WaveWindow(state_, WaveWindow::Mode::Each, this);
@@ -298,10 +280,10 @@ void MainForm::showWaves() {
 void MainForm::showResults() {
     resultModel_->refresh();
     TotalWaveDatas_->setText(q(state_.totalWaveDatas()));
-    applyColumnWidths(ResultGrid1_, state_.resultGrid());
+    ApplyColumnWidths(ResultGrid1_, state_.resultGrid());
     DispJitter(jitterGrid_, state_.channelDisplays(), state_.results().jitter);
     jitterModel_->refresh();
-    applyColumnWidths(JitterGrid_, jitterGrid_);
+    ApplyColumnWidths(JitterGrid_, jitterGrid_);
     showWaves();  // the edges and levels drawn over the waves
     if (detail_->isVisible()) detail_->refresh();
     if (plots_->isVisible()) plots_->refresh();
@@ -310,8 +292,8 @@ void MainForm::showResults() {
 void MainForm::showGrids() {
     logModel_->refresh();
     detailModel_->refresh();
-    applyColumnWidths(LogGrid_, state_.logGrid());
-    applyColumnWidths(DetailDataGrid_, state_.detailGrid());
+    ApplyColumnWidths(LogGrid_, state_.logGrid());
+    ApplyColumnWidths(DetailDataGrid_, state_.detailGrid());
 }
 
 void MainForm::showLink() { ui_->setStatus(4, state_.linkedInstrument()); }

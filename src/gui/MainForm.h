@@ -12,6 +12,7 @@ class QAction;
 class QCheckBox;
 class QGridLayout;
 class QHBoxLayout;
+class QLayout;
 class QComboBox;
 class QGroupBox;
 class QLineEdit;
@@ -84,12 +85,13 @@ private:
         QAction* showHistogram;
     };
     // The layout, a group of controls at a time (MainFormLayout.cpp).
+    void buildWindow(Commands& commands);
     QGroupBox* buildSettings(QWidget* parent, Commands& commands);
     void buildAddressFrame(QWidget* parent, Commands& commands);
     QLineEdit* addBox(QWidget* parent, const char* name, const char* caption, QGridLayout* grid, int row, int col,
                       const char* after = nullptr);
     void buildChannelFrames(QWidget* parent, QHBoxLayout* into);
-    QHBoxLayout* buildButtons(QWidget* parent, Commands& commands);
+    QLayout* buildButtons(QWidget* parent, Commands& commands);
     QTabWidget* buildGrids(QWidget* parent);
     void buildMenus(Commands& commands);
     // What the controls do, and what the window follows of the run state.

@@ -215,7 +215,17 @@ const std::array<ExtremeCycles, kChannels>& WaveWindow::extremes() const {
     return extremes_;
 }
 
-void WaveWindow::updateReadout() { readout_->setText(QString::fromStdString(CursorReadout(view()))); }
+void WaveWindow::updateReadout() {
+    // A hidden window reads its cursors when it is shown again, not on
+    // every pass of a series.
+    readoutStale_ = !isVisible();
+    if (!readoutStale_) readout_->setText(QString::fromStdString(CursorReadout(view())));
+}
+
+void WaveWindow::showEvent(QShowEvent* e) {
+    QWidget::showEvent(e);
+    if (readoutStale_) updateReadout();
+}
 
 void WaveWindow::refresh() {
     painter_.recordChanged();
@@ -226,6 +236,8 @@ void WaveWindow::refresh() {
     }
     updateScroll();
     placeCursors(false);
+    // The cursors stay where they were on a new record: their readout is the new record's.
+    updateReadout();
     canvas_->update();
 }
 

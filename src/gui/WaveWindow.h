@@ -43,6 +43,7 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent* e) override;
+    void showEvent(QShowEvent* e) override;
 
 private:
     class Canvas;
@@ -74,6 +75,7 @@ private:
     double mouseZoom_ = 0;
     std::string zoomRateSeen_;  // the Zoom box's text when the mouse last zoomed
     std::array<double, 2> cursor_ = {-1, -1};
+    bool readoutStale_ = false;
     const std::array<ExtremeCycles, kChannels>& extremes() const;
     mutable std::array<ExtremeCycles, kChannels> extremes_;
     mutable bool extremesStale_ = true;

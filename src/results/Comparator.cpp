@@ -133,6 +133,24 @@ std::optional<std::string> readLimit(int32_t col, std::string_view text, const c
 
 }  // namespace
 
+std::string CycleRowName(const CycleGridRow& row, const ChannelDisplays& channels) {
+    // By Measure; the kind of the channel's own type is named after it.
+    static constexpr std::array<const char*, kKinds> kNames = {"Pulse width", "Duty",      "",   "Period",
+                                                               "Frequency",   "Amplitude", "RMS"};
+    const ChannelDisplay& cd = channels[static_cast<size_t>(row.channel)];
+    std::string name =
+        row.kind == Measure::OfType ? "Ch Type: " + cd.typeText : std::string(kNames[static_cast<size_t>(row.kind)]);
+    if (const char* unit = rowUnit(row, channels); *unit) name += std::string(" (") + unit + ")";
+    return name;
+}
+
+std::string CycleRowTip(const CycleGridRow& row, const ChannelDisplays& channels) {
+    std::string tip = "Ch" + std::to_string(row.channel + 1) + ", " + CycleRowName(row, channels);
+    if (!row.limits) return tip + ": no limits on this channel.";
+    if (row.countJudged) tip += ": LL and UL judge the count of cycles (Total)";
+    return tip + (row.countJudged ? "; " : ": ") + "Value LL and Value UL judge every cycle's value.";
+}
+
 bool JudgeCount(int32_t count, int32_t LL, int32_t UL) { return !(count > UL || count < LL); }
 
 bool ValueLimitsSet(const ChannelResult& r) { return r.ValueLimit1 < r.ValueLimit2; }

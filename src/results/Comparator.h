@@ -90,6 +90,12 @@ struct CycleGridRow {
     bool countJudged = true;  // false: only the value limits decide its verdict
 };
 
+// The kind a row judges, as its row header names it ("Pulse width (s)"),
+// and, as its tip, the channel and what its limits judge: rows of one
+// channel differ in nothing else.
+std::string CycleRowName(const CycleGridRow& row, const ChannelDisplays& channels);
+std::string CycleRowTip(const CycleGridRow& row, const ChannelDisplays& channels);
+
 // Header "Ch" "Signal" "Total" "LL" "UL" "Go/NG" "Value LL" "Value UL" and an
 // empty body.
 void SetupDetailCycleGrid(Grid& grid);

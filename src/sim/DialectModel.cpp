@@ -4,6 +4,7 @@
 #include <QImage>
 
 #include <algorithm>
+#include <cctype>
 #include <utility>
 
 #include "common/Channels.h"
@@ -15,6 +16,12 @@ std::string_view TrimCommand(std::string_view s) {
     while (!s.empty() && (s.front() == ' ' || s.front() == '\r')) s.remove_prefix(1);
     while (!s.empty() && (s.back() == ' ' || s.back() == '\r')) s.remove_suffix(1);
     return s;
+}
+
+std::string UpperCase(std::string_view s) {
+    std::string out(s);
+    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return out;
 }
 
 std::vector<uint8_t> SimScreenPng(const SimRecord& record, const SimState& state) {
@@ -114,13 +121,24 @@ void DialectModel::text(const std::string& reply, std::vector<SimReply>& out) co
     out.push_back(Deliver(opt_.fault, {SimReply::How::Now, reply + "\n"}, false));
 }
 
-void DialectModel::block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out) {
+void DialectModel::screenBlock(int lengthDigits, std::vector<SimReply>& out) {
+    const bool sized = opt_.screenBytes > 0;
+    const std::vector<uint8_t> png = SimScreenPng(sized ? SimRecord{} : *record_, opt_.state);
+    std::string bytes(png.begin(), png.end());
+    if (sized) bytes.resize(static_cast<size_t>(opt_.screenBytes), '\0');
+    block(bytes, lengthDigits, out);
+}
+
+void DialectModel::block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out,
+                         const std::string& before, const std::string& after) {
     if (faultAt_ > 0 && blocksSent_ >= faultAt_) {
         opt_.fault = laterFault_;
         faultAt_ = 0;
     }
     ++blocksSent_;
     SimReply shaped = ShapeBlock(opt_.fault, payload, lengthDigits);
+    if (shaped.how == SimReply::How::Now && !shaped.bytes.empty() && shaped.bytes.front() == '#')
+        shaped.bytes = before + shaped.bytes + (opt_.fault == SimFault::NoTerminator ? "" : after);
     if (shaped.how == SimReply::How::SwitchOff) opt_.fault = SimFault::Refuse;
     out.push_back(Deliver(opt_.fault, std::move(shaped), true));
 }

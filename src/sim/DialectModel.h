@@ -49,7 +49,7 @@ struct SimOptions {
     std::string usbtmcPath;
     // The most one VXI-11 device_read returns: a longer reply takes several.
     int vxi11ReadBytes = 64 * 1024;
-    // The command set spoken (sim/Dialects.h): "legacy", "rigol".
+    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "siglent", "keysight".
     std::string dialect = "legacy";
     SimState state;
     SimFault fault = SimFault::None;
@@ -139,8 +139,13 @@ protected:
     // A text reply (its line end added) as the fault delivers it.
     void text(const std::string& reply, std::vector<SimReply>& out) const;
     // A block of the payload with the dialect's count of length digits, as
-    // the fault shapes it; the fault set to start at this block starts.
-    void block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out);
+    // the fault shapes it; the fault set to start at this block starts. A
+    // dialect that names its blocks puts `before` ahead of the "#", one that
+    // ends them with more than a line feed `after` behind it.
+    void block(const std::string& payload, int lengthDigits, std::vector<SimReply>& out, const std::string& before = {},
+               const std::string& after = {});
+    // The screen as a PNG block (of screenBytes bytes when set).
+    void screenBlock(int lengthDigits, std::vector<SimReply>& out);
 
     SimOptions opt_;
     std::shared_ptr<const SimRecord> record_;
@@ -156,6 +161,8 @@ private:
 
 // Trims blanks and carriage returns from both ends of a command.
 std::string_view TrimCommand(std::string_view s);
+// A header or word in upper case: the dialects take them in any case.
+std::string UpperCase(std::string_view s);
 
 // A PNG of the simulated screen (grid and traces of the record).
 std::vector<uint8_t> SimScreenPng(const SimRecord& record, const SimState& state);

@@ -4,7 +4,9 @@
 #include <stdexcept>
 
 #include "sim/InstrumentModel.h"
+#include "sim/KeysightModel.h"
 #include "sim/RigolModel.h"
+#include "sim/SiglentModel.h"
 
 namespace mervasto {
 
@@ -19,6 +21,8 @@ const std::vector<SimDialect>& SimDialects() {
     static const std::vector<SimDialect> dialects = {
         {"legacy", 5198, {"DS-5354", "DS-5352"}, Make<InstrumentModel>},
         {"rigol", 5555, RigolModels(), Make<RigolModel>},
+        {"siglent", 5025, SiglentModels(), Make<SiglentModel>},
+        {"keysight", 5025, KeysightModels(), Make<KeysightModel>},
     };
     return dialects;
 }

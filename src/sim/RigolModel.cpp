@@ -7,61 +7,14 @@
 #include <utility>
 
 #include "common/Numeric.h"
+#include "sim/ScpiHeaders.h"
 
 namespace mervasto {
 
 namespace {
 
-std::string Upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
-// "%e" as the instrument writes its numbers: 1.000000e-03.
-std::string Sci(double v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%e", v);
-    return buf;
-}
-
-// The short form of a word of the guide's syntax: "ASCii" is "ASC".
-std::string ShortForm(std::string_view pattern) {
-    size_t n = 0;
-    while (n < pattern.size() && !std::islower(static_cast<unsigned char>(pattern[n]))) ++n;
-    return std::string(pattern.substr(0, n));
-}
-
-// One node of a header against one node of the guide's syntax: "WAVeform"
-// takes "WAV" and "WAVEFORM"; a trailing "#" takes a number ("CHANnel#":
-// "CHAN2", "CHANNEL2").
-bool NodeIs(std::string_view node, std::string_view pattern, int* number) {
-    if (!pattern.empty() && pattern.back() == '#') {
-        pattern.remove_suffix(1);
-        size_t digits = 0;
-        while (digits < node.size() && std::isdigit(static_cast<unsigned char>(node[node.size() - 1 - digits])))
-            ++digits;
-        if (digits == 0 || digits > 2) return false;
-        if (number) *number = std::stoi(std::string(node.substr(node.size() - digits)));
-        node.remove_suffix(digits);
-    }
-    return node == ShortForm(pattern) || node == Upper(pattern);
-}
-
-// A header against the guide's syntax, nodes in brackets optional
-// (":TIMebase[:MAIN]:SCALe").
-bool Matches(const std::vector<std::string>& nodes, size_t i, const std::vector<std::string_view>& pattern, size_t j,
-             int* number) {
-    if (j == pattern.size()) return i == nodes.size();
-    std::string_view p = pattern[j];
-    const bool optional = p.front() == '[';
-    if (optional) p = p.substr(1, p.size() - 2);
-    if (i < nodes.size() && NodeIs(nodes[i], p, number) && Matches(nodes, i + 1, pattern, j + 1, number)) return true;
-    return optional && Matches(nodes, i, pattern, j + 1, number);
-}
-
 bool Bool(std::string_view argument) {
-    const std::string a = Upper(argument);
+    const std::string a = UpperCase(argument);
     return a == "1" || a == "ON";
 }
 
@@ -85,51 +38,20 @@ void RigolModel::acquisitionDone(std::shared_ptr<const SimRecord> record) {
     run_ = "STOP";
 }
 
-RigolModel::Command RigolModel::parse(std::string_view text) {
-    Command c;
-    const size_t blank = text.find(' ');
-    std::string header = Upper(text.substr(0, blank));
-    if (blank != std::string_view::npos) c.argument = std::string(TrimCommand(text.substr(blank + 1)));
-    if (!header.empty() && header.back() == '?') {
-        c.query = true;
-        header.pop_back();
-    }
-    size_t from = header.empty() || header.front() != ':' ? 0 : 1;
-    while (from <= header.size()) {
-        const size_t colon = header.find(':', from);
-        c.nodes.push_back(header.substr(from, colon == std::string::npos ? std::string::npos : colon - from));
-        if (colon == std::string::npos) break;
-        from = colon + 1;
-    }
-    return c;
-}
-
 std::vector<SimReply> RigolModel::handle(std::string_view line) {
     std::vector<SimReply> out;
-    if (const Command c = parse(TrimCommand(line)); c.query && Matches(c.nodes, 0, {"TRIGger", "STATus"}, 0, nullptr))
+    if (const ScpiCommand c = ParseScpiCommand(TrimCommand(line));
+        c.query && Matches(c.nodes, {"TRIGger", "STATus"}, nullptr))
         ++statusPolls_;
     if (overridden(line, out)) return out;
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const size_t semi = rest.find(';');
-        const std::string_view one = TrimCommand(rest.substr(0, semi));
-        if (!one.empty()) command(parse(one), out);
-        if (semi == std::string_view::npos) break;
-        rest.remove_prefix(semi + 1);
-    }
+    ForEachScpiCommand(line, [&](const ScpiCommand& c) { command(c, out); });
     return out;
 }
 
-void RigolModel::command(const Command& c, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, nullptr); };
+void RigolModel::command(const ScpiCommand& c, std::vector<SimReply>& out) {
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, nullptr); };
     if (c.query && is({"WAVeform", "DATA"})) return waveData(out);
-    if (c.query && is({"DISPlay", "DATA"})) {
-        const bool sized = opt_.screenBytes > 0;
-        const std::vector<uint8_t> png = SimScreenPng(sized ? SimRecord{} : *record_, opt_.state);
-        std::string bytes(png.begin(), png.end());
-        if (sized) bytes.resize(static_cast<size_t>(opt_.screenBytes), '\0');
-        return block(bytes, 9, out);
-    }
+    if (c.query && is({"DISPlay", "DATA"})) return screenBlock(9, out);
     if (!c.query && is({"SINGle"})) {
         run_ = "WAIT";
         out.push_back({SimReply::How::Arm, {}});
@@ -145,9 +67,9 @@ void RigolModel::command(const Command& c, std::vector<SimReply>& out) {
     error("-113,\"Undefined header\"");
 }
 
-bool RigolModel::query(const Command& c, std::string& reply) {
+bool RigolModel::query(const ScpiCommand& c, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(c, reply)) return true;
     if (is({"*IDN"})) return reply = "RIGOL TECHNOLOGIES," + st.model + ",DS1ZA000000001,00.04.04.SP4", true;
@@ -158,20 +80,20 @@ bool RigolModel::query(const Command& c, std::string& reply) {
         return true;
     }
     if (is({"TRIGger", "STATus"})) return reply = run_, true;
-    if (is({"TIMebase", "[MAIN]", "SCALe"})) return reply = Sci(st.timePerDiv), true;
-    if (is({"TIMebase", "[MAIN]", "OFFSet"})) return reply = Sci(st.triggerDelay), true;
+    if (is({"TIMebase", "[MAIN]", "SCALe"})) return reply = SciNumber(st.timePerDiv), true;
+    if (is({"TIMebase", "[MAIN]", "OFFSet"})) return reply = SciNumber(st.triggerDelay), true;
     if (is({"ACQuire", "TYPE"})) {
         const std::string& m = st.acqMode;
         reply = m == "AVERAGE" ? "AVER" : (m == "PEAK" ? "PEAK" : (m == "HIGH_RES" ? "HRES" : "NORM"));
         return true;
     }
-    if (is({"ACQuire", "SRATe"})) return reply = Sci(1.0 / xIncrement()), true;
+    if (is({"ACQuire", "SRATe"})) return reply = SciNumber(1.0 / xIncrement()), true;
     if (is({"ACQuire", "MDEPth"})) return reply = std::to_string(st.recordLength), true;
     if (is({"TRIGger", "EDGe", "SOURce"})) {
         reply = st.triggerSource.rfind("CH", 0) == 0 ? "CHAN" + st.triggerSource.substr(2) : st.triggerSource;
         return true;
     }
-    if (is({"TRIGger", "EDGe", "LEVel"})) return reply = Sci(st.triggerLevel), true;
+    if (is({"TRIGger", "EDGe", "LEVel"})) return reply = SciNumber(st.triggerLevel), true;
     if (is({"TRIGger", "SWEep"})) return reply = sweep_, true;
     if (is({"CHANnel#", "DISPlay"}) || is({"CHANnel#", "SCALe"}) || is({"CHANnel#", "OFFSet"}) ||
         is({"CHANnel#", "COUPling"}) || is({"CHANnel#", "BWLimit"}) || is({"CHANnel#", "INVert"})) {
@@ -179,8 +101,8 @@ bool RigolModel::query(const Command& c, std::string& reply) {
         const SimChannel& ch = st.ch[static_cast<size_t>(n - 1)];
         const std::string& what = c.nodes[1];
         if (NodeIs(what, "DISPlay", nullptr)) reply = ch.trace == "ON" ? "1" : "0";
-        if (NodeIs(what, "SCALe", nullptr)) reply = Sci(ch.voltsPerDiv);
-        if (NodeIs(what, "OFFSet", nullptr)) reply = Sci(ch.offset);
+        if (NodeIs(what, "SCALe", nullptr)) reply = SciNumber(ch.voltsPerDiv);
+        if (NodeIs(what, "OFFSet", nullptr)) reply = SciNumber(ch.offset);
         if (NodeIs(what, "COUPling", nullptr))
             reply = ch.coupling.rfind("AC", 0) == 0 ? "AC" : (ch.coupling == "GND" ? "GND" : "DC");
         if (NodeIs(what, "BWLimit", nullptr)) reply = ch.bandwidth == "OFF" ? "OFF" : "20M";
@@ -199,16 +121,18 @@ bool RigolModel::query(const Command& c, std::string& reply) {
         reply = st.cursorMode == "DH" || st.cursorMode == "DHDV" || st.cursorMode == "MAN" ? "MAN" : "OFF";
         return true;
     }
-    if (is({"CURSor", "MANual", "AXValue"})) return reply = Sci(st.triggerDelay + st.cursor1 * st.timePerDiv), true;
-    if (is({"CURSor", "MANual", "BXValue"})) return reply = Sci(st.triggerDelay + st.cursor2 * st.timePerDiv), true;
+    if (is({"CURSor", "MANual", "AXValue"}))
+        return reply = SciNumber(st.triggerDelay + st.cursor1 * st.timePerDiv), true;
+    if (is({"CURSor", "MANual", "BXValue"}))
+        return reply = SciNumber(st.triggerDelay + st.cursor2 * st.timePerDiv), true;
     return false;
 }
 
-bool RigolModel::setting(const Command& c) {
+bool RigolModel::setting(const ScpiCommand& c) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
     SimState& st = opt_.state;
-    const std::string a = Upper(c.argument);
+    const std::string a = UpperCase(c.argument);
     if (is({"*CLS"})) return errors_.clear(), true;
     if (is({"RUN"})) return run_ = "RUN", true;
     if (is({"STOP"})) return run_ = "STOP", true;
@@ -284,9 +208,10 @@ std::string RigolModel::preamble() const {
     const double xinc = raw ? xIncrement() : opt_.state.timePerDiv * 12.0 / kScreenPoints;
     const int format = format_ == "WORD" ? 1 : (format_ == "BYTE" ? 0 : 2);
     const int type = raw ? 2 : (mode_ == "MAX" ? 1 : 0);
-    return std::to_string(format) + "," + std::to_string(type) + "," + std::to_string(points) + ",1," + Sci(xinc) +
-           "," + Sci(opt_.state.triggerDelay - static_cast<double>(points) / 2.0 * xinc) + ",0," +
-           Sci(yIncrement(source_)) + "," + std::to_string(yOrigin(source_)) + "," + std::to_string(kReference);
+    return std::to_string(format) + "," + std::to_string(type) + "," + std::to_string(points) + ",1," +
+           SciNumber(xinc) + "," + SciNumber(opt_.state.triggerDelay - static_cast<double>(points) / 2.0 * xinc) +
+           ",0," + SciNumber(yIncrement(source_)) + "," + std::to_string(yOrigin(source_)) + "," +
+           std::to_string(kReference);
 }
 
 void RigolModel::waveData(std::vector<SimReply>& out) {
@@ -318,7 +243,7 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
     if (format_ == "ASC") {
         for (int64_t p = first; p <= last; ++p) {
             if (p != first) payload += ',';
-            payload += Sci((code(p) - yor - kReference) * yinc);
+            payload += SciNumber((code(p) - yor - kReference) * yinc);
         }
     } else {
         const size_t width = format_ == "WORD" ? 2 : 1;
@@ -330,9 +255,9 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
 }
 
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
-bool RigolModel::badSetupReply(const Command& c, std::string& reply) const {
+bool RigolModel::badSetupReply(const ScpiCommand& c, std::string& reply) const {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, 0, pattern, 0, &n); };
+    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"TIMebase", "[MAIN]", "SCALe"})) return reply = "ERR?", true;

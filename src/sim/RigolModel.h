@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/DialectModel.h"
+#include "sim/ScpiHeaders.h"
 
 namespace mervasto {
 
@@ -40,22 +41,16 @@ public:
     const std::string& runState() const { return run_; }
 
 private:
-    struct Command {
-        std::vector<std::string> nodes;  // the header's nodes, upper case
-        bool query = false;
-        std::string argument;
-    };
-    static Command parse(std::string_view text);
-    void command(const Command& c, std::vector<SimReply>& out);
-    bool query(const Command& c, std::string& reply);
-    bool setting(const Command& c);
+    void command(const ScpiCommand& c, std::vector<SimReply>& out);
+    bool query(const ScpiCommand& c, std::string& reply);
+    bool setting(const ScpiCommand& c);
     void waveData(std::vector<SimReply>& out);
     std::string preamble() const;
     int64_t memoryPoints() const;
     double xIncrement() const;
     double yIncrement(int ch) const;
     int yOrigin(int ch) const;
-    bool badSetupReply(const Command& c, std::string& reply) const;
+    bool badSetupReply(const ScpiCommand& c, std::string& reply) const;
     void error(const std::string& entry) { errors_.push_back(entry); }
 
     std::deque<std::string> errors_;

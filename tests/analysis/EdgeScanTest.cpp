@@ -114,26 +114,11 @@ TEST(ExtractCycles, EdgesDoNotDependOnWhereTheWindowStarts) {
     for (int32_t start = 1; start < 8; ++start) EXPECT_EQ(scan(start), whole) << "window from " << start;
 }
 
-TEST(ExtractCycles, PulseModeShiftsPeriodsByOneRecord) {
-    // Edges 2, 4, 6, 10, 14, 16.
-    const std::vector<float> v = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};
-    for (int32_t type : {kTypePw, kTypePwPercent}) {
-        auto table = levelsTable(0);
-        std::vector<CycleRecord> c;
-        ASSERT_EQ(ExtractCycles(0, v, 0, settings(type), table, c), 3) << type;
-        const std::array<std::array<double, 4>, 3> want = {{{2, 0, 0, 0}, {4, 4, 50, 4}, {2, 8, 50, 10}}};
-        for (size_t k = 0; k < 3; ++k) {
-            EXPECT_EQ((std::array<double, 4>{c[k].PulseWidth, c[k].Period, c[k].Duty, double(c[k].MidEdge)}), want[k])
-                << "record " << k;
-        }
-    }
-    EXPECT_EQ(scanEdges(v, settings(kTypePeriod)), (std::vector<Edges>{{2, 4, 6}, {6, 10, 14}}));
-}
-
 // What a wave view needs to mark "cycle n": the edges each record holds, and
-// for pulse types the one-record shift between the pulse and the cycle.
+// for pulse types the one-record shift between the pulse and the cycle: the
+// first pulse has no period and record n's period ends at its own pulse.
 TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
-    using Rec = std::array<int32_t, 4>;  // FirstEdge, MidEdge, LastEdge, Period
+    using Rec = std::array<double, 6>;  // FirstEdge, MidEdge, LastEdge, Period, PulseWidth, Duty
     const std::vector<float> pulses = {0, 0, 10, 10, 0, 0, 0, 10, 10, 10, 0, 0, 0, 0, 10, 10, 0, 0};  // 2 4 6 10 14 16
     struct Case {
         const char* name;
@@ -143,27 +128,22 @@ TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
         std::vector<Rec> want;
     };
     const std::vector<Case> cases = {
-        {"period", pulses, kTypePeriod, 0, false, {{2, 4, 6, 4}, {6, 10, 14, 8}}},
-        {"period, late window", pulses, kTypeDuty, 1000, false, {{1002, 1004, 1006, 4}, {1006, 1010, 1014, 8}}},
-        {"pulse: record n's period ends at its pulse",
-         pulses,
-         kTypePw,
-         0,
-         false,
-         {{2, 0, 4, 0}, {6, 4, 10, 4}, {14, 10, 16, 8}}},
-        {"pulse, late window",
+        {"period", pulses, kTypePeriod, 0, false, {{2, 4, 6, 4, 2, 50}, {6, 10, 14, 8, 4, 50}}},
+        {"late duty", pulses, kTypeDuty, 1000, false, {{1002, 1004, 1006, 4, 2, 50}, {1006, 1010, 1014, 8, 4, 50}}},
+        {"pulse", pulses, kTypePw, 0, false, {{2, 0, 4, 0, 2, 0}, {6, 4, 10, 4, 4, 50}, {14, 10, 16, 8, 2, 50}}},
+        {"late pulse",
          pulses,
          kTypePwPercent,
          500,
          false,
-         {{502, 0, 504, 0}, {506, 504, 510, 4}, {514, 510, 516, 8}}},
-        // Edges 4 10 14 20 | rejected 22..37 | 44 50 54.
-        {"pulse after a reject range has no cycle before it",
+         {{502, 0, 504, 0, 2, 0}, {506, 504, 510, 4, 4, 50}, {514, 510, 516, 8, 2, 50}}},
+        // Edges 4 10 14 20 | rejected 22..37 | 44 50 54: no cycle before the pulse after the range.
+        {"reject",
          squareWave(60, 5),
          kTypePw,
          0,
          true,
-         {{4, 0, 10, 0}, {14, 10, 20, 10}, {44, 0, 50, 0}}},
+         {{4, 0, 10, 0, 6, 0}, {14, 10, 20, 10, 6, 60}, {44, 0, 50, 0, 6, 0}}},
     };
     for (const auto& c : cases) {
         ScanSettings s = settings(c.type);
@@ -175,7 +155,7 @@ TEST(ExtractCycles, FirstAndLastEdgeOfEachRecord) {
         ExtractCycles(0, c.v, c.start, s, table, cycles);
         std::vector<Rec> got;
         for (const auto& r : cycles)
-            got.push_back({r.FirstEdge, r.MidEdge, r.LastEdge, static_cast<int32_t>(r.Period)});
+            got.push_back({double(r.FirstEdge), double(r.MidEdge), double(r.LastEdge), r.Period, r.PulseWidth, r.Duty});
         EXPECT_EQ(got, c.want) << c.name;
         // The rule a view relies on: a pulse record's cycle runs from the
         // previous record's first edge to its own.
@@ -222,22 +202,31 @@ TEST(ExtractCycles, CycleLimitKeepsTheFirstCyclesAndTellsWhetherMoreWereLeft) {
     EXPECT_EQ(CycleLimit(-4), 1);
 }
 
-TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
+// A reject range restarts the scan unarmed after it; a smoothing margin ends
+// a walk through the band early, at halfSmooth + 2 samples before the window
+// end, where the averages stop.
+TEST(ExtractCycles, RejectRangeAndSmoothingMargin) {
     // Rising edges at 4, 14, 24, ...; falling at 10, 20, 30, ...
-    const auto v = squareWave(60, 5);
+    const auto square = squareWave(60, 5);
     const std::vector<Edges> all = {{4, 10, 14}, {14, 20, 24}, {24, 30, 34}, {34, 40, 44}, {44, 50, 54}};
+    // A slow rise through the band, left at 13.
+    const std::vector<float> rise = {0, 0, 0, 10, 10, 0, 0, 4.5f, 5, 5.5f, 5.8f, 6.0f, 6.4f, 6.6f, 10, 10};
     struct Case {
         const char* name;
+        const std::vector<float>& v;
         bool omit, flag;
-        int32_t first, last;
+        int32_t first, last, halfSmooth;
         std::vector<Edges> want;
     };
-    const std::vector<Case> cases = {
-        {"in force", true, true, 22, 37, {{4, 10, 14}, {44, 50, 54}}},
-        {"box not ticked", false, true, 22, 37, all},
-        {"nothing read", true, false, 22, 37, all},
-        {"first index 0 drops it", true, true, 0, 37, all},
-        {"last index past the window drops it", true, true, 22, 60, all},
+    const Case cases[] = {
+        {"in force", square, true, true, 22, 37, 0, {{4, 10, 14}, {44, 50, 54}}},
+        {"box not ticked", square, false, true, 22, 37, 0, all},
+        {"nothing read", square, true, false, 22, 37, 0, all},
+        {"first index 0 drops it", square, true, true, 0, 37, 0, all},
+        {"last index past the window drops it", square, true, true, 22, 60, 0, all},
+        {"exit at 13: (12 + 7) / 2 = 9.5 -> 10", rise, false, false, 0, 0, 0, {{2, 4, 10}}},
+        {"stops at 16 - 4 = 12: (11 + 7) / 2", rise, false, false, 0, 0, 2, {{2, 4, 9}}},
+        {"stops at 11: (10 + 7) / 2 = 8.5 -> 8", rise, false, false, 0, 0, 3, {{2, 4, 8}}},
     };
     for (const auto& c : cases) {
         ScanSettings s = settings();
@@ -245,23 +234,8 @@ TEST(ExtractCycles, RejectRangeRestartsUnarmed) {
         s.rejectFlag = c.flag;
         s.rejectStart = c.first;
         s.rejectEnd = c.last;
-        EXPECT_EQ(scanEdges(v, s), c.want) << c.name;
-    }
-}
-
-TEST(ExtractCycles, SmoothingMarginStopsTheBandWalk) {
-    // A slow rise through the band: the walk ends at the exit distance or,
-    // earlier, at halfSmooth + 2 samples before the window end.
-    const std::vector<float> v = {0, 0, 0, 10, 10, 0, 0, 4.5f, 5, 5.5f, 5.8f, 6.0f, 6.4f, 6.6f, 10, 10};
-    const std::pair<int32_t, Edges> cases[] = {
-        {0, {2, 4, 10}},  // exit at 13: (12 + 7) / 2 = 9.5 -> 10
-        {2, {2, 4, 9}},   // stops at 16 - 4 = 12: (11 + 7) / 2
-        {3, {2, 4, 8}},   // stops at 11: (10 + 7) / 2 = 8.5 -> 8
-    };
-    for (const auto& [hs, want] : cases) {
-        ScanSettings s = settings();
-        s.halfSmooth = hs;
-        EXPECT_EQ(scanEdges(v, s), std::vector<Edges>{want}) << hs;
+        s.halfSmooth = c.halfSmooth;
+        EXPECT_EQ(scanEdges(c.v, s), c.want) << c.name;
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "analysis/Analysis.h"
 #include "analysis/Encoder.h"
+#include "support/AnalysisRecord.h"
 
 namespace mervasto {
 namespace {
@@ -58,12 +59,13 @@ int64_t truthPosition(double theta0, double theta1, double phaseDeg = 90) {
 }
 
 EncoderResult analyse(const Pair& p, double minWidth = 0, bool withZ = false, float sampleSec = 1e-6f,
-                      EdgeTiming timing = EdgeTiming::Samples) {
+                      EdgeTiming timing = EdgeTiming::Samples, float hysteresis = 10, int32_t smoothing = 1) {
     EncoderLine lines[3] = {{p.a, 2.5f, kHigh}, {p.b, 2.5f, kHigh}, {p.z, 2.5f, kHigh}};
     EncoderScan scan;
     scan.edgeTiming = timing;
     scan.count = static_cast<int32_t>(p.a.size());
-    scan.Histerisis = 10;
+    scan.Histerisis = hysteresis;
+    scan.SmoothingNo = smoothing;
     scan.SampleSec = sampleSec;
     EncoderParams params;
     params.on = true;
@@ -187,17 +189,7 @@ TEST(Encoder, CountHoldsOverBandSamplesRecordEndsHysteresisAndSmoothing) {
                     }
                     std::copy(end.begin(), end.end(), p.a.end() - static_cast<std::ptrdiff_t>(end.size()));
                     std::copy(end.begin(), end.end(), p.b.end() - static_cast<std::ptrdiff_t>(end.size()));
-                    EncoderLine lines[3] = {{p.a, 2.5f, kHigh}, {p.b, 2.5f, kHigh}, {p.z, 2.5f, kHigh}};
-                    EncoderScan scan;
-                    scan.count = n;
-                    scan.Histerisis = hysteresis;
-                    scan.SmoothingNo = smoothing;
-                    scan.SampleSec = 1;
-                    EncoderParams params;
-                    params.on = true;
-                    EncoderWorkspace ws;
-                    EncoderResult r;
-                    AnalyseEncoder(lines, scan, params, ws, r);
+                    const EncoderResult r = analyse(p, 0, false, 1, EdgeTiming::Samples, hysteresis, smoothing);
                     const auto what = ::testing::Message() << hysteresis << "% smoothing " << smoothing << " band " << k
                                                            << " end " << (end.empty() ? 0 : end[0]);
                     EXPECT_EQ(r.position, position) << what;
@@ -353,40 +345,37 @@ TEST(Encoder, DropShortStatesKeepsAlternation) {
 // per-channel scan: a noisy ramp inside the band gives one edge, and a
 // smoothed signal gives its edges where the unsmoothed one does.
 TEST(Encoder, EdgesFollowTheChannelScan) {
+    EncoderScan scan;
+    scan.count = 400;
+    scan.Histerisis = 10;
+    std::vector<uint8_t> rising;
+    auto edgesOf = [&](const std::vector<float>& line) {
+        std::vector<float> scratch;
+        std::vector<double> at;
+        ScanEncoderEdges({line, 2.5f, kHigh}, scan, scratch, at, rising);
+        return at;
+    };
     std::vector<float> x(400, 0.0f);
     for (size_t i = 100; i < 300; ++i) x[i] = kHigh;
     for (size_t i = 95; i < 105; ++i) x[i] = kHigh * static_cast<float>(i - 95) / 10.0f + (i % 2 ? 0.1f : -0.1f);
     for (int32_t smoothing : {1, 5, 21}) {
-        EncoderScan scan;
-        scan.count = 400;
-        scan.Histerisis = 10;
         scan.SmoothingNo = smoothing;
-        std::vector<float> scratch;
-        std::vector<double> at;
-        std::vector<uint8_t> rising;
-        ScanEncoderEdges({x, 2.5f, kHigh}, scan, scratch, at, rising);
+        const auto at = edgesOf(x);
         ASSERT_EQ(at.size(), 2u) << smoothing;
         EXPECT_NEAR(at[0], 100, 1) << smoothing;
         EXPECT_NEAR(at[1], 300, 1) << smoothing;
         EXPECT_EQ(rising, (std::vector<uint8_t>{1, 0})) << smoothing;
     }
     // A line that starts high counts its first fall; the reject range hides its stretch.
+    scan.SmoothingNo = 1;
     std::vector<float> y(400, kHigh);
     for (size_t i = 50; i < 150; ++i) y[i] = 0;
     for (size_t i = 250; i < 350; ++i) y[i] = 0;
-    EncoderScan scan;
-    scan.count = 400;
-    scan.Histerisis = 10;
-    std::vector<float> scratch;
-    std::vector<double> at;
-    std::vector<uint8_t> rising;
-    ScanEncoderEdges({y, 2.5f, kHigh}, scan, scratch, at, rising);
-    EXPECT_EQ(at, (std::vector<double>{50, 150, 250, 350}));
+    EXPECT_EQ(edgesOf(y), (std::vector<double>{50, 150, 250, 350}));
     scan.rejectInForce = true;
     scan.rejectStart = 200;
     scan.rejectEnd = 300;
-    ScanEncoderEdges({y, 2.5f, kHigh}, scan, scratch, at, rising);
-    EXPECT_EQ(at, (std::vector<double>{50, 150, 300, 350}));  // the fall at 250 is counted at 300
+    EXPECT_EQ(edgesOf(y), (std::vector<double>{50, 150, 300, 350}));  // the fall at 250 is counted at 300
 }
 
 // Through the analysis run: the encoder takes the window and the channels'
@@ -395,21 +384,11 @@ TEST(Encoder, RunAnalysisReasonsAndWindow) {
     const int32_t n = 20000;
     auto theta = [](int32_t i) { return 0.1 + i / 200.0; };
     Pair p(n, theta);
-    std::array<std::vector<float>, 4> volts{p.a, p.b, p.a, std::vector<float>(static_cast<size_t>(n), 0.0f)};
-    for (auto& v : volts[2]) v *= 0.04f;  // 0.2 V on 1 V/div: too small to analyse
-    for (int32_t i = 5000; i < 15000; ++i) volts[3][static_cast<size_t>(i)] = kHigh;
-    std::array<std::vector<int16_t>, 4> raw;
-    AnalysisInput in;
-    in.WaveLength = n;
-    in.SampleSec = 1e-6f;
-    in.VoltsPerDiv.fill(1);
-    in.Offset.fill(-2.5f);
-    for (size_t ch = 0; ch < 4; ++ch) {
-        raw[ch].resize(static_cast<size_t>(n));
-        RawFromVolts(volts[ch], 1, -2.5f, raw[ch]);
-        in.volts[ch] = volts[ch];
-        in.raw[ch] = raw[ch];
-    }
+    test::Record r(n);
+    r.volts = {p.a, p.b, p.a, std::vector<float>(static_cast<size_t>(n), 0.0f)};
+    for (auto& v : r.volts[2]) v *= 0.04f;  // 0.2 V on 1 V/div: too small to analyse
+    for (int32_t i = 5000; i < 15000; ++i) r.volts[3][static_cast<size_t>(i)] = kHigh;
+    const AnalysisInput& in = r.input();
     struct Case {
         int a, b, z;
         bool gate;

@@ -15,13 +15,11 @@ std::vector<CycleRecord> periodCycles(const std::vector<double>& edges) {
     std::vector<CycleRecord> out;
     for (size_t i = 0; i + 1 < edges.size(); ++i) {
         if (std::isnan(edges[i]) || std::isnan(edges[i + 1])) continue;
-        CycleRecord c;
-        c.FirstCrossing = edges[i];
-        c.LastCrossing = edges[i + 1];
-        c.FirstEdge = static_cast<int32_t>(std::lround(edges[i]));
-        c.LastEdge = static_cast<int32_t>(std::lround(edges[i + 1]));
-        c.Period = edges[i + 1] - edges[i];
-        out.push_back(c);
+        out.push_back({.Period = edges[i + 1] - edges[i],
+                       .FirstEdge = static_cast<int32_t>(std::lround(edges[i])),
+                       .LastEdge = static_cast<int32_t>(std::lround(edges[i + 1])),
+                       .FirstCrossing = edges[i],
+                       .LastCrossing = edges[i + 1]});
     }
     return out;
 }
@@ -36,12 +34,10 @@ std::vector<CycleRecord> pulseCycles(const std::vector<double>& edges) {
             afterBreak = true;
             continue;
         }
-        CycleRecord c;
-        c.FirstCrossing = edges[i];
-        c.FirstEdge = static_cast<int32_t>(std::lround(edges[i]));
-        c.Period = afterBreak ? 0 : edges[i] - edges[i - 1];
+        out.push_back({.Period = afterBreak ? 0 : edges[i] - edges[i - 1],
+                       .FirstEdge = static_cast<int32_t>(std::lround(edges[i])),
+                       .FirstCrossing = edges[i]});
         afterBreak = false;
-        out.push_back(c);
     }
     return out;
 }

@@ -16,16 +16,20 @@ std::vector<int16_t> repeated(std::initializer_list<std::pair<int16_t, int>> run
     return s;
 }
 
-struct LevelCase {
-    const char* name;
-    std::vector<int16_t> samples;
-    LevelMethod method;
-    int16_t high;
-    int16_t low;
-};
-
-TEST(FindTwoLevels, PicksPeaksOrHalves) {
-    const std::vector<LevelCase> cases = {
+// Auto keeps Peaks' levels unless Halves' lie much nearer the samples: one
+// code of an 8-bit instrument (or noise wider than 8 codes, see
+// RunAnalysis.AutoLevelsOnANoisyImport) puts both of Peaks' levels inside
+// the longer level's cluster; rare spikes do not.
+TEST(FindTwoLevels, PicksPeaksOrHalvesAndAutoTakesHalvesOnlyWherePeaksMissesALevel) {
+    struct Case {
+        const char* name;
+        std::vector<int16_t> samples;
+        LevelMethod method;
+        int16_t high;
+        int16_t low;
+        const char* note = "";
+    };
+    const std::vector<Case> cases = {
         {"two levels", repeated({{100, 3}, {-200, 5}}), LevelMethod::Peaks, 100, -200},
         {"two levels halves", repeated({{100, 3}, {-200, 5}}), LevelMethod::Halves, 100, -200},
         {"ties go to the lower code", repeated({{30, 2}, {10, 2}, {20, 2}}), LevelMethod::Peaks, 20, 10},
@@ -36,40 +40,19 @@ TEST(FindTwoLevels, PicksPeaksOrHalves) {
         {"flat halves", repeated({{500, 9}}), LevelMethod::Halves, 500, 500},
         {"one code of noise", repeated({{500, 9}, {501, 8}}), LevelMethod::Halves, 501, 500},
         {"extremes", repeated({{32767, 2}, {-32768, 1}}), LevelMethod::Peaks, 32767, -32768},
-    };
-    for (const auto& c : cases) {
-        TwoLevels got;
-        ASSERT_TRUE(FindTwoLevels(c.samples, 0, static_cast<int32_t>(c.samples.size()) - 1, c.method, got)) << c.name;
-        EXPECT_EQ(got.high, c.high) << c.name;
-        EXPECT_EQ(got.low, c.low) << c.name;
-    }
-}
-
-// Auto keeps Peaks' levels unless Halves' lie much nearer the samples: one
-// code of an 8-bit instrument (or noise wider than 8 codes, see
-// RunAnalysis.AutoLevelsOnANoisyImport) puts both of Peaks' levels inside
-// the longer level's cluster; rare spikes do not.
-TEST(FindTwoLevels, AutoTakesHalvesOnlyWherePeaksMissesALevel) {
-    struct Case {
-        const char* name;
-        std::vector<int16_t> samples;
-        int16_t high, low;
-        const char* note;
-    };
-    const Case cases[] = {
-        {"two clean levels", repeated({{100, 3}, {-200, 5}}), 100, -200, ""},
-        {"flat: as Peaks", repeated({{500, 9}}), 500, -32768, ""},
-        {"rare spikes far above", repeated({{-20000, 500}, {0, 500}, {30000, 10}}), 0, -20000, ""},
-        {"8-bit, one code of noise on the longer level",
-         repeated({{105 * 256, 36}, {106 * 256, 34}, {-106 * 256, 16}, {-105 * 256, 14}}), 105 * 256, -106 * 256,
-         kNoteHalvesOneCluster},
+        {"auto: two clean levels", repeated({{100, 3}, {-200, 5}}), LevelMethod::Auto, 100, -200},
+        {"auto, flat: as Peaks", repeated({{500, 9}}), LevelMethod::Auto, 500, -32768},
+        {"auto: rare spikes far above", repeated({{-20000, 500}, {0, 500}, {30000, 10}}), LevelMethod::Auto, 0, -20000},
+        {"auto: 8-bit, one code of noise on the longer level",
+         repeated({{105 * 256, 36}, {106 * 256, 34}, {-106 * 256, 16}, {-105 * 256, 14}}), LevelMethod::Auto, 105 * 256,
+         -106 * 256, kNoteHalvesOneCluster},
     };
     for (const auto& c : cases) {
         TwoLevels got;
         const char* note = "unset";
         LevelHistogram histogram;
-        ASSERT_TRUE(FindTwoLevels(c.samples, 0, static_cast<int32_t>(c.samples.size()) - 1, LevelMethod::Auto, got,
-                                  histogram, &note))
+        ASSERT_TRUE(
+            FindTwoLevels(c.samples, 0, static_cast<int32_t>(c.samples.size()) - 1, c.method, got, histogram, &note))
             << c.name;
         EXPECT_EQ(std::make_pair(got.high, got.low), std::make_pair(c.high, c.low)) << c.name;
         EXPECT_STREQ(note, c.note) << c.name;

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "support/ExampleFiles.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 using namespace mervasto;
@@ -81,12 +82,7 @@ TEST(EncoderRun, HandTurnedEncoderMatchesItsTruth) {
     }
 }
 
-std::vector<std::string> fileLines(const std::string& name) {
-    std::ifstream f(name, std::ios::binary);
-    std::vector<std::string> lines;
-    for (std::string l; std::getline(f, l);) lines.push_back(l);
-    return lines;
-}
+std::vector<std::string> fileLines(const std::string& name) { return test::CrLfLines(test::ReadBytes(name)); }
 
 // EncoderData.csv goes with ResultData.csv: only with the encoder on, a
 // line per analysis, lines the file refuses kept for the next run, nothing
@@ -118,7 +114,7 @@ TEST(EncoderRun, EncoderDataIsWrittenWithTheResultLine) {
     ASSERT_TRUE(state.InputFromFile_Click(ui));
     auto lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0], EncoderHeaderLine1() + "\r");
+    EXPECT_EQ(lines[0], EncoderHeaderLine1());
     EXPECT_EQ(lines[2].rfind("Sample2,", 0), 0u);
     EXPECT_EQ(lines[3].rfind("Sample3,", 0), 0u);
     EXPECT_EQ(std::count(lines[3].begin(), lines[3].end(), ','), 40);  // every column
@@ -159,8 +155,8 @@ TEST(EncoderRun, AnOlderEncoderFileKeepsItsColumnsAndIsToldOnce) {
     EXPECT_EQ(state.notices(), std::vector<std::string>{notice});
     const auto lines = fileLines(state.encoderFileName());
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0], FirstEncoderColumns(EncoderHeaderLine1()) + "\r");
-    EXPECT_EQ(lines[3], FirstEncoderColumns(EncoderDataLine("Sample2", state.results().encoder)) + "\r");
+    EXPECT_EQ(lines[0], FirstEncoderColumns(EncoderHeaderLine1()));
+    EXPECT_EQ(lines[3], FirstEncoderColumns(EncoderDataLine("Sample2", state.results().encoder)));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/ExampleFiles.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
@@ -42,12 +43,7 @@ protected:
         }
         return rows;
     }
-    size_t resultLines() {
-        std::ifstream f(state().resultFileName(), std::ios::binary);
-        size_t n = 0;
-        for (std::string l; std::getline(f, l);) ++n;
-        return n;
-    }
+    size_t resultLines() { return test::CrLfLines(test::ReadBytes(state().resultFileName())).size(); }
 
     std::filesystem::path dir_;
     std::string pulses_;

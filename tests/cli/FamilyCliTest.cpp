@@ -21,12 +21,16 @@ struct Family {
     int divisions;          // across the screen: the sample interval is time/div x this / points
     double voltsPerCode;    // at 1 V/div
     float lowest, highest;  // the volts its codes reach at 1 V/div
+    // What ctest shows of the parameter.
+    friend void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
 };
 
 // Every family the program speaks; each test over the families takes them all.
 const std::vector<Family> kFamilies = {
     Family{"legacy", "DS-5354", "Legacy", 10, 1.0 / 32, -4.0f, 127.0f / 32},
     Family{"rigol", "DS1104Z", "Rigol", 12, 1.0 / 25, -5.08f, 5.12f},
+    Family{"siglent", "SDS1104X-E", "Siglent", 14, 1.0 / 25, -5.12f, 5.08f},
+    Family{"keysight", "DSOX3024T", "Keysight", 10, 10.0 / 256, -5.0f, 127 * 10.0f / 256},
 };
 
 class FamilyRun : public CliRun {
@@ -108,11 +112,14 @@ TEST_P(FamilyCliTest, TheInstrumentOptionForcesTheFamily) {
     DsoSimulator sim(o);
     ASSERT_TRUE(sim.start());
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", f.name}), kExitOk) << err.str();
-    const char* other = std::string(f.name) == "Legacy" ? "rigol" : "legacy";
+    // Another family that cannot take this identity (the legacy one takes any
+    // model whose 7th character counts 2 or 4 channels: SDS1104X-E).
+    const char* other = std::string(f.name) == "Rigol" ? "legacy" : "rigol";
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", other}), kExitNoInstrument);
     EXPECT_NE(err.str().find("identification"), std::string::npos) << err.str();
     EXPECT_EQ(run({"readout", "--ip", sim.address(), "--instrument", "Acme"}), kExitBadOptions);
-    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, not Acme"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("--instrument takes Auto, Legacy, Rigol, Siglent, Keysight, not Acme"), std::string::npos)
+        << err.str();
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyCliTest, ::testing::ValuesIn(kFamilies),

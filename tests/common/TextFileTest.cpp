@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/FileBytes.h"
+
 #include <filesystem>
 #include <fstream>
 
@@ -21,10 +23,6 @@ std::string tempPath(const char* name) {
     auto dir = std::filesystem::temp_directory_path() / "mervasto-textfile-test";
     std::filesystem::create_directories(dir);
     return (dir / name).string();
-}
-std::string slurp(const std::string& p) {
-    std::ifstream f(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
 }
 }  // namespace
 
@@ -60,9 +58,7 @@ TEST(TextFile, NarrowTextsAndNamesGoThroughTheCodePage) {
 
         ASSERT_TRUE(WriteFileReplacing(p, ToNarrow(c.utf8) + "\r\n")) << c.utf8;
         EXPECT_TRUE(FileExists(p));
-        std::ifstream f(PathFromText(p), std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(f), {}), bytes + "\r\n") << c.utf8;
-        f.close();
+        EXPECT_EQ(test::ReadBytes(PathFromText(p)), bytes + "\r\n") << c.utf8;
         TextLineReader r;
         r.open(p);
         std::string line;
@@ -75,10 +71,7 @@ TEST(TextFile, NarrowTextsAndNamesGoThroughTheCodePage) {
 
 TEST(TextFile, ReadsAnyLineEnd) {
     std::string p = tempPath("lines.txt");
-    {
-        std::ofstream f(p, std::ios::binary);
-        f << "a\r\nb\nc\rd\r\n\r\ne";
-    }
+    test::WriteBytes(p, "a\r\nb\nc\rd\r\n\r\ne");
     TextLineReader r;
     r.open(p);
     std::vector<std::string> got;
@@ -119,7 +112,7 @@ TEST(TextFile, ReplacingWriteKeepsTheOldFileOnFailureAndLeavesNoTemporary) {
     const std::string p = (dir / "replace.txt").string();
     ASSERT_TRUE(WriteFileReplacing(p, "one\r\n"));
     ASSERT_TRUE(WriteFileReplacing(p, "two\r\n"));
-    EXPECT_EQ(slurp(p), "two\r\n");
+    EXPECT_EQ(test::ReadBytes(p), "two\r\n");
 
     const std::string missing = tempPath("no/such/dir/x.txt");
     const Outcome failed = WriteFileReplacing(missing, "x");
@@ -131,14 +124,14 @@ TEST(TextFile, ReplacingWriteKeepsTheOldFileOnFailureAndLeavesNoTemporary) {
         EXPECT_FALSE(full);
         EXPECT_EQ(full.text(), p + ": File too large.");
     });
-    EXPECT_EQ(slurp(p), "two\r\n");
+    EXPECT_EQ(test::ReadBytes(p), "two\r\n");
 #endif
     {
         // Abandoned half way: the old file stays and the temporary goes.
         FileReplacer out(p);
         out.write("half");
     }
-    EXPECT_EQ(slurp(p), "two\r\n");
+    EXPECT_EQ(test::ReadBytes(p), "two\r\n");
     size_t files = 0;
     for (const auto& e : std::filesystem::directory_iterator(dir)) files += e.is_regular_file();
     EXPECT_EQ(files, 1u);
@@ -149,12 +142,12 @@ TEST(TextFile, AppendsWholeLinesOrNothing) {
     std::filesystem::remove(p);
     ASSERT_TRUE(AppendToFile(p, "one\r\n"));
     ASSERT_TRUE(AppendToFile(p, "two\r\n"));
-    EXPECT_EQ(slurp(p), "one\r\ntwo\r\n");
+    EXPECT_EQ(test::ReadBytes(p), "one\r\ntwo\r\n");
     EXPECT_FALSE(AppendToFile(tempPath("no/such/dir/x.txt"), "x"));
 #ifdef __linux__
     // The disk fills in the middle of the line: the file keeps its old bytes,
     // whether the line came in one write or in several.
-    const std::string before = slurp(p);
+    const std::string before = test::ReadBytes(p);
     withFileSizeLimit(before.size() + 3, [&] {
         EXPECT_FALSE(AppendToFile(p, "a line longer than the space left\r\n"));
         FileAppender out(p);
@@ -162,9 +155,9 @@ TEST(TextFile, AppendsWholeLinesOrNothing) {
         out.write("in two parts\r\n");
         EXPECT_EQ(out.finish().text(), p + ": File too large.");
     });
-    EXPECT_EQ(slurp(p), before);
+    EXPECT_EQ(test::ReadBytes(p), before);
     ASSERT_TRUE(AppendToFile(p, "three\r\n"));
-    EXPECT_EQ(slurp(p), before + "three\r\n");
+    EXPECT_EQ(test::ReadBytes(p), before + "three\r\n");
 #endif
 }
 

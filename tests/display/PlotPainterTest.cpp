@@ -20,13 +20,7 @@ int heightOf(const QImage& im, int x, QRgb colour) {
 }
 
 TEST(PlotPainter, HistogramBarsStandAtTheirCounts) {
-    Histogram h;
-    h.low = 0;
-    h.width = 1;
-    h.counts = {1, 2, 4};
-    h.total = 7;
-    h.mean = 1.5;
-    h.sigma = 0.5;
+    const Histogram h{.low = 0, .width = 1, .counts = {1, 2, 4}, .total = 7, .mean = 1.5, .sigma = 0.5};
     PlotStyle style;
     style.colour = kGreen;
     style.labels = false;

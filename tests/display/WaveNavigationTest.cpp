@@ -52,12 +52,7 @@ TEST(WaveNavigation, DragPansByWhatThePixelsShow) {
 }
 
 TEST(WaveNavigation, CycleUnderThePointer) {
-    auto rec = [](int32_t e0, int32_t e2) {
-        CycleRecord r;
-        r.FirstEdge = e0;
-        r.LastEdge = e2;
-        return r;
-    };
+    auto rec = [](int32_t e0, int32_t e2) { return CycleRecord{.FirstEdge = e0, .LastEdge = e2}; };
     // Period types: cycles joined edge to edge.
     const std::vector<CycleRecord> periods = {rec(10, 30), rec(30, 50), rec(50, 70)};
     // Pulse types: each record spans its own pulse; a record without edges is passed over.
@@ -76,13 +71,7 @@ TEST(WaveNavigation, CycleUnderThePointer) {
 }
 
 TEST(WaveNavigation, TipAndReadoutTexts) {
-    CycleRecord r;
-    r.Period = 1000;
-    r.PulseWidth = 250;
-    r.Duty = 25;
-    r.Freq = 1000;
-    r.Ample = 3.3;
-    r.Rms = 1.65;
+    const CycleRecord r{.Ample = 3.3, .Duty = 25, .PulseWidth = 250, .Period = 1000, .Freq = 1000, .Rms = 1.65};
     EXPECT_EQ(CycleTip(1, 11, r, 1e-6f),
               "Ch2 cycle 12\nPeriod 1 ms\nWidth 250 us\nDuty 25 %\nFrequency 1 kHz\nAmplitude 3.3 V\nRms 1.65 V");
 

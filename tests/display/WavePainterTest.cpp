@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QPainter>
 
+#include <cmath>
 #include <vector>
 
 #include "display/WavePainter.h"
@@ -89,17 +90,6 @@ TEST(WavePainter, GeometryClampsZoomAndScroll) {
     EXPECT_EQ(FirstSampleCentredOn(1000, 1, 500), 0);
 }
 
-TEST(WavePainter, TraceSitsAtItsVoltsAndJoinsAcrossTheStep) {
-    Scene s;
-    const QImage im = s.paint();
-    const QRgb green = rgb(kGreen);
-    EXPECT_EQ(im.pixel(100, 210), green);  // 0 V in the first half
-    EXPECT_EQ(im.pixel(300, 60), green);   // 2 V in the second half
-    EXPECT_NE(im.pixel(100, 70), green);
-    EXPECT_NE(im.pixel(300, 200), green);
-    for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
-}
-
 TEST(WavePainter, SamePictureOnEveryDrawingPath) {
     // Strokes go straight into RGB32 pixels unless a clip, a transform or
     // another format stands in the way; the pictures must not differ.
@@ -124,10 +114,15 @@ TEST(WavePainter, SamePictureOnEveryDrawingPath) {
     EXPECT_EQ(render(QImage::Format_RGB888, false, false), direct);
 }
 
-TEST(WavePainter, LevelLinesAndHysteresisBand) {
+TEST(WavePainter, TraceLevelLinesAndHysteresisBand) {
     Scene s;
     QImage im = s.paint();
     const QRgb green = rgb(kGreen);
+    EXPECT_EQ(im.pixel(100, 210), green);  // 0 V in the first half
+    EXPECT_EQ(im.pixel(300, 60), green);   // 2 V in the second half
+    EXPECT_NE(im.pixel(100, 70), green);
+    EXPECT_NE(im.pixel(300, 200), green);
+    for (int y : {80, 135, 190}) EXPECT_EQ(im.pixel(200, y), green) << y;  // the step is one stroke
     // Decision level (dashed) across the picture; high and low (dotted) where the trace is not.
     EXPECT_GT(countInRow(im, 135, 0, 400, green), 200);
     EXPECT_GT(countInRow(im, 60, 0, 200, green), 50);
@@ -248,6 +243,38 @@ TEST(WavePainter, SetViewDataTakesRowZeroOfEachChannel) {
     EXPECT_EQ(v.channel[1].HighLevel, 3);
     EXPECT_EQ(v.AnaStart, 10);
     EXPECT_EQ(v.GateEnd, 99);
+}
+
+// Four channels of one signal overlaid: every extreme at the same place and
+// height. The labels stand apart, inside the plot, each bracket under its own
+// label and over its cycle; one channel alone keeps the plain place.
+TEST(WavePainter, ExtremeLabelsOfOverlaidChannelsDoNotOverlap) {
+    Scene s;
+    s.cycles.channel[0] = {CycleRecord{}, CycleRecord{}};
+    s.cycles.channel[0][0].FirstEdge = 500;
+    s.cycles.channel[0][0].LastEdge = 600;
+    s.cycles.channel[0][1].FirstEdge = 520;
+    s.cycles.channel[0][1].LastEdge = 640;
+    for (int ch = 1; ch < kChannels; ++ch) {
+        s.cycles.channel[static_cast<size_t>(ch)] = s.cycles.channel[0];
+        s.view.channel[static_cast<size_t>(ch)] = s.view.channel[0];
+    }
+    for (auto& e : s.view.extremes) e = {0, 1};
+    const WaveGeometry g = WaveGeometry::Of(QRect(0, 0, 400, 300), s.view);
+    for (int channels : {1, 4}) {
+        for (int ch = 0; ch < kChannels; ++ch) s.view.channel[static_cast<size_t>(ch)].visible = ch < channels;
+        const std::vector<ExtremeMark> marks = PlaceExtremeMarks(g, s.view);
+        ASSERT_EQ(marks.size(), static_cast<size_t>(2 * channels));
+        for (size_t i = 0; i < marks.size(); ++i) {
+            const ExtremeMark& m = marks[i];
+            EXPECT_TRUE(g.plot.contains(m.label)) << i;
+            EXPECT_EQ(m.label.bottom() + 3, m.y) << i;
+            EXPECT_EQ(m.x0, static_cast<int>(std::floor(g.xOf((m.max ? 520 : 500) + 0.5))));
+            EXPECT_EQ(m.named, channels > 1);
+            for (size_t j = 0; j < i; ++j) EXPECT_FALSE(m.label.intersects(marks[j].label)) << i << " " << j;
+        }
+        EXPECT_EQ(marks[0].y, static_cast<int>(std::floor(g.yOf(2, s.view.channel[0]))) - 6);
+    }
 }
 
 TEST(WavePainter, LabelsDrawWhenFontsAreAvailable) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -65,6 +67,19 @@ private:
 inline std::string Block9(const std::string& payload) {
     std::string digits = std::to_string(payload.size());
     return "#9" + std::string(9 - digits.size(), '0') + digits + payload + "\n";
+}
+
+// The steps up to and with the one that sends `last`.
+inline std::vector<Step> Until(std::vector<Step> steps, const std::string& last) {
+    const auto at = std::find_if(steps.begin(), steps.end(), [&](const Step& s) { return s.sent == last; });
+    steps.erase(at + 1, steps.end());
+    return steps;
+}
+
+inline std::vector<Step> Joined(std::initializer_list<std::vector<Step>> parts) {
+    std::vector<Step> all;
+    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
 }
 
 }  // namespace mervasto::test

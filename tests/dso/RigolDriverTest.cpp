@@ -1,8 +1,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "DsoTestSupport.h"
-#include "ReplayTransport.h"
+#include "ScpiExchange.h"
 #include "analysis/Levels.h"
 #include "dso/Instrument.h"
 #include "dso/RigolDriver.h"
@@ -55,45 +54,12 @@ std::string Codes(int64_t first, int64_t count) {
     return bytes;
 }
 
-// The steps up to and with the one that sends `last`.
-std::vector<Step> Until(std::vector<Step> steps, const std::string& last) {
-    const auto at = std::find_if(steps.begin(), steps.end(), [&](const Step& s) { return s.sent == last; });
-    steps.erase(at + 1, steps.end());
-    return steps;
-}
-
-std::vector<Step> Joined(std::initializer_list<std::vector<Step>> parts) {
-    std::vector<Step> all;
-    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
-
-class RigolExchange : public ::testing::Test {
+class RigolExchange : public ScpiExchange {
 protected:
-    void SetUp() override { TestApp(); }
-
-    // An instrument whose link plays the script back after its
-    // identification, connected with the family left to that.
-    void play(std::vector<Step> script) {
-        record = std::make_shared<ReplayTransport::Record>();
-        record->script = Joined({{{"*IDN?", kIdn}, {"*CLS", ""}}, script});
-        instrument = std::make_unique<Instrument>(std::make_unique<ReplayTransport>(record));
-        instrument->link().setReplyTimeoutMs(300);
-        instrument->link().setQuietMs(50);
-        ASSERT_TRUE(instrument->connect(setup, ui, "127.0.0.1:5555", "Auto"));
-        ASSERT_EQ(&instrument->family("Auto"), &RigolFamily());
+    void play(const std::vector<Step>& script) {
+        ScpiExchange::play({{"*IDN?", kIdn}, {"*CLS", ""}}, RigolFamily(), script);
     }
-    Outcome fetch() {
-        DsoTransferInputs in{"127.0.0.1:5555", false, vrate, "Period"};
-        return instrument->fetch(setup, wave, ui, in);
-    }
-
-    std::shared_ptr<ReplayTransport::Record> record;
-    std::unique_ptr<Instrument> instrument;
-    DsoSetup setup;
-    WaveRecord wave;
-    ScriptedUi ui;
-    std::array<std::string, 4> vrate{"", "1", "1", "1"};
+    void playScript(const std::vector<Step>& script) override { play(script); }
 };
 
 TEST_F(RigolExchange, TheWholeRecordInBatchesScaledToVoltsAndCodes) {
@@ -170,15 +136,9 @@ TEST_F(RigolExchange, RefusalsAndTheErrorQueueAreToldInTheInstrumentsWords) {
          "memory depth (\":ACQ:MDEP?\") makes no record of 10 to 5000011"},
         {"time base", {{":TIM:SCAL?", "ERR\n"}}, "time base (\":TIM:SCAL?\") is not a number: \"ERR\""},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        play(c.script);
-        const Outcome fetched = fetch();
-        EXPECT_EQ(fetched.code(), ErrorCode::Link);
-        EXPECT_NE(fetched.text().find(c.message), std::string::npos) << fetched.text();
-        EXPECT_TRUE(record->done()) << record->sent.back();
-        EXPECT_FALSE(instrument->linked());
-    }
+    std::vector<std::pair<std::vector<Step>, std::string>> scripts;
+    for (const Case& c : cases) scripts.emplace_back(c.script, c.message);
+    expectRefusals(scripts);
     // Every channel off: nothing to fetch, the link kept.
     play(SetupSteps("300000", "0"));
     EXPECT_NE(fetch().text().find("every channel switched off"), std::string::npos);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "gui/GuiUi.h"
 #include "gui/MainForm.h"
 #include "sim/DsoSimulator.h"
@@ -19,6 +21,8 @@ struct Family {
     const char* dialect;
     const char* model;
     const char* name;  // in the Instrument drop-down
+    bool rejectRange;  // read from the instrument's cursors, else greyed
+    friend void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
 };
 
 class FamilyWindowTest : public ::testing::TestWithParam<Family> {};
@@ -49,14 +53,14 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
     auto* results = form.findChild<QTableView*>("ResultGrid1")->model();
     EXPECT_FALSE(results->data(results->index(2, 7)).toString().isEmpty());
     EXPECT_EQ(form.state().resultLines().written(), 1);
-    EXPECT_TRUE(form.findChild<QPushButton*>("ReadRejectRange")->isEnabled());
+    EXPECT_EQ(form.findChild<QPushButton*>("ReadRejectRange")->isEnabled(), f.rejectRange);
 
     // Naming the family keeps the link; naming another drops it, and the
     // next press refuses the instrument's identity in one box.
     family->setCurrentText(f.name);
     EXPECT_EQ(form.state().settings().analysis.Instrument, f.name);
     EXPECT_TRUE(form.state().linked());
-    family->setCurrentText(std::string(f.name) == "Legacy" ? "Rigol" : "Legacy");
+    family->setCurrentText(std::string(f.name) == "Rigol" ? "Legacy" : "Rigol");
     EXPECT_FALSE(form.state().linked());
     EXPECT_EQ(form.ui().statusText(4), "");
     form.findChild<QPushButton*>("WFStartCommand")->click();
@@ -91,7 +95,10 @@ TEST_P(FamilyWindowTest, InputFromDsoOverVxi11AndUsb) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
-                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy"}, Family{"rigol", "DS1104Z", "Rigol"}),
+                         ::testing::Values(Family{"legacy", "DS-5354", "Legacy", true},
+                                           Family{"rigol", "DS1104Z", "Rigol", true},
+                                           Family{"siglent", "SDS1104X-E", "Siglent", false},
+                                           Family{"keysight", "DSOX3024T", "Keysight", true}),
                          [](const ::testing::TestParamInfo<Family>& info) { return std::string(info.param.name); });
 
 }  // namespace

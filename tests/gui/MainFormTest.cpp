@@ -1,18 +1,22 @@
 #include "gui/DetailCyclesForm.h"
 #include "gui/GuardedApplication.h"
 #include "gui/GuiUi.h"
+#include "gui/HelpWindow.h"
 #include "gui/MainForm.h"
 #include "gui/Unattended.h"
 #include "gui/WaveWindow.h"
 #include "gui/YieldTab.h"
 #include "display/PlotPainter.h"
+#include "common/PackageVersion.h"
 #include "common/TextFile.h"
 #include "dso/DsoLink.h"
 #include "sim/DsoSimulator.h"
 #include "wavefile/ExampleRecords.h"
 #include "wavefile/WaveCsv.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemModel>
+#include <QAbstractScrollArea>
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
@@ -23,15 +27,21 @@
 #include <QDropEvent>
 #include <QItemSelectionModel>
 #include <QGroupBox>
+#include <QHeaderView>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
+#include <QTextBrowser>
 #include <QUrl>
 
 #include "app/core/ExitStatus.h"
@@ -51,6 +61,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 using namespace mervasto;
@@ -74,6 +85,13 @@ bool dropFiles(MainForm& form, const std::vector<std::string>& files) {
     QCoreApplication::sendEvent(&form, &drop);
     QCoreApplication::sendPostedEvents();
     return enter.isAccepted() && drop.isAccepted();
+}
+
+// The tab whose page holds the widget.
+int tabOf(QTabWidget* tabs, QWidget* w) {
+    int page = 0;
+    while (page < tabs->count() && !tabs->widget(page)->isAncestorOf(w)) ++page;
+    return page;
 }
 
 QString cell(QTableView* v, int row, int col) { return v->model()->index(row, col).data().toString(); }
@@ -205,6 +223,24 @@ TEST_F(MainFormTest, FileMenuInputFillsTheResultGridAndComparatorShowsNg) {
     bool ng = false;
     for (int r = 1; r < g.rows(); ++r) ng |= g.text(r, 0) == "1" && g.text(r, 5) == "NG";
     EXPECT_TRUE(ng);
+
+    // Ch1's seven rows: the same cells, told apart by their row headers and tips.
+    auto* view = find<QTableView>(*form->detailCycles(), "DetailCycleGrid");
+    auto* m = view->model();
+    form->detailCycles()->show();
+    QApplication::processEvents();
+    EXPECT_TRUE(view->verticalHeader()->isVisible());
+    EXPECT_FALSE(view->horizontalScrollBar()->isVisible());  // every column, Value UL too, in view
+    const char* names[] = {"Pulse width (s)", "Duty (%)", "Ch Type: Period (s)", "Period (s)", "Frequency (Hz)",
+                           "Amplitude (V)",   "RMS (V)"};
+    for (int r = 1; r <= 7; ++r) {
+        EXPECT_EQ(g.text(r, 0), "1");
+        EXPECT_EQ(g.text(r, 1), "Period");
+        EXPECT_EQ(m->headerData(r, Qt::Vertical).toString(), names[r - 1]);
+        const QString tip = m->index(r, 2).data(Qt::ToolTipRole).toString();
+        EXPECT_TRUE(tip.startsWith(QStringLiteral("Ch1, ") + names[r - 1])) << tip.toStdString();
+        EXPECT_EQ(m->headerData(r, Qt::Vertical, Qt::ToolTipRole).toString(), tip);
+    }
 }
 
 // The Edge Timing and Edge Rule lists beside the level method set their
@@ -660,6 +696,12 @@ TEST_F(MainFormTest, LayoutAndCaptions) {
     for (auto* l : form->findChildren<QLabel*>()) captions << l->text();
     for (const char* c : {"Hysteresis", "Level", "Margin", "Level Method", "Edge Timing", "Time-out (s)"})
         EXPECT_TRUE(captions.contains(c)) << c;
+    // P-P and Duty change no result: their tips say so, and they stay live.
+    for (const char* name : {"PPCheck0", "DutyCheck3"}) {
+        auto* box = find<QCheckBox>(*form, name);
+        EXPECT_TRUE(box->isEnabled()) << name;
+        EXPECT_TRUE(box->toolTip().contains("changes no result")) << name;
+    }
     find<QPushButton>(*form, "TCPIPAddressSet")->click();
     QApplication::processEvents();
     auto* frame = find<QGroupBox>(*form, "AddressFrame");
@@ -760,7 +802,7 @@ TEST_F(MainFormTest, EncoderTabSettingsBindAndResultsShow) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* grid = find<QTableView>(*form, "EncoderGrid");
     ASSERT_NE(grid, nullptr);
-    EXPECT_EQ(tabs->tabText(tabs->indexOf(grid->parentWidget())), "Encoder");
+    EXPECT_EQ(tabs->tabText(tabOf(tabs, grid)), "Encoder");
     EXPECT_EQ(cell(grid, 1, 1), "Encoder off");
 
     find<QCheckBox>(*form, "Encoder")->setChecked(true);
@@ -876,7 +918,7 @@ TEST_F(MainFormTest, SeriesProgressYieldTabAndCopyAsNumbers) {
     auto* tabs = find<QTabWidget>(*form, "SSTab1");
     auto* yield = form->findChild<YieldTab*>();
     ASSERT_NE(yield, nullptr);
-    tabs->setCurrentWidget(yield);
+    tabs->setCurrentIndex(tabOf(tabs, yield));
     EXPECT_EQ(find<QLabel>(*form, "RunYield")->text(), "Run 1: 3 passes, 0 Go, 3 NG; yield 0.00 %");
     ASSERT_EQ(yield->chart().pass.size(), 3u);
     EXPECT_EQ(yield->chart().ng, (std::vector<uint8_t>{0, 0, 0}));  // OfType has no limits; PulseWidth has
@@ -898,3 +940,119 @@ TEST_F(MainFormTest, SeriesProgressYieldTabAndCopyAsNumbers) {
 }
 
 }  // namespace
+
+namespace {
+
+// At each size every channel's result rows are in view, no two controls
+// under one parent overlap, and no button or caption is cut short: what does
+// not fit scrolls.
+class MainFormSizeTest : public MainFormTest, public ::testing::WithParamInterface<QSize> {};
+
+TEST_P(MainFormSizeTest, NothingOverlapsOrIsCut) {
+    auto form = open();
+    files = {writeExample("pulses")};
+    form->findChild<QAction*>("InputFromFileAction")->trigger();
+    form->show();
+    form->resize(GetParam());
+    QApplication::processEvents();
+    ASSERT_EQ(form->size(), GetParam());
+
+    auto* result = find<QTableView>(*form, "ResultGrid1");
+    const int lastRow = result->model()->rowCount() - 1;
+    EXPECT_TRUE(result->viewport()->rect().contains(result->visualRect(result->model()->index(lastRow, 0))));
+    auto isControl = [](const QWidget* w) {
+        return qobject_cast<const QAbstractButton*>(w) || qobject_cast<const QLabel*>(w) ||
+               qobject_cast<const QLineEdit*>(w) || qobject_cast<const QComboBox*>(w) ||
+               qobject_cast<const QGroupBox*>(w) || qobject_cast<const QTabWidget*>(w) ||
+               qobject_cast<const QAbstractScrollArea*>(w);
+    };
+    std::map<QWidget*, std::vector<QWidget*>> siblings;
+    for (auto* w : form->findChildren<QWidget*>()) {
+        if (!w->isVisible() || !isControl(w) || w->isWindow()) continue;
+        siblings[w->parentWidget()].push_back(w);
+        const auto name = w->objectName().toStdString() + " " + w->metaObject()->className();
+        // A long message in the status bar is cut; its tip keeps it whole.
+        if (auto* l = qobject_cast<QLabel*>(w); l && l->parentWidget() == form->statusBar()) {
+            EXPECT_EQ(l->toolTip(), l->text());
+        } else if (qobject_cast<QAbstractButton*>(w) || qobject_cast<QLabel*>(w)) {
+            EXPECT_GE(w->width(), w->sizeHint().width()) << name;
+        }
+    }
+    for (const auto& [parent, ws] : siblings)
+        for (size_t i = 0; i < ws.size(); ++i)
+            for (size_t j = i + 1; j < ws.size(); ++j) {
+                EXPECT_FALSE(ws[i]->geometry().intersects(ws[j]->geometry()))
+                    << ws[i]->objectName().toStdString() << " " << ws[i]->metaObject()->className() << " / "
+                    << ws[j]->objectName().toStdString() << " " << ws[j]->metaObject()->className();
+            }
+    // At the default size the settings need no scrolling either.
+    if (GetParam() == QSize(1100, 760)) {
+        auto* scroll = find<QAbstractScrollArea>(*form, "SettingsScroll");
+        EXPECT_FALSE(scroll->verticalScrollBar()->isVisible());
+        EXPECT_FALSE(scroll->horizontalScrollBar()->isVisible());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, MainFormSizeTest,
+                         ::testing::Values(QSize(1100, 760), QSize(1400, 900), QSize(960, 700), QSize(800, 600)),
+                         [](const auto& size) {
+                             return std::to_string(size.param.width()) + "x" + std::to_string(size.param.height());
+                         });
+
+}  // namespace
+
+// Help: the user guide wherever an installation puts the documents (beside
+// the program on Windows, the package's documentation on Debian, else the
+// sources of this build), opened with F1 from any window; About; Quit.
+TEST_F(MainFormTest, HelpAboutAndQuit) {
+    const std::filesystem::path root = dir_ / "install";
+    const std::pair<const char*, std::filesystem::path> places[] = {
+        {"bin/docs", root / "bin/docs"},
+        {"share/doc/mervasto/docs", root / "share/doc/mervasto/docs"},
+        {"", std::filesystem::path(MERVASTO_SOURCE_DIR) / "docs"},
+    };
+    for (const auto& [where, expected] : places) {
+        std::filesystem::remove_all(root);
+        std::filesystem::create_directories(root / "bin");
+        if (*where) {
+            std::filesystem::create_directories(root / where);
+            std::ofstream(root / where / "user-guide.md") << "# User guide\n";
+        }
+        const QString found = FindHelpFolder(HelpFolderCandidates(QString::fromStdString((root / "bin").string())));
+        EXPECT_EQ(std::filesystem::path(found.toStdString()), expected) << where;
+    }
+    HelpWindow missing({QString::fromStdString((root / "nowhere").string())});
+    EXPECT_TRUE(find<QTextBrowser>(missing, "HelpText")->toPlainText().startsWith("The user guide was not found."));
+
+    auto form = open();
+    form->show();
+    form->waveAll()->show();
+    QApplication::setActiveWindow(form->waveAll());
+    QTest::keyClick(form->waveAll(), Qt::Key_F1);
+    auto* help = form->findChild<HelpWindow*>("HelpWindow");
+    ASSERT_NE(help, nullptr);
+    EXPECT_TRUE(help->isVisible());
+    auto* text = find<QTextBrowser>(*help, "HelpText");
+    EXPECT_TRUE(text->toPlainText().contains("Limits and Go/NG"));
+    auto* pages = find<QListWidget>(*help, "HelpPages");
+    EXPECT_EQ(pages->item(0)->text(), "User guide");
+    const auto formats = pages->findItems("File formats", Qt::MatchExactly);
+    ASSERT_EQ(formats.size(), 1);
+    pages->setCurrentItem(formats.front());
+    EXPECT_TRUE(text->source().toLocalFile().endsWith("file-formats.md"));
+    EXPECT_TRUE(find<QPushButton>(*help, "HelpBack")->isEnabled());
+
+    form->findChild<QAction*>("AboutAction")->trigger();
+    auto* about = form->findChild<QMessageBox*>("AboutBox");
+    ASSERT_NE(about, nullptr);
+    for (const QString& part : {QStringLiteral("(Ver3.40)"), QString::fromStdString(std::string(kPackageVersion)),
+                                QStringLiteral("Licence: MIT"), QStringLiteral("Qt ") + qVersion()})
+        EXPECT_TRUE(about->text().contains(part)) << part.toStdString();
+    about->close();
+
+    QApplication::setActiveWindow(form.get());
+    QTest::keyClick(form.get(), Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_FALSE(form->isVisible());
+    EXPECT_TRUE(form->sessionEnd().ok());
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "data" / "Parameter" / "Resume340.txt"));
+}

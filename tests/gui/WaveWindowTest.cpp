@@ -162,6 +162,23 @@ TEST_F(WaveWindowTest, CursorsOnTheWidestPulseReadItsWidth) {
     const int number = static_cast<int>(widest - cycles.begin()) + 1;
     EXPECT_TRUE(tip.startsWith(QStringLiteral("Ch1 cycle %1\n").arg(number))) << tip.toStdString();
     EXPECT_TRUE(tip.contains("Width " + QString::fromStdString(SiText(dt, "s")))) << tip.toStdString();
+
+    // A new record read while the window is hidden: shown again, the
+    // readout reads the new samples at the cursors, of all four channels.
+    auto* readout = window->findChild<QLabel*>("CursorReadout");
+    EXPECT_FALSE(readout->text().contains("Ch4"));
+    window->hide();
+    ui.files = {test::WriteExample(dir_, "pulses")};
+    ASSERT_TRUE(state.InputFromFile_Click(ui));
+    window->refresh();
+    window->show();
+    const auto c = window->cursors();
+    for (int ch = 0; ch < kChannels; ++ch) {
+        const auto& wave = state.record().wave[static_cast<size_t>(ch)];
+        const std::string line = "Ch" + std::to_string(ch + 1) + "  " + SiText(wave[static_cast<size_t>(c[0])], "V") +
+                                 "   " + SiText(wave[static_cast<size_t>(c[1])], "V");
+        EXPECT_TRUE(readout->text().contains(QString::fromStdString(line))) << readout->text().toStdString();
+    }
 }
 
 TEST_F(WaveWindowTest, StackedGivesEachChannelItsOwnLane) {

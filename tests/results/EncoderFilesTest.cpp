@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "results/EncoderFiles.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 namespace mervasto {
@@ -69,13 +69,11 @@ TEST(EncoderFiles, HeaderOnceAndLinesKeptOnFailure) {
     EXPECT_TRUE(lines.empty());
     lines = {"c,3"};
     EXPECT_TRUE(SaveEncoderLines(file, lines).ok());
-    std::ifstream f(file, std::ios::binary);
-    std::vector<std::string> got;
-    for (std::string l; std::getline(f, l);) got.push_back(l);
+    const auto got = test::CrLfLines(test::ReadBytes(file));
     ASSERT_EQ(got.size(), 5u);
-    EXPECT_EQ(got[0], EncoderHeaderLine1() + "\r");
-    EXPECT_EQ(got[2], "a,1\r");
-    EXPECT_EQ(got[4], "c,3\r");
+    EXPECT_EQ(got[0], EncoderHeaderLine1());
+    EXPECT_EQ(got[2], "a,1");
+    EXPECT_EQ(got[4], "c,3");
 }
 
 TEST(EncoderFiles, GridShowsValuesOrTheReason) {

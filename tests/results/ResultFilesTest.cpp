@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "common/TextFile.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
 #include <functional>
 #include <fstream>
-#include <sstream>
 
 #include "common/TextUtil.h"
 #include "results/ResultFiles.h"
@@ -24,15 +24,9 @@ protected:
 
     // The file's lines; every line must end in CR LF.
     static std::vector<std::string> lines(const std::string& file) {
-        std::stringstream ss;
-        ss << std::ifstream(file, std::ios::binary).rdbuf();
-        std::vector<std::string> out;
-        const std::string all = ss.str();
-        for (size_t pos = 0, end; (end = all.find("\r\n", pos)) != std::string::npos; pos = end + 2) {
-            out.push_back(all.substr(pos, end - pos));
-        }
+        const std::string all = test::ReadBytes(file);
         EXPECT_TRUE(all.size() >= 2 && all.ends_with("\r\n"));
-        return out;
+        return test::CrLfLines(all);
     }
 
     fs::path dir_;
@@ -144,12 +138,6 @@ TEST_F(ResultFilesTest, DetailFileIsAnImageOfTheGrid) {
     EXPECT_EQ(lines(file), (std::vector<std::string>{"Channel,Ch1,", "1,250u s,a,b", ",,"}));
     EXPECT_FALSE(SaveDetailData(path("missing/d.csv"), g));
 }
-
-}  // namespace
-}  // namespace mervasto
-
-namespace mervasto {
-namespace {
 
 TEST(SplitDetailSavePath, WaveBaseNameFromTheChosenFile) {
     const std::array<const char*, 4> cases[] = {

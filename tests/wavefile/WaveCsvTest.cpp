@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "common/TextFile.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <random>
-#include <sstream>
 
 #include "common/LineScanner.h"
 #include "common/TextUtil.h"
@@ -23,18 +22,9 @@ class WaveCsvTest : public ::testing::Test {
 protected:
     void SetUp() override { dir_ = mervasto::test::FreshTestFolder("mervasto_wavecsv_"); }
     void TearDown() override { fs::remove_all(dir_); }
-
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
-
-    void writeFile(const std::string& name, const std::string& bytes) const {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-    }
-    std::string readFile(const std::string& name) const {
-        std::ifstream in(path(name), std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    void writeFile(const std::string& name, const std::string& bytes) const { test::WriteBytes(path(name), bytes); }
+    std::string readFile(const std::string& name) const { return test::ReadBytes(path(name)); }
 
     fs::path dir_;
 };
@@ -223,32 +213,25 @@ TEST_F(WaveCsvTest, ChannelCountDecidesColumnsAndHeaderLines) {
     }
 }
 
-TEST_F(WaveCsvTest, RowCountIsRoundedToTens) {
-    const std::pair<int, int32_t> cases[] = {{10005, 10000}, {10015, 10020}, {10006, 10010}, {4, 0}};
-    for (auto [rows, expected] : cases) {
-        std::string text = header("DS-5354", "99999", "Ch1 V,Ch2 V,Ch3 V,Ch4 V");
-        for (int k = 0; k < rows; ++k) text += " 1 , 2 , 3 , 4 \r\n";
-        writeFile("r.csv", text);
+// The length is the rows read rounded to tens; "Points" caps the rows read.
+TEST_F(WaveCsvTest, RowCountIsRoundedToTensAndPointsLimitsTheRows) {
+    const std::tuple<const char*, int, int32_t, int32_t> cases[] = {{"99999", 10005, 10005, 10000},
+                                                                    {"99999", 10015, 10015, 10020},
+                                                                    {"99999", 10006, 10006, 10010},
+                                                                    {"99999", 4, 4, 0},
+                                                                    {" 20 ", 30, 20, 20}};
+    for (const auto& [points, rows, read, expected] : cases) {
+        writeFile("r.csv", header("DS-5354", points, "Ch1 V,Ch2 V,Ch3 V,Ch4 V") +
+                               rowsOf(rows, [](int k) { return " " + std::to_string(k) + " , 2 , 3 , 4 "; }));
         DsoSetup s;
         WaveRecord rec;
         auto r = LoadWaveCsv(path("r.csv"), s, rec);
         ASSERT_TRUE(r.ok());
-        EXPECT_EQ(r.rowsRead, rows);
+        EXPECT_EQ(r.rowsRead, read);
         EXPECT_EQ(s.RecordLength, expected) << rows;
+        EXPECT_TRUE(expected == 0 || rec.wave[0][read - 1] == read - 1.0f) << rows;
         for (const auto& w : rec.wave) EXPECT_GE(static_cast<int32_t>(w.size()), expected);
     }
-}
-
-TEST_F(WaveCsvTest, PointsLimitsTheRowsRead) {
-    std::string text = header("DS-5352", " 20 ", "Ch1 V,Ch2 V");
-    for (int k = 0; k < 30; ++k) text += std::to_string(k) + ",0\r\n";
-    writeFile("p.csv", text);
-    DsoSetup s;
-    WaveRecord rec;
-    auto r = LoadWaveCsv(path("p.csv"), s, rec);
-    ASSERT_TRUE(r.ok());
-    EXPECT_EQ(r.rowsRead, 20);
-    EXPECT_EQ(rec.wave[0][19], 19.0f);
 }
 
 TEST_F(WaveCsvTest, BadFilesEndCleanlyKeepingWhatWasRead) {

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "common/TextFile.h"
+#include "support/FileBytes.h"
 #include "support/TestFolder.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "app/core/ResumeFile.h"
 #include "app/core/SettingsTable.h"
@@ -23,38 +22,15 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    std::string readAll() const {
-        std::ifstream in(file_, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
-    void writeAll(const std::string& bytes) const { std::ofstream(file_, std::ios::binary) << bytes; }
-
     std::vector<std::string> lines() const {
-        std::vector<std::string> out;
-        std::string all = readAll();
-        size_t start = 0, end;
-        while ((end = all.find("\r\n", start)) != std::string::npos) {
-            out.push_back(FromNarrow(all.substr(start, end - start)));
-            start = end + 2;
-        }
-        return out;
+        auto ls = test::CrLfLines(test::ReadBytes(file_));
+        for (auto& l : ls) l = FromNarrow(l);
+        return ls;
     }
     void writeLines(const std::vector<std::string>& ls) const {
         std::string all;
         for (const auto& l : ls) all += ToNarrow(l) + "\r\n";
-        writeAll(all);
-    }
-
-    // Every setting is written, so equal texts mean equal settings.
-    std::string savedText(const Settings& s) const {
-        const std::string other = (dir_ / "compare.txt").string();
-        (void)SaveResumeParam(other, s);
-        std::ifstream in(other, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        test::WriteBytes(file_, all);
     }
 
     fs::path dir_;
@@ -64,44 +40,20 @@ protected:
 // Every setting away from its default.
 Settings changedSettings() {
     Settings s;
-    const char* pairs[][2] = {{"MaxCycles", "2500"},
-                              {"TotalRepeats", "77"},
-                              {"RepeatCheck", "1"},
-                              {"Histerisis", "12.5"},
-                              {"PLevel", "40"},
-                              {"SmoothingNo", "5"},
-                              {"LimitPoints", "0.2"},
-                              {"SampleNo", "Board A"},
-                              {"SampleIndex", "9"},
-                              {"IPAdressText", "10.0.0.7"},
-                              {"ZoomRate", "20"},
-                              {"DDSaveCheck", "1"},
-                              {"WDSaveCheck", "1"},
-                              {"DaqCheck", "1"},
-                              {"OmitRangeEffect", "1"},
-                              {"LevelMethod", "Halves"},
-                              {"ChInputSignal1", "0"},
-                              {"ChInputSignal2", "Duty"},
-                              {"ChInputSignal3", "Max"},
-                              {"ChInputSignal4", "Gate"},
-                              {"VRate2", "10"},
-                              {"SigName3", "Clock"},
-                              {"DispOffCheck2", "1"},
-                              {"DispOffCheck4", "1"},
-                              {"PPCheck2", "1"},
-                              {"DutyCheck3", "true"},
-                              {"TimeoutSeconds", "2.5"},
-                              {"SaveWavesCheck", "1"},
-                              {"Stacked", "1"},
-                              {"Comment", "x"},
-                              {"Encoder", "1"},
-                              {"EncoderA", "3"},
-                              {"EncoderB", "4"},
-                              {"EncoderZ", "2"},
-                              {"EncoderCountsPerRev", "500"},
-                              {"MinStateWidth", "5e-05"},
-                              {"EdgeTiming", "Interpolated"}};
-    for (const auto& [name, value] : pairs) EXPECT_TRUE(SetSettingByName(s, name, value).ok()) << name;
+    // name=value pairs, each set by its name.
+    const std::string pairs =
+        "MaxCycles=2500;TotalRepeats=77;RepeatCheck=1;Histerisis=12.5;PLevel=40;SmoothingNo=5;"
+        "LimitPoints=0.2;SampleNo=Board A;SampleIndex=9;IPAdressText=10.0.0.7;ZoomRate=20;DDSaveCheck=1;"
+        "WDSaveCheck=1;DaqCheck=1;OmitRangeEffect=1;LevelMethod=Halves;TimeoutSeconds=2.5;SaveWavesCheck=1;"
+        "Stacked=1;Comment=x;Encoder=1;EncoderA=3;EncoderB=4;EncoderZ=2;EncoderCountsPerRev=500;"
+        "MinStateWidth=5e-05;EdgeTiming=Interpolated;ChInputSignal1=0;ChInputSignal2=Duty;ChInputSignal3=Max;"
+        "ChInputSignal4=Gate;VRate2=10;SigName3=Clock;DispOffCheck2=1;DispOffCheck4=1;PPCheck2=1;"
+        "DutyCheck3=true;";
+    for (size_t at = 0, end; (end = pairs.find(';', at)) != std::string::npos; at = end + 1) {
+        const std::string pair = pairs.substr(at, end - at);
+        const size_t eq = pair.find('=');
+        EXPECT_TRUE(SetSettingByName(s, pair.substr(0, eq), pair.substr(eq + 1)).ok()) << pair;
+    }
     s.analysis.Comment = "\nfirst\nsecond";
     for (int i = 0; i < 4; ++i) {
         s.channels[i].BackColor = 0x102030 + i;
@@ -127,7 +79,7 @@ TEST_F(ResumeFileTest, RoundTripRestoresEverySetting) {
     // Every load puts a line feed before each comment line, the first included.
     EXPECT_EQ(loaded.analysis.Comment, "\n" + saved.analysis.Comment);
     loaded.analysis.Comment = saved.analysis.Comment;
-    EXPECT_EQ(savedText(loaded), savedText(saved));
+    EXPECT_EQ(ResumeText(loaded), ResumeText(saved));
     EXPECT_EQ(loaded.windows.WaveFormAllTop, 6000);
     EXPECT_EQ(loaded.channels[3].ChInputSignal, 9);
 }
@@ -137,41 +89,28 @@ TEST_F(ResumeFileTest, WritesTheLabelsAndPrintForms) {
     s.analysis.Comment = "a\r\nb";
     s.analysis.SaveWavesCheck = true;
     ASSERT_TRUE(SaveResumeParam(file_, s).ok());
-    const auto ls = lines();
-    ASSERT_EQ(ls.size(), 68u);
-    EXPECT_EQ(ls[0], "Max周期数,1000");
-    EXPECT_EQ(ls[6], "格納選択, 1 , 0 ");
-    EXPECT_EQ(ls[8], "繰返し, 0 ,1000");
-    EXPECT_EQ(ls[9], "Ch1 信号タイプ, 1 ");
-    EXPECT_EQ(ls[16], "Ch2 のバック色, 16711935 ");
-    EXPECT_EQ(ls[28], "Ch4 のバック色, 65280 ");
-    EXPECT_EQ(ls[32], "Ch4 表示off, 0 ");
-    EXPECT_EQ(ls[33], "コメント");
-    EXPECT_EQ(ls[34], "a");
-    EXPECT_EQ(ls[35], "b");
-    EXPECT_EQ(ls[36], "//");
-    EXPECT_EQ(ls[37], "範囲マージン(div),0");
-    EXPECT_EQ(ls[38], "除外チェック/範囲, 0 , 0 , 0 ,False");
-    EXPECT_EQ(ls[39], "Screen Layout, 0 , 0 , 0 , 0 , 0 , 0 ");
-    EXPECT_EQ(ls[40], "");
-    EXPECT_EQ(ls[41], "詳細データ格納する/しない, 0 ");
-    EXPECT_EQ(ls[42], "詳細データ格納パス,,,");
-    EXPECT_EQ(ls[43], "波形データ格納ファイルヘッダ/チェック,, 0 ");
-    EXPECT_EQ(ls[44], "トリガチェック, 0 ");
-    EXPECT_EQ(ls[45], "センタレベル,50");
-    EXPECT_EQ(ls[46], "LevelMethod,Auto");
-    EXPECT_EQ(ls[47], "PPCheck1,0");
-    EXPECT_EQ(ls[55], "TimeoutSeconds,10");
-    EXPECT_EQ(ls[56], "Stacked,0");
-    EXPECT_EQ(ls[57], "Encoder,0");
-    EXPECT_EQ(ls[58], "EncoderA,1");
-    EXPECT_EQ(ls[60], "EncoderZ,0");
-    EXPECT_EQ(ls[62], "MinStateWidth,0");
-    EXPECT_EQ(ls[63], "EdgeTiming,Samples");
-    EXPECT_EQ(ls[64], "EdgeRule,Auto");
-    EXPECT_EQ(ls[65], "Instrument,Auto");
-    EXPECT_EQ(ls[66], "ResultsDb,");
-    EXPECT_EQ(ls[67], "StationName,");
+    // The defaults' whole file: the legacy lines at their places, the
+    // comment's lines between its label and "//", then the lines by label.
+    EXPECT_EQ(
+        test::ReadBytes(file_),
+        ToNarrow("Max周期数,1000\r\nヒステリシス,10\r\nサンプル名称,Sample\r\n追番,1\r\n"
+                 "IPアドレス,192.168.1.101\r\n拡大倍率,1\r\n格納選択, 1 , 0 \r\n移動平均回数,1\r\n"
+                 "繰返し, 0 ,1000\r\nCh1 信号タイプ, 1 \r\nCh1 のバック色, 65535 \r\n"
+                 "Ch1 の文字色, 0 \r\nCh1 V倍率,1.0\r\nCh1 信号名称,Ch1\r\nCh1 表示off, 0 \r\n"
+                 "Ch2 信号タイプ, 1 \r\nCh2 のバック色, 16711935 \r\nCh2 の文字色, 0 \r\n"
+                 "Ch2 V倍率,1.0\r\nCh2 信号名称,Ch2\r\nCh2 表示off, 0 \r\nCh3 信号タイプ, 1 \r\n"
+                 "Ch3 のバック色, 16776960 \r\nCh3 の文字色, 0 \r\nCh3 V倍率,1.0\r\n"
+                 "Ch3 信号名称,Ch3\r\nCh3 表示off, 0 \r\nCh4 信号タイプ, 1 \r\n"
+                 "Ch4 のバック色, 65280 \r\nCh4 の文字色, 0 \r\nCh4 V倍率,1.0\r\nCh4 信号名称,Ch4\r\n"
+                 "Ch4 表示off, 0 \r\nコメント\r\na\r\nb\r\n//\r\n範囲マージン(div),0\r\n"
+                 "除外チェック/範囲, 0 , 0 , 0 ,False\r\nScreen Layout, 0 , 0 , 0 , 0 , 0 , 0 \r\n\r\n"
+                 "詳細データ格納する/しない, 0 \r\n詳細データ格納パス,,,\r\n"
+                 "波形データ格納ファイルヘッダ/チェック,, 0 \r\nトリガチェック, 0 \r\n"
+                 "センタレベル,50\r\nLevelMethod,Auto\r\nPPCheck1,0\r\nPPCheck2,0\r\nPPCheck3,0\r\n"
+                 "PPCheck4,0\r\nDutyCheck1,0\r\nDutyCheck2,0\r\nDutyCheck3,0\r\nDutyCheck4,0\r\nTimeoutSeconds,10\r\n"
+                 "Stacked,0\r\nEncoder,0\r\nEncoderA,1\r\nEncoderB,2\r\nEncoderZ,0\r\nEncoderCountsPerRev,0\r\n"
+                 "MinStateWidth,0\r\nEdgeTiming,Samples\r\nEdgeRule,Auto\r\nInstrument,Auto\r\nResultsDb,\r\n"
+                 "StationName,\r\n"));
 
     Settings loaded;
     (void)LoadResumeParam(file_, loaded);
@@ -216,7 +155,8 @@ TEST_F(ResumeFileTest, MaxCyclesIsCappedOnLoad) {
 }
 
 // A bad value is said with its line, label and the value kept instead, and
-// the lines after it are still read; a file that ends early keeps the rest.
+// the lines after it are still read; a line too long or of too many fields
+// ends the load and is named; a file that ends early keeps the rest.
 TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
     const Settings saved = changedSettings();
     (void)SaveResumeParam(file_, saved);
@@ -234,38 +174,49 @@ TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
     ASSERT_EQ(load.problems.size(), 1u);
     EXPECT_EQ(load.problems[0].rfind("line 16: the file ends before \"Ch2 信号タイプ\"", 0), 0u) << load.problems[0];
 
+    // One line replaced. A comment line of 1 MiB is a setting like any
+    // other; a longer line, or a line of more than 1,000 fields, ends the load.
+    const size_t comment = 34;  // the first comment line, after "コメント"
     struct Case {
         size_t line;  // 0-based
-        const char* text;
-        std::string problem;
+        std::string text;
+        bool complete;
+        std::string problem;  // how it starts; "" for none
     };
     const Case cases[] = {
-        {16, "Ch2 のバック色,red",
+        {16, "Ch2 のバック色,red", true,
          "line 17 (Ch2 のバック色): BackColor2 cannot be \"red\": it takes a whole number. \"16711935\" is used "
          "instead."},
-        {9, "Ch1 信号タイプ, 9 ",
+        {9, "Ch1 信号タイプ, 9 ", true,
          "line 10 (Ch1 信号タイプ): ChInputSignal1 cannot be \" 9 \": the list has no such entry. "
          "\"Period\" is used instead."},
-        {1, "ヒステリシス,abc",
+        {1, "ヒステリシス,abc", true,
          "line 2 (ヒステリシス): Histerisis cannot be \"abc\": it takes a number from 0 to 50. \"10\" is used "
          "instead."},
-        {6, "格納選択, 1 ", "line 7 (格納選択): SaveScreenCheck has no value on the line. \"0\" is used instead."},
-        {24, "Ch3 V倍率,-1e39",
+        {6, "格納選択, 1 ", true,
+         "line 7 (格納選択): SaveScreenCheck has no value on the line. \"0\" is used instead."},
+        {24, "Ch3 V倍率,-1e39", true,
          "line 25 (Ch3 V倍率): VRate3 cannot be \"-1e39\": it takes a number from 1e-06 to 1000000."},
+        {comment, std::string(size_t{1} << 20, 'c'), true, ""},
+        {comment, std::string(5000, ','), true, ""},
+        {comment, std::string((size_t{1} << 20) + 1, 'c'), false, "line 35: The line is longer than 1 MiB"},
+        {1, "ヒステリシス," + std::string(1000, ','), false, "line 2: The line has more than 1000 fields"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
         auto bad = full;
         bad[c.line] = c.text;
         writeLines(bad);
         Settings partial;
         load = LoadResumeParam(file_, partial);
-        EXPECT_TRUE(load.complete) << c.text;
-        ASSERT_EQ(load.problems.size(), 1u) << c.text;
-        EXPECT_EQ(load.problems[0].rfind(c.problem, 0), 0u) << load.problems[0];
+        EXPECT_EQ(load.complete, c.complete);
+        ASSERT_EQ(load.problems.size(), c.problem.empty() ? 0u : 1u);
+        EXPECT_TRUE(c.problem.empty() || load.problems[0].rfind(c.problem, 0) == 0) << load.problems[0];
+        if (!c.complete) continue;
         // The settings after the line are read as saved.
-        EXPECT_EQ(partial.channels[1].VRate, "10") << c.text;
-        EXPECT_EQ(partial.analysis.PLevel, "40") << c.text;
-        EXPECT_EQ(partial.analysis.EdgeTiming, "Interpolated") << c.text;
+        EXPECT_EQ(partial.channels[1].VRate, "10");
+        EXPECT_EQ(partial.analysis.PLevel, "40");
+        EXPECT_EQ(partial.analysis.EdgeTiming, "Interpolated");
     }
 
     // A file from before the optional lines loads whole with their defaults.
@@ -275,45 +226,6 @@ TEST_F(ResumeFileTest, LoadReportsBadOrMissingLinesAndReadsOn) {
     (void)LoadResumeParam(file_, old);
     EXPECT_EQ(old.analysis.PLevel, "40");
     EXPECT_EQ(old.analysis.LevelMethod, "Auto");
-}
-
-// A comment line of 1 MiB is a setting like any other; a longer line, or a
-// line of more than 1,000 fields, ends the load and is named.
-TEST_F(ResumeFileTest, LinesUpToOneMiBAndAThousandFields) {
-    const Settings saved = changedSettings();
-    (void)SaveResumeParam(file_, saved);
-    const auto full = lines();
-    const size_t comment = 34;  // the first comment line, after "コメント"
-    struct Case {
-        const char* name;
-        size_t line;  // 0-based
-        std::string text;
-        bool complete;
-        std::string problem;
-    };
-    const Case cases[] = {
-        {"longest comment line", comment, std::string(size_t{1} << 20, 'c'), true, ""},
-        {"comment of many commas", comment, std::string(5000, ','), true, ""},
-        {"comment line too long", comment, std::string((size_t{1} << 20) + 1, 'c'), false,
-         "line 35: The line is longer than 1 MiB"},
-        {"values of too many fields", 1, "ヒステリシス," + std::string(1000, ','), false,
-         "line 2: The line has more than 1000 fields"},
-    };
-    for (const auto& c : cases) {
-        auto ls = full;
-        ls[c.line] = c.text;
-        writeLines(ls);
-        Settings loaded;
-        const ResumeLoad load = LoadResumeParam(file_, loaded);
-        EXPECT_EQ(load.complete, c.complete) << c.name;
-        if (c.problem.empty()) {
-            EXPECT_TRUE(load.problems.empty()) << c.name;
-            EXPECT_EQ(loaded.analysis.PLevel, saved.analysis.PLevel) << c.name;
-        } else {
-            ASSERT_EQ(load.problems.size(), 1u) << c.name;
-            EXPECT_EQ(load.problems[0].rfind(c.problem, 0), 0u) << load.problems[0];
-        }
-    }
 }
 
 // The lines after the legacy ones are matched by label: any order, unknown
@@ -369,7 +281,7 @@ TEST_F(ResumeFileTest, OptionalLinesByLabel) {
 TEST_F(ResumeFileTest, MissingFileLeavesDefaults) {
     Settings loaded;
     EXPECT_FALSE(LoadResumeParam((dir_ / "none.txt").string(), loaded).complete);
-    EXPECT_EQ(savedText(loaded), savedText(Settings{}));
+    EXPECT_EQ(ResumeText(loaded), ResumeText(Settings{}));
 }
 
 }  // namespace
