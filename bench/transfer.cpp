@@ -122,8 +122,14 @@ void BM_Fetch4x1M(benchmark::State& state, const char* dialect, const char* tran
 }
 BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy, "legacy", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol, "rigol", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, siglent, "siglent", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, keysight, "keysight", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, siglent, "siglent", "raw")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, keysight, "keysight", "raw")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
 BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy_vxi11, "legacy", "vxi11")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()

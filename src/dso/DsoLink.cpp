@@ -298,8 +298,8 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
                     const bool over = view.size() > how.textBefore || view.find('\n') != std::string_view::npos;
                     header.state = over || quiet ? BlockHeaderState::NotBlock : BlockHeaderState::NeedMore;
                     if (header.state != BlockHeaderState::NeedMore) return true;
-            if (!view.empty() && view[0] == '#') askAgainIfDone();
-            return false;
+                    if (!view.empty() && view[0] == '#') askAgainIfDone();
+                    return false;
                 }
                 view.remove_prefix(skip);
             }

@@ -14,9 +14,11 @@
 #include <QThread>
 #include <QTimer>
 
+#ifndef _WIN32
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -149,7 +151,6 @@ public:
         conns_.clear();
         graveyard_.clear();
         closeDoors();
-        if (transport_ == "usbtmc" && !path_.empty()) ::unlink(path_.c_str());
     }
 
     // The lines of a peer's bytes, each answered in turn.
@@ -544,6 +545,7 @@ private:
     bool dropped_ = false;
 };
 
+#ifndef _WIN32
 // A USBTMC device node's stand-in: each packet from the host is a write,
 // each reply goes out as one packet, read whole by one read.
 class NodePeer : public SimPeer {
@@ -599,10 +601,15 @@ void WidenSendBuffer(int fd) {
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &want, sizeof want);
 }
 
+#endif
+
 }  // namespace
 
 bool DsoSimulator::Worker::open() {
     if (transport_ == "usbtmc") {
+#ifdef _WIN32
+        return false;  // the stand-in is a local packet socket, which Windows lacks
+#else
         if (nodeFd_ >= 0) return true;
         sockaddr_un a{};
         a.sun_family = AF_UNIX;
@@ -619,6 +626,7 @@ bool DsoSimulator::Worker::open() {
         nodeNotifier_ = new QSocketNotifier(fd, QSocketNotifier::Read, this);
         QObject::connect(nodeNotifier_, &QSocketNotifier::activated, this, [this] { acceptNode(); });
         return true;
+#endif
     }
     const bool vxi11 = transport_ == "vxi11";
     if (!server_) {
@@ -650,6 +658,7 @@ void DsoSimulator::Worker::closeDoors() {
     if (server_) server_->close();
     if (core_) core_->close();
     if (udp_) udp_->close();
+#ifndef _WIN32
     if (nodeFd_ >= 0) {
         delete nodeNotifier_;
         nodeNotifier_ = nullptr;
@@ -657,6 +666,7 @@ void DsoSimulator::Worker::closeDoors() {
         nodeFd_ = -1;
         ::unlink(path_.c_str());
     }
+#endif
 }
 
 void DsoSimulator::Worker::acceptTcp(QTcpServer* server, bool core) {
@@ -671,10 +681,12 @@ void DsoSimulator::Worker::acceptTcp(QTcpServer* server, bool core) {
 }
 
 void DsoSimulator::Worker::acceptNode() {
+#ifndef _WIN32
     const int fd = ::accept4(nodeFd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) return;
     WidenSendBuffer(fd);
     adopt(std::make_unique<NodePeer>(*this, fd));
+#endif
 }
 
 // The portmapper's answer to one call: where the core channel listens
