@@ -2,7 +2,10 @@
 // of the legacy instrument, converted to volts (target: at most 0.3 s), and
 // per family a whole fetch of 4 x 1,000,000 8-bit points (target: at most
 // 0.5 s beyond the simulator's own time to make and hand over its replies,
-// reported as "beyond_sim_s").
+// reported as "beyond_sim_s"); the same fetch over VXI-11 on loopback (the
+// program's own RPC client; through liblxi too when the portmapper port can
+// be had) and over the USBTMC stand-in (target for VXI-11: within twice the
+// raw socket's time).
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -75,27 +78,33 @@ void BM_WordTransfer5M(benchmark::State& state) {
 BENCHMARK(BM_WordTransfer5M)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
 
 // The whole fetch of a family's instrument: setup, then four channels of
-// 1,000,000 byte samples each, through the instrument interface.
-void BM_Fetch4x1M(benchmark::State& state, const char* dialect) {
+// 1,000,000 byte samples each, through the instrument interface, over the
+// transport named ("raw", "vxi11", "usbtmc"; "liblxi": VXI-11 with the
+// portmapper on its usual port).
+void BM_Fetch4x1M(benchmark::State& state, const char* dialect, const char* transport) {
     App();
     SimOptions o;
     o.dialect = dialect;
     o.state.recordLength = 1'000'000;
+    const bool liblxi = std::string(transport) == "liblxi";
+    o.transport = liblxi ? "vxi11" : transport;
+    if (liblxi) o.port = 111;
     DsoSimulator sim(o);
     if (!sim.start()) {
         state.SkipWithError("the simulator did not start");
         return;
     }
+    const std::string address = liblxi ? "vxi11://127.0.0.1" : sim.address();
     Instrument instrument;
     DsoSetup setup;
     NullUi ui;
-    if (!instrument.connect(setup, ui, sim.address(), "Auto")) {
+    if (!instrument.connect(setup, ui, address, "Auto")) {
         state.SkipWithError("no link to the simulator");
         return;
     }
     WaveRecord record;
     std::array<std::string, 4> vrate{"1", "1", "1", "1"};
-    DsoTransferInputs in{sim.address(), false, vrate, "Period"};
+    DsoTransferInputs in{address, false, vrate, "Period"};
     const double servedBefore = sim.servingSeconds();
     double wall = 0;
     for (auto _ : state) {
@@ -111,10 +120,35 @@ void BM_Fetch4x1M(benchmark::State& state, const char* dialect) {
     instrument.close();
     sim.stop();
 }
-BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy, "legacy")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol, "rigol")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, siglent, "siglent")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, keysight, "keysight")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
-BENCHMARK_CAPTURE(BM_Fetch4x1M, tektronix, "tektronix")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy, "legacy", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol, "rigol", "raw")->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, siglent, "siglent", "raw")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, keysight, "keysight", "raw")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, tektronix, "tektronix", "raw")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, legacy_vxi11, "legacy", "vxi11")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol_vxi11, "rigol", "vxi11")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol_liblxi, "rigol", "liblxi")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
+BENCHMARK_CAPTURE(BM_Fetch4x1M, rigol_usbtmc, "rigol", "usbtmc")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(10);
 
 }  // namespace

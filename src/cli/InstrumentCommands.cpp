@@ -17,8 +17,11 @@ namespace {
 Outcome withInstrument(RunState& state, const std::string& ip, std::ostream& err,
                        const std::function<Outcome(ScriptedUi&)>& exchange) {
     ScriptedUi ui;
-    if (const Outcome linked = state.ConnectInstrument(ui, ip); !linked)
-        return Told(err, Outcome(linked.code(), linked.text() + " (" + ip + ")"));
+    if (const Outcome linked = state.ConnectInstrument(ui, ip); !linked) {
+        // The door's reason, when it told one (a VXI-11 or USB instrument).
+        const std::string why = ui.status[1] == kConnectingToDso ? std::string() : " " + ui.status[1];
+        return Told(err, Outcome(linked.code(), linked.text() + " (" + ip + ")" + why));
+    }
     ReportProbedPort(state, err);
     if (const Outcome exchanged = exchange(ui); !exchanged) return Told(err, exchanged);
     if (const Outcome local = state.HandBackInstrument(); !local) return Told(err, local);

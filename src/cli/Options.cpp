@@ -5,6 +5,7 @@
 #include "common/Numeric.h"
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
+#include "dso/DsoLink.h"
 #include "store/PassRecord.h"
 
 #include <algorithm>
@@ -64,6 +65,10 @@ Commands:
                                (TIME: YYYY-MM-DD[Thh:mm[:ss]] in UTC; --until is the first left out)
 
 Global options: --help, --version, --data-folder DIR,
+  --ip vxi11://HOST[:PORT][/DEVICE]
+                               reach the instrument over VXI-11 (PORT: its portmapper's, 111 by
+                               default; DEVICE: inst0 by default) instead of its raw socket
+  --usb /dev/usbtmcN           reach a USB instrument through its USBTMC device node (in place of --ip)
   --timeout SECONDS            give up on an instrument exchange (a reply, a block) after this long (default 10)
   --instrument FAMILY          the instrument's family: Auto (default: its identification chooses), Legacy,
                                Rigol, Siglent, Keysight or Tektronix; without a port in --ip, the family's
@@ -122,8 +127,9 @@ std::optional<double> secondsText(std::string_view text) {
 
 const std::set<std::string>& optionsWithValues() {
     static const std::set<std::string> names = {
-        "--data-folder",     "--settings", "--set",  "--format",     "--comparator", "--ip",  "--repeat", "--timeout",
-        "--import-interval", "--plots",    "--jobs", "--instrument", "--results-db", "--run", "--since",  "--until"};
+        "--data-folder", "--settings",   "--set", "--format",          "--comparator", "--ip",
+        "--repeat",      "--timeout",    "--usb", "--import-interval", "--plots",      "--jobs",
+        "--instrument",  "--results-db", "--run", "--since",           "--until"};
     return names;
 }
 
@@ -154,9 +160,15 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             o.noSave = true;
         else if (a == "--comparator")
             o.comparator = args[++i];
-        else if (a == "--ip")
-            o.ip = args[++i];
-        else if (a == "--repeat") {
+        else if (a == "--ip" || a == "--usb") {
+            std::string v = args[++i];
+            if (o.ip) return optionError("--ip and --usb name one instrument: give one of them once");
+            // A USB instrument is its device node: "usbtmc0" is short for "/dev/usbtmc0".
+            if (a == "--usb" && v.find('/') == std::string::npos) v = "/dev/" + v;
+            if (a == "--usb" && TransportOfAddress(v) != DsoTransport::Usbtmc)
+                return optionError("--usb takes a device node such as /dev/usbtmc0, not " + v);
+            o.ip = v;
+        } else if (a == "--repeat") {
             const std::string& v = args[++i];
             double n = 0;
             if (Outcome number = numberOption(v, n); !number) return number;

@@ -7,7 +7,7 @@
 namespace mervasto {
 
 // The bytes between the program and an instrument, however they travel: a
-// raw network socket now, VXI-11 or a USB device node later. The link keeps
+// raw network socket, a VXI-11 link or a USB device node. The link keeps
 // every wait, time-out, cap and check above it, so a transport only moves
 // bytes and says when something happened. Used from the thread that owns the
 // link; notice() is called in that thread.
@@ -37,6 +37,16 @@ public:
     // A reply is expected now. A message-based transport (VXI-11, USBTMC)
     // asks the device for it here; a byte stream needs nothing.
     virtual void replyWanted() {}
+    // A read asked for is still under way, or bytes of it wait to be taken:
+    // false tells the link that a block it still needs bytes of must be
+    // asked for again (a device may cut a message). A stream always reads.
+    virtual bool replyPending() const { return true; }
+    // The link's reply time-out, for a transport whose calls block and carry
+    // their own (VXI-11's io_timeout).
+    virtual void setTimeoutMs(int ms) {}
+    // Why the connection failed or broke, when the transport knows more
+    // than that it did (empty otherwise).
+    virtual std::string failure() const { return {}; }
 
     std::function<void(Notice)> notice;
 };

@@ -13,7 +13,7 @@
 #include "common/RuntimeError.h"
 #include "common/TextUtil.h"
 #include "dso/LinkFraming.h"
-#include "dso/TcpTransport.h"
+#include "dso/RoutedTransport.h"
 
 namespace mervasto {
 
@@ -30,8 +30,20 @@ std::string SecondsText(int ms) {
 
 }  // namespace
 
+DsoTransport TransportOfAddress(std::string_view addressText) {
+    const std::string_view text = TrimBlanks(addressText);
+    const std::string_view scheme = "vxi11://";
+    if (text.size() >= scheme.size() && std::equal(scheme.begin(), scheme.end(), text.begin(), [](char a, char b) {
+            return a == std::tolower(static_cast<unsigned char>(b));
+        }))
+        return DsoTransport::Vxi11;
+    if (!text.empty() && text.front() == '/') return DsoTransport::Usbtmc;
+    return DsoTransport::Socket;
+}
+
 DsoAddress ParseDsoAddress(const std::string& addressText) {
     std::string text{TrimBlanks(addressText)};
+    if (const DsoTransport t = TransportOfAddress(text); t != DsoTransport::Socket) return {text, "", true, t};
     DsoAddress a{text, kDsoPortText};
     auto colon = text.find(':');
     if (colon != std::string::npos && text.find(':', colon + 1) == std::string::npos) {
@@ -52,7 +64,7 @@ int16_t ChannelCountOfModel(const std::string& model) {
 }
 
 DsoLink::DsoLink(std::unique_ptr<ByteTransport> transport)
-    : transport_(transport ? std::move(transport) : std::make_unique<TcpTransport>()),
+    : transport_(transport ? std::move(transport) : std::make_unique<RoutedTransport>()),
       ownerThread_(QThread::currentThread()),
       clock_(std::make_unique<QElapsedTimer>()) {
     clock_->start();
@@ -178,7 +190,8 @@ DsoLink::WaitEnd DsoLink::waitFor(const std::function<bool()>& done, const std::
         if (needOpen && !socketOpen()) {
             pullSocket();
             if (done()) return WaitEnd::Done;
-            fail("The DSO closed the connection while " + what + ".");
+            const std::string why = transport_->failure();
+            fail("The DSO closed the connection while " + what + (why.empty() ? "." : ": " + why));
         }
         if (timeoutMs > 0 && sinceDataMs() > timeoutMs) return WaitEnd::Silent;
         if (deadlineAtMs >= 0 && clock_->elapsed() > deadlineAtMs) return WaitEnd::PastDeadline;
@@ -191,13 +204,15 @@ int16_t DsoLink::LinkToSLA(const std::string& address, const std::string& port) 
     if (transport_->state() == ByteTransport::State::Closed) {
         socketError_ = false;
         pending_.clear();
-        double p = Val(port);
-        if (!(p >= 1 && p <= 65535)) {
+        // A VXI-11 or USBTMC address names its own door and has no port.
+        const bool ownDoor = TransportOfAddress(address) != DsoTransport::Socket;
+        double p = ownDoor ? 0 : Val(port);
+        if (!ownDoor && !(p >= 1 && p <= 65535)) {
             socketError_ = true;
             return state();
         }
         events.Connected = false;
-        peer_ = address + ":" + port;
+        peer_ = ownDoor ? address : address + ":" + port;
         transport_->open(address, static_cast<uint16_t>(ToInt32(p)));
         auto end = waitFor(
             [this] {
@@ -282,13 +297,17 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
                     skip = 0;
                     const bool over = view.size() > how.textBefore || view.find('\n') != std::string_view::npos;
                     header.state = over || quiet ? BlockHeaderState::NotBlock : BlockHeaderState::NeedMore;
-                    return header.state != BlockHeaderState::NeedMore;
+                    if (header.state != BlockHeaderState::NeedMore) return true;
+                    if (!view.empty() && view[0] == '#') askAgainIfDone();
+                    return false;
                 }
                 view.remove_prefix(skip);
             }
             header = framing == Framing::Legacy ? ParseBlockHeader(view, quiet, kMaxBlockBytes - 1)
                                                 : ParseDefiniteBlockHeader(view, quiet, kMaxBlockBytes - 1);
-            return header.state != BlockHeaderState::NeedMore;
+            if (header.state != BlockHeaderState::NeedMore) return true;
+            if (!view.empty() && view[0] == '#') askAgainIfDone();
+            return false;
         },
         "waiting for a data block" + of, true, replyTimeoutMs_, deadline);
     if (end == WaitEnd::PastDeadline)
@@ -330,6 +349,7 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
             if (pending_.size() >= total) return true;
             // The payload is all there and nothing more comes: the LF is missing.
             noTerminator = pending_.size() >= total - lineEnds && sinceDataMs() >= quietMs_;
+            if (pending_.size() < total - lineEnds) askAgainIfDone();
             return noTerminator;
         },
         "reading a data block" + of + " of " + std::to_string(n) + " bytes", true, replyTimeoutMs_, deadline);
@@ -357,6 +377,10 @@ int64_t DsoLink::readFramed(std::vector<uint8_t>& data, Framing framing, const B
     pending_.erase(0, total);
     if (progressPort && how.total <= 0) progressPort->progress(0, 0);
     return n;
+}
+
+void DsoLink::askAgainIfDone() {
+    if (!transport_->replyPending()) transport_->replyWanted();
 }
 
 void DsoLink::pauseBetweenPolls() {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/Outcome.h"
@@ -72,12 +73,22 @@ inline constexpr int16_t kLinkConnected = 7;
 inline constexpr int16_t kLinkClosing = 8;
 inline constexpr int16_t kLinkError = 9;
 
+// Which door to the instrument an address names: "vxi11://HOST[:PORT][/DEVICE]"
+// a VXI-11 link, a path ("/dev/usbtmc0") a USBTMC device node, anything else
+// the raw network socket.
+enum class DsoTransport { Socket, Vxi11, Usbtmc };
+DsoTransport TransportOfAddress(std::string_view addressText);
+
 // Host and port of the address box: a host name or dotted address, port 5198;
-// "host:port" names another port (the local simulator).
+// "host:port" names another port (the local simulator). A VXI-11 or USBTMC
+// address is the host as it stands, with no port (it names its own door).
 struct DsoAddress {
     std::string host;
     std::string port;
-    bool portGiven = false;  // the text named the port
+    bool portGiven = false;  // the text named the port, or the address needs none
+    DsoTransport transport = DsoTransport::Socket;
+    // What the link reports as its peer when it stands on this address.
+    std::string peer() const { return port.empty() ? host : host + ":" + port; }
 };
 DsoAddress ParseDsoAddress(const std::string& addressText);
 
@@ -153,6 +164,9 @@ public:
     [[noreturn]] void failExchange(const std::string& text);
 
     int16_t state() const;
+    // Why the transport could not connect or broke, when it knows (VXI-11,
+    // USBTMC); empty otherwise.
+    std::string transportFailure() const { return transport_->failure(); }
     bool aborted() const { return aborted_.load(); }
     // "host:port" of the open connection, as LinkToSLA was given them; empty
     // when the socket is not connected.
@@ -160,7 +174,10 @@ public:
 
     // A silent instrument ends an exchange after this long without a byte
     // (0 = wait for ever). Also bounds connecting and sending.
-    void setReplyTimeoutMs(int ms) { replyTimeoutMs_ = ms; }
+    void setReplyTimeoutMs(int ms) {
+        replyTimeoutMs_ = ms;
+        transport_->setTimeoutMs(ms);
+    }
     int replyTimeoutMs() const { return replyTimeoutMs_; }
     // Every exchange (a command, a query and its reply, one block) ends after
     // this long however steadily bytes trickle in (0 = no deadline).
@@ -194,6 +211,9 @@ private:
                     int64_t deadlineAtMs = -1);
     int64_t deadlineFromNow() const;
     void pauseBetweenPolls();
+    // A block still short of bytes after its message ended (a device that
+    // cuts long replies into several): the next part is asked for.
+    void askAgainIfDone();
     void pullSocket();
     int64_t sinceDataMs() const;
     void checkUsable(const std::string& what);

@@ -51,7 +51,11 @@ Outcome Instrument::connect(DsoSetup& setup, UiPort& ui, const std::string& addr
             if (ports.size() > 1) probedPort_ = static_cast<uint16_t>(std::stoi(port));
             break;
         }
-        if (!up) return {ErrorCode::Link, kDsoNotConnected};
+        if (!up) {
+            // The fixed text stays; the door's own reason goes to the status line.
+            if (const std::string why = link_.transportFailure(); !why.empty()) ui.setStatus(1, why);
+            return {ErrorCode::Link, kDsoNotConnected};
+        }
         host_ = address.host;
         port_ = address.portGiven ? address.port : std::string();
         if (probedPort_ != 0) ui.setStatus(1, "The DSO answered on port " + std::to_string(probedPort_) + ".");
@@ -82,7 +86,7 @@ bool Instrument::linkedElsewhere(const std::string& addressText, std::string_vie
     const InstrumentFamily* named = FamilyNamed(familyName);
     if (named && driver_ && &driver_->family() != named) return true;
     const DsoAddress a = ParseDsoAddress(addressText);
-    if (a.portGiven) return peer != a.host + ":" + a.port;
+    if (a.portGiven) return peer != a.peer();
     // Without a port the link stands on whichever port answered.
     return a.host != host_ || !port_.empty();
 }

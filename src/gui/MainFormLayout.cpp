@@ -13,6 +13,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPlainTextEdit>
@@ -21,10 +22,12 @@
 #include <QScrollBar>
 #include <QTabWidget>
 #include <QTableView>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "common/InstrumentFamilies.h"
 #include "display/WavePainter.h"
+#include "dso/UsbtmcChannel.h"
 #include "gui/EncoderTab.h"
 #include "gui/GridModel.h"
 #include "gui/GuiUi.h"
@@ -218,9 +221,29 @@ void MainForm::buildAddressFrame(QWidget* parent, Commands& commands) {
     auto* af = new QHBoxLayout(addressFrame_);
     IPAdressText_ = new QLineEdit(addressFrame_);
     IPAdressText_->setObjectName("IPAdressText");
+    IPAdressText_->setToolTip(
+        "HOST[:PORT] for the raw socket, vxi11://HOST[/inst0] for VXI-11, "
+        "or a USBTMC device node such as /dev/usbtmc0");
+    // The USB instruments present, listed afresh each time the menu opens.
+    auto* usb = new QToolButton(addressFrame_);
+    usb->setObjectName("UsbtmcNodes");
+    usb->setText("USB");
+    usb->setToolTip("The USBTMC device nodes present (/dev/usbtmc*)");
+    usb->setPopupMode(QToolButton::InstantPopup);
+    auto* nodes = new QMenu(usb);
+    usb->setMenu(nodes);
+    QObject::connect(nodes, &QMenu::aboutToShow, nodes, [this, nodes] {
+        nodes->clear();
+        const std::vector<std::string> found = UsbtmcNodes();
+        if (found.empty()) nodes->addAction("No USBTMC device node (/dev/usbtmc*)")->setEnabled(false);
+        for (const std::string& node : found)
+            QObject::connect(nodes->addAction(q(node)), &QAction::triggered, IPAdressText_,
+                             [this, node] { IPAdressText_->setText(q(node)); });
+    });
     commands.setIp = new QPushButton("Set", addressFrame_);
     commands.setIp->setObjectName("SetIPAddress");
     af->addWidget(IPAdressText_);
+    af->addWidget(usb);
     af->addWidget(commands.setIp);
     addressFrame_->hide();
 }

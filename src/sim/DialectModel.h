@@ -40,8 +40,17 @@ struct SimState {
 };
 
 struct SimOptions {
-    uint16_t port = 0;  // 0 = any free port
-    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "siglent", "keysight", "tektronix".
+    uint16_t port = 0;  // 0 = any free port (with VXI-11: the portmapper's)
+    // How the host reaches it: "raw" (the instrument's socket), "vxi11" (a
+    // portmapper on port and the core channel on a free port, both on
+    // loopback) or "usbtmc" (a local packet socket at usbtmcPath standing in
+    // for the device node: one packet, one message).
+    std::string transport = "raw";
+    std::string usbtmcPath;
+    // The most one VXI-11 device_read returns: a longer reply takes several.
+    int vxi11ReadBytes = 64 * 1024;
+    // The command set spoken (sim/Dialects.h): "legacy", "rigol", "siglent", "keysight",
+    // "tektronix".
     std::string dialect = "legacy";
     SimState state;
     SimFault fault = SimFault::None;

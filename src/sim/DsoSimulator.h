@@ -25,9 +25,11 @@ public:
 
     // Starts the thread and listens; false when the port cannot be opened.
     bool start();
+    bool started() const { return thread_ != nullptr; }
     void stop();
     uint16_t port() const;
-    // "127.0.0.1:<port>", what the address box takes.
+    // What the address box takes: "127.0.0.1:<port>", "vxi11://127.0.0.1:<port>/inst0"
+    // or the USBTMC stand-in's path.
     std::string address() const;
 
     // Every line received, without its LF.

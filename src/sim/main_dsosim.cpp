@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "common/Numeric.h"
@@ -17,12 +18,17 @@ namespace {
 
 void Usage() {
     std::printf(
-        "usage: mervasto-dsosim [--dialect NAME] [--port N] [--model M] [--scenario NAME]\n"
+        "usage: mervasto-dsosim [--dialect NAME] [--port N] [--vxi11 | --usbtmc PATH]\n"
+        "                       [--model M] [--scenario NAME]\n"
         "                       [--record-length N] [--fault NAME] [--acq-delay-ms N]\n"
         "                       [--fault-after BLOCKS] [--fault-rate MS]\n"
         "                       [--bad-setup-field FIELD] [--help] [--version]\n"
         "Serves an instrument's command set on 127.0.0.1 until killed; the port is\n"
         "the dialect's own unless --port names one.\n"
+        "--vxi11 serves it over VXI-11 instead: a portmapper on --port (111 when it\n"
+        "is free, else any free port) and the core channel beside it.\n"
+        "--usbtmc PATH stands in for a USBTMC device node: a local packet socket\n"
+        "at PATH, one message per packet (mervasto --usb PATH).\n"
         "dialects and their models:\n");
     for (const auto& d : mervasto::SimDialects()) {
         std::printf("  %-8.*s port %u:", static_cast<int>(d.name.size()), d.name.data(), static_cast<unsigned>(d.port));
@@ -52,6 +58,10 @@ int main(int argc, char** argv) {
             Usage();
             return 0;
         }
+        if (a == "--vxi11") {
+            options.transport = "vxi11";
+            continue;
+        }
         if (a == "--version") {
             std::printf("mervasto-dsosim %.*s\n", static_cast<int>(kPackageVersion.size()), kPackageVersion.data());
             return 0;
@@ -75,6 +85,9 @@ int main(int argc, char** argv) {
                 return 2;
             }
             options.dialect = v;
+        } else if (a == "--usbtmc") {
+            options.transport = "usbtmc";
+            options.usbtmcPath = v;
         } else if (a == "--model") {
             model = v;
         } else if (a == "--scenario") {
@@ -123,7 +136,8 @@ int main(int argc, char** argv) {
     }
 
     const SimDialect& dialect = *SimDialectNamed(options.dialect);
-    if (!portGiven) options.port = dialect.port;
+    const bool vxi11 = options.transport == "vxi11";
+    if (!portGiven) options.port = vxi11 ? 111 : dialect.port;
     if (model.empty()) model = dialect.models.front();
     if (std::find(dialect.models.begin(), dialect.models.end(), model) == dialect.models.end()) {
         std::fprintf(stderr, "mervasto-dsosim: the %s dialect has no model %s\n", options.dialect.c_str(),
@@ -132,13 +146,21 @@ int main(int argc, char** argv) {
     }
     options.state.model = model;
 
-    DsoSimulator sim(options);
-    if (!sim.start()) {
-        std::fprintf(stderr, "mervasto-dsosim: cannot listen on port %u\n", static_cast<unsigned>(options.port));
+    auto sim = std::make_unique<DsoSimulator>(options);
+    if (!sim->start() && vxi11 && !portGiven) {
+        // The usual portmapper port needs root and may be taken.
+        options.port = 0;
+        sim = std::make_unique<DsoSimulator>(options);
+    }
+    if (!sim->started() && !sim->start()) {
+        if (options.transport == "usbtmc")
+            std::fprintf(stderr, "mervasto-dsosim: cannot make the socket %s\n", options.usbtmcPath.c_str());
+        else
+            std::fprintf(stderr, "mervasto-dsosim: cannot listen on port %u\n", static_cast<unsigned>(options.port));
         return 1;
     }
     std::printf("mervasto-dsosim: %s listening on %s (scenario %s, record length %d, fault %s)\n",
-                options.state.model.c_str(), sim.address().c_str(), options.state.scenario.c_str(),
+                options.state.model.c_str(), sim->address().c_str(), options.state.scenario.c_str(),
                 options.state.recordLength, SimFaultName(options.fault));
     std::fflush(stdout);
     return app.exec();

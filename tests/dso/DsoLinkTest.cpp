@@ -3,6 +3,7 @@
 #include "DsoTestSupport.h"
 #include "common/RuntimeError.h"
 #include "dso/DsoSetupReadout.h"
+#include "dso/Vxi11Channel.h"
 #include "dso/WaveTransfer.h"
 
 namespace mervasto::test {
@@ -13,6 +14,7 @@ using Log = std::vector<std::string>;
 TEST(DsoAddressTest, HostAndPortFromTheAddressBox) {
     struct Case {
         std::string text, host, port;
+        DsoTransport transport = DsoTransport::Socket;
     };
     const std::vector<Case> cases = {
         {"192.168.1.101", "192.168.1.101", "5198"},
@@ -22,11 +24,46 @@ TEST(DsoAddressTest, HostAndPortFromTheAddressBox) {
         {"localhost:5198", "localhost", "5198"},
         {"host:", "host", "5198"},
         {"fe80::1", "fe80::1", "5198"},  // more than one colon is not host:port
+        // The other doors name themselves and take no port of the link's.
+        {" vxi11://10.0.0.5:111/inst0 ", "vxi11://10.0.0.5:111/inst0", "", DsoTransport::Vxi11},
+        {"VXI11://scope", "VXI11://scope", "", DsoTransport::Vxi11},
+        {"/dev/usbtmc0", "/dev/usbtmc0", "", DsoTransport::Usbtmc},
     };
     for (const auto& c : cases) {
         const DsoAddress a = ParseDsoAddress(c.text);
         EXPECT_EQ(a.host, c.host) << c.text;
         EXPECT_EQ(a.port, c.port) << c.text;
+        EXPECT_EQ(a.transport, c.transport) << c.text;
+    }
+}
+
+TEST(DsoAddressTest, Vxi11HostPortmapperAndDevice) {
+    struct Case {
+        std::string text;
+        bool ok;
+        std::string host = {};
+        uint16_t port = 0;
+        std::string device = {};
+    };
+    const std::vector<Case> cases = {
+        {"vxi11://10.0.0.5", true, "10.0.0.5", 111, "inst0"},
+        {"vxi11://scope.lab:4000/inst1", true, "scope.lab", 4000, "inst1"},
+        {"vxi11://scope/", true, "scope", 111, "inst0"},
+        {"vxi11://[fe80::1]:112/gpib0,5", true, "fe80::1", 112, "gpib0,5"},
+        {"vxi11://", false},
+        {"vxi11://host:0", false},
+        {"vxi11://host:70000", false},
+        {"vxi11://host:", false},
+        {"vxi11://[fe80::1", false},
+        {"10.0.0.5", false},
+    };
+    for (const auto& c : cases) {
+        Vxi11Address a;
+        ASSERT_EQ(ParseVxi11Address(c.text, a), c.ok) << c.text;
+        if (!c.ok) continue;
+        EXPECT_EQ(a.host, c.host) << c.text;
+        EXPECT_EQ(a.portmapPort, c.port) << c.text;
+        EXPECT_EQ(a.device, c.device) << c.text;
     }
 }
 
@@ -315,6 +352,36 @@ TEST_F(SimTest, ClosingTheProgramEndsAnyExchange) {
     // A closing program opens nothing more.
     EXPECT_THROW(link.LinkToSLA("127.0.0.1", std::to_string(sim->port())), RuntimeError);
 }
+
+// Over VXI-11 and USBTMC the calls block in a worker: a second Stop and
+// closing the program still end a wait on a silent instrument that has no
+// time-out at once, and the next run links again.
+class DoorTest : public SimTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DoorTest, StopAndClosingEndAWaitOnASilentInstrument) {
+    SimOptions o = small();
+    o.transport = GetParam();
+    startSim(o);
+    linkUp();
+    const auto [code, text] = silentQueryEndedBy([this] {
+        link.requestStop();
+        link.requestStop();
+    });
+    EXPECT_EQ(code, ErrorCode::Canceled) << text;
+    EXPECT_FALSE(link.DsoLinked);
+    EXPECT_EQ(link.state(), kLinkClosed);
+
+    sim->setFault(SimFault::None);
+    sim->setCommandHook(nullptr);
+    link.clearStop();
+    link.setReplyTimeoutMs(2000);
+    ASSERT_TRUE(ConnectAndIdentify(link, setup, ui, sim->address()));
+    EXPECT_EQ(link.peer(), sim->address());
+    EXPECT_EQ(silentQueryEndedBy([this] { link.abort(); }).first, ErrorCode::Link);
+    EXPECT_EQ(link.state(), kLinkClosed);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, DoorTest, ::testing::Values("vxi11", "usbtmc"));
 
 }  // namespace
 }  // namespace mervasto::test

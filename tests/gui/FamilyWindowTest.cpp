@@ -70,6 +70,32 @@ TEST_P(FamilyWindowTest, InputFromDsoShowsResults) {
     EXPECT_NE(boxes[0].find("identification"), std::string::npos) << boxes[0];
 }
 
+// The address box's other doors: a VXI-11 address typed in, and a USB
+// instrument's node (the simulator's stand-in).
+TEST_P(FamilyWindowTest, InputFromDsoOverVxi11AndUsb) {
+    const Family& f = GetParam();
+    for (const char* transport : {"vxi11", "usbtmc"}) {
+        SimOptions o;
+        o.dialect = f.dialect;
+        o.transport = transport;
+        o.state.recordLength = 2000;
+        DsoSimulator sim(o);
+        ASSERT_TRUE(sim.start());
+        MainForm form((test::FreshTestFolder("mervasto-family-gui-") / "data").string());
+        std::vector<std::string> boxes;
+        form.ui().answerHook = [&](const std::string& text, MsgButtons, const std::string& title) {
+            boxes.push_back(title + ": " + text);
+            return MsgAnswer::Ok;
+        };
+        form.findChild<QLineEdit*>("IPAdressText")->setText(QString::fromStdString(sim.address()));
+        form.findChild<QPushButton*>("WFStartCommand")->click();
+        EXPECT_TRUE(boxes.empty()) << transport << ": " << boxes.front();
+        EXPECT_EQ(form.ui().statusText(1), "Completed data transffering.") << transport;
+        EXPECT_EQ(form.ui().statusText(4), std::string(f.model) + " at " + sim.address());
+        EXPECT_EQ(form.state().resultLines().written(), 1) << transport;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, FamilyWindowTest,
                          ::testing::Values(Family{"legacy", "DS-5354", "Legacy", true},
                                            Family{"rigol", "DS1104Z", "Rigol", true},
