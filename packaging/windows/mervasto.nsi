@@ -5,6 +5,8 @@
 ; and its user guide, and an uninstaller that leaves the data folder
 ; (C:\ProgramData\Mervasto) and what the user measured in it.
 Unicode true
+; A 64-bit installer for the 64-bit program.
+Target amd64-unicode
 !include "MUI2.nsh"
 
 Name "Mervasto ${VERSION}"
