@@ -37,9 +37,10 @@ const InstrumentFamily& KeysightFamily() {
     static const InstrumentFamily family{
         "Keysight", "InfiniiVision 1000 X, 2000 X, 3000 X, 4000 X", 5025,
         [](const Identity& id) {
-            const std::string maker = UpperText(id.maker);
-            return (maker == "KEYSIGHT TECHNOLOGIES" || maker == "AGILENT TECHNOLOGIES") &&
-                   KeysightChannels(id.model) > 0;
+            // Older units give their maker's former name; their model
+            // names (DSO-X 2002A) are the family's own.
+            const bool olderModel = id.model.rfind("DSO-X ", 0) == 0 || id.model.rfind("MSO-X ", 0) == 0;
+            return (UpperText(id.maker) == "KEYSIGHT TECHNOLOGIES" || olderModel) && KeysightChannels(id.model) > 0;
         },
         [] { return std::unique_ptr<InstrumentDriver>(std::make_unique<KeysightDriver>()); }};
     return family;

@@ -9,7 +9,7 @@
 
 namespace mervasto {
 
-// Keysight (formerly Agilent) InfiniiVision 1000 X, 2000 X, 3000 X and
+// Keysight InfiniiVision 1000 X, 2000 X, 3000 X and
 // 4000 X on their raw socket (port 5025).
 const InstrumentFamily& KeysightFamily();
 

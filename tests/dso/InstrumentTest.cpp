@@ -68,7 +68,7 @@ TEST(InstrumentIdentityTest, TheIdentificationChoosesTheFamily) {
         {"Rigol", "MERVASTO SIMULATOR,DS-5354,0001,1.00", "names no DS1000Z or MSO1000Z model", 0},
         {"Auto", "Siglent Technologies,SDS1202X-E,SDS1ECDQ2R0001,8.1.6.1.37R2", "Siglent", 2},
         {"Siglent", "Siglent Technologies,SDS2104X Plus,SDS2PA0001,1.5.2", "names no SDS1000X-E or SDS2000X model", 0},
-        {"Auto", "AGILENT TECHNOLOGIES,DSO-X 2002A,MY00000001,02.43.2018020635", "Keysight", 2},
+        {"Auto", "INSTRUMENTS OF OLD,DSO-X 2002A,MY00000001,02.43.2018020635", "Keysight", 2},
         // The 7th character of DSOX3024T reads 2, as a legacy model's would.
         {"Auto", "KEYSIGHT TECHNOLOGIES,DSOX3024T,MY00000001,07.50", "Keysight", 4},
         {"Legacy", "RIGOL TECHNOLOGIES,DS1104Z,DS1ZA1,00.04.04", "names no model with 2 or 4 channels", 0},
