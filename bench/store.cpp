@@ -88,7 +88,7 @@ BENCHMARK(BM_StorePass)->Unit(benchmark::kMicrosecond);
 // The line's store, built once as a series writes it: a transaction a pass.
 const std::filesystem::path& lineStore() {
     static const std::filesystem::path folder = [] {
-        const auto data = benchFolder() / "line";
+        auto data = benchFolder() / "line";
         std::filesystem::create_directories(data / "OutputData");
         ResultStore store;
         if (!store.open({false, (data / "OutputData" / kResultStoreFileName).string()}, true)) return data;

@@ -39,7 +39,7 @@ Outcome CommandReadout(const Options& o, std::ostream& out, std::ostream& err) {
     if (!o.ip) return UsageError(err, "readout", "--ip HOST[:PORT] is needed");
     RunState state;
     prepareForExchange(state, o);
-    const Outcome read = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
+    Outcome read = withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) {
         const Outcome setup = state.ReadInstrumentSetup(ui, *o.ip);
         return setup ? setup : Outcome(setup.code(), setup.text() + " (" + *o.ip + ")");
     });
@@ -56,7 +56,7 @@ Outcome CommandFetch(const Options& o, std::ostream& out, std::ostream& err) {
         return UsageError(err, "fetch", "--ip HOST[:PORT] and one output file are needed");
     RunState state;
     prepareForExchange(state, o);
-    const Outcome fetched =
+    Outcome fetched =
         withInstrument(state, *o.ip, err, [&](ScriptedUi& ui) { return state.WaveTrans(ui, kInputTypeDso, {}); });
     if (!fetched) return fetched;
     if (Outcome saved = SaveWaveCsv(o.files[0], state.setup(), state.record()); !saved) return Told(err, saved);

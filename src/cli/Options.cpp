@@ -164,7 +164,7 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
             std::string v = args[++i];
             if (o.ip) return optionError("--ip and --usb name one instrument: give one of them once");
             // A USB instrument is its device node: "usbtmc0" is short for "/dev/usbtmc0".
-            if (a == "--usb" && v.find('/') == std::string::npos) v = "/dev/" + v;
+            if (a == "--usb" && v.find('/') == std::string::npos) v.insert(0, "/dev/");
             if (a == "--usb" && TransportOfAddress(v) != DsoTransport::Usbtmc)
                 return optionError("--usb takes a device node such as /dev/usbtmc0, not " + v);
             o.ip = v;
@@ -204,7 +204,7 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
                 if (CaseInsensitiveEqual(family, v)) o.instrument = std::string(family);
                 words += (words.empty() ? "" : ", ") + std::string(family);
             }
-            if (!o.instrument) return optionError("--instrument takes " + words + ", not " + v);
+            if (!o.instrument) return optionError("--instrument takes " + words.append(", not ").append(v));
         } else if (a == "--results-db") {
             o.resultsDb = args[++i];
         } else if (a == "--run") {
@@ -216,7 +216,9 @@ Outcome ParseOptions(const std::vector<std::string>& args, Options& o) {
         } else if (a == "--since" || a == "--until") {
             const std::string& v = args[++i];
             const std::optional<std::string> at = StoreTimeOf(v);
-            if (!at) return optionError(a + " takes a time YYYY-MM-DD[Thh:mm[:ss[.fff]]][Z] (UTC), not " + v);
+            if (!at)
+                return optionError(
+                    std::string(a).append(" takes a time YYYY-MM-DD[Thh:mm[:ss[.fff]]][Z] (UTC), not ").append(v));
             (a == "--since" ? o.since : o.until) = *at;
         } else if (a == "--no-store")
             o.noStore = true;

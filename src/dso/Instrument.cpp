@@ -94,7 +94,7 @@ bool Instrument::linkedElsewhere(const std::string& addressText, std::string_vie
 Outcome Instrument::readSetup(DsoSetup& setup, UiPort& ui, const std::string& addressText, std::string_view familyName,
                               bool memoryInput) {
     if (!linked()) {
-        const Outcome up = connect(setup, ui, addressText, familyName);
+        Outcome up = connect(setup, ui, addressText, familyName);
         if (up.code() == ErrorCode::Link && up.text() == kDsoNotConnected) {
             FillDsoSetupDefaults(setup);
             return {ErrorCode::Link, kDsoNotInterfaced};
@@ -122,7 +122,7 @@ Outcome Instrument::saveScreen(DsoSetup& setup, UiPort& ui, const std::string& a
                                const std::string& fileName, int32_t* bytes) {
     if (bytes) *bytes = -1;
     if (!linked()) {
-        const Outcome up = connect(setup, ui, addressText, familyName);
+        Outcome up = connect(setup, ui, addressText, familyName);
         if (up.code() == ErrorCode::Link && up.text() == kDsoNotConnected) return {ErrorCode::Link, kDsoNotInterfaced};
         if (!up) return up;
     }

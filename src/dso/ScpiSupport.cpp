@@ -137,8 +137,8 @@ std::optional<ScpiPreamble> ParseScpiPreamble(const std::string& reply, const st
     for (size_t i = 0; i < 10; ++i) {
         const std::string why = SetupNumberProblem(f[i], false);
         if (!why.empty()) {
-            problem = "The DSO's " + std::string(kNames[i]) + " (field " + std::to_string(i + 1) + " of \"" + query +
-                      "\") " + why + ": " + quoted;
+            problem = std::string("The DSO's ").append(kNames[i]).append(" (field ").append(std::to_string(i + 1));
+            problem.append(" of \"").append(query).append("\") ").append(why).append(": ").append(quoted);
             return std::nullopt;
         }
         v[i] = Val(f[i]);

@@ -43,7 +43,7 @@ std::vector<SimReply> KeysightModel::handle(std::string_view line) {
 }
 
 void KeysightModel::command(const ScpiCommand& c, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, nullptr); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, nullptr); };
     if (c.query && is({"WAVeform", "DATA"})) return waveData(out);
     if (c.query && is({"DISPlay", "DATA"})) return screenBlock(8, out);
     if (!c.query && (is({"SINGle"}) || is({"DIGitize"}))) {
@@ -63,7 +63,7 @@ void KeysightModel::command(const ScpiCommand& c, std::vector<SimReply>& out) {
 
 bool KeysightModel::query(const ScpiCommand& c, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(c, reply)) return true;
     if (is({"*IDN"})) return reply = "KEYSIGHT TECHNOLOGIES," + st.model + ",MY00000001,07.50.2021102830", true;
@@ -122,7 +122,7 @@ bool KeysightModel::query(const ScpiCommand& c, std::string& reply) {
 
 bool KeysightModel::setting(const ScpiCommand& c) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, &n); };
     const std::string a = UpperCase(c.argument);
     auto word = [&](std::initializer_list<std::string_view> words, std::string& into) {
         for (std::string_view w : words)
@@ -228,7 +228,7 @@ void KeysightModel::waveData(std::vector<SimReply>& out) {
 
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
 bool KeysightModel::badSetupReply(const ScpiCommand& c, std::string& reply) const {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, nullptr); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, nullptr); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"TIMebase", "SCALe"})) return reply = "ERR?", true;

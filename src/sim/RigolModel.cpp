@@ -49,7 +49,7 @@ std::vector<SimReply> RigolModel::handle(std::string_view line) {
 }
 
 void RigolModel::command(const ScpiCommand& c, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, nullptr); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, nullptr); };
     if (c.query && is({"WAVeform", "DATA"})) return waveData(out);
     if (c.query && is({"DISPlay", "DATA"})) return screenBlock(9, out);
     if (!c.query && is({"SINGle"})) {
@@ -69,7 +69,7 @@ void RigolModel::command(const ScpiCommand& c, std::vector<SimReply>& out) {
 
 bool RigolModel::query(const ScpiCommand& c, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(c, reply)) return true;
     if (is({"*IDN"})) return reply = "RIGOL TECHNOLOGIES," + st.model + ",DS1ZA000000001,00.04.04.SP4", true;
@@ -130,7 +130,7 @@ bool RigolModel::query(const ScpiCommand& c, std::string& reply) {
 
 bool RigolModel::setting(const ScpiCommand& c) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, &n); };
     SimState& st = opt_.state;
     const std::string a = UpperCase(c.argument);
     if (is({"*CLS"})) return errors_.clear(), true;
@@ -257,7 +257,7 @@ void RigolModel::waveData(std::vector<SimReply>& out) {
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
 bool RigolModel::badSetupReply(const ScpiCommand& c, std::string& reply) const {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(c.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(c.nodes, pattern, &n); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"TIMebase", "[MAIN]", "SCALe"})) return reply = "ERR?", true;

@@ -90,7 +90,7 @@ std::vector<SimReply> TektronixModel::handle(std::string_view line) {
 }
 
 void TektronixModel::unit(const Unit& u, std::vector<std::string>& texts, std::vector<SimReply>& out) {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, nullptr); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(u.nodes, pattern, nullptr); };
     if (u.query && is({"ACQuire", "STATE"})) ++statusPolls_;
     if (u.query && is({"CURVe"})) return curve(texts, out);
     if (!u.query && is({"ACQuire", "STATE"})) {
@@ -123,7 +123,7 @@ void TektronixModel::unit(const Unit& u, std::vector<std::string>& texts, std::v
 
 bool TektronixModel::query(const Unit& u, std::string& reply) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(u.nodes, pattern, &n); };
     const SimState& st = opt_.state;
     if (opt_.fault == SimFault::BadSetup && badSetupReply(u, reply)) return true;
     if (is({"*IDN"})) return reply = "TEKTRONIX," + st.model + ",C000001,CF:91.1CT FV:1.44.3.433", true;
@@ -208,7 +208,7 @@ bool TektronixModel::query(const Unit& u, std::string& reply) {
 
 bool TektronixModel::setting(const Unit& u) {
     int n = 0;
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, &n); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(u.nodes, pattern, &n); };
     const std::string a = UpperCase(u.argument);
     auto flag = [&](bool& to) {
         if (a == "1" || a == "ON" || a == "0" || a == "OFF")
@@ -385,7 +385,7 @@ void TektronixModel::curve(std::vector<std::string>& texts, std::vector<SimReply
 
 // The one malformed setup reply of the BadSetup fault, in this dialect's words.
 bool TektronixModel::badSetupReply(const Unit& u, std::string& reply) const {
-    auto is = [&](std::vector<std::string_view> pattern) { return Matches(u.nodes, pattern, nullptr); };
+    auto is = [&](const std::vector<std::string_view>& pattern) { return Matches(u.nodes, pattern, nullptr); };
     const std::string& field = opt_.badSetupField;
     if (field == "IDN" && is({"*IDN"})) return reply.clear(), true;
     if (field == "TDIV" && is({"HORizontal", "SCAle"})) return reply = "ERR?", true;

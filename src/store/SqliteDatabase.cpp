@@ -2,8 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cmath>
 #include <string>
+#include <thread>
 #include <unordered_map>
 
 #include "common/RuntimeError.h"
@@ -57,7 +59,7 @@ public:
         sqlite3_busy_timeout(db_, kBusyTimeoutMs);
         // Readers never wait for a writer, and a commit does not wait for
         // the disk: a crash may lose the last passes, never the file.
-        exec("PRAGMA journal_mode=WAL");
+        switchToWal();
         exec("PRAGMA synchronous=NORMAL");
     }
     ~SqliteDatabase() override {
@@ -115,6 +117,22 @@ public:
     }
 
 private:
+    // Stations that open a new store at the same moment race to switch it
+    // to WAL, and the loser is told "locked" (or, caught mid-switch, an I/O
+    // error) at once instead of waiting: it tries again for as long as it
+    // would wait for a writer.
+    void switchToWal() {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+        for (;;) {
+            try {
+                exec("PRAGMA journal_mode=WAL");
+                return;
+            } catch (const RuntimeError&) {
+                if (std::chrono::steady_clock::now() > until) throw;
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+    }
     [[noreturn]] void fail() const { throw RuntimeError(ErrorCode::FileIo, sqlite3_errmsg(db_)); }
 
     sqlite3_stmt* prepared(const std::string& sql) {

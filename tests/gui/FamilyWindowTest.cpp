@@ -84,7 +84,8 @@ TEST_P(FamilyWindowTest, InputFromDsoOverVxi11AndUsb) {
         MainForm form((test::FreshTestFolder("mervasto-family-gui-") / "data").string());
         std::vector<std::string> boxes;
         form.ui().answerHook = [&](const std::string& text, MsgButtons, const std::string& title) {
-            boxes.push_back(title + ": " + text);
+            boxes.push_back(title + ": ");
+            boxes.back() += text;
             return MsgAnswer::Ok;
         };
         form.findChild<QLineEdit*>("IPAdressText")->setText(QString::fromStdString(sim.address()));
