@@ -66,11 +66,7 @@ float KeysightVolts(int32_t code, const ScpiPreamble& p) {
 }
 
 void KeysightDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& setup) {
-    const Identity id = IdentityOf(reply);
-    const int16_t channels = KeysightChannels(id.model);
-    if (channels == 0) RefuseIdentification(link, reply, "InfiniiVision 1000 X to 4000 X");
-    setup.Model = id.model;
-    setup.ChannelCount = channels;
+    TakeIdentity(link, reply, setup, KeysightChannels, "InfiniiVision 1000 X to 4000 X");
     // What earlier programs left in the error queue is not this program's.
     link.SendDsoCommand("*CLS");
 }

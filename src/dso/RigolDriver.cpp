@@ -59,11 +59,7 @@ float RigolVolts(uint8_t code, const RigolPreamble& p) {
 }
 
 void RigolDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& setup) {
-    const Identity id = IdentityOf(reply);
-    const int16_t channels = RigolChannels(id.model);
-    if (channels == 0) RefuseIdentification(link, reply, "DS1000Z or MSO1000Z");
-    setup.Model = id.model;
-    setup.ChannelCount = channels;
+    TakeIdentity(link, reply, setup, RigolChannels, "DS1000Z or MSO1000Z");
     // What earlier programs left in the error queue is not this program's.
     link.SendDsoCommand("*CLS");
 }

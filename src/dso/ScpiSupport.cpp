@@ -23,9 +23,16 @@ namespace {
 constexpr int kMostErrorEntries = 8;
 }  // namespace
 
-void RefuseIdentification(DsoLink& link, const std::string& reply, const std::string& lines) {
-    link.failExchange("The DSO's identification (\"*IDN?\") names no " + lines + " model: \"" +
-                      PrintableBytes(reply, 60) + "\"; the link was closed.");
+Identity TakeIdentity(DsoLink& link, const std::string& reply, DsoSetup& setup,
+                      const std::function<int(const std::string&)>& channelsOf, const std::string& lines) {
+    Identity id = IdentityOf(reply);
+    const int channels = channelsOf(id.model);
+    if (channels == 0)
+        link.failExchange("The DSO's identification (\"*IDN?\") names no " + lines + " model: \"" +
+                          PrintableBytes(reply, 60) + "\"; the link was closed.");
+    setup.Model = id.model;
+    setup.ChannelCount = static_cast<int16_t>(std::min(channels, kChannels));
+    return id;
 }
 
 std::string UpperText(std::string_view s) {

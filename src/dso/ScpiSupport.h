@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "dso/DsoLink.h"
+#include "dso/InstrumentDriver.h"
 #include "dso/RejectRange.h"
 #include "wavefile/WaveRecord.h"
 
@@ -25,9 +27,12 @@ inline constexpr const char* kReadoutEnded = "; the readout was ended and the li
 float ScpiSetupNumber(DsoLink& link, const std::string& query, const std::string& field, bool mustBePositive,
                       bool withUnit = false);
 
-// An identification that names none of the family's model lines ("DS1000Z
-// or MSO1000Z"): the link closed, the reply quoted.
-void RefuseIdentification(DsoLink& link, const std::string& reply, const std::string& lines);
+// The identified model and its channels (at most four) into the setup; an
+// identification whose model channelsOf counts no channels names none of the
+// family's model lines ("DS1000Z or MSO1000Z"): the link closed, the reply
+// quoted.
+Identity TakeIdentity(DsoLink& link, const std::string& reply, DsoSetup& setup,
+                      const std::function<int(const std::string&)>& channelsOf, const std::string& lines);
 
 // A text in upper case (headers and words compare in any case).
 std::string UpperText(std::string_view s);

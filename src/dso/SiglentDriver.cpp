@@ -99,11 +99,7 @@ float SiglentVolts(int8_t code, float voltsPerDiv, float offset) {
 }
 
 void SiglentDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& setup) {
-    const Identity id = IdentityOf(reply);
-    const int16_t channels = SiglentChannels(id.model);
-    if (channels == 0) RefuseIdentification(link, reply, "SDS1000X-E or SDS2000X");
-    setup.Model = id.model;
-    setup.ChannelCount = channels;
+    TakeIdentity(link, reply, setup, SiglentChannels, "SDS1000X-E or SDS2000X");
     // Replies without their headers and units; registers of earlier programs cleared.
     link.SendDsoCommand("CHDR OFF");
     link.SendDsoCommand("*CLS");

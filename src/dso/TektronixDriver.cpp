@@ -154,11 +154,7 @@ void TektronixVolts(std::span<const uint8_t> bytes, const TektronixPreamble& p, 
 }
 
 void TektronixDriver::identify(DsoLink& link, const std::string& reply, DsoSetup& setup) {
-    const Identity id = IdentityOf(reply);
-    const int channels = TektronixChannels(id.model);
-    if (channels == 0) RefuseIdentification(link, reply, "2, 3, 4, 5 or 6 Series MSO or TBS2000");
-    setup.Model = id.model;
-    setup.ChannelCount = static_cast<int16_t>(std::min(channels, kChannels));
+    const Identity id = TakeIdentity(link, reply, setup, TektronixChannels, "2, 3, 4, 5 or 6 Series MSO or TBS2000");
     const std::string m = UpperText(id.model);
     selectsChannels_ = m.rfind("TBS", 0) == 0 || m.rfind("MDO3", 0) == 0;
     // Bare replies in long words; what earlier programs left in the event queue is not this program's.
